@@ -1,0 +1,40 @@
+# SPDX-License-Identifier: BSD-3-Clause
+# How this project's targets are made: flags in one place, a library per layer, a test per file.
+find_package(OpenMP REQUIRED)
+find_package(Threads REQUIRED)
+
+add_library(tev_flags INTERFACE)
+target_include_directories(tev_flags INTERFACE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
+target_compile_options(tev_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Werror
+  -ffp-contract=off         # fused multiply-add is the business of the kernels whose tier has it
+  -fvisibility=hidden)
+if(TEV_SANITIZE)
+  # -fsanitize=function would reject every call through a name: callers and workers share no C++ type.
+  target_compile_options(tev_flags INTERFACE
+    -fsanitize=${TEV_SANITIZE} -fno-sanitize=function -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(tev_flags INTERFACE -fsanitize=${TEV_SANITIZE})
+endif()
+
+# tev_layer(<target> <sources>...): an object library of one layer.
+function(tev_layer target)
+  add_library(${target} OBJECT ${ARGN})
+  target_link_libraries(${target} PUBLIC tev_flags OpenMP::OpenMP_CXX)
+endfunction()
+
+# tev_test(<name> SOURCES <file>... [LIBS <target>...] [TIMEOUT <seconds>]): a GoogleTest program, one ctest
+# entry per test case. Its label is the folder it stands in, so `ctest -L sink` runs what covers sink/.
+function(tev_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  find_package(GTest REQUIRED)
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE tev_flags ${ARG_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  get_filename_component(label ${CMAKE_CURRENT_SOURCE_DIR} NAME)
+  include(GoogleTest)
+  gtest_discover_tests(${name} TEST_PREFIX ${label}/ DISCOVERY_TIMEOUT 60
+    PROPERTIES LABELS ${label} TIMEOUT ${ARG_TIMEOUT})
+endfunction()

@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Judging a call: which options an operation has, what the files hold, whether the shapes agree, whether it fits.
+#include "host/call.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <memory>
+#include <utility>
+
+#include "host/failure.h"
+#include "host/parse.h"
+
+namespace tev::host {
+namespace {
+
+constexpr int64_t kDefaultSize = 1000;
+
+void reject_meaningless(const call_request& request, operation op) {
+  const bool gemm = op == operation::gemm, in_place = is_in_place(op);
+  const struct {
+    const char* option;
+    bool given, has_meaning;
+  } rows[] = {{"--transa", !request.transa.empty(), gemm || in_place},
+              {"--transb", !request.transb.empty(), gemm},
+              {"-k", request.k.has_value(), gemm},
+              {"--side", !request.side.empty(), !gemm},
+              {"--uplo", !request.uplo.empty(), !gemm},
+              {"--diag", !request.diag.empty(), in_place},
+              {"--beta", !request.beta.empty(), !in_place},
+              {"--c", !request.c.empty(), !in_place}};
+  for (const auto& row : rows)
+    if (row.given && !row.has_meaning)
+      throw bad_input(fmt::format("{}: has no meaning for {}", row.option, name_of(op)));
+}
+
+char letter_or(char preset, const char* option, const std::string& text, const char* letters) {
+  return text.empty() ? preset : parse_letter(option, text, letters);
+}
+
+// All operands come from files, or none.
+void open_files(const call_request& request, call* result) {
+  if (request.a.empty() && request.b.empty() && request.c.empty()) return;
+  if (request.a.empty()) throw bad_input("--a: is missing; when one operand comes from a file, all do");
+  if (request.b.empty()) throw bad_input("--b: is missing; when one operand comes from a file, all do");
+  result->a.emplace(request.a);
+  result->b.emplace(request.b);
+  if (!request.c.empty()) result->c.emplace(request.c);
+}
+
+precision choose_type(const call_request& request, const call& files) {
+  if (!files.a) return request.precision.empty() ? precision::d : parse_precision(request.precision);
+  const precision type = files.a->type();
+  if (!request.precision.empty() && parse_precision(request.precision) != type)
+    throw bad_input(
+        fmt::format("--precision {}: but {} holds {}", request.precision, files.a->path(), type_name(type)));
+  for (const auto* file : {&files.b, &files.c})
+    if (*file && (*file)->type() != type)
+      throw bad_input(fmt::format("{}: holds {}, but {} holds {}", (*file)->path(), type_name((*file)->type()),
+                                  files.a->path(), type_name(type)));
+  return type;
+}
+
+int64_t agreed_size(const char* option, const std::optional<int64_t>& given, int64_t in_file, const npy_file& file) {
+  if (given && *given != in_file)
+    throw bad_input(fmt::format("{} {}: but it is {} in {}", option, *given, in_file, file.path()));
+  return in_file;
+}
+
+int64_t chosen_size(const char* option, const std::optional<int64_t>& given) {
+  if (given && *given < 0) throw bad_input(fmt::format("{} {}: is negative", option, *given));
+  return given.value_or(kDefaultSize);
+}
+
+void set_sizes(const call_request& request, call* result) {
+  const bool gemm = result->op == operation::gemm;
+  if (!result->a) {
+    result->m = chosen_size("-m", request.m);
+    result->n = chosen_size("-n", request.n);
+    result->k = gemm ? chosen_size("-k", request.k) : 0;
+    return;
+  }
+  const npy_file &a = *result->a, &b = *result->b;
+  const bool turned_a = gemm && result->transa != 'N', turned_b = gemm && result->transb != 'N';
+  const npy_file& file_of_m = gemm ? a : b;
+  result->m = agreed_size("-m", request.m, turned_a ? a.columns() : file_of_m.rows(), file_of_m);
+  result->n = agreed_size("-n", request.n, turned_b ? b.rows() : b.columns(), b);
+  result->k = gemm ? agreed_size("-k", request.k, turned_a ? a.rows() : a.columns(), a) : 0;
+}
+
+void check_shape(const char* letter, const std::optional<npy_file>& file, matrix_size wanted, const std::string& why) {
+  if (file && (file->rows() != wanted.rows || file->columns() != wanted.columns))
+    throw bad_input(fmt::format("{}: is {} x {}, but {} must be {} x {} {}", file->path(), file->rows(),
+                                file->columns(), letter, wanted.rows, wanted.columns, why));
+}
+
+void check_shapes(const call& c) {
+  if (!c.a) return;
+  const std::string beside_b = fmt::format("beside B from {}", c.b->path());
+  check_shape("A", c.a, c.size_a(), beside_b);
+  check_shape("B", c.b, c.size_b(), fmt::format("beside A from {}", c.a->path()));
+  check_shape("C", c.c, {c.m, c.n}, beside_b);
+  if (!c.c && c.reads_c()) throw bad_input("--c: is missing; with operands from files, a beta needs it");
+}
+
+// Memory that could be had without swapping; more than any machine has when the system does not tell.
+double available_bytes() {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> info(std::fopen("/proc/meminfo", "r"), std::fclose);
+  char line[256];
+  double kilobytes = 0;
+  while (info && std::fgets(line, sizeof(line), info.get()))
+    if (std::sscanf(line, "MemAvailable: %lf kB", &kilobytes) == 1) return kilobytes * 1024;
+  return 1e15;
+}
+
+// A shared matrix without memory behind it would end the program by a signal.
+void check_memory(const call& c) {
+  const auto bytes = [&](matrix_size size) {
+    return static_cast<double>(size.rows) * static_cast<double>(size.columns) *
+           static_cast<double>(element_bytes(c.type));
+  };
+  double needed = bytes(c.size_a()) + bytes(c.size_b()) + (is_in_place(c.op) ? 0 : bytes({c.m, c.n}));
+  if (c.check) needed *= 2;
+  if (const double available = available_bytes(); needed > available)
+    throw bad_input(fmt::format("{} {} x {}{}: needs {:.3g} GB of memory, but {:.3g} GB are available", name_of(c.op),
+                                c.m, c.n, c.op == operation::gemm ? fmt::format(" x {}", c.k) : "", needed / 1e9,
+                                available / 1e9));
+}
+
+}  // namespace
+
+matrix_size call::size_a() const {
+  if (op != operation::gemm) return side == 'L' ? matrix_size{m, m} : matrix_size{n, n};
+  return transa == 'N' ? matrix_size{m, k} : matrix_size{k, m};
+}
+
+matrix_size call::size_b() const {
+  if (op != operation::gemm) return {m, n};
+  return transb == 'N' ? matrix_size{k, n} : matrix_size{n, k};
+}
+
+call resolve(const call_request& request) {
+  call result = {};
+  result.op = parse_operation(request.operation);
+  reject_meaningless(request, result.op);
+  result.transa = letter_or('N', "--transa", request.transa, "NTC");
+  result.transb = letter_or('N', "--transb", request.transb, "NTC");
+  result.side = letter_or('L', "--side", request.side, "LR");
+  result.uplo = letter_or('U', "--uplo", request.uplo, "UL");
+  result.diag = letter_or('N', "--diag", request.diag, "NU");
+  if (!request.out.empty()) check_npy_target(request.out);
+  open_files(request, &result);
+  result.type = choose_type(request, result);
+  result.alpha = request.alpha.empty() ? 1 : parse_scalar("--alpha", request.alpha, result.type);
+  result.beta = request.beta.empty() ? 0 : parse_scalar("--beta", request.beta, result.type);
+  set_sizes(request, &result);
+  check_shapes(result);
+  result.out = request.out;
+  result.seed = request.seed;
+  result.check = request.check;
+  result.repeat = request.repeat;
+  check_memory(result);
+  return result;
+}
+
+}  // namespace tev::host

@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Running a call. With a check the operands are copied before the sink sees them: what is judged is judged against
+// numbers that the sink cannot have touched.
+#include "host/offload.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <numeric>
+#include <thread>
+#include <type_traits>
+
+#include "host/fill.h"
+#include "host/records.h"
+
+namespace tev::host {
+namespace {
+
+template <class T>
+struct operand {
+  shared_buffer buffer;
+  matrix_size size;
+  std::vector<T> original;  // empty when nobody needs it
+
+  T* elements() const { return static_cast<T*>(vro_buffer_map(buffer.get())); }
+  int64_t count() const { return size.rows * size.columns; }
+  int64_t leading_dimension() const { return std::max<int64_t>(size.rows, 1); }
+  void keep_original() { original.assign(elements(), elements() + count()); }
+  void restore() { std::copy(original.begin(), original.end(), elements()); }
+};
+
+template <class T>
+T scalar(std::complex<double> x) {
+  if constexpr (std::is_floating_point_v<T>)
+    return static_cast<T>(x.real());
+  else
+    return T(static_cast<typename T::value_type>(x.real()), static_cast<typename T::value_type>(x.imag()));
+}
+
+template <class T>
+class runner {
+ public:
+  runner(sink_client& sink, const call& c, const progress& on_progress)
+      : sink_(sink), call_(c), on_progress_(on_progress) {}
+
+  outcome run() {
+    make_operands();
+    outcome result = compute();
+    if (call_.check) result.check = judge();
+    if (!call_.out.empty() && (!result.check || result.check->passed))
+      write_npy(call_.out, call_.type, result_operand().elements(), call_.m, call_.n);
+    return result;
+  }
+
+ private:
+  operand<T>& result_operand() { return is_in_place(call_.op) ? b_ : c_; }
+  bool reads_result() const { return is_in_place(call_.op) || call_.reads_c(); }
+
+  void tell(const std::string& what) const {
+    if (on_progress_) on_progress_(fmt::format("{}{}: {}", letter_of(call_.type), name_of(call_.op), what));
+  }
+
+  operand<T> make_operand(matrix_size size) {
+    return {sink_.make_buffer(size.rows * size.columns * static_cast<int64_t>(sizeof(T))), size, {}};
+  }
+
+  void make_operands() {
+    tell("preparing the operands");
+    a_ = make_operand(call_.size_a());
+    b_ = make_operand(call_.size_b());
+    if (!is_in_place(call_.op)) c_ = make_operand({call_.m, call_.n});
+    if (call_.a) {
+      call_.a->read(a_.elements());
+      call_.b->read(b_.elements());
+      if (call_.reads_c()) call_.c->read(c_.elements());
+    } else {
+      generate();
+    }
+    if (call_.check) a_.keep_original(), b_.keep_original();
+    if (reads_result() && (call_.check || call_.repeat > 1)) result_operand().keep_original();
+  }
+
+  void generate() {
+    if (call_.op == operation::gemm)
+      fill_general(a_.elements(), a_.size.rows, a_.size.columns, call_.seed);
+    else
+      fill_triangle(a_.elements(), a_.size.rows, call_.uplo, call_.op == operation::symm ? 'N' : call_.diag,
+                    call_.seed);
+    if (call_.op == operation::trsm) make_solvable(a_.elements(), a_.size.rows);
+    fill_general(b_.elements(), b_.size.rows, b_.size.columns, call_.seed + 1);
+    if (call_.reads_c())
+      fill_general(c_.elements(), c_.size.rows, c_.size.columns, call_.seed + 2);
+    else if (!is_in_place(call_.op))
+      std::fill_n(c_.elements(), c_.count(), not_a_number<T>());
+  }
+
+  problem<T> describe(const T* a, const T* b, const T* c) const {
+    return {call_.op,
+            call_.transa,
+            call_.transb,
+            call_.side,
+            call_.uplo,
+            call_.diag,
+            call_.m,
+            call_.n,
+            call_.k,
+            scalar<T>(call_.alpha),
+            scalar<T>(call_.beta),
+            a,
+            a_.leading_dimension(),
+            b,
+            b_.leading_dimension(),
+            c,
+            std::max<int64_t>(call_.m, 1)};
+  }
+
+  outcome compute() {
+    worker_call call = make_worker_call(describe(nullptr, nullptr, nullptr));
+    std::vector<vro_buffer*> buffers = {a_.buffer.get(), b_.buffer.get()};
+    if (c_.buffer) buffers.push_back(c_.buffer.get());
+    outcome result = {};
+    const double busy_before = sink_.busy_seconds();
+    for (int i = 0; i < call_.repeat; ++i) {
+      if (i > 0 && reads_result()) result_operand().restore();
+      const auto on_tick = [&](double seconds) {
+        tell(call_.repeat == 1 ? fmt::format("the sink computes, {:.1f} s", seconds)
+                               : fmt::format("the sink computes, {} of {}, {:.1f} s", i + 1, call_.repeat, seconds));
+      };
+      on_tick(0);
+      result.seconds.push_back(
+          sink_.invoke(call.worker, call.record.data(), call.record.size(), buffers, TEV_POST_ADD, on_tick));
+    }
+    result.busy_seconds = sink_.busy_seconds() - busy_before;
+    std::sort(result.seconds.begin(), result.seconds.end());
+    return result;
+  }
+
+  verdict judge() {
+    const problem<T> p = describe(a_.original.data(), b_.original.data(), c_.original.data());
+    return check(p, result_operand().elements(), static_cast<int>(std::thread::hardware_concurrency()),
+                 [&](double share) { tell(fmt::format("the host checks, {:.0f} %", 100 * share)); });
+  }
+
+  sink_client& sink_;
+  const call& call_;
+  const progress& on_progress_;
+  operand<T> a_, b_, c_;
+};
+
+}  // namespace
+
+double outcome::busy_share() const {
+  const double total = std::accumulate(seconds.begin(), seconds.end(), 0.0);
+  return total > 0 ? busy_seconds / total : 0;
+}
+
+outcome run_call(sink_client& sink, const call& c, const progress& on_progress) {
+  return with_type(c.type, [&](auto zero) { return runner<decltype(zero)>(sink, c, on_progress).run(); });
+}
+
+}  // namespace tev::host

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The languages of parse.h: lists at commas, ranges, numbers that use all of their text.
+#include "host/parse.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <string_view>
+
+#include "host/failure.h"
+
+namespace tev::host {
+namespace {
+
+constexpr int kLastProcessor = 1024;
+constexpr size_t kMostSizes = 1000;
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+  std::vector<std::string_view> pieces;
+  for (;;) {
+    const size_t end = text.find(separator);
+    pieces.push_back(text.substr(0, end));
+    if (end == text.npos) return pieces;
+    text.remove_prefix(end + 1);
+  }
+}
+
+template <class N>
+bool read_number(std::string_view text, N* number) {
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+}  // namespace
+
+operation parse_operation(const std::string& text) {
+  for (const operation op : {operation::gemm, operation::symm, operation::trmm, operation::trsm})
+    if (text == name_of(op)) return op;
+  throw bad_input(fmt::format("'{}': no such operation; there are gemm, symm, trmm and trsm", text));
+}
+
+precision parse_precision(const std::string& text) {
+  for (const precision p : {precision::s, precision::d, precision::c, precision::z})
+    if (text == std::string(1, letter_of(p)) || text == type_name(p)) return p;
+  throw bad_input(fmt::format("--precision '{}': must be s, d, c or z", text));
+}
+
+char parse_letter(const std::string& option, const std::string& text, const std::string& letters) {
+  const char letter = text.size() == 1 && text[0] >= 'a' && text[0] <= 'z' ? static_cast<char>(text[0] - 'a' + 'A')
+                      : text.size() == 1                                   ? text[0]
+                                                                           : '\0';
+  if (letter != '\0' && letters.find(letter) != letters.npos) return letter;
+  std::string choices(1, letters[0]);
+  for (size_t i = 1; i < letters.size(); ++i)
+    choices += (i + 1 < letters.size() ? ", " : " or ") + letters.substr(i, 1);
+  throw bad_input(fmt::format("{} '{}': must be {}", option, text, choices));
+}
+
+std::complex<double> parse_scalar(const std::string& option, const std::string& text, precision p) {
+  const std::vector<std::string_view> parts = split(text, ',');
+  double part[2] = {0, 0};
+  bool good = parts.size() <= 2;
+  for (size_t i = 0; good && i < parts.size(); ++i) good = read_number(parts[i], &part[i]);
+  if (!good) throw bad_input(fmt::format("{} '{}': must be a number, or two as in 1.5,-2", option, text));
+  if (!is_complex(p) && parts.size() == 2)
+    throw bad_input(fmt::format("{} '{}': is complex, but the precision {} is real", option, text, letter_of(p)));
+  for (const double x : part)
+    if (std::isfinite(x) && element_bytes(p) == (is_complex(p) ? 8 : 4) && !std::isfinite(static_cast<float>(x)))
+      throw bad_input(fmt::format("{} '{}': is too large for precision {}", option, text, letter_of(p)));
+  return {part[0], part[1]};
+}
+
+std::vector<int> parse_processors(const std::string& option, const std::string& text) {
+  std::vector<int> processors;
+  for (const std::string_view piece : split(text, ',')) {
+    const std::vector<std::string_view> ends = split(piece, '-');
+    int first = 0, last = 0;
+    if (ends.size() > 2 || !read_number(ends.front(), &first) || !read_number(ends.back(), &last) || first > last)
+      throw bad_input(fmt::format("{} '{}': '{}' is no processor and no range like 1-3", option, text, piece));
+    if (first == 0) throw bad_input(fmt::format("{} '{}': processor 0 cannot be chosen", option, text));
+    if (first < 0 || last > kLastProcessor)
+      throw bad_input(fmt::format("{} '{}': processors are numbered 1 to {} here", option, text, kLastProcessor));
+    for (int p = first; p <= last; ++p) processors.push_back(p);
+  }
+  std::sort(processors.begin(), processors.end());
+  processors.erase(std::unique(processors.begin(), processors.end()), processors.end());
+  return processors;
+}
+
+std::vector<int64_t> parse_sizes(const std::string& option, const std::string& text) {
+  std::vector<int64_t> sizes;
+  for (const std::string_view piece : split(text, ',')) {
+    int64_t range[3] = {};
+    const std::vector<std::string_view> parts = split(piece, ':');
+    bool good = parts.size() == 1 || parts.size() == 3;
+    for (size_t i = 0; good && i < parts.size(); ++i) good = read_number(parts[i], &range[i]) && range[i] > 0;
+    if (parts.size() == 1) range[1] = range[0], range[2] = 1;
+    if (!good || range[0] > range[1])
+      throw bad_input(fmt::format("{} '{}': '{}' is no size and no range like 100:1000:100", option, text, piece));
+    const auto [first, last, step] = range;
+    if (sizes.size() + static_cast<size_t>((last - first) / step) >= kMostSizes)
+      throw bad_input(fmt::format("{} '{}': more than {} sizes", option, text, kMostSizes));
+    for (int64_t i = 0; i <= (last - first) / step; ++i) sizes.push_back(first + i * step);
+  }
+  return sizes;
+}
+
+}  // namespace tev::host

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The small languages of the command line. Each function throws a bad_input() that names the option and the text.
+#pragma once
+
+#include <complex>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/kinds.h"
+
+namespace tev::host {
+
+operation parse_operation(const std::string& text);
+precision parse_precision(const std::string& text);
+
+// One of `letters` in either case; returned in upper case.
+char parse_letter(const std::string& option, const std::string& text, const std::string& letters);
+
+// "2.5" or "2.5,-1": the real part and the imaginary one.
+std::complex<double> parse_scalar(const std::string& option, const std::string& text, precision p);
+
+// "1-3,5": processors 1, 2, 3 and 5, ascending, each once. 1 to 1024: a sink cannot be told to use processor 0.
+std::vector<int> parse_processors(const std::string& option, const std::string& text);
+
+// "256,512,1000", or "100:1000:100" for 100, 200 ... 1000; both may be mixed.
+std::vector<int64_t> parse_sizes(const std::string& option, const std::string& text);
+
+}  // namespace tev::host

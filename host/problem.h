@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// One BLAS level-3 call as the host thinks of it: operation, options, sizes, scalars, operands.
+#pragma once
+
+#include <complex>
+#include <cstdint>
+
+namespace tev::host {
+
+enum class operation { gemm, symm, trmm, trsm };
+
+// Column-major operands; T is float, double, std::complex<float> or std::complex<double>.
+//
+//            A              B                C
+//   gemm     op(A) m x k    op(B) k x n      m x n, result
+//   symm     m x m, n x n   m x n            m x n, result       (A by side L, R)
+//   trmm     m x m, n x n   m x n, result    -
+//   trsm     m x m, n x n   m x n, result    -
+template <class T>
+struct problem {
+  operation op;
+  char transa, transb;    // 'N' 'T' 'C'; transb: gemm only
+  char side, uplo, diag;  // 'L' 'R', 'U' 'L', 'N' 'U'; not gemm; diag: trmm and trsm only
+  int64_t m, n, k;        // k: gemm only
+  T alpha, beta;          // beta: gemm and symm only
+  const T* a;
+  int64_t lda;
+  const T* b;  // trmm, trsm: B before the call
+  int64_t ldb;
+  const T* c;  // gemm, symm: C before the call
+  int64_t ldc;
+};
+
+}  // namespace tev::host

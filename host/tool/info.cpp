@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// tev-offload info: what host and sink are.
+#include <fstream>
+#include <thread>
+
+#include "host/tool/options.h"
+#include "host/tool/output.h"
+#include "host/tool/report.h"
+
+namespace tev::host::tool {
+namespace {
+
+std::string processor_name() {
+  std::ifstream file("/proc/cpuinfo");
+  for (std::string line; std::getline(file, line);)
+    if (line.rfind("model name", 0) == 0)
+      if (const size_t colon = line.find(": "); colon != line.npos) return line.substr(colon + 2);
+  return "unknown processor";
+}
+
+}  // namespace
+
+int show_info(const command_line& line) {
+  sink_client sink(resolve(line.sink));
+  const facts f = {processor_name(), static_cast<int>(std::thread::hardware_concurrency()), sink.executable(),
+                   sink.report(), sink.busy_seconds()};
+  sink.shut_down();
+  put(line.json ? info_json(f) : info_text(f));
+  return 0;
+}
+
+}  // namespace tev::host::tool

@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The commands, their options and the texts that --help shows.
+#include "host/tool/options.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+
+#include "host/failure.h"
+#include "host/parse.h"
+
+namespace tev::host::tool {
+namespace {
+
+constexpr char kAbout[] =
+    "Sends BLAS level-3 calls to a sink: a process of its own that shares the matrices' memory and computes with all\n"
+    "processors. Results can be checked against an independent computation on the host.";
+
+constexpr char kFooter[] =
+    "Examples:\n"
+    "  tev-offload demo                          all four operations, checked, and a table of speeds\n"
+    "  tev-offload run gemm -m 2000 --check      one product of generated matrices\n"
+    "  tev-offload bench --sizes 500:2000:500    a table over sizes\n"
+    "  tev-offload run --help                    how to give matrices in files\n\n"
+    "Exit status: 0 done; 1 the sink failed or a check did not pass; 2 an option, a file or a shape is wrong.";
+
+constexpr char kInfoFooter[] =
+    "Shows the host's processor, what the sink reports (threads, processors, its device number ...) and its busy "
+    "time:\n"
+    "the seconds it has spent in requests. With --threads or --pin it shows the sink as these options leave it.";
+
+constexpr char kRunFooter[] =
+    "Operations (alpha = 1 and beta = 0 unless given; op(X) is X, its transpose or its conjugate transpose):\n"
+    "  gemm  C := alpha op(A) op(B) + beta C    op(A) is m x k, op(B) k x n, C m x n\n"
+    "  symm  C := alpha A B + beta C            A symmetric, only the triangle --uplo is read; --side R: B A\n"
+    "  trmm  B := alpha op(A) B                 A triangular (--uplo, --diag U: ones on the diagonal); --side R: B "
+    "op(A)\n"
+    "  trsm  B := the X with op(A) X = alpha B  likewise; --side R: X op(A) = alpha B\n\n"
+    "Matrices come from a seed, or all of them from NumPy's .npy files (float32, float64, complex64 or complex128 in\n"
+    "either storage and byte order), which then tell precision and sizes. The result is written in Fortran order, at\n"
+    "once and only when it is complete and passed the check that was asked for.\n\n"
+    "Processors for --pin are numbered as Linux does, but 0 cannot be chosen: `--pin 1-3,5` binds four threads to\n"
+    "processors 1, 2, 3 and 5, in this order. `taskset` or `lscpu` show the numbers.\n\n"
+    "Examples:\n"
+    "  tev-offload run gemm -m 3000 -n 500 -k 2000 --precision s --repeat 5\n"
+    "  tev-offload run trsm --side R --uplo L --transa T --check\n"
+    "  tev-offload run gemm --a a.npy --b b.npy --out product.npy --check\n"
+    "  tev-offload run gemm --a a.npy --b b.npy --c c.npy --alpha 2.5 --beta=-1 --out c.npy\n"
+    "  tev-offload run symm --precision z --alpha 1.5,-2 --json";
+
+constexpr char kBenchFooter[] =
+    "Square problems, one row for each size: the best time of all repetitions, the speed it means, and the share of "
+    "all\n"
+    "repetitions' time that the sink was busy (the rest is sending and waking).\n\n"
+    "Examples:\n"
+    "  tev-offload bench\n"
+    "  tev-offload bench --op trsm --precision z --sizes 256,512,1000 --repeat 5\n"
+    "  tev-offload bench --sizes 100:1000:100 --threads 4 --json";
+
+constexpr char kDemoFooter[] =
+    "Runs all four operations in all four precisions, checks each result, and shows a short table of speeds.";
+
+void add_sink_options(CLI::App* app, sink_options* options) {
+  app->add_option("--threads", options->threads, "Threads of the sink's team; default: as many as it likes")
+      ->check(CLI::Range(1, 1024).description(""))
+      ->type_name("N");
+  app->add_option("--pin", options->pin, "Processors for these threads, e.g. 1-3,5, from 1; default: no pinning")
+      ->type_name("LIST");
+  app->add_option("--sink", options->sink, "The sink's executable; default: tev_sink beside this program")
+      ->envname("TEV_SINK")
+      ->type_name("PATH");
+  app->add_option("--library-path", options->library_path,
+                  "Folders for the sink's libraries; default: ../lib from here")
+      ->type_name("PATH");
+}
+
+void add_json(CLI::App* app, bool* json) { app->add_flag("--json", *json, "One JSON object instead of text"); }
+
+CLI::App* add_info(CLI::App* app, command_line* line) {
+  CLI::App* info = app->add_subcommand("info", "What host and sink are")->footer(kInfoFooter);
+  add_json(info, &line->json);
+  return info;
+}
+
+CLI::App* add_run(CLI::App* app, command_line* line) {
+  call_request& call = line->call;
+  CLI::App* run = app->add_subcommand("run", "One call, timed and checked")->footer(kRunFooter);
+  run->add_option("operation", call.operation, "gemm, symm, trmm or trsm")->required()->type_name("OP");
+  run->add_option("--precision", call.precision, "s, d, c or z; default: d, or what the files hold")->type_name("P");
+  run->add_option("-m", call.m, "Rows of the result; default: 1000, or as in the files")->type_name("N");
+  run->add_option("-n", call.n, "Columns of the result; likewise")->type_name("N");
+  run->add_option("-k", call.k, "Columns of op(A) in gemm; likewise")->type_name("N");
+  run->add_option("--transa", call.transa, "N, T or C: op(A); not symm; default: N")->type_name("LETTER");
+  run->add_option("--transb", call.transb, "N, T or C: op(B); gemm only; default: N")->type_name("LETTER");
+  run->add_option("--side", call.side, "L or R: the side of A; not gemm; default: L")->type_name("LETTER");
+  run->add_option("--uplo", call.uplo, "U or L: the triangle of A; not gemm; default: U")->type_name("LETTER");
+  run->add_option("--diag", call.diag, "N, or U: ones; trmm and trsm; default: N")->type_name("LETTER");
+  run->add_option("--alpha", call.alpha, "RE or RE,IM; default: 1")->type_name("NUMBER");
+  run->add_option("--beta", call.beta, "RE or RE,IM; gemm and symm; default: 0")->type_name("NUMBER");
+  run->add_option("--a", call.a, "A from this file")->type_name("FILE.npy");
+  run->add_option("--b", call.b, "B from this file")->type_name("FILE.npy");
+  run->add_option("--c", call.c, "C from this file; gemm and symm, needed unless beta is 0")->type_name("FILE.npy");
+  run->add_option("--out", call.out, "Write the result to this file")->type_name("FILE.npy");
+  run->add_option("--seed", call.seed, "Seed of generated matrices; default: 1")->type_name("N");
+  run->add_flag("--check", call.check, "Compute again on the host and compare, with a bound on the roundings");
+  run->add_option("--repeat", call.repeat, "Repetitions; the time is their best; default: 1")
+      ->check(CLI::Range(1, 1000000).description(""))
+      ->type_name("N");
+  add_json(run, &line->json);
+  return run;
+}
+
+CLI::App* add_bench(CLI::App* app, command_line* line) {
+  CLI::App* bench = app->add_subcommand("bench", "A table over sizes")->footer(kBenchFooter);
+  bench->add_option("--op", line->call.operation, "gemm, symm, trmm or trsm; default: gemm")->type_name("OP");
+  bench->add_option("--precision", line->call.precision, "s, d, c or z; default: d")->type_name("P");
+  bench->add_option("--sizes", line->sizes, "Sizes and ranges FIRST:LAST:STEP; default: 256,512,1000")
+      ->type_name("LIST");
+  bench->add_option("--repeat", line->call.repeat, "Repetitions of each size; default: 3")
+      ->check(CLI::Range(1, 1000000).description(""))
+      ->type_name("N");
+  add_json(bench, &line->json);
+  return bench;
+}
+
+void accept(CLI::App* app, int argc, char** argv, command_line* line) {
+  try {
+    app->parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    if (e.get_exit_code() != 0) throw bad_input(std::string(e.what()) + " (see --help)");
+    std::ostringstream text;
+    app->exit(e, text, text);
+    line->text = text.str();
+  }
+}
+
+// "" when this program's file cannot be found.
+std::filesystem::path own_folder() {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+}
+
+}  // namespace
+
+command_line parse_command_line(int argc, char** argv) {
+  command_line line;
+  CLI::App app(kAbout, "tev-offload");
+  app.set_version_flag("--version", "tev-offload " TEV_VERSION);
+  app.footer(kFooter);
+  app.require_subcommand(1);
+  app.get_formatter()->column_width(28);
+  const CLI::App* info = add_info(&app, &line);
+  const CLI::App* run = add_run(&app, &line);
+  const CLI::App* bench = add_bench(&app, &line);
+  const CLI::App* demo =
+      app.add_subcommand("demo", "A short show of everything; builds trust in a new machine")->footer(kDemoFooter);
+  for (CLI::App* command : app.get_subcommands({})) add_sink_options(command, &line.sink);
+
+  accept(&app, argc, argv, &line);
+  if (!line.text.empty()) return line;
+  line.command = info->parsed()    ? command_line::info
+                 : run->parsed()   ? command_line::run
+                 : bench->parsed() ? command_line::bench
+                                   : command_line::demo;
+  if (bench->parsed() && bench->count("--repeat") == 0) line.call.repeat = 3;
+  if (bench->parsed() && line.call.operation.empty()) line.call.operation = "gemm";
+  if (bench->parsed() && line.sizes.empty()) line.sizes = "256,512,1000";
+  if (demo->parsed()) line.json = false;
+  return line;
+}
+
+sink_settings resolve(const sink_options& options) {
+  sink_settings settings;
+  const std::filesystem::path folder = own_folder();
+  settings.executable = options.sink.empty() ? (folder / "tev_sink").string() : options.sink;
+  const std::filesystem::path libraries = (folder.parent_path() / "lib");
+  std::error_code error;
+  if (!options.library_path.empty())
+    settings.library_path = options.library_path;
+  else if (std::filesystem::is_directory(libraries, error))
+    settings.library_path = libraries.string();
+  settings.threads = options.threads;
+  if (!options.pin.empty()) settings.pin = parse_processors("--pin", options.pin);
+  return settings;
+}
+
+}  // namespace tev::host::tool

@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The wording of all results.
+#include "host/tool/report.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+namespace tev::host::tool {
+namespace {
+
+using json = nlohmann::ordered_json;
+
+std::string dump(const json& object) { return object.dump(2, ' ', false, json::error_handler_t::replace) + "\n"; }
+
+std::string seconds_text(double seconds) {
+  return seconds < 1 ? fmt::format("{:.4g} ms", seconds * 1e3) : fmt::format("{:.4g} s", seconds);
+}
+
+std::string sizes_text(const call& c) {
+  return fmt::format("{} x {}", c.m, c.n) + (c.op == operation::gemm ? fmt::format(" x {}", c.k) : "");
+}
+
+// A factor with the blank after it; nothing for 1.
+std::string factor_text(std::complex<double> x) {
+  if (x == 1.0) return "";
+  return x.imag() != 0 ? fmt::format("({:g}, {:g}) ", x.real(), x.imag()) : fmt::format("{:g} ", x.real());
+}
+
+std::string op_text(char trans, const char* matrix) {
+  return trans == 'N' ? matrix : fmt::format("{}^{}", matrix, trans == 'T' ? "T" : "H");
+}
+
+// "C := 2 A^T B + C"
+std::string formula(const call& c) {
+  const std::string alpha = factor_text(c.alpha), beta = factor_text(c.beta);
+  const std::string a = op_text(c.transa, "A"), b = op_text(c.transb, "B");
+  const std::string plus_c = c.reads_c() ? fmt::format(" + {}C", beta) : "";
+  const bool left = c.side == 'L';
+  switch (c.op) {
+    case operation::gemm:
+      return fmt::format("C := {}{} {}{}", alpha, a, b, plus_c);
+    case operation::symm:
+      return fmt::format("C := {}{}{}", alpha, left ? "A B" : "B A", plus_c);
+    case operation::trmm:
+      return fmt::format("B := {}{}", alpha, left ? a + " B" : "B " + a);
+    default:
+      return fmt::format("B := X with {} = {}B", left ? a + " X" : "X " + a, alpha);
+  }
+}
+
+std::string triangle_text(const call& c) {
+  if (c.op == operation::gemm) return "";
+  const char* triangle = c.uplo == 'U' ? "upper" : "lower";
+  if (c.op == operation::symm) return fmt::format(", A symmetric, its {} triangle read", triangle);
+  return fmt::format(", A {} triangular{}", triangle, c.diag == 'U' ? " with ones on the diagonal" : "");
+}
+
+// Integers and decimals as numbers, everything else as text.
+json fact_json(const std::string& text) {
+  const json number = json::parse(text, nullptr, false);
+  return number.is_number() ? number : json(text);
+}
+
+json check_json(const outcome& o) {
+  if (!o.check) return nullptr;
+  return {{"passed", o.check->passed},
+          {"worst", o.check->worst},
+          {"row", o.check->row},
+          {"column", o.check->column},
+          {"text", o.check->text}};
+}
+
+json times_json(const outcome& o, double speed) {
+  return {{"seconds_min", o.best()},
+          {"seconds_median", o.median()},
+          {"gflops", speed},
+          {"busy_seconds", o.busy_seconds},
+          {"busy_share", o.busy_share()}};
+}
+
+}  // namespace
+
+double gflops(const call& c, const outcome& o) { return o.best() > 0 ? c.flop_count() / o.best() / 1e9 : 0; }
+
+std::string info_text(const facts& f) {
+  std::string text = fmt::format("host          {}, {} threads\n", f.processor, f.threads);
+  text += fmt::format("sink          {}\n", f.sink);
+  for (const auto& [key, value] : f.report) text += fmt::format("  {:<12}{}\n", key, value);
+  return text + fmt::format("busy time     {}\n", seconds_text(f.busy_seconds));
+}
+
+std::string info_json(const facts& f) {
+  json sink = {{"executable", f.sink}};
+  for (const auto& [key, value] : f.report) sink[key] = fact_json(value);
+  sink["busy_seconds"] = f.busy_seconds;
+  return dump({{"host", {{"processor", f.processor}, {"threads", f.threads}}}, {"sink", sink}});
+}
+
+std::string run_text(const call& c, const outcome& o) {
+  std::string text =
+      fmt::format("{}{}  {}, {}{}\n", letter_of(c.type), name_of(c.op), sizes_text(c), formula(c), triangle_text(c));
+  text += fmt::format("time   {}", seconds_text(o.best()));
+  if (c.repeat > 1) text += fmt::format(" at best, {} as median of {}", seconds_text(o.median()), c.repeat);
+  text += fmt::format("\nspeed  {:.4g} GFLOP/s\nbusy   {:.1f} % of the time of the calls\n", gflops(c, o),
+                      100 * o.busy_share());
+  if (o.check) text += fmt::format("check  {}: {}\n", o.check->passed ? "passed" : "FAILED", o.check->text);
+  if (!c.out.empty() && (!o.check || o.check->passed))
+    text += fmt::format("saved  {} ({} x {} {})\n", c.out, c.m, c.n, type_name(c.type));
+  return text;
+}
+
+std::string run_json(const call& c, const outcome& o) {
+  const bool gemm = c.op == operation::gemm, symm = c.op == operation::symm;
+  const auto letter = [](bool given, char x) { return given ? json(std::string(1, x)) : json(); };
+  json object = {{"operation", name_of(c.op)},
+                 {"precision", std::string(1, letter_of(c.type))},
+                 {"m", c.m},
+                 {"n", c.n},
+                 {"k", gemm ? json(c.k) : json()},
+                 {"transa", letter(!symm, c.transa)},
+                 {"transb", letter(gemm, c.transb)},
+                 {"side", letter(!gemm, c.side)},
+                 {"uplo", letter(!gemm, c.uplo)},
+                 {"diag", letter(!gemm && !symm, c.diag)},
+                 {"alpha", {c.alpha.real(), c.alpha.imag()}},
+                 {"beta", is_in_place(c.op) ? json() : json({c.beta.real(), c.beta.imag()})},
+                 {"repeat", c.repeat}};
+  object.update(times_json(o, gflops(c, o)));
+  object["check"] = check_json(o);
+  object["out"] = c.out.empty() || (o.check && !o.check->passed) ? json() : json(c.out);
+  return dump(object);
+}
+
+std::string demo_row(const call& c, const outcome& o) {
+  return fmt::format("{}{}  {:<15}  {:>10}  {:>8.4g}  {:<6}  {}\n", letter_of(c.type), name_of(c.op), sizes_text(c),
+                     seconds_text(o.best()), gflops(c, o), o.check->passed ? "passed" : "FAILED", o.check->text);
+}
+
+std::string bench_heading(const call& first) {
+  return fmt::format("{}{}, best of {}\n  size      seconds     GFLOP/s    busy %\n", letter_of(first.type),
+                     name_of(first.op), first.repeat);
+}
+
+std::string bench_text(const bench_row& row) {
+  return fmt::format("{:>6}  {:>11.4g}  {:>10.4g}  {:>8.1f}\n", row.size, row.result.best(), row.gflops,
+                     100 * row.result.busy_share());
+}
+
+std::string bench_json(const std::string& operation, precision type, int repeat, const std::vector<bench_row>& rows) {
+  json list = json::array();
+  for (const bench_row& row : rows) {
+    json object = {{"size", row.size}};
+    object.update(times_json(row.result, row.gflops));
+    list.push_back(object);
+  }
+  return dump(
+      {{"operation", operation}, {"precision", std::string(1, letter_of(type))}, {"repeat", repeat}, {"rows", list}});
+}
+
+}  // namespace tev::host::tool

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Outcomes as text for people and as JSON for machines; every function returns whole lines.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/offload.h"
+
+namespace tev::host::tool {
+
+struct facts {
+  std::string processor;  // of the host
+  int threads;            // processors of the host, as threads see them
+  std::string sink;       // its executable
+  std::map<std::string, std::string> report;
+  double busy_seconds;
+};
+
+std::string info_text(const facts& f);
+std::string info_json(const facts& f);
+
+std::string run_text(const call& c, const outcome& o);
+std::string run_json(const call& c, const outcome& o);
+
+// One line for a table whose rows are different calls.
+std::string demo_row(const call& c, const outcome& o);
+
+struct bench_row {
+  int64_t size;
+  double gflops;
+  outcome result;
+};
+
+std::string bench_heading(const call& first);
+std::string bench_text(const bench_row& row);
+std::string bench_json(const std::string& operation, precision type, int repeat, const std::vector<bench_row>& rows);
+
+double gflops(const call& c, const outcome& o);
+
+}  // namespace tev::host::tool

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// How a sink ended. Its process descriptor tells that it did; the status may have been taken by the host program, which
+// is free to reap every child, or to ignore SIGCHLD.
+#include <poll.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+extern "C" {  // some versions of this header do not say so themselves
+#include <sys/pidfd.h>
+}
+
+#include "loopback/host_internal.h"
+
+namespace vro {
+namespace {
+
+constexpr int kKillMs = 5000;  // a killed process that the system keeps longer is left to it
+
+// True when the status was 0.
+bool describe_status(int pidfd, char* text, size_t room) {
+  siginfo_t info = {};
+  int result;
+  do result = waitid(P_PIDFD, static_cast<id_t>(pidfd), &info, WEXITED | WNOHANG);
+  while (result < 0 && errno == EINTR);
+  if (result < 0)
+    std::snprintf(text, room, "ended (the host program took its status)");
+  else if (info.si_pid == 0)
+    std::snprintf(text, room, "does not end");
+  else if (info.si_code == CLD_EXITED)
+    std::snprintf(text, room, "exited with status %d", info.si_status);
+  else
+    std::snprintf(text, room, "was killed by signal %d (%s)", info.si_status,
+                  sigdescr_np(info.si_status) ? sigdescr_np(info.si_status) : "real-time");
+  return result == 0 && info.si_pid != 0 && info.si_code == CLD_EXITED && info.si_status == 0;
+}
+
+}  // namespace
+
+steady::time_point deadline_after(int milliseconds) {
+  return steady::now() + std::chrono::milliseconds(milliseconds < 0 ? kLongestMs : milliseconds);
+}
+
+bool await_end(int pidfd, steady::time_point deadline) {
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady::now()).count();
+    pollfd p = {pidfd, POLLIN, 0};
+    const int ready = poll(&p, 1, static_cast<int>(std::clamp<int64_t>(left, 0, kLongestMs)));
+    if (ready > 0) return true;
+    if (ready == 0 && left <= 0) return false;
+  }
+}
+
+bool conclude(int pidfd, const char* if_alive, char* text, size_t room) {
+  if (await_end(pidfd, steady::now())) return describe_status(pidfd, text, room);
+  pidfd_send_signal(pidfd, SIGKILL, nullptr, 0);
+  await_end(pidfd, deadline_after(kKillMs));
+  describe_status(pidfd, text, room);
+  std::snprintf(text, room, "%s and was killed", if_alive);
+  return false;
+}
+
+void mark_ended(vro_process* p, const char* how) {
+  char when[VRO_MAX_NAME + 64] = "before its first call";
+  if (!p->pending.empty())
+    std::snprintf(when, sizeof(when), "while it ran '%s'", p->pending.front()->name);
+  else if (*p->last_name)
+    std::snprintf(when, sizeof(when), "after its last call, '%s'", p->last_name);
+  else if (!p->serving)
+    std::snprintf(when, sizeof(when), "before it served");
+  std::snprintf(p->end_text, sizeof(p->end_text), "the sink (process %d) %s %s", static_cast<int>(p->pid), how, when);
+  p->ended = true;
+  for (vro_completion* c : p->pending) {
+    c->state = outcome::ended;
+    if (!c->released) continue;
+    p->completions.erase(c);
+    delete c;
+  }
+  p->pending.clear();
+  p->changed.notify_all();
+}
+
+}  // namespace vro

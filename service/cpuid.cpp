@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The processor that the process runs on.
+#include "service/cpuid.h"
+
+#include <cpuid.h>
+#include <x86intrin.h>
+
+namespace tev::service {
+
+namespace {
+
+void read_cpuid(uint32_t leaf, uint32_t subleaf, uint32_t registers[4]) {
+  __cpuid_count(leaf, subleaf, registers[0], registers[1], registers[2], registers[3]);
+}
+
+uint64_t read_time_stamp() { return __rdtsc(); }
+
+}  // namespace
+
+constinit processor_source processor = {read_cpuid, read_time_stamp, "/proc/cpuinfo"};
+
+}  // namespace tev::service

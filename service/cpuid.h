@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What the service layer asks the processor and the kernel about the processor, behind pointers, so that a test can be
+// any processor. The product never changes them.
+#pragma once
+
+#include <cstdint>
+
+namespace tev::service {
+
+// One per process. A test replaces fields before it starts threads, and puts them back.
+struct processor_source {
+  void (*cpuid)(uint32_t leaf, uint32_t subleaf, uint32_t registers[4]);  // writes EAX, EBX, ECX, EDX
+  uint64_t (*time_stamp)();                                               // ticks, not serialised
+  const char* cpuinfo;                                                    // path of the kernel's description
+};
+
+extern processor_source processor;
+
+}  // namespace tev::service

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The sink's entry: no arguments, no main loop. The offload runtime calls exported functions by name until the host
+// ends the process.
+#include "vro/device.h"
+
+// The OpenMP runtime's own brackets around a program; the source location may be null.
+extern "C" void __kmpc_begin(void* location, int flags);
+extern "C" void __kmpc_end(void* location);
+
+int main() {
+  __kmpc_begin(nullptr, 0);
+  VROPipelineStartExecutingRunFunctions();
+  VROProcessWaitForShutdown();
+  __kmpc_end(nullptr);
+  return 0;
+}

@@ -1,0 +1,248 @@
+# SPDX-License-Identifier: BSD-3-Clause
+"""The host tool from outside, with the real sink: results against NumPy, the words for wrong input, the sink's death.
+
+    tool_test.py TEV-OFFLOAD TEV_SINK [unittest's arguments]
+"""
+import json
+import os
+import pathlib
+import pty
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+import numpy as np
+
+TOOL, SINK = sys.argv[1:3]
+DTYPES = {"s": np.float32, "d": np.float64, "c": np.complex64, "z": np.complex128}
+OPERATIONS = ("gemm", "symm", "trmm", "trsm")
+
+
+def command(*arguments):
+    return [TOOL, *map(str, arguments), "--sink", SINK]
+
+
+def modulus(x):
+    return np.abs(x.real) + np.abs(x.imag)
+
+
+def random_matrix(rng, shape, dtype):
+    x = rng.uniform(-1, 1, shape)
+    return (x + 1j * rng.uniform(-1, 1, shape) if np.issubdtype(dtype, np.complexfloating) else x).astype(dtype)
+
+
+def children_of(pid):
+    return [int(child) for child in pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
+
+
+def cpu_seconds(pid):
+    fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+def wait_for(condition, seconds=60):
+    end = time.monotonic() + seconds
+    while not condition():
+        assert time.monotonic() < end, "nothing happened for too long"
+        time.sleep(0.01)
+
+
+class ToolTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def run_tool(self, *arguments, status=0):
+        done = subprocess.run(command(*arguments), capture_output=True, text=True, timeout=120)
+        self.assertEqual(done.returncode, status, (arguments, done.stdout, done.stderr))
+        return done
+
+    def save(self, name, matrix):
+        np.save(self.folder / name, matrix)
+        return self.folder / name
+
+    def assert_refused(self, culprit, *arguments):
+        """Exit status 2, one line with the culprit in it, and the folder as it was."""
+        before = sorted(os.listdir(self.folder))
+        done = self.run_tool(*arguments, status=2)
+        self.assertEqual(done.stdout, "", arguments)
+        self.assertRegex(done.stderr, r"\Atev-offload: [^\n]+\n\Z", arguments)
+        self.assertIn(culprit, done.stderr, arguments)
+        self.assertEqual(sorted(os.listdir(self.folder)), before)
+
+
+class Files(ToolTest):
+    def test_products_agree_with_numpy_in_every_layout(self):
+        m, n, k = 37, 29, 41
+        rng = np.random.default_rng(5)
+        layouts = {"fortran": np.asfortranarray, "c": np.ascontiguousarray,
+                   "big-endian": lambda x: x.astype(x.dtype.newbyteorder(">"))}
+        for letter, dtype in DTYPES.items():
+            a, b, c = (random_matrix(rng, shape, dtype) for shape in ((k, m), (k, n), (m, n)))
+            wide = [x.astype(np.clongdouble if letter in "cz" else np.longdouble) for x in (a, b, c)]
+            expected = 1.5 * (wide[0].conj().T @ wide[1]) - 0.5 * wide[2]
+            roundings = (2 * k + 8 if letter in "cz" else k + 4) * np.finfo(dtype).eps / 2
+            sums = 1.5 * modulus(wide[0]).T @ modulus(wide[1]) + 0.5 * modulus(wide[2])
+            bound = roundings / (1 - roundings) * sums
+            for layout, change in layouts.items():
+                with self.subTest(precision=letter, layout=layout):
+                    files = [self.save(f"{name}.npy", change(x)) for name, x in zip("abc", (a, b, c))]
+                    out = self.folder / "out.npy"
+                    done = self.run_tool("run", "gemm", "--a", files[0], "--b", files[1], "--c", files[2], "--transa",
+                                         "c", "--alpha=1.5", "--beta", "-0.5", "--out", out, "--check", "--json")
+                    report = json.loads(done.stdout)
+                    self.assertEqual((report["m"], report["n"], report["k"]), (m, n, k))
+                    self.assertTrue(report["check"]["passed"])
+                    result = np.load(out)
+                    self.assertEqual((result.dtype, result.flags.f_contiguous), (dtype, True))
+                    error = result - expected
+                    self.assertTrue((np.maximum(np.abs(error.real), np.abs(error.imag)) <= bound).all())
+
+    def test_one_triangular_solve_round_trip(self):
+        """B := A X by NumPy, then the tool finds X again, over the file that B came from."""
+        rng = np.random.default_rng(6)
+        a = np.tril(rng.uniform(-1, 1, (50, 50))) + 50 * np.eye(50)
+        x = rng.uniform(-1, 1, (20, 50))
+        lower = a.copy()
+        lower[np.triu_indices(50, 1)] = np.nan
+        b = self.save("b.npy", x @ a.T)
+        self.run_tool("run", "trsm", "--side", "R", "--uplo", "L", "--transa", "T", "--a", self.save("a.npy", lower),
+                      "--b", b, "--out", b, "--repeat", "3", "--check")
+        np.testing.assert_allclose(np.load(b), x, rtol=1e-12, atol=1e-14)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a.npy", "b.npy"])
+
+    def test_wrong_files_are_named(self):
+        a = self.save("a.npy", np.ones((3, 4)))
+        b = self.save("b.npy", np.ones((5, 6)))
+        single = self.save("single.npy", np.ones((4, 6), np.float32))
+        objects = self.folder / "objects.npy"
+        np.save(objects, np.array([[None]]), allow_pickle=True)
+        text = self.folder / "line\nbreak.npy"
+        text.write_text("no matrix")
+        cut = self.folder / "cut.npy"
+        cut.write_bytes(a.read_bytes()[:-1])
+        out = ("--out", self.folder / "out.npy")
+        for culprit, *operands in (("b.npy: is 5 x 6", "gemm", "--a", a, "--b", b),
+                                   ("single.npy: holds float32", "gemm", "--a", a, "--b", single),
+                                   ("objects.npy: holds Python objects", "gemm", "--a", objects, "--b", b),
+                                   ("break.npy: is not a .npy file", "gemm", "--a", text, "--b", b),
+                                   ("cut.npy: has 95 bytes", "gemm", "--a", cut, "--b", b),
+                                   ("none.npy: cannot be opened", "gemm", "--a", self.folder / "none.npy", "--b", b),
+                                   ("a.npy: is 3 x 4", "trsm", "--a", a, "--b", b),
+                                   ("a.npy: is 3 x 4", "symm", "--a", a, "--b", a, "--side", "R"),
+                                   ("--b: is missing", "gemm", "--a", a),
+                                   ("--precision s", "gemm", "--a", a, "--b", b, "--precision", "s"),
+                                   ("-m 4", "gemm", "--a", a, "--b", a, "--transb", "T", "-m", "4"),
+                                   ("--c: is missing", "gemm", "--a", a, "--b", a, "--transb", "T", "--beta", "2")):
+            self.assert_refused(culprit, "run", *operands, *out)
+        self.assert_refused("no-folder", "run", "gemm", "--out", self.folder / "no-folder" / "out.npy")
+        self.assert_refused("/dev/null", "run", "gemm", "--out", "/dev/null")
+
+
+class Options(ToolTest):
+    def test_wrong_options_are_named(self):
+        for culprit, *arguments in (("subcommand",), ("gem", "run", "gem"), ("operation", "run"),
+                                    ("-m", "run", "gemm", "-m", "x"), ("-m -5", "run", "gemm", "-m", "-5"),
+                                    ("--side 'X'", "run", "trsm", "--side", "X"),
+                                    ("--transb", "run", "trmm", "--transb", "T"), ("-k", "run", "symm", "-k", "5"),
+                                    ("--alpha", "run", "gemm", "--alpha", "1,2"), ("--foo", "run", "gemm", "--foo"),
+                                    ("processor 0", "run", "gemm", "--pin", "0-1"),
+                                    ("processor 1024", "run", "gemm", "--pin", "1024"),
+                                    ("--threads", "run", "gemm", "--threads", "0"),
+                                    ("--repeat", "run", "gemm", "--repeat", "0"),
+                                    ("--sizes", "bench", "--sizes", "1:2"),
+                                    ("memory", "run", "gemm", "-m", "99999999999", "-n", "99999999999")):
+            self.assert_refused(culprit, *arguments)
+        done = subprocess.run([TOOL, "info"], env={"TEV_SINK": "/nowhere/sink"}, capture_output=True, text=True)
+        self.assertEqual((done.returncode, done.stderr.count("\n")), (2, 1))
+        self.assertIn("/nowhere/sink: cannot be started", done.stderr)
+
+    def test_every_command_explains_itself(self):
+        for arguments in ((), ("info",), ("run",), ("bench",), ("demo",)):
+            done = subprocess.run([TOOL, *arguments, "--help"], capture_output=True, text=True, timeout=10)
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+            self.assertIn("Usage", done.stdout)
+
+    def test_threads_and_pinning_reach_the_sink(self):
+        self.assertEqual(json.loads(self.run_tool("info", "--threads", "3", "--json").stdout)["sink"]["threads"], 3)
+        allowed = sorted(os.sched_getaffinity(0) - {0})
+        if allowed:
+            pinned = self.run_tool("info", "--pin", ",".join(map(str, allowed)), "--json")
+            self.assertEqual(json.loads(pinned.stdout)["sink"]["threads"], len(allowed))
+
+    def test_unwritable_output_is_a_failure(self):
+        with open("/dev/full", "w") as full:
+            done = subprocess.run(command("info"), stdout=full, stderr=subprocess.PIPE, text=True, timeout=60)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("cannot write the output", done.stderr)
+
+
+class Computing(ToolTest):
+    def test_checks_pass_for_all_operations_and_precisions(self):
+        options = {"gemm": ("-k", 45, "--transa", "C", "--transb", "T", "--beta", "0.5"),
+                   "symm": ("--side", "R", "--uplo", "L", "--beta", "0.5"),
+                   "trmm": ("--side", "R", "--transa", "C", "--diag", "U"),
+                   "trsm": ("--uplo", "L", "--transa", "C")}
+        for operation in OPERATIONS:
+            for letter in DTYPES:
+                with self.subTest(operation=operation, precision=letter):
+                    done = self.run_tool("run", operation, "--precision", letter, "-m", 130, "-n", 77, "--alpha",
+                                         "-1.5,2" if letter in "cz" else "-1.5", "--check", "--json", "--repeat", 2,
+                                         *options[operation])
+                    report = json.loads(done.stdout)
+                    self.assertTrue(report["check"]["passed"])
+                    self.assertGreater(report["gflops"], 0)
+                    self.assertTrue(0 < report["busy_share"] <= 1, report)
+
+    def test_empty_problems(self):
+        for arguments in (("gemm", "-m", 0), ("gemm", "-k", 0, "--beta", "2"), ("trsm", "-n", 0), ("symm", "-m", 0)):
+            self.run_tool("run", *arguments, "--check", "--out", self.folder / "out.npy")
+
+    def test_bench_and_demo(self):
+        rows = json.loads(self.run_tool("bench", "--op", "trmm", "--sizes", "50,100:200:50", "--json").stdout)["rows"]
+        self.assertEqual([row["size"] for row in rows], [50, 100, 150, 200])
+        table = self.run_tool("bench", "--sizes", "60,70", "--repeat", 1).stdout.splitlines()
+        self.assertEqual([line.split()[0] for line in table[-2:]], ["60", "70"])
+        demo = self.run_tool("demo").stdout
+        self.assertEqual(demo.count("passed"), 16)
+
+
+class Death(ToolTest):
+    def start(self, *arguments, **options):
+        tool = subprocess.Popen(command("run", "gemm", *arguments), text=True, **options)
+        self.addCleanup(tool.kill)
+        wait_for(lambda: children_of(tool.pid))
+        return tool, children_of(tool.pid)[0]
+
+    def test_killed_sink_ends_the_tool_within_a_second(self):
+        out = self.folder / "out.npy"
+        tool, sink = self.start("-m", 6000, "-n", 6000, "-k", 10000, "--out", out, "--json",
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        wait_for(lambda: cpu_seconds(sink) > 0.5)  # the request is under way: starting takes far less
+        os.kill(sink, signal.SIGKILL)
+        killed = time.monotonic()
+        stdout, stderr = tool.communicate(timeout=10)
+        self.assertLess(time.monotonic() - killed, 1)
+        self.assertEqual((tool.returncode, stdout), (1, ""))
+        self.assertRegex(stderr, r"\Atev-offload: the sink \(process \d+\) [^\n]+\n\Z")
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_terminal_sees_progress_and_an_interrupt_ends_both(self):
+        ours, theirs = pty.openpty()
+        tool, sink = self.start("-m", 300, "-n", 300, "-k", 300, "--repeat", 1000000, stdout=subprocess.PIPE,
+                                stderr=theirs)
+        os.close(theirs)
+        self.assertIn(b"dgemm: the sink computes", os.read(ours, 200))
+        tool.send_signal(signal.SIGINT)
+        self.assertEqual(tool.wait(10), -signal.SIGINT)
+        tool.stdout.close()
+        os.close(ours)
+        wait_for(lambda: not os.path.exists(f"/proc/{sink}"), 5)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1] + sys.argv[3:])

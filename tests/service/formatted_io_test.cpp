@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Formatted output and input, and the report of a wrong argument that is built on them.
+#include "service/formatted_io.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "service/xerbla.h"
+
+namespace {
+
+TEST(FormattedIo, OutputStaysInTheBufferAndReportsTheWholeLength) {
+  for (auto* print : {tev_serv_sprintf_s, tev_serv_snprintf_s}) {
+    char buffer[8];
+    memset(buffer, '#', sizeof buffer);
+    EXPECT_EQ(print(buffer, 5, "%d", 123456), 6);
+    EXPECT_EQ(memcmp(buffer, "1234\0###", 8), 0);
+    EXPECT_EQ(print(buffer, 7, "%d", 123456), 6);
+    EXPECT_STREQ(buffer, "123456");
+    EXPECT_EQ(print(buffer, 0, "%d", 7), -1);
+    EXPECT_STREQ(buffer, "123456");
+    EXPECT_EQ(print(nullptr, 8, "%d", 7), -1);
+    EXPECT_EQ(print(buffer, 8, nullptr), -1);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(print(buffer, 8, "ab%lc", static_cast<wint_t>(0x110000)), -1);  // no such character
+    EXPECT_STREQ(buffer, "");
+  }
+}
+
+TEST(FormattedIo, OutputGoesToItsStream) {
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(tev_serv_printf_s("%s ", "a"), 2);
+  EXPECT_EQ(tev_serv_fprintf_stdout_s("%d ", 1), 2);
+  EXPECT_EQ(tev_serv_fprintf_s(stdout, "%c", 'x'), 1);
+  EXPECT_EQ(tev_serv_fprintf_stderr_s("%.1f", 2.5), 3);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "a 1 x");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "2.5");
+  EXPECT_EQ(tev_serv_fprintf_s(nullptr, "x"), -1);
+  EXPECT_EQ(tev_serv_printf_s(nullptr), -1);
+}
+
+TEST(FormattedIo, InputConvertsAsTheCLibraryDoes) {
+  int number = 0;
+  char word[4] = "";
+  EXPECT_EQ(tev_serv_sscanf_s("42 abcdef", "%d %3s", &number, word), 2);
+  EXPECT_EQ(number, 42);
+  EXPECT_STREQ(word, "abc");
+  EXPECT_EQ(tev_serv_sscanf_s("", "%d", &number), EOF);
+  EXPECT_EQ(tev_serv_sscanf_s(nullptr, "%d", &number), EOF);
+  FILE* file = tmpfile();
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(tev_serv_fprintf_s(file, "7 x"), 3);
+  rewind(file);
+  EXPECT_EQ(tev_serv_fscanf_s(file, "%d %d", &number, &number), 1);
+  EXPECT_EQ(number, 7);
+  fclose(file);
+}
+
+std::string report(const char* name, const int32_t* info, int32_t length) {
+  testing::internal::CaptureStdout();
+  tev_serv_xerbla(name, info, length);
+  return testing::internal::GetCapturedStdout();
+}
+
+TEST(Xerbla, ShowsAtMostTwentyCharactersOfTheName) {
+  const int32_t info = 4, least = INT32_MIN;
+  const std::string name(30, 'N');
+  const std::string before = "\nZarik TEV ERROR: Parameter ", between = " was incorrect on entry to ";
+  EXPECT_EQ(report("DSYMM  ", &info, 5), before + "4" + between + "DSYMM.\n");
+  EXPECT_EQ(report(name.c_str(), &info, 30), before + "4" + between + name.substr(0, 20) + ".\n");
+  EXPECT_EQ(report("DTRSM", &least, -1), before + "-2147483648" + between + ".\n");
+  EXPECT_EQ(report(nullptr, &info, 5) + report("DTRSM", nullptr, 5), "");
+  const char unterminated[] = {'D', 'T', 'R', 'S', 'M'};
+  EXPECT_EQ(report(unterminated, &info, 5), before + "4" + between + "DTRSM.\n");
+}
+
+}  // namespace

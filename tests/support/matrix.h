@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Column-major test matrices: the last element ends at an unmapped page, and the rows between the matrix and its
+// leading dimension hold a pattern (a NaN, so that reading it shows, too) whose bits must stay.
+#pragma once
+
+#include <algorithm>
+#include <complex>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <type_traits>
+
+#include "tests/support/guarded.h"
+
+namespace tev::test {
+
+template <class T>
+struct part_of {
+  using type = T;
+};
+template <class R>
+struct part_of<std::complex<R>> {
+  using type = R;
+};
+template <class T>
+using real_part_t = typename part_of<T>::type;
+
+template <class T>
+inline constexpr bool kIsComplex = !std::is_same_v<T, real_part_t<T>>;
+
+// What a matrix is filled with: whole numbers from -3 to 3, whose sums are exact, or numbers between -1 and 1.
+enum class values { whole, fractions };
+
+using engine = std::mt19937_64;
+
+template <class T>
+T random_element(engine& random, values kind) {
+  using R = real_part_t<T>;
+  const auto part = [&]() -> R {
+    if (kind == values::whole) return static_cast<R>(std::uniform_int_distribution<int>(-3, 3)(random));
+    return std::uniform_real_distribution<R>(-1, 1)(random);
+  };
+  if constexpr (kIsComplex<T>) {
+    const R re = part(), im = part();
+    return {re, im};
+  } else {
+    return part();
+  }
+}
+
+template <class T>
+T nan_element() {
+  constexpr auto nan = std::numeric_limits<real_part_t<T>>::quiet_NaN();
+  if constexpr (kIsComplex<T>)
+    return {nan, nan};
+  else
+    return nan;
+}
+
+template <class T>
+class matrix {
+ public:
+  static constexpr int64_t kPadding = 3;
+
+  // All elements NaN. Non-positive sizes make an empty matrix.
+  matrix(int64_t rows, int64_t columns)
+      : rows_(std::max<int64_t>(rows, 0)), columns_(std::max<int64_t>(columns, 0)), storage_(size()) {
+    std::fill_n(data(), size(), nan_element<T>());
+  }
+  matrix(const matrix& other) : matrix(other.rows_, other.columns_) {
+    std::memcpy(static_cast<void*>(data()), other.data(), size() * sizeof(T));
+  }
+  matrix& operator=(const matrix&) = delete;
+
+  T* data() const { return storage_.data(); }
+  int64_t rows() const { return rows_; }
+  int64_t columns() const { return columns_; }
+  int64_t ld() const { return rows_ + kPadding; }
+  T& operator()(int64_t i, int64_t j) const { return data()[i + j * ld()]; }
+
+  void fill(engine& random, values kind, T factor = T(1)) {
+    for (int64_t j = 0; j < columns_; ++j)
+      for (int64_t i = 0; i < rows_; ++i) (*this)(i, j) = factor * random_element<T>(random, kind);
+  }
+
+  // Bitwise, padding included.
+  bool same_bits(const matrix& other) const {
+    return size() == other.size() && std::memcmp(data(), other.data(), size() * sizeof(T)) == 0;
+  }
+
+  bool padding_is_intact() const {
+    const T nan = nan_element<T>();
+    for (int64_t j = 0; j + 1 < columns_; ++j)
+      for (int64_t i = rows_; i < ld(); ++i)
+        if (std::memcmp(&(*this)(i, j), &nan, sizeof(T)) != 0) return false;
+    return true;
+  }
+
+ private:
+  int64_t size() const { return columns_ == 0 ? 0 : ld() * (columns_ - 1) + rows_; }
+
+  int64_t rows_, columns_;
+  guarded_array<T> storage_;
+};
+
+}  // namespace tev::test
