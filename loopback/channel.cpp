@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sched.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -33,9 +34,22 @@ bool is_hung_up(int socket) {
 
 }  // namespace
 
-bool can_spin() {
+spin_habit::spin_habit() {
   cpu_set_t allowed;
-  return sched_getaffinity(0, sizeof(allowed), &allowed) != 0 || CPU_COUNT(&allowed) > 1;
+  possible_ = sched_getaffinity(0, sizeof(allowed), &allowed) != 0 || CPU_COUNT(&allowed) > 1;
+}
+
+bool spin_habit::asks() {
+  if (!possible_) return false;
+  if (sleeps_left_ == 0) return true;
+  --sleeps_left_;
+  return false;
+}
+
+void spin_habit::learn(bool paid) {
+  constexpr int kMostSleeps = 15;
+  sleeps_ = paid ? 0 : std::min(2 * sleeps_ + 1, kMostSleeps);
+  sleeps_left_ = sleeps_;
 }
 
 int send_datagram(int socket, const iovec* pieces, size_t count, int descriptor, int flags) {

@@ -2,7 +2,8 @@
 // One end of the channel: how a datagram is sent and received, the same on both sides.
 //
 // A receiver first asks the socket again and again for kSpinTime: an answer within that time costs no sleep and no
-// wake-up, which are most of a short round trip. Then it sleeps, so an idle side costs nothing.
+// wake-up, which are most of a short round trip. Then it sleeps, so an idle side costs nothing. When asking did not
+// pay, the next waits sleep at once: the other side may need the very processor that asks.
 #pragma once
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -26,8 +27,18 @@ struct datagram {
 
 enum class receipt { message, nothing, hung_up };
 
-// Whether asking again can help: not when the process has a single processor to run on.
-bool can_spin();
+// Whether the waits of one receiver ask before they sleep.
+class spin_habit {
+ public:
+  spin_habit();  // never when the process has a single processor to run on
+
+  bool asks();            // in the wait that begins now?
+  void learn(bool paid);  // an answer came while it asked, or did not
+
+ private:
+  bool possible_;
+  int sleeps_left_ = 0, sleeps_ = 0;  // waits that sleep at once: still to come, after the last failure
+};
 
 // Tells the processor that this is a spin loop.
 inline void relax() { __builtin_ia32_pause(); }

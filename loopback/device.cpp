@@ -75,7 +75,6 @@ VRO_EXPORT void VROPipelineStartExecutingRunFunctions() {
   if (!g_pipeline) _exit(1);
   g_pipeline->channel = channel;
   g_pipeline->finished = eventfd(0, EFD_CLOEXEC);
-  g_pipeline->spins = vro::can_spin();
   if (g_pipeline->finished < 0 || !vro::greet_host(channel)) _exit(1);
   if (pthread_create(&g_pipeline->thread, nullptr, vro::serve_pipeline, g_pipeline) != 0) _exit(1);
 }

@@ -134,7 +134,10 @@ bool handle_message(pipeline* p, const datagram& got) {
 bool serve_one(pipeline* p) {
   datagram got;
   receipt r = receipt::nothing;
-  if (p->spins) r = spin_for_datagram(p->channel, p->inbox, sizeof(p->inbox), &got, steady::now() + kSpinTime);
+  if (p->spinning.asks()) {
+    r = spin_for_datagram(p->channel, p->inbox, sizeof(p->inbox), &got, steady::now() + kSpinTime);
+    p->spinning.learn(r != receipt::nothing);
+  }
   if (r == receipt::nothing) r = receive_datagram(p->channel, p->inbox, sizeof(p->inbox), &got, 0);
   if (r != receipt::message) _exit(1);
   p->used = std::max(p->used, std::min(got.length, sizeof(p->inbox)));

@@ -22,7 +22,7 @@ inline constexpr size_t kMiscRoom = 65536;
 struct pipeline {
   int channel;                          // the sink's end                        W start     R both threads
   int finished;                         // eventfd, readable after a shutdown    W pipeline  R main
-  bool spins;                           // a second processor is there           W start     R pipeline
+  spin_habit spinning;                  // of waits for a message                pipeline only
   pthread_t thread;                     //                                       W start     R main
   buffer_table buffers;                 // what the host shares                  pipeline only
   std::unordered_set<void*> functions;  // addresses known to be functions       pipeline only

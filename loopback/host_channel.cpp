@@ -29,11 +29,14 @@ timespec until(steady::time_point deadline) {
 
 // The leader's wait, without the lock.
 happening await(vro_process* p, bool want_room, steady::time_point deadline, datagram* got) {
-  const bool spin = p->spins && !want_room;
-  const auto spin_end = spin ? std::min(deadline, steady::now() + kSpinTime) : steady::time_point::min();
+  const auto spin_end = steady::now() + kSpinTime;
+  bool asks = !want_room && spin_end < deadline && p->spinning.asks();
   pollfd watched[] = {{p->socket, static_cast<short>(want_room ? POLLIN | POLLOUT : POLLIN), 0}, {p->pidfd, POLLIN, 0}};
   for (;;) {
-    const receipt r = spin_for_datagram(p->socket, p->inbox.get(), kMaxReply + 1, got, spin_end);
+    const auto until_then = asks ? spin_end : steady::time_point::min();
+    const receipt r = spin_for_datagram(p->socket, p->inbox.get(), kMaxReply + 1, got, until_then);
+    if (asks) p->spinning.learn(r != receipt::nothing);
+    asks = false;
     if (r == receipt::message) return happening::message;
     if (r == receipt::hung_up || watched[1].revents) return happening::ended;  // all that the sink sent is read
     if (watched[0].revents & POLLOUT) return happening::room;

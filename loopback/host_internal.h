@@ -54,7 +54,7 @@ struct vro_buffer {
 struct vro_process {
   vro_process* next;  // registry
   pid_t pid;
-  bool spins;
+  vro::spin_habit spinning;                // of the leader
   std::unique_ptr<unsigned char[]> inbox;  // kMaxReply bytes and one
 
   std::mutex lock;

@@ -34,7 +34,6 @@ void kill_process(vro_process* p, process_lock& lock, const char* why) {
 int create(const vro_process_options& options, vro_process** process) {
   auto p = std::make_unique<vro_process>();
   p->inbox = std::make_unique<unsigned char[]>(kMaxReply + 1);
-  p->spins = can_spin();
   p->next_id = 1;
   {
     const auto registry = lock_registry();  // no fork of this program happens in here
