@@ -3,7 +3,10 @@
 // unit diagonal, C when beta is 0), and every operand is a guarded matrix.
 #pragma once
 
+#include <algorithm>
 #include <cctype>
+#include <complex>
+#include <cstdint>
 #include <ostream>
 #include <string>
 
@@ -103,13 +106,21 @@ class blas_case {
   int64_t b_rows() const { return !gemm() ? p.m : plain(p.transb) ? p.k : p.n; }
   int64_t b_columns() const { return !gemm() ? p.n : plain(p.transb) ? p.n : p.k; }
 
+  // Complex: now the real part is the larger one, now the imaginary part.
+  static T large_pivot(int64_t j) {
+    if constexpr (kIsComplex<T>)
+      return j % 2 == 0 ? T(2, 0) : T(0, 2);
+    else
+      return 2;
+  }
+
   void hide_unread_part() {
     const bool upper = std::toupper(p.uplo) == 'U', unit = in_place(p.op) && std::toupper(p.diag) == 'U';
     for (int64_t j = 0; j < a.columns(); ++j) {
       for (int64_t i = 0; i < a.rows(); ++i)
         if (i != j && (i < j) != upper) a(i, j) = nan_element<T>();
       if (unit) a(j, j) = nan_element<T>();
-      if (p.op == operation::trsm && !unit) a(j, j) += T(2);
+      if (p.op == operation::trsm && !unit) a(j, j) += large_pivot(j);
     }
   }
 };
