@@ -102,6 +102,36 @@ class Files(ToolTest):
                     error = result - expected
                     self.assertTrue((np.maximum(np.abs(error.real), np.abs(error.imag)) <= bound).all())
 
+    def test_complex_symmetric_and_triangular_agree_with_numpy(self):
+        """A second opinion on the host's own check, which also sees only one triangle."""
+        rng = np.random.default_rng(7)
+        m, n, alpha = 23, 18, 1.5 - 2j
+        b, c = (random_matrix(rng, (m, n), np.complex128) for _ in range(2))
+        for side, uplo, trans, diag in (("L", "U", "N", "N"), ("L", "L", "C", "U"), ("R", "U", "T", "N"),
+                                        ("R", "L", "C", "N")):
+            order = m if side == "L" else n
+            stored = random_matrix(rng, (order, order), np.complex128) + 9 * np.eye(order)
+            triangle, other = (np.triu, np.tril) if uplo == "U" else (np.tril, np.triu)
+            a = triangle(stored)
+            given = a + other(np.full((order, order), np.nan), -1 if uplo == "U" else 1)  # must not be read
+            symmetric = a + a.T - np.diag(np.diag(a))
+            if diag == "U":
+                a = a - np.diag(np.diag(a)) + np.eye(order)
+            op = {"N": a, "T": a.T, "C": a.conj().T}[trans]
+            times = (lambda x, y: x @ y) if side == "L" else (lambda x, y: y @ x)
+            files = ["--a", self.save("a.npy", given), "--b", self.save("b.npy", b), "--out", self.folder / "out.npy",
+                     "--side", side, "--uplo", uplo, "--alpha", "1.5,-2", "--check"]
+            options = ["--transa", trans, "--diag", diag]
+            expected = {"trmm": alpha * times(op, b), "trsm": alpha * times(np.linalg.inv(op), b),
+                        "symm": alpha * times(symmetric, b) + 1j * c}
+            for operation, wanted in expected.items():
+                more = ["--c", self.save("c.npy", c), "--beta", "0,1"] if operation == "symm" else options
+                with self.subTest(operation=operation, side=side, uplo=uplo, trans=trans, diag=diag):
+                    self.run_tool("run", operation, *files, *more)
+                    scale = np.abs(wanted).max() * np.linalg.cond(op)
+                    np.testing.assert_allclose(np.load(self.folder / "out.npy"), wanted, rtol=0,
+                                               atol=4 * order * np.finfo(float).eps * scale)
+
     def test_one_triangular_solve_round_trip(self):
         """B := A X by NumPy, then the tool finds X again, over the file that B came from."""
         rng = np.random.default_rng(6)
