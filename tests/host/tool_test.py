@@ -250,7 +250,7 @@ class Death(ToolTest):
 
     def test_killed_sink_ends_the_tool_within_a_second(self):
         out = self.folder / "out.npy"
-        tool, sink = self.start("-m", 6000, "-n", 6000, "-k", 10000, "--out", out, "--json",
+        tool, sink = self.start("-m", 4000, "-n", 4000, "-k", 4000, "--repeat", 1000, "--out", out, "--json",
                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         wait_for(lambda: cpu_seconds(sink) > 0.5)  # the request is under way: starting takes far less
         os.kill(sink, signal.SIGKILL)
