@@ -23,6 +23,7 @@ constexpr char kEntry[] = "ueaa_prv_card_invoke";  // the sink's function that t
 constexpr char kTimeWorker[] = "ueaa_prv_query_device_time_worker";
 constexpr char kThreadingWorker[] = "configure_device_threading_worker";
 constexpr char kReportFunction[] = "tev_sink_report";
+constexpr std::string_view kProcessorType = "TEV_DEBUG_CPU_TYPE=";
 constexpr size_t kReportBytes = 4096;
 constexpr int kTickMs = 100;
 constexpr int kEndMs = 5000;
@@ -72,6 +73,14 @@ void sink_client::start() {
   vro_process_options options = {};
   options.executable = settings_.executable.c_str();
   options.library_path = settings_.library_path.empty() ? nullptr : settings_.library_path.c_str();
+  const std::string processor_type = std::string(kProcessorType) + settings_.processor_type;
+  std::vector<const char*> environment;
+  if (!settings_.processor_type.empty()) {
+    for (char** entry = environ; *entry; ++entry)
+      if (!std::string_view(*entry).starts_with(kProcessorType)) environment.push_back(*entry);
+    environment.insert(environment.end(), {processor_type.c_str(), nullptr});
+    options.environment = environment.data();
+  }
   options.output = STDERR_FILENO;  // our own output may be read by a program
   vro_process* process = nullptr;
   if (vro_process_create(&options, &process) != VRO_OK) throw failed(vro_last_error());
@@ -146,19 +155,19 @@ double sink_client::busy_seconds() {
   return record.seconds;
 }
 
-std::map<std::string, std::string> sink_client::report() {
+std::vector<std::pair<std::string, std::string>> sink_client::report() {
   *request_ = {};
   request_->code = TEV_REQUEST_CALL;
   copy_name(request_->call.name, kReportFunction, "name of a function");
   send({}, kReportBytes, {});
   const auto* text = static_cast<const char*>(vro_completion_result(answer_.get()));
   std::string_view rest(text, strnlen(text, kReportBytes));
-  std::map<std::string, std::string> facts;
+  std::vector<std::pair<std::string, std::string>> facts;
   while (!rest.empty()) {
     const std::string_view line = rest.substr(0, rest.find('\n'));
     rest.remove_prefix(std::min(rest.size(), line.size() + 1));
     if (const size_t equals = line.find('='); equals != line.npos)
-      facts.emplace(line.substr(0, equals), line.substr(equals + 1));
+      facts.emplace_back(line.substr(0, equals), line.substr(equals + 1));
   }
   return facts;
 }

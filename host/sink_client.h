@@ -4,9 +4,9 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tev/request.h"
@@ -16,9 +16,10 @@ namespace tev::host {
 
 struct sink_settings {
   std::string executable;
-  std::string library_path;  // put before the sink's LD_LIBRARY_PATH; may be empty
-  int threads = 0;           // size of the team; 0 leaves it to the sink
-  std::vector<int> pin;      // processors for the team's threads, ascending, from 1; empty: no pinning
+  std::string library_path;    // put before the sink's LD_LIBRARY_PATH; may be empty
+  int threads = 0;             // size of the team; 0 leaves it to the sink
+  std::vector<int> pin;        // processors for the team's threads, ascending, from 1; empty: no pinning
+  std::string processor_type;  // TEV_DEBUG_CPU_TYPE of the sink (host/tier.h); empty: as in this process
 };
 
 struct buffer_deleter {
@@ -51,8 +52,8 @@ class sink_client {
   // Seconds that the sink spent in requests that were posted.
   double busy_seconds();
 
-  // What the sink tells of itself: threads, processors ...
-  std::map<std::string, std::string> report();
+  // What the sink tells of itself, in its order: threads, tier, caches ...
+  std::vector<std::pair<std::string, std::string>> report();
 
   // Lets the sink end and throws unless it did so in good order. No buffer may be left.
   void shut_down();

@@ -10,6 +10,7 @@ namespace tev::service {
 // One per process. A test replaces fields before it starts threads, and puts them back.
 struct processor_source {
   void (*cpuid)(uint32_t leaf, uint32_t subleaf, uint32_t registers[4]);  // writes EAX, EBX, ECX, EDX
+  uint64_t (*xcr0)();                                                     // asked only when CPUID reports OSXSAVE
   uint64_t (*time_stamp)();                                               // ticks, not serialised
   const char* cpuinfo;                                                    // path of the kernel's description
 };

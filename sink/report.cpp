@@ -2,26 +2,133 @@
 // What the sink says of itself when a host asks (a call request by the name tev_sink_report): one "key=value" line per
 // fact, in one NUL-terminated text that is cut when it does not fit.
 //
-//   threads      size of the team that the next parallel region asks for
-//   processors   processors that the OpenMP runtime may use
-//   openmp       version of the OpenMP interface, as yyyymm
-//   pid          process number
-//   device       number given by the host; absent before the initialise request
-//   devices      how many the host drives; likewise
-//   seconds      the sink's clock
+//   threads            team that the next parallel region asks for
+//   blas_threads       threads that a BLAS routine would use
+//   dynamic            1 when counts are limited to the physical cores
+//   processors         hardware threads that the OpenMP runtime may use
+//   cores, packages    of the machine; hardware_threads of all cores
+//   tier, cpu_type     kernels in force, by name and by type code
+//   maker              "own" when detection knows the processor, else its vendor string
+//   reproducibility    mode, in the words of TEV_CBWR; off when none is set
+//   features           instruction sets that processor and operating system have
+//   caches             bytes of the data and unified caches, first level first
+//   kept_buffers       on or off: whether released work buffers stay with their threads
+//   held_bytes, held_blocks   what the memory manager holds now
+//   fast_memory        bytes of high-bandwidth memory still allowed, or unlimited
+//   openmp             version of the OpenMP interface, as yyyymm
+//   pid                process number
+//   device, devices    number given by the host, and how many it drives; absent before the initialise request
+//   seconds            the sink's clock
 #include <omp.h>
 #include <unistd.h>
 
+#include <cinttypes>
+#include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <string>
 
 #include "service/clock.h"
+#include "service/cpuid.h"
+#include "service/detection.h"
+#include "service/features.h"
 #include "sink/device.h"
+#include "tev/service.h"
+
+namespace {
+
+using namespace tev::service;
+
+__attribute__((format(printf, 2, 3))) void add(std::string& text, const char* format, ...) {
+  char line[512];
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  text += line;
+}
+
+void add_threads(std::string& text) {
+  add(text, "threads=%d\n", omp_get_max_threads());
+  add(text, "blas_threads=%d\n", tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS));
+  add(text, "dynamic=%d\n", tev_serv_get_dynamic());
+  add(text, "processors=%d\n", omp_get_num_procs());
+  add(text, "cores=%d\n", tev_serv_get_ncorespercpu() * tev_serv_get_ncpus());
+  add(text, "hardware_threads=%d\n", tev_serv_get_nlogicalcores());
+  add(text, "packages=%d\n", tev_serv_get_ncpus());
+}
+
+std::string maker() {
+  if (tev_serv_zarik_cpu_true()) return "own";
+  uint32_t r[4];
+  processor.cpuid(0, 0, r);
+  char vendor[13] = "";
+  std::memcpy(vendor, &r[1], 4);
+  std::memcpy(vendor + 4, &r[3], 4);
+  std::memcpy(vendor + 8, &r[2], 4);
+  return vendor;
+}
+
+const char* mode_name(int32_t mode) {
+  static constexpr const char* kNames[] = {"off",  "off",        "AUTO",   "COMPATIBLE",   "SSE2",
+                                           "SSE3", "SSSE3",      "SSE4_1", "SSE4_2",       "AVX",
+                                           "AVX2", "AVX512_ZEL", "AVX512", "AVX512_ZEL_E1"};
+  return mode >= 0 && mode < 14 ? kNames[mode] : "unknown";
+}
+
+std::string features() {
+  static constexpr struct {
+    uint64_t mask;
+    const char* name;
+  } kShown[] = {{kSse2, "sse2"},         {kSse3, "sse3"},         {kSsse3, "ssse3"},       {kSse41, "sse4.1"},
+                {kSse42, "sse4.2"},      {kAvx, "avx"},           {kAvx2, "avx2"},         {kFma, "fma"},
+                {kAvx512F, "avx512f"},   {kAvx512Cd, "avx512cd"}, {kAvx512Dq, "avx512dq"}, {kAvx512Bw, "avx512bw"},
+                {kAvx512Vl, "avx512vl"}, {kAvx512Er, "avx512er"}, {kAvx512Pf, "avx512pf"}};
+  std::string names;
+  for (const auto& feature : kShown)
+    if (has_features(feature.mask)) names += (names.empty() ? "" : " ") + std::string(feature.name);
+  return names;
+}
+
+void add_processor(std::string& text) {
+  const int32_t code = tev_serv_cpu_detect();
+  const char* tier = tier_name(code);
+  add(text, "tier=%s\n", tier ? tier : "none");
+  add(text, "cpu_type=%d\n", code);
+  add(text, "maker=%s\n", maker().c_str());
+  add(text, "reproducibility=%s\n", mode_name(tev_serv_cbwr_get(1)));
+  add(text, "features=%s\n", features().c_str());
+  int64_t caches[5];
+  tev_serv_cache_info(caches);
+  text += "caches=";
+  for (int level = 1; level <= caches[0]; ++level) add(text, "%s%" PRId64, level > 1 ? " " : "", caches[level]);
+  text += "\n";
+}
+
+void add_memory(std::string& text) {
+  int32_t blocks = 0;
+  const int64_t bytes = tev_serv_mem_stat(&blocks);
+  const uint64_t fast = tev_serv_check_fast_memory_size();
+  add(text, "kept_buffers=%s\n", tev_serv_get_fast_mm_status() ? "off" : "on");
+  add(text, "held_bytes=%" PRId64 "\nheld_blocks=%d\n", bytes, blocks);
+  if (fast == UINT64_MAX)
+    text += "fast_memory=unlimited\n";
+  else
+    add(text, "fast_memory=%" PRIu64 "\n", fast);
+}
+
+}  // namespace
 
 extern "C" TEV_EXPORT void tev_sink_report(char* text, uint32_t length) {
+  if (length == 0) return;
   const double seconds = tev_serv_dsecnd();
-  char device_lines[64] = "";
+  std::string report;
+  add_threads(report);
+  add_processor(report);
+  add_memory(report);
+  add(report, "openmp=%d\npid=%d\n", _OPENMP, getpid());
   if (uint32_t device; tev_ueaa_current_device(&device) == 0)
-    std::snprintf(device_lines, sizeof(device_lines), "device=%u\ndevices=%u\n", device, device_count());
-  std::snprintf(text, length, "threads=%d\nprocessors=%d\nopenmp=%d\npid=%d\n%sseconds=%.6f\n", omp_get_max_threads(),
-                omp_get_num_procs(), _OPENMP, getpid(), device_lines, seconds);
+    add(report, "device=%u\ndevices=%u\n", device, device_count());
+  add(report, "seconds=%.6f\n", seconds);
+  std::snprintf(text, length, "%s", report.c_str());
 }

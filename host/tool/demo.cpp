@@ -45,12 +45,11 @@ int run_demo(const command_line& line) {
     progress_line shown;
     sink_client sink(resolve(line.sink));
     const auto facts = sink.report();
-    const auto threads = facts.find("threads");
     put(
         fmt::format("A sink runs at your service: {}, {} threads.\n"
                     "Each call goes to it, and the host computes the result again to check it.\n\n"
                     "call   size                   time   GFLOP/s  check\n",
-                    sink.executable(), threads == facts.end() ? "?" : threads->second));
+                    sink.executable(), fact(facts, "threads")));
     for (const call_request& request : demo_calls()) {
       const call c = host::resolve(request);
       const outcome o = run_call(sink, c, [&](const std::string& text) { shown.show(text); });

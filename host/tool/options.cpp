@@ -9,6 +9,7 @@
 
 #include "host/failure.h"
 #include "host/parse.h"
+#include "host/tier.h"
 
 namespace tev::host::tool {
 namespace {
@@ -23,6 +24,9 @@ constexpr char kFooter[] =
     "  tev-offload run gemm -m 2000 --check      one product of generated matrices\n"
     "  tev-offload bench --sizes 500:2000:500    a table over sizes\n"
     "  tev-offload run --help                    how to give matrices in files\n\n"
+    "Kernels: --tier auto runs the best that this machine has the features for, whoever made its processor, unless\n"
+    "TEV_DEBUG_CPU_TYPE, TEV_CBWR or TEV_ENABLE_INSTRUCTIONS is set; detect leaves the choice to the sink, which runs\n"
+    "the baseline on other makers' processors. A tier that the machine cannot run is refused.\n\n"
     "Exit status: 0 done; 1 the sink failed or a check did not pass; 2 an option, a file or a shape is wrong.";
 
 constexpr char kInfoFooter[] =
@@ -67,6 +71,9 @@ void add_sink_options(CLI::App* app, sink_options* options) {
       ->type_name("N");
   app->add_option("--pin", options->pin, "Processors for these threads, e.g. 1-3,5, from 1; default: no pinning")
       ->type_name("LIST");
+  app->add_option("--tier", options->tier,
+                  "Kernels: auto, detect, def, mc, mc3, avx, avx2, avx512 or avx512_zel; default: auto")
+      ->type_name("NAME");
   app->add_option("--sink", options->sink, "The sink's executable; default: tev_sink beside this program")
       ->envname("TEV_SINK")
       ->type_name("PATH");
@@ -181,6 +188,7 @@ sink_settings resolve(const sink_options& options) {
   else if (std::filesystem::is_directory(libraries, error))
     settings.library_path = libraries.string();
   settings.threads = options.threads;
+  settings.processor_type = processor_type_for(options.tier);
   if (!options.pin.empty()) settings.pin = parse_processors("--pin", options.pin);
   return settings;
 }

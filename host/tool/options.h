@@ -13,6 +13,7 @@ namespace tev::host::tool {
 // As written; an empty text was not given.
 struct sink_options {
   std::string sink, library_path;
+  std::string tier = "auto";
   int threads = 0;
   std::string pin;
 };

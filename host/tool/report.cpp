@@ -80,15 +80,33 @@ json times_json(const outcome& o, double speed) {
           {"busy_share", o.busy_share()}};
 }
 
+// Detection knows only its maker's processors; whoever wonders why a fast machine runs the baseline finds it here.
+std::string foreign_processor_note(const facts& f) {
+  const std::string maker = fact(f.report, "maker");
+  if (maker == "own" || maker == "?") return "";
+  return fmt::format(
+      "\nThis processor is of another maker ({}), for which detection answers the baseline tier, def.\n"
+      "The tier in force is {}. --tier NAME forces one that the features allow, as does TEV_DEBUG_CPU_TYPE=CODE in the\n"
+      "environment of any program: 0 def, 2 mc (SSSE3), 3 mc3 (SSE4.2), 4 avx, 5 avx2, 6 avx512_zel, 7 avx512.\n",
+      maker, fact(f.report, "tier"));
+}
+
 }  // namespace
 
 double gflops(const call& c, const outcome& o) { return o.best() > 0 ? c.flop_count() / o.best() / 1e9 : 0; }
 
+std::string fact(const std::vector<std::pair<std::string, std::string>>& report, const std::string& key) {
+  for (const auto& [name, value] : report)
+    if (name == key) return value;
+  return "?";
+}
+
 std::string info_text(const facts& f) {
   std::string text = fmt::format("host          {}, {} threads\n", f.processor, f.threads);
   text += fmt::format("sink          {}\n", f.sink);
-  for (const auto& [key, value] : f.report) text += fmt::format("  {:<12}{}\n", key, value);
-  return text + fmt::format("busy time     {}\n", seconds_text(f.busy_seconds));
+  for (const auto& [key, value] : f.report) text += fmt::format("  {:<18}{}\n", key, value);
+  text += fmt::format("busy time     {}\n", seconds_text(f.busy_seconds));
+  return text + foreign_processor_note(f);
 }
 
 std::string info_json(const facts& f) {

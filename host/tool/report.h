@@ -2,8 +2,8 @@
 // Outcomes as text for people and as JSON for machines; every function returns whole lines.
 #pragma once
 
-#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/offload.h"
@@ -14,9 +14,12 @@ struct facts {
   std::string processor;  // of the host
   int threads;            // processors of the host, as threads see them
   std::string sink;       // its executable
-  std::map<std::string, std::string> report;
+  std::vector<std::pair<std::string, std::string>> report;
   double busy_seconds;
 };
+
+// The value of a key in a sink's report, "?" when it has none.
+std::string fact(const std::vector<std::pair<std::string, std::string>>& report, const std::string& key);
 
 std::string info_text(const facts& f);
 std::string info_json(const facts& f);

@@ -204,6 +204,38 @@ class Options(ToolTest):
             pinned = self.run_tool("info", "--pin", ",".join(map(str, allowed)), "--json")
             self.assertEqual(json.loads(pinned.stdout)["sink"]["threads"], len(allowed))
 
+    def test_tier_reaches_the_sink(self):
+        """A stand-in tells the environment it was started with, and ends."""
+        sink = self.folder / "sink"
+        sink.write_text(f"#!/bin/sh\nenv > {self.folder}/environment\n")
+        sink.chmod(0o755)
+
+        def processor_type(*arguments, **settings):
+            clean = {k: v for k, v in os.environ.items() if not k.startswith("TEV_")}
+            done = subprocess.run([TOOL, "info", "--sink", sink, *arguments], env={**clean, **settings},
+                                  capture_output=True, text=True, timeout=60)
+            self.assertEqual(done.returncode, 1, done.stderr)
+            values = [line.partition("=")[2] for line in (self.folder / "environment").read_text().splitlines()
+                      if line.startswith("TEV_DEBUG_CPU_TYPE=")]
+            return values[0] if values else None
+
+        lines = pathlib.Path("/proc/cpuinfo").read_text().splitlines()
+        flags = set(next(line for line in lines if line.startswith("flags")).split())
+        needs = (("7", "avx512", "avx512f avx512dq avx512bw avx512vl"), ("6", "avx512_zel", "avx512f avx512cd"),
+                 ("5", "avx2", "avx2 fma bmi1 bmi2 abm"), ("4", "avx", "avx"), ("3", "mc3", "sse4_2"),
+                 ("2", "mc", "ssse3"), ("0", "def", "sse2"))
+        runs = [(code, name) for code, name, features in needs if flags.issuperset(features.split())]
+        for code, name in runs:
+            self.assertEqual(processor_type("--tier", name, TEV_DEBUG_CPU_TYPE="1"), code)
+        for name in {name for _, name, _ in needs} - {name for _, name in runs}:
+            self.assert_refused(f"--tier {name}: this machine lacks", "info", "--tier", name)
+        self.assert_refused("--tier 'fast'", "info", "--tier", "fast")
+        self.assertEqual(processor_type(TEV_DEBUG_CPU_TYPE=""), runs[0][0])
+        self.assertEqual(processor_type("--tier", "auto", TEV_DEBUG_CPU_TYPE="2"), "2")
+        for setting in ("TEV_CBWR", "TEV_ENABLE_INSTRUCTIONS"):
+            self.assertIsNone(processor_type(**{setting: "AVX2"}))
+        self.assertIsNone(processor_type("--tier", "detect"))
+
     def test_unwritable_output_is_a_failure(self):
         with open("/dev/full", "w") as full:
             done = subprocess.run(command("info"), stdout=full, stderr=subprocess.PIPE, text=True, timeout=60)

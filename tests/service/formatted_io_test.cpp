@@ -1,15 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Formatted output and input, and the report of a wrong argument that is built on them.
+// Formatted output and input.
 #include "service/formatted_io.h"
 
 #include <gtest/gtest.h>
 
-#include <climits>
-#include <cstdint>
 #include <cstring>
-#include <string>
-
-#include "service/xerbla.h"
 
 namespace {
 
@@ -59,24 +54,6 @@ TEST(FormattedIo, InputConvertsAsTheCLibraryDoes) {
   EXPECT_EQ(tev_serv_fscanf_s(file, "%d %d", &number, &number), 1);
   EXPECT_EQ(number, 7);
   fclose(file);
-}
-
-std::string report(const char* name, const int32_t* info, int32_t length) {
-  testing::internal::CaptureStdout();
-  tev_serv_xerbla(name, info, length);
-  return testing::internal::GetCapturedStdout();
-}
-
-TEST(Xerbla, ShowsAtMostTwentyCharactersOfTheName) {
-  const int32_t info = 4, least = INT32_MIN;
-  const std::string name(30, 'N');
-  const std::string before = "\nZarik TEV ERROR: Parameter ", between = " was incorrect on entry to ";
-  EXPECT_EQ(report("DSYMM  ", &info, 5), before + "4" + between + "DSYMM.\n");
-  EXPECT_EQ(report(name.c_str(), &info, 30), before + "4" + between + name.substr(0, 20) + ".\n");
-  EXPECT_EQ(report("DTRSM", &least, -1), before + "-2147483648" + between + ".\n");
-  EXPECT_EQ(report(nullptr, &info, 5) + report("DTRSM", nullptr, 5), "");
-  const char unterminated[] = {'D', 'T', 'R', 'S', 'M'};
-  EXPECT_EQ(report(unterminated, &info, 5), before + "4" + between + "DTRSM.\n");
 }
 
 }  // namespace

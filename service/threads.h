@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The thread settings behind tev/service.h. -1 means "not set". The program's setters write them without a lock; the
+// environment fills what is still unset, once, with `threads_env_lock` held.
+#pragma once
+
+#include "tev/service.h"
+
+extern "C" {
+
+extern int32_t __tev_num_threads;  // all domains
+extern int32_t __tev_blas_num_threads;
+extern int32_t __tev_fft_num_threads;
+extern int32_t __tev_vort_num_threads;
+extern int32_t __tev_pardiso_num_threads;
+extern int32_t __tev_num_stripes;
+extern int32_t __tev_dynamic;             // then 0 or 1
+extern int32_t __omp_num_threads;         // OMP_NUM_THREADS
+extern int32_t __tev_mpi_ppn;             // MPI processes per node, -1 also when unknown
+extern int32_t __tev_mpi_thread_level;    // 0 to 3
+extern int32_t __mpi_SAFETY_BLACS;        // tev_serv_mpi_safe
+extern int32_t __threads_env_NOT_readed;  // nonzero until the settings were read and the machine probed
+
+// The machine, valid once __threads_env_NOT_readed is 0.
+extern int32_t __N_Logical_Cores;
+extern int32_t __N_Physical_Cores;
+extern int32_t __N_CPU_Packages;  // never 0
+extern int32_t __N_Cores_per_Packages;
+extern int32_t __HT;
+
+}  // extern "C"

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Processors that the test machine is not: identity, feature bits, operating-system state and caches, read by the
+// service layer through its seam (service/cpuid.h). Installed in a child process (in_child.h).
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "service/cpuid.h"
+#include "tests/support/in_child.h"
+
+namespace tev::test {
+
+struct cache_level {
+  uint32_t type;  // 1 data, 2 instruction, 3 unified
+  uint32_t ways, partitions, line, sets;
+};
+
+struct fake_processor {
+  const char* vendor = "GenuineZarik";  // 12 characters
+  uint32_t max_leaf = 0x16;
+  uint32_t signature = 0x000306C3;  // leaf 1 EAX
+  uint32_t leaf1_ebx = 0;
+  uint32_t leaf1_ecx = 0, leaf1_edx = 0;
+  uint32_t leaf7_ebx = 0, leaf7_ecx = 0, leaf7_edx = 0;
+  uint32_t ext_ecx = 0;            // leaf 0x80000001
+  uint32_t cores_per_package = 1;  // leaf 4 EAX bits 31..26, plus 1
+  uint64_t xcr0 = 0;
+  std::vector<cache_level> caches = {{1, 8, 1, 64, 64}, {2, 8, 1, 64, 64}, {3, 8, 1, 64, 512}, {3, 16, 1, 64, 8192}};
+
+  // From here on every question of the service layer is answered by this processor. Keeps the clock and /proc/cpuinfo.
+  void install() const;
+};
+
+inline fake_processor installed;
+
+inline void answer_cpuid(uint32_t leaf, uint32_t subleaf, uint32_t r[4]) {
+  const fake_processor& p = installed;
+  r[0] = r[1] = r[2] = r[3] = 0;
+  if (leaf == 0) {
+    r[0] = p.max_leaf;
+    std::memcpy(&r[1], p.vendor, 4);
+    std::memcpy(&r[3], p.vendor + 4, 4);
+    std::memcpy(&r[2], p.vendor + 8, 4);
+  } else if (leaf == 1) {
+    r[0] = p.signature, r[1] = p.leaf1_ebx, r[2] = p.leaf1_ecx, r[3] = p.leaf1_edx;
+  } else if (leaf == 4 && leaf <= p.max_leaf && subleaf < p.caches.size()) {
+    const cache_level& c = p.caches[subleaf];
+    r[0] = c.type | (p.cores_per_package - 1) << 26;
+    r[1] = (c.ways - 1) << 22 | (c.partitions - 1) << 12 | (c.line - 1);
+    r[2] = c.sets - 1;
+  } else if (leaf == 7 && leaf <= p.max_leaf && subleaf == 0) {
+    r[1] = p.leaf7_ebx, r[2] = p.leaf7_ecx, r[3] = p.leaf7_edx;
+  } else if (leaf == 0x80000000) {
+    r[0] = 0x80000001;
+  } else if (leaf == 0x80000001) {
+    r[2] = p.ext_ecx;
+  }
+}
+
+inline void fake_processor::install() const {
+  installed = *this;
+  tev::service::processor.cpuid = answer_cpuid;
+  tev::service::processor.xcr0 = [] { return installed.xcr0; };
+}
+
+// Everything that `body` prints in a fresh process on that processor, with the status when it is not 0.
+template <class Body>
+std::string printed_on(const fake_processor& p, const environment& variables, Body&& body) {
+  const child_result result = in_child(variables, [&] {
+    p.install();
+    body();
+    return 0;
+  });
+  return result.out + result.err + (result.status == 0 ? "" : "status " + std::to_string(result.status));
+}
+
+template <class Change>
+fake_processor changed(fake_processor p, Change change) {
+  change(p);
+  return p;
+}
+
+// One step of the ladder of tiers each; every one has all features of the ones before it.
+inline fake_processor sse2_processor() {
+  fake_processor p;
+  p.leaf1_edx = 1u << 0 | 1u << 15 | 1u << 23 | 1u << 24 | 1u << 25 | 1u << 26;
+  return p;
+}
+
+inline fake_processor ssse3_processor() {
+  fake_processor p = sse2_processor();
+  p.leaf1_ecx |= 1u << 0 | 1u << 9;
+  return p;
+}
+
+inline fake_processor sse42_processor() {
+  fake_processor p = ssse3_processor();
+  p.leaf1_ecx |= 1u << 19 | 1u << 20 | 1u << 23 | 1u << 1;
+  return p;
+}
+
+inline fake_processor avx_processor() {
+  fake_processor p = sse42_processor();
+  p.leaf1_ecx |= 1u << 27 | 1u << 28;
+  p.xcr0 = 0x7;
+  return p;
+}
+
+inline fake_processor avx2_processor() {
+  fake_processor p = avx_processor();
+  p.leaf1_ecx |= 1u << 12 | 1u << 22 | 1u << 25 | 1u << 29;
+  p.leaf7_ebx |= 1u << 3 | 1u << 5 | 1u << 8;
+  p.ext_ecx |= 1u << 5;
+  return p;
+}
+
+inline fake_processor avx512_zel_processor() {  // F, PF, ER, CD
+  fake_processor p = avx2_processor();
+  p.leaf7_ebx |= 1u << 16 | 1u << 26 | 1u << 27 | 1u << 28;
+  p.xcr0 = 0xE7;
+  return p;
+}
+
+inline fake_processor avx512_zel_e1_processor() {
+  fake_processor p = avx512_zel_processor();
+  p.leaf7_edx |= 1u << 2 | 1u << 3;
+  return p;
+}
+
+inline fake_processor amd(fake_processor p) {
+  p.vendor = "AuthenticAMD";
+  return p;
+}
+
+inline fake_processor avx512_processor() {  // F, DQ, CD, BW, VL
+  fake_processor p = avx2_processor();
+  p.leaf7_ebx |= 1u << 16 | 1u << 17 | 1u << 28 | 1u << 30 | 1u << 31;
+  p.xcr0 = 0xE7;
+  return p;
+}
+
+}  // namespace tev::test

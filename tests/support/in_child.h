@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Runs a piece of a test in a fresh child process with its own environment, for everything that a process decides once.
+// Fork before anything was decided: call it from the test's own thread, and never use the service layer in the parent.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tev::test {
+
+using environment = std::vector<std::pair<const char*, const char*>>;
+
+struct child_result {
+  int status;       // exit status, or 1000 + signal
+  std::string out;  // standard output
+  std::string err;  // standard error
+};
+
+// The parent's settings that the library reads do not reach the child.
+inline void set_environment(const environment& variables) {
+  std::vector<std::string> inherited;
+  for (char** entry = environ; *entry; ++entry) inherited.emplace_back(*entry, std::strcspn(*entry, "="));
+  for (const std::string& name : inherited)
+    if (!name.ends_with("SAN_OPTIONS") && name != "PATH") unsetenv(name.c_str());
+  for (const auto& [name, value] : variables) setenv(name, value, 1);
+}
+
+inline std::string read_all(FILE* file) {
+  std::string text;
+  std::rewind(file);
+  for (int c; (c = std::fgetc(file)) != EOF;) text += static_cast<char>(c);
+  return text;
+}
+
+// `body` prints what the parent shall see and returns the exit status. A child that hangs is ended after 60 seconds.
+template <class Body>
+child_result in_child(const environment& variables, Body&& body) {
+  FILE* out = std::tmpfile();
+  FILE* err = std::tmpfile();
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(fileno(out), STDOUT_FILENO);
+    dup2(fileno(err), STDERR_FILENO);
+    set_environment(variables);
+    alarm(60);
+    const int status = body();
+    std::fflush(nullptr);
+    _exit(status);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  child_result result{WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status), read_all(out), read_all(err)};
+  std::fclose(out);
+  std::fclose(err);
+  return result;
+}
+
+}  // namespace tev::test
