@@ -8,7 +8,7 @@
  *
  * Errors: ?symm, ?trmm and ?trsm report the first wrong argument through `tev_serv_xerbla` (routine name in capitals,
  * 1-based argument number) and return without touching the result. ?gemm checks nothing: m < 1 or n < 1 is an empty
- * product, k < 1 an empty sum; a transposition letter other than N, T, C counts as N. */
+ * product, k < 1 an empty sum; a transposition letter other than N, T, C counts as T. */
 #ifndef TEV_BLAS_H
 #define TEV_BLAS_H
 
@@ -17,6 +17,87 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Vectors of n elements, which are inc elements apart; with a negative increment they are counted from the far end of
+ * the array, whose address is given either way. Arrays may not overlap. Nothing is checked or reported; n < 1 does
+ * nothing. An increment of zero means one element, taken n times. */
+
+/* x := alpha x. A negative increment means the same elements as the positive one. */
+TEV_EXPORT void tev_blas_sscal(const int64_t* n, const float* alpha, float* x, const int64_t* incx);
+TEV_EXPORT void tev_blas_dscal(const int64_t* n, const double* alpha, double* x, const int64_t* incx);
+TEV_EXPORT void tev_blas_cscal(const int64_t* n, const tev_complex8* alpha, tev_complex8* x, const int64_t* incx);
+TEV_EXPORT void tev_blas_zscal(const int64_t* n, const tev_complex16* alpha, tev_complex16* x, const int64_t* incx);
+
+/* y := x. */
+TEV_EXPORT void tev_blas_scopy(const int64_t* n, const float* x, const int64_t* incx, float* y, const int64_t* incy);
+TEV_EXPORT void tev_blas_dcopy(const int64_t* n, const double* x, const int64_t* incx, double* y, const int64_t* incy);
+TEV_EXPORT void tev_blas_ccopy(const int64_t* n, const tev_complex8* x, const int64_t* incx, tev_complex8* y,
+                               const int64_t* incy);
+TEV_EXPORT void tev_blas_zcopy(const int64_t* n, const tev_complex16* x, const int64_t* incx, tev_complex16* y,
+                               const int64_t* incy);
+
+/* y := alpha x + y; alpha = 0 reads neither. */
+TEV_EXPORT void tev_blas_saxpy(const int64_t* n, const float* alpha, const float* x, const int64_t* incx, float* y,
+                               const int64_t* incy);
+TEV_EXPORT void tev_blas_daxpy(const int64_t* n, const double* alpha, const double* x, const int64_t* incx, double* y,
+                               const int64_t* incy);
+TEV_EXPORT void tev_blas_caxpy(const int64_t* n, const tev_complex8* alpha, const tev_complex8* x, const int64_t* incx,
+                               tev_complex8* y, const int64_t* incy);
+TEV_EXPORT void tev_blas_zaxpy(const int64_t* n, const tev_complex16* alpha, const tev_complex16* x,
+                               const int64_t* incx, tev_complex16* y, const int64_t* incy);
+
+/* Matrices with vectors: increments as above, nothing is checked or reported, m < 1 or n < 1 does nothing.
+ *
+ * y := alpha op(A) x + beta y. A is m x n; for N, x has n elements and y m, otherwise (any letter but C means T) x has
+ * m and y n. beta = 0 never reads y; alpha = 0 never reads A and x. */
+TEV_EXPORT void tev_blas_sgemv(const char* trans, const int64_t* m, const int64_t* n, const float* alpha,
+                               const float* a, const int64_t* lda, const float* x, const int64_t* incx,
+                               const float* beta, float* y, const int64_t* incy);
+TEV_EXPORT void tev_blas_dgemv(const char* trans, const int64_t* m, const int64_t* n, const double* alpha,
+                               const double* a, const int64_t* lda, const double* x, const int64_t* incx,
+                               const double* beta, double* y, const int64_t* incy);
+TEV_EXPORT void tev_blas_cgemv(const char* trans, const int64_t* m, const int64_t* n, const tev_complex8* alpha,
+                               const tev_complex8* a, const int64_t* lda, const tev_complex8* x, const int64_t* incx,
+                               const tev_complex8* beta, tev_complex8* y, const int64_t* incy);
+TEV_EXPORT void tev_blas_zgemv(const char* trans, const int64_t* m, const int64_t* n, const tev_complex16* alpha,
+                               const tev_complex16* a, const int64_t* lda, const tev_complex16* x, const int64_t* incx,
+                               const tev_complex16* beta, tev_complex16* y, const int64_t* incy);
+
+/* A := alpha x y^T + A (ger, geru) or alpha x y^H + A (gerc). A is m x n, x has m elements and y n. alpha = 0 reads
+ * nothing. */
+TEV_EXPORT void tev_blas_sger(const int64_t* m, const int64_t* n, const float* alpha, const float* x,
+                              const int64_t* incx, const float* y, const int64_t* incy, float* a, const int64_t* lda);
+TEV_EXPORT void tev_blas_dger(const int64_t* m, const int64_t* n, const double* alpha, const double* x,
+                              const int64_t* incx, const double* y, const int64_t* incy, double* a, const int64_t* lda);
+TEV_EXPORT void tev_blas_cgeru(const int64_t* m, const int64_t* n, const tev_complex8* alpha, const tev_complex8* x,
+                               const int64_t* incx, const tev_complex8* y, const int64_t* incy, tev_complex8* a,
+                               const int64_t* lda);
+TEV_EXPORT void tev_blas_zgeru(const int64_t* m, const int64_t* n, const tev_complex16* alpha, const tev_complex16* x,
+                               const int64_t* incx, const tev_complex16* y, const int64_t* incy, tev_complex16* a,
+                               const int64_t* lda);
+TEV_EXPORT void tev_blas_cgerc(const int64_t* m, const int64_t* n, const tev_complex8* alpha, const tev_complex8* x,
+                               const int64_t* incx, const tev_complex8* y, const int64_t* incy, tev_complex8* a,
+                               const int64_t* lda);
+TEV_EXPORT void tev_blas_zgerc(const int64_t* m, const int64_t* n, const tev_complex16* alpha, const tev_complex16* x,
+                               const int64_t* incx, const tev_complex16* y, const int64_t* incy, tev_complex16* a,
+                               const int64_t* lda);
+
+/* C := alpha op(x) op(y)^T + beta C, a matrix product with k = 1. C is m x n, x has m elements and y n; C for transa
+ * conjugates x, for transb y, every other letter leaves them. beta = 0 never reads C; alpha = 0 never reads x and y. */
+TEV_EXPORT void tev_blas_sgemmger(const char* transa, const char* transb, const int64_t* m, const int64_t* n,
+                                  const float* alpha, const float* x, const int64_t* incx, const float* y,
+                                  const int64_t* incy, const float* beta, float* c, const int64_t* ldc);
+TEV_EXPORT void tev_blas_dgemmger(const char* transa, const char* transb, const int64_t* m, const int64_t* n,
+                                  const double* alpha, const double* x, const int64_t* incx, const double* y,
+                                  const int64_t* incy, const double* beta, double* c, const int64_t* ldc);
+TEV_EXPORT void tev_blas_cgemmger(const char* transa, const char* transb, const int64_t* m, const int64_t* n,
+                                  const tev_complex8* alpha, const tev_complex8* x, const int64_t* incx,
+                                  const tev_complex8* y, const int64_t* incy, const tev_complex8* beta, tev_complex8* c,
+                                  const int64_t* ldc);
+TEV_EXPORT void tev_blas_zgemmger(const char* transa, const char* transb, const int64_t* m, const int64_t* n,
+                                  const tev_complex16* alpha, const tev_complex16* x, const int64_t* incx,
+                                  const tev_complex16* y, const int64_t* incy, const tev_complex16* beta,
+                                  tev_complex16* c, const int64_t* ldc);
 
 /* C := alpha op(A) op(B) + beta C. op(A) is m x k, op(B) k x n, C m x n; op is X, X^T or X^H for N, T, C.
  * beta = 0 never reads C; alpha = 0 never reads A and B. */

@@ -5,7 +5,7 @@ import re
 import sys
 
 root = pathlib.Path(sys.argv[1])
-documents = [*root.glob("*.md"), *root.glob("docs/**/*.md")]
+documents = [*root.glob("*.md"), *root.glob("docs/**/*.md"), *root.glob("kernels/*.md")]
 NAME = re.compile(r"`([\w.{}-]+(?:/[\w.{}-]+)*(?:/|\.(?:h|cpp|inc|c|py|md|txt|json)))`|\]\(([^)#:]+)\)")
 missing = []
 for document in documents:

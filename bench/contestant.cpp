@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "bench/contestant.h"
+
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+namespace tev::bench {
+
+namespace {
+
+std::string ask(FILE* to, FILE* from, const std::string& question) {
+  std::fprintf(to, "%s\n", question.c_str());
+  std::fflush(to);
+  char line[256];
+  return std::fgets(line, sizeof line, from) ? line : "";
+}
+
+}  // namespace
+
+contestant::contestant(std::string name, const std::vector<std::string>& arguments,
+                       const std::vector<std::pair<std::string, std::string>>& environment)
+    : name_(std::move(name)) {
+  int questions[2], answers[2];
+  if (pipe(questions) != 0 || pipe(answers) != 0) std::abort();
+  pid_ = fork();
+  if (pid_ == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    dup2(questions[0], STDIN_FILENO);
+    dup2(answers[1], STDOUT_FILENO);
+    for (int end : {questions[0], questions[1], answers[0], answers[1]}) close(end);
+    for (const auto& [variable, value] : environment) setenv(variable.c_str(), value.c_str(), 1);
+    std::vector<const char*> argv = {"gemm", "--serve"};
+    for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+    argv.push_back(nullptr);
+    execv("/proc/self/exe", const_cast<char**>(argv.data()));
+    _exit(127);
+  }
+  close(questions[0]);
+  close(answers[1]);
+  to_ = fdopen(questions[1], "w");
+  from_ = fdopen(answers[0], "r");
+}
+
+contestant::~contestant() {
+  std::fclose(to_);
+  std::fclose(from_);
+  waitpid(pid_, nullptr, 0);
+}
+
+bool contestant::prepare(const gemm_case& c) {
+  char question[256];
+  std::snprintf(question, sizeof question, "case %c %c %ld %ld %ld %ld %ld %ld", c.transa, c.transb, c.m, c.n, c.k,
+                c.lda, c.ldb, c.ldc);
+  const std::string answer = ask(to_, from_, question);
+  if (answer == "ok\n") return true;
+  std::fprintf(stderr, "gemm: %s does not take part: %s\n", name_.c_str(),
+               answer.empty() ? "it ended" : answer.c_str());
+  return false;
+}
+
+double contestant::sample() { return std::atof(ask(to_, from_, "run").c_str()); }
+
+}  // namespace tev::bench

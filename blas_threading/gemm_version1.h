@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Products over a team on the tiers with the version-1 kernels. These kernels are handed out as whole products only, so
+// a thread computes a block of C by itself, with all of k. C is cut into groups of columns and each group into rows;
+// a group is as wide as it has threads, so that no thread is left over when the team has no good factors:
+//
+//                         |   0   |  3  |
+//   5 threads, 2 groups   |-------|     |     widths 3 : 2
+//                         |   1   |-----|
+//                         |-------|     |
+//                         |   2   |  4  |
+//
+// Blocks are whole register tiles but for the last ones, and depend on the sizes and the team alone: never on
+// addresses.
+#pragma once
+
+#include <cstdint>
+
+#include "blas_threading/gemm_driver.h"
+#include "blas_threading/gemm_partition.h"
+#include "tev/types.h"
+
+namespace tev::blas {
+
+struct version1_grid {
+  int64_t threads, groups;  // groups is 1 (rows alone) .. threads (columns alone)
+};
+
+// A cache line of C, and the height of the widest tile of these tiers; columns of the widest tile.
+template <class T>
+inline constexpr int64_t kVersion1Rows = 64 / static_cast<int64_t>(sizeof(T));
+inline constexpr int64_t kVersion1Columns = 4;
+
+// The grid whose slowest thread is done first, for at least one thread. Uses fewer than `threads` when C has fewer
+// tiles. m and n are at least 1.
+version1_grid best_version1_grid(int64_t m, int64_t n, int64_t threads, int64_t tile_rows);
+
+// The blocks of threads 0 .. grid.threads - 1 cover C and do not overlap; some may be empty.
+block version1_block(const version1_grid& grid, int64_t thread, int64_t m, int64_t n, int64_t tile_rows);
+
+// A product with the number of threads given.
+template <class T>
+using gemm_by_threads_fn = void(const char* transa, const char* transb, const int64_t* m, const int64_t* n,
+                                const int64_t* k, const T* alpha, const T* a, const int64_t* lda, const T* b,
+                                const int64_t* ldb, const T* beta, T* c, const int64_t* ldc, const int64_t* threads);
+
+}  // namespace tev::blas
+
+extern "C" {
+
+// The driver, which decides how many threads the product is worth; and the ways to cut C once that is given: by rows,
+// by columns, by the best grid; m, n and k are at least 1 then. A team that turns out smaller than *threads works on
+// its best grid.
+#define TEV_VERSION1_DRIVERS(p, T)                            \
+  tev::kernels::gemm_fn<T> tev_blas_##p##gemm_omp_driver_v1;  \
+  tev::blas::gemm_by_threads_fn<T> tev_blas_##p##gemm_1d_row; \
+  tev::blas::gemm_by_threads_fn<T> tev_blas_##p##gemm_1d_col; \
+  tev::blas::gemm_by_threads_fn<T> tev_blas_##p##gemm_2d_improved_bsrc;
+TEV_VERSION1_DRIVERS(s, float)
+TEV_VERSION1_DRIVERS(d, double)
+TEV_VERSION1_DRIVERS(c, tev_complex8)
+TEV_VERSION1_DRIVERS(z, tev_complex16)
+#undef TEV_VERSION1_DRIVERS
+
+}  // extern "C"

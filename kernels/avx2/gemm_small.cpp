@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// kernels/avx2/gemm_small.cpp: what avx2 has of products without packed panels.
+#include "kernels/avx2/tier.h"
+
+#include "kernels/families/fixed_depth-inl.h"
+#include "kernels/families/gemm_unpacked-inl.h"
+
+#define TEV_P s
+#include "kernels/families/gemm_unpacked.exports.inc"
+
+#include "kernels/families/gemm_meq6.exports.inc"
+#include "kernels/families/gemm_nocopy.exports.inc"
+#include "kernels/families/gemm_nocopy_driver.exports.inc"
+#undef TEV_P
+#define TEV_P d
+#include "kernels/families/gemm_unpacked.exports.inc"
+
+#include "kernels/families/gemm_meq6.exports.inc"
+#include "kernels/families/gemm_nocopy.exports.inc"
+#include "kernels/families/gemm_nocopy_driver.exports.inc"
+#undef TEV_P
+#define TEV_P c
+#include "kernels/families/gemm_unpacked.exports.inc"
+
+#include "kernels/families/gemm_nocopy_driver.exports.inc"
+#include "kernels/families/gemm_sm.exports.inc"
+#undef TEV_P
+#define TEV_P z
+#include "kernels/families/gemm_unpacked.exports.inc"
+
+#include "kernels/families/gemm_nocopy_driver.exports.inc"
+#include "kernels/families/gemm_sm.exports.inc"
+#undef TEV_P

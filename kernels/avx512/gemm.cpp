@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What this tier has of the packed product: the framework under its names, and the sequential entry.
+#include "kernels/avx512/tier.h"
+
+#include "kernels/families/gemm_driver-inl.h"
+#include "kernels/families/gemm_team-inl.h"
+
+#define TEV_P s
+#define TEV_MR 48
+#define TEV_NR 8
+#include "kernels/families/gemm.exports.inc"
+#include "kernels/families/gemm_framework.exports.inc"
+#undef TEV_P
+#undef TEV_MR
+#undef TEV_NR
+
+#define TEV_P d
+#define TEV_MR 24
+#define TEV_NR 8
+#include "kernels/families/gemm.exports.inc"
+#include "kernels/families/gemm_framework.exports.inc"
+#undef TEV_P
+#undef TEV_MR
+#undef TEV_NR
+
+#define TEV_P c
+#define TEV_MR 24
+#define TEV_NR 4
+#include "kernels/families/gemm.exports.inc"
+#include "kernels/families/gemm_framework.exports.inc"
+#undef TEV_P
+#undef TEV_MR
+#undef TEV_NR
+
+#define TEV_P z
+#define TEV_MR 12
+#define TEV_NR 4
+#include "kernels/families/gemm.exports.inc"
+#include "kernels/families/gemm_framework.exports.inc"
+#undef TEV_P
+#undef TEV_MR
+#undef TEV_NR

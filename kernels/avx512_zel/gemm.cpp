@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What this tier has of the packed product: the framework under its names, and the sequential entry.
+#include "kernels/avx512_zel/tier.h"
+
+#include "kernels/families/gemm_driver-inl.h"
+#include "kernels/families/gemm_team-inl.h"
+
+#define TEV_P s
+#define TEV_MR 16
+#define TEV_NR 28
+#include "kernels/families/gemm.exports.inc"
+#include "kernels/families/gemm_framework.exports.inc"
+#undef TEV_P
+#undef TEV_MR
+#undef TEV_NR
+
+#define TEV_P d
+#define TEV_MR 8
+#define TEV_NR 28
+#include "kernels/families/gemm.exports.inc"
+#include "kernels/families/gemm_framework.exports.inc"
+#undef TEV_P
+#undef TEV_MR
+#undef TEV_NR
+
+#define TEV_P c
+#define TEV_MR 8
+#define TEV_NR 14
+#include "kernels/families/gemm.exports.inc"
+#include "kernels/families/gemm_framework.exports.inc"
+#undef TEV_P
+#undef TEV_MR
+#undef TEV_NR
+
+#define TEV_P z
+#define TEV_MR 4
+#define TEV_NR 14
+#include "kernels/families/gemm.exports.inc"
+#include "kernels/families/gemm_framework.exports.inc"
+#undef TEV_P
+#undef TEV_MR
+#undef TEV_NR

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Products whose k is known to the compiler, 1 to 12: a strip of A, one vector high and K deep, stays in registers
+// while the columns of C pass by.
+//
+//   a[0] a[1] .. a[K-1]     vectors down the rows: K registers
+//   for each column j:      c(:, j) := alpha (a[0] b(0, j) + a[1] b(1, j) + ...) + beta c(:, j)
+//
+// The columns do not depend on each other, so that the processor overlaps them; no sum is ever longer than K.
+#pragma once
+
+#include "kernels/families/gemm_unpacked-inl.h"
+
+namespace tev::TEV_TIER {
+
+inline constexpr int kDeepestFixed = 12;
+
+template <class T, int K, int W, class R>
+TEV_INLINE void fixed_strip(const block<R>& x, const finish<R>& f) {
+  vec<R, W> a[K];
+  TEV_UNROLL
+  for (int p = 0; p < K; ++p) a[p] = load_rows<W, 1>(x.a + p * x.a_step, 0, x.rows);
+  const R* b = x.b;
+  R* c = x.c;
+  for (int64_t j = 0; j < x.n; ++j, b += x.b_column, c += x.ldc) {
+    vec<R, W> sums[kParts<T>][1] = {}, out[1];
+    const R* from = b;
+    TEV_UNROLL
+    for (int p = 0; p < K; ++p, from += x.b_step) TEV_UNROLL
+    for (int part = 0; part < kParts<T>; ++part) sums[part][0] = fma(a[p], splat<W>(from[part]), sums[part][0]);
+    scale_sums<T, W, 1, R>(sums, f, out);
+    put_column<T, W, 1, R>(out, f, c, x.rows);
+  }
+}
+
+// Strips of W rows, then, where vectors cannot be masked, narrower ones. A is transposed when its rows are not
+// contiguous.
+template <class T, int K, int W, class R>
+TEV_INLINE void fixed_strips(int64_t rows, bool transposed, walk<R> a, block<R> x, const finish<R>& f) {
+  constexpr bool kMasked = kMaskedEdges && W == kLanesOf<R>;
+  alignas(64) R panel[kDeepestFixed * kLanesOf<R>];
+  for (; kMasked ? rows > 0 : rows >= W; rows -= x.rows) {
+    x.rows = rows < W ? rows : W;
+    x.a = a.at;
+    if (transposed) {
+      transpose_strip<T>(x.rows, K, a.at, a.row, panel, kLanesOf<R>);
+      x.a = panel;
+    }
+    fixed_strip<T, K, W>(x, f);
+    a.at += x.rows / kParts<T> * a.row;
+    x.c += x.rows;
+  }
+  if constexpr (!kMasked && W > kParts<T>) {
+    if (rows > 0) fixed_strips<T, K, W / 2>(rows, transposed, a, x, f);
+  }
+}
+
+// C := alpha op(A) op(B) + beta C with k = K.
+template <class T, int K>
+void gemm_fixed(char transa, char transb, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* b,
+                int64_t ldb, T beta, T* c, int64_t ldc) {
+  using R = real_of<T>;
+  if (m < 1 || n < 1) return;
+  if (is_zero(alpha)) return scale_c<T>(m, n, beta, c, ldc);
+  const char ta = static_cast<char>(transa & ~0x20), tb = static_cast<char>(transb & ~0x20);
+  const walk<R> aw = walk_of(a, ta != 'N', lda), bw = walk_of(b, tb != 'N', ldb);
+  const bool transposed = ta != 'N';
+  const block<R> x{0,      n,         K,        aw.at,          transposed ? kLanesOf<R> : aw.column, 0, bw.at,
+                   bw.row, bw.column, reals(c), ldc * kParts<T>};
+  fixed_strips<T, K, kLanesOf<R>>(m * kParts<T>, transposed, aw, x, finish_of<T>(alpha, beta, ta == 'C', tb == 'C'));
+}
+
+}  // namespace tev::TEV_TIER

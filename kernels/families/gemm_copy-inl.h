@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Packing: copies a block of a matrix into strips (strips-inl.h draws them), every element multiplied by a scalar on
+// the way. The strips run along the contiguous dimension of the source or across its columns:
+//
+//   down<R>                      right<R>
+//   strip: R rows                strip: R columns            walked: the other dimension, one position after another
+//   walked: columns              walked: rows
+//
+//   |r0|..|..|   each column     |c0 c1 .. cR-1|  each row   A plain vector copy; here W rows of W columns at a time
+//   are |r1|..|..|   gives R         |-- -- .. ----|  gives R    loaded as columns, transposed in registers and stored
+//   as
+//   |..|..|..|   elements        |-- -- .. ----|  elements   rows of the strip.
+#pragma once
+
+#include "kernels/families/strips-inl.h"
+
+namespace tev::TEV_TIER {
+
+// What happens to an element on the way: scalar * x or scalar * conj(x); a scalar of one is not multiplied, which
+// keeps infinities of complex elements from turning into NaN.
+template <class T, bool kScaled, bool kConjugated>
+struct on_the_way {
+  T scalar;
+  template <int W>
+  TEV_INLINE vec<real_of<T>, W> operator()(vec<real_of<T>, W> x) const {
+    if constexpr (kConjugated) x = conjugate<W>(x);
+    if constexpr (kScaled) x = times<T, W>(scalar, x);
+    return x;
+  }
+};
+
+template <int S, int W, class V, int... I>
+TEV_INLINE void exchange(V& a, V& b, lanes<I...>) {
+  const V low = __builtin_shufflevector(a, b, (I & S ? W + I - S : I)...);
+  b = __builtin_shufflevector(a, b, (I & S ? W + I : I + S)...);
+  a = low;
+}
+
+// Transposes a square of W / U rows whose elements are U lanes each. Each step exchanges the off-diagonal halves of
+// squares of 2S lanes.
+template <int U, int W, class R, int S = U>
+TEV_INLINE void transpose(vec<R, W> (&row)[W / U]) {
+  if constexpr (S < W) {
+    constexpr int kStep = S / U;
+    TEV_UNROLL
+    for (int i = 0; i < W / U; ++i)
+      if ((i & kStep) == 0) exchange<S, W>(row[i], row[i + kStep], all_lanes<W>{});
+    transpose<U, W, R, 2 * S>(row);
+  }
+}
+
+template <class T, int R, class Map>
+TEV_INLINE void copy_down_strip(int64_t depth, const T* source, int64_t ld, T* to, Map map) {
+  constexpr int kReals = R * kParts<T>, W = lanes_dividing<real_of<T>>(kReals);
+  for (int64_t p = 0; p < depth; ++p, source += ld, to += R) {
+    TEV_UNROLL
+    for (int i = 0; i < kReals; i += W) store<W>(map.template operator()<W>(load<W>(reals(source) + i)), reals(to) + i);
+  }
+}
+
+template <class T, int R, class Map>
+TEV_INLINE void copy_right_strip(int64_t depth, const T* source, int64_t ld, T* to, Map map) {
+  constexpr int U = kParts<T>, W = lanes_dividing<real_of<T>>(R * U), kRows = W / U;
+  int64_t p = 0;
+  if constexpr (kRows > 1) {
+    for (; p + kRows <= depth; p += kRows) {
+      TEV_UNROLL
+      for (int c = 0; c < R; c += kRows) {
+        vec<real_of<T>, W> square[kRows];
+        TEV_UNROLL
+        for (int i = 0; i < kRows; ++i)
+          square[i] = map.template operator()<W>(load<W>(reals(source + p + (c + i) * ld)));
+        transpose<U, W, real_of<T>>(square);
+        TEV_UNROLL
+        for (int i = 0; i < kRows; ++i) store<W>(square[i], reals(to + (p + i) * R + c));
+      }
+    }
+  }
+  for (; p < depth; ++p)
+    for (int c = 0; c < R; ++c)
+      store<U>(map.template operator()<U>(load<U>(reals(source + p + c * ld))), reals(to + p * R + c));
+}
+
+enum class direction { down, right };
+
+template <class T, int R, direction D, class Map>
+void copy_strips(int64_t walked, int64_t across, const T* source, int64_t ld, T* to, Map map) {
+  for_strips<R>(
+      across, [=](auto strip, int64_t s) __attribute__((always_inline)) {
+        if constexpr (D == direction::down)
+          copy_down_strip<T, decltype(strip)::value>(walked, source + s, ld, to + s * walked, map);
+        else
+          copy_right_strip<T, decltype(strip)::value>(walked, source + s * ld, ld, to + s * walked, map);
+      });
+}
+
+// Packs `across` elements in strips of R over `walked` positions.
+template <class T, int R, direction D, bool kConjugated>
+TEV_INLINE void copy_ea(int64_t walked, int64_t across, const T* source, int64_t ld, T* to, T scalar) {
+  if (is_one(scalar))
+    copy_strips<T, R, D>(walked, across, source, ld, to, on_the_way<T, false, kConjugated>{scalar});
+  else
+    copy_strips<T, R, D>(walked, across, source, ld, to, on_the_way<T, true, kConjugated>{scalar});
+}
+
+}  // namespace tev::TEV_TIER

@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The packed inner kernel: C(m x n) := beta C + A B from strips of A and of B (strips-inl.h). For each strip of A, kept
+// in the first cache, all strips of B pass by; the tile of C they make stays in registers for the whole k loop.
+//
+//                  b[0] .. b[NR-1]          one row of the B strip, broadcast
+//   a[0 .. W-1]    acc[0][0] .. acc[NR-1][0]
+//   a[W .. 2W-1]   acc[0][1] .. acc[NR-1][1]        256-bit d, 12x4: 12 acc + 3 of A + 1 of B = 16 of 16 registers
+//   a[2W .. 3W-1]  acc[0][2] .. acc[NR-1][2]        512-bit d, 24x8: 24 + 3 + 1 = 28 of 32
+//
+// A complex tile is the real tile of (2 mr) x (2 nr): the strips already hold re, im, re, im ...; only the write-back
+// differs, where the columns for b.re and b.im are combined.
+#pragma once
+
+#include "kernels/families/strips-inl.h"
+
+namespace tev::TEV_TIER {
+
+// What becomes of C.
+enum class beta_class { zero, one, general };
+
+template <class T>
+TEV_INLINE beta_class classify(T beta) {
+  return is_zero(beta) ? beta_class::zero : is_one(beta) ? beta_class::one : beta_class::general;
+}
+
+// Sizes in reals. kStrips strips of A, each kHeight tall, by NR columns; the strip of B is kPitch wide.
+template <class R_, int kStrips_, int kHeight_, int NR_, int kPitch_>
+struct tile_shape {
+  using R = R_;
+  static constexpr int kStrips = kStrips_, kHeight = kHeight_, NR = NR_, kPitch = kPitch_;
+  static constexpr int W = lanes_dividing<R>(kHeight), kPerStrip = kHeight / W, V = kStrips * kPerStrip;
+  static constexpr int MR = kStrips * kHeight;
+};
+
+template <class S>
+struct tile {
+  vec<typename S::R, S::W> acc[S::NR][S::V];
+};
+
+template <class S>
+TEV_INLINE void clear(tile<S>& t) {
+  TEV_UNROLL
+  for (auto& column : t.acc) {
+    TEV_UNROLL
+    for (auto& lanes_of_column : column) lanes_of_column = {};
+  }
+}
+
+// Where a broadcast costs a shuffle of its own the row of B is rotated instead: W columns take W - 1 shuffles, and lane
+// l of their accumulators holds the column that the lane met.
+//
+//   W = 2:   (a0, a1) (b0, b1) -> acc[0]: column 0, column 1      (a0, a1) (b1, b0) -> acc[1]: column 1, column 0
+template <class S>
+inline constexpr bool kRotated = kRotatesB<typename S::R>&& S::W > 1 && S::NR % S::W == 0;
+
+template <int kBy, class V, int... I>
+TEV_INLINE V rotate(V v, lanes<I...>) {
+  return __builtin_shufflevector(v, v, ((I + kBy) % static_cast<int>(sizeof...(I)))...);
+}
+
+template <int kColumn, class S, class V>
+TEV_INLINE void multiply_rotated(const V (&row)[S::V], V columns, tile<S>& t) {
+  const V factor = rotate<kColumn % S::W>(columns, all_lanes<S::W>{});
+  TEV_UNROLL
+  for (int i = 0; i < S::V; ++i) t.acc[kColumn][i] = fma(row[i], factor, t.acc[kColumn][i]);
+  if constexpr ((kColumn + 1) % S::W != 0) multiply_rotated<kColumn + 1>(row, columns, t);
+}
+
+template <int kColumn, class S, class R, class V>
+TEV_INLINE void step_rotated(const V (&row)[S::V], const R* b, tile<S>& t) {
+  multiply_rotated<kColumn>(row, load<S::W>(b + kColumn), t);
+  if constexpr (kColumn + S::W < S::NR) step_rotated<kColumn + S::W>(row, b, t);
+}
+
+// Puts the lanes of rotated accumulators into their columns.
+template <class S>
+TEV_INLINE void unrotate(tile<S>& t) {
+  TEV_UNROLL
+  for (int first = 0; first < S::NR; first += S::W) {
+    TEV_UNROLL
+    for (int i = 0; i < S::V; ++i) {
+      vec<typename S::R, S::W> met[S::W];
+      TEV_UNROLL
+      for (int q = 0; q < S::W; ++q) met[q] = t.acc[first + q][i];
+      TEV_UNROLL
+      for (int q = 0; q < S::W; ++q) {
+        TEV_UNROLL
+        for (int l = 0; l < S::W; ++l) t.acc[first + q][i][l] = met[(q + S::W - l) % S::W][l];
+      }
+    }
+  }
+}
+
+// `apart` reals lie between two strips of A.
+template <class S, class R>
+TEV_INLINE void step(const R* a, int64_t apart, const R* b, tile<S>& t) {
+  vec<R, S::W> row[S::V];
+  TEV_UNROLL
+  for (int i = 0; i < S::V; ++i) row[i] = load<S::W>(a + i / S::kPerStrip * apart + i % S::kPerStrip * S::W);
+  if constexpr (kRotated<S>) {
+    step_rotated<0>(row, b, t);
+  } else {
+    TEV_UNROLL
+    for (int j = 0; j < S::NR; ++j) {
+      const auto factor = splat<S::W>(b[j]);
+      TEV_UNROLL
+      for (int i = 0; i < S::V; ++i) t.acc[j][i] = fma(row[i], factor, t.acc[j][i]);
+    }
+  }
+}
+
+// Strips of A times columns of one of B. The lines of C are fetched one per step at first, then one line of the next
+// strip of A every fourth step; where a strip of A is too large for the first cache, its own lines ahead of use.
+template <class S, int kColumns, class R>
+TEV_INLINE void accumulate(int64_t k, const R* a, const R* b, const R* c, int64_t ldc, const char* next, tile<S>& t) {
+  constexpr int kLine = 64 / sizeof(R), kAhead = 8;
+  const int64_t apart = k * S::kHeight;
+  int64_t p = 0;
+  for (int line = 0; line < S::MR; line += kLine)
+    for (int j = 0; j < kColumns && p < k; ++j, ++p, a += S::kHeight, b += S::kPitch) {
+      __builtin_prefetch(c + line + j * ldc, 1);
+      step(a, apart, b, t);
+    }
+  for (; p + 4 <= k; p += 4) {
+    __builtin_prefetch(next, 0, 2);
+    next += 64;
+    TEV_UNROLL
+    for (int u = 0; u < 4; ++u, a += S::kHeight, b += S::kPitch) {
+      if constexpr (kLargeStrips) {
+        TEV_UNROLL
+        for (int i = 0; i < S::MR; i += kLine)
+          __builtin_prefetch(a + i / S::kHeight * apart + kAhead * S::kHeight + i % S::kHeight);
+      }
+      step(a, apart, b, t);
+    }
+  }
+  for (; p < k; ++p, a += S::kHeight, b += S::kPitch) step(a, apart, b, t);
+}
+
+// Column j of the product, vector i of it.
+template <class T, class S>
+TEV_INLINE auto product_of(const tile<S>& t, int j, int i) {
+  using R = real_of<T>;
+  if constexpr (kParts<T> == 1)
+    return t.acc[j][i];
+  else
+    return t.acc[2 * j][i] + swap_pairs<S::W, R>(t.acc[2 * j + 1][i]) * alternate<S::W>(R(-1), R(1));
+}
+
+template <class T, beta_class kBeta, class S>
+TEV_INLINE void write_back(const tile<S>& t, T beta, real_of<T>* c, int64_t ldc) {
+  TEV_UNROLL
+  for (int j = 0; j < S::NR / kParts<T>; ++j, c += ldc) {
+    TEV_UNROLL
+    for (int i = 0; i < S::V; ++i) {
+      auto x = product_of<T>(t, j, i);
+      real_of<T>* const to = c + i * S::W;
+      if constexpr (kBeta == beta_class::one) x += load<S::W>(to);
+      if constexpr (kBeta == beta_class::general) x += times<T, S::W>(beta, load<S::W>(to));
+      store<S::W>(x, to);
+    }
+  }
+}
+
+// Elements of T: kStrips strips of A, each kHeight tall, times kColumns of a strip of B that is kPitch wide. ldc in
+// reals.
+template <class T, int kStrips, int kHeight, int kColumns, int kPitch>
+__attribute__((noinline)) void multiply_strips(int64_t k, const real_of<T>* a, const real_of<T>* b, const T* beta,
+                                               beta_class kind, real_of<T>* c, int64_t ldc, const char* next) {
+  constexpr int P = kParts<T>;
+  using shape = tile_shape<real_of<T>, kStrips, P * kHeight, P * kColumns, P * kPitch>;
+  tile<shape> t;
+  clear(t);
+  accumulate<shape, kColumns>(k, a, b, c, ldc, next, t);
+  if constexpr (kRotated<shape>) unrotate(t);
+  if (kind == beta_class::zero)
+    write_back<T, beta_class::zero>(t, *beta, c, ldc);
+  else if (kind == beta_class::one)
+    write_back<T, beta_class::one>(t, *beta, c, ldc);
+  else
+    write_back<T, beta_class::general>(t, *beta, c, ldc);
+}
+
+// kStrips strips of A against the panel of B: n columns.
+template <class T, int kStrips, int kHeight, int NR>
+TEV_INLINE void multiply_row(int64_t n, int64_t k, const T* a, const T* b, const T* beta, beta_class kind, T* c,
+                             int64_t ldc) {
+  constexpr int P = kParts<T>;
+  const auto* next = reinterpret_cast<const char*>(a + kStrips * kHeight * k);
+  for_strips<NR>(
+      n, [&](auto across, int64_t j) __attribute__((always_inline)) {
+        constexpr int kPitch = decltype(across)::value, kColumns = kPitch * kStrips > NR ? kPitch / kStrips : kPitch;
+        for (int half = 0; half < kPitch; half += kColumns) {
+          multiply_strips<T, kStrips, kHeight, kColumns, kPitch>(k, reals(a), reals(b + j * k + half), beta, kind,
+                                                                 reals(c + (j + half) * ldc), P * ldc, next);
+          next += k / 4 * 64;
+        }
+      });
+}
+
+// The last rows, fewer than a vector has lanes: their strips, side by side and padded with zeros, make one strip of
+// full vectors. A piece of the depth at a time, so that it fits in the first cache.
+template <class T, int NR>
+void multiply_last_rows(int64_t rows, int64_t n, int64_t k, const T* a, const T* b, const T* beta, beta_class kind,
+                        T* c, int64_t ldc) {
+  constexpr int P = kParts<T>, W = kVectorBytes / static_cast<int>(sizeof(real_of<T>)), kRows = W / P, kPiece = 128;
+  real_of<T> strip[kPiece * W], product[NR * W];
+  for (int64_t p = 0; p < k; p += kPiece, kind = beta_class::one) {
+    const int64_t depth = k - p < kPiece ? k - p : kPiece;
+    for (int64_t q = 0; q < depth; ++q) store<W>(vec<real_of<T>, W>{}, strip + q * W);
+    for_remainder_strips<kRows / 2, 1>(
+        0, rows, [&](auto height, int64_t s) __attribute__((always_inline)) {
+          constexpr int kHeight = P * decltype(height)::value;
+          const auto* from = reals(a + s * k) + p * kHeight;
+          for (int64_t q = 0; q < depth; ++q) store<kHeight>(load<kHeight>(from + q * kHeight), strip + q * W + s * P);
+        });
+    for_strips<NR>(
+        n, [&](auto across, int64_t j) __attribute__((always_inline)) {
+          constexpr int kColumns = decltype(across)::value;
+          multiply_strips<T, 1, kRows, kColumns, kColumns>(depth, strip, reals(b + j * k + p * kColumns), beta,
+                                                           beta_class::zero, product, W,
+                                                           reinterpret_cast<const char*>(strip));
+          for (int i = 0; i < kColumns; ++i) {
+            auto x = load<W>(product + i * W);
+            real_of<T>* const to = reals(c + (j + i) * ldc);
+            if (kind == beta_class::one) x += load_first<W>(to, rows * P);
+            if (kind == beta_class::general) x += times<T, W>(*beta, load_first<W>(to, rows * P));
+            store_first<W>(x, to, rows * P);
+          }
+        });
+  }
+}
+
+template <class T, int MR, int NR>
+void packed_kernel(int64_t m, int64_t n, int64_t k, const T* a, const T* b, T beta, beta_class kind, T* c,
+                   int64_t ldc) {
+  int64_t i = 0;
+  if constexpr (kStripsTogether > 1)
+    for (; i + kStripsTogether * MR <= m; i += kStripsTogether * MR)
+      multiply_row<T, kStripsTogether, MR, NR>(n, k, a + i * k, b, &beta, kind, c + i, ldc);
+  constexpr int kRegister = kVectorBytes / static_cast<int>(sizeof(T));
+  i += for_strips<MR, kRegister>(
+      m - i, [&](auto height, int64_t s) __attribute__((always_inline)) {
+        multiply_row<T, 1, decltype(height)::value, NR>(n, k, a + (i + s) * k, b, &beta, kind, c + i + s, ldc);
+      });
+  if constexpr (kRegister > 1)
+    if (i < m) multiply_last_rows<T, NR>(m - i, n, k, a + i * k, b, &beta, kind, c + i, ldc);
+}
+
+}  // namespace tev::TEV_TIER

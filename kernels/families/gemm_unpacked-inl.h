@@ -1,0 +1,216 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The general product without packing into allocated memory: C := alpha op(A) op(B) + beta C, any shape. A that is not
+// transposed is read in place; a transposed A goes through a panel on the stack, one strip of rows and a stretch of k
+// at a time:
+//
+//   A(k x m), columns contiguous along k           panel: for each p, the rows of the strip one after another
+//     a(p, i)  a(p, i+1) ...              ->         p = 0: a(0, i), a(0, i+1) .. a(0, i+height-1)
+//     a(p+1, i) ...                                  p = 1: ...
+//
+// B is always read in place, one broadcast element at a time.
+#pragma once
+
+#include "kernels/families/dot_tile-inl.h"
+#include "kernels/families/gemm_arguments.h"
+#include "kernels/families/unpacked_tile-inl.h"
+#include "kernels/records.h"
+
+namespace tev::TEV_TIER {
+
+inline constexpr int kPanelBytes = 24 * 1024;  // half of a first-level cache: the rest is for B and C
+
+// Deepest stretch of k for which a strip of A is used before the next one is read.
+inline constexpr int64_t kUnpackedDepth = 128;
+
+// k in even stretches of at most `deepest`.
+TEV_INLINE int64_t stretch(int64_t k, int64_t deepest) {
+  if (k <= deepest) return k;
+  const int64_t count = (k + deepest - 1) / deepest;
+  return (k + count - 1) / count;
+}
+
+// Where sums along k pay: so many rows or columns at most, so deep at least; and many on the other side when the few
+// must be transposed first. Products A B^T with fewer rows than kFewSwapped are computed as B A^T.
+inline constexpr int64_t kFewDots = 16, kDeepDots = 32;
+inline constexpr int64_t kFewPackedDots = 8, kManyPackedDots = 32;
+inline constexpr int64_t kFewSwapped = 8;
+
+// A strip is read ahead while the one before it is used; where there is only one, so many steps of k.
+inline constexpr int64_t kStepsAhead = 16;
+
+// Rows of op(A) into a panel of `height` reals per step of k; a is the element (0, 0) of the strip. The panel's rows
+// are padded to whole vectors. Squares of vectors are transposed in registers; the last square of a row ends at the
+// last element, so that part of it is done twice.
+template <class T, class R>
+TEV_INLINE void transpose_strip(int64_t rows, int64_t depth, const R* a, int64_t lda, R* panel, int64_t height) {
+  constexpr int U = kParts<T>, W = kLanesOf<R>, N = W / U;
+  for (int64_t i = 0; i < rows / U; i += N)
+    for (int64_t next = 0; next < depth; next += N) {
+      const int64_t p = next + N <= depth || depth < N ? next : depth - N;
+      vec<R, W> square[N];
+      TEV_UNROLL
+      for (int q = 0; q < N; ++q) {
+        const R* from = a + (i + q) * lda + p * U;
+        square[q] = i + q >= rows / U ? vec<R, W>{} : depth < N ? load_first<W>(from, depth * U) : load<W>(from);
+      }
+      transpose<W, U>(square);
+      R* to = panel + p * height + i * U;
+      TEV_UNROLL
+      for (int q = 0; q < N; ++q)
+        if (q < depth) store<W, R>(square[q], to + q * height);
+    }
+}
+
+// One operand of a product in reals: where it starts and its strides, to the next row and to the next column of op(X).
+template <class R>
+struct walk {
+  const R* at;
+  int64_t row, column;
+};
+template <class T, class R = real_of<T>>
+TEV_INLINE walk<R> walk_of(const T* x, bool transposed, int64_t ld) {
+  const int64_t one = kParts<T>, across = ld * kParts<T>;
+  const R* at = reinterpret_cast<const R*>(x);
+  return transposed ? walk<R>{at, across, one} : walk<R>{at, one, across};
+}
+
+// C(m x n) += A B from strips of A's rows, `depth` steps of k at a time. kTransposed: m counts columns of C.
+template <class T, bool kTransposed, class R>
+TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc, finish<R> f,
+                          int64_t deepest) {
+  const int64_t c_row = kTransposed ? ldc : kParts<T>;
+  const int64_t rows_in_all = m * kParts<T>;
+  deepest = stretch(k, deepest);
+  for (int64_t p0 = 0; p0 < k; p0 += deepest) {
+    const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
+    for (int64_t i = 0; i < rows_in_all;) {
+      const int64_t rows = next_strip<R>(rows_in_all - i);
+      strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
+          block<R>{rows, n, depth, a.at + i + p0 * a.column, a.column,
+                   rows_in_all > rows ? rows : kStepsAhead * a.column, b.at + p0 * b.row, b.row, b.column,
+                   c + i / kParts<T> * c_row, ldc},
+          f);
+      i += rows;
+    }
+    add_to_c(f);
+  }
+}
+
+// The same from strips that are transposed into a panel first.
+template <class T, class R>
+TEV_INLINE void by_panels(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc, finish<R> f) {
+  constexpr int kHeight = kTileVectors * kLanesOf<R>;
+  constexpr int64_t kDeepest = kPanelBytes / (kHeight * static_cast<int>(sizeof(R)));
+  alignas(64) R panel[kDeepest * kHeight];
+  const int64_t rows_in_all = m * kParts<T>, deepest = stretch(k, kDeepest);
+  for (int64_t p0 = 0; p0 < k; p0 += deepest) {
+    const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
+    for (int64_t i = 0; i < rows_in_all;) {
+      const int64_t rows = next_strip<R>(rows_in_all - i);
+      transpose_strip<T>(rows, depth, a.at + i / kParts<T> * a.row + p0 * a.column, a.row, panel, kHeight);
+      strip_of_any_height<T, false, kLanesOf<R>, kTileVectors>(
+          block<R>{rows, n, depth, panel, kHeight, 0, b.at + p0 * b.row, b.row, b.column, c + i, ldc}, f);
+      i += rows;
+    }
+    add_to_c(f);
+  }
+}
+
+// C(m x n) from rows of A and columns of B that are contiguous along k. One of them may have to be made so first: it
+// is the one with few rows (columns): kFewPackedDots at most.
+//
+// Longest stretch of k, in bytes of a row: with many rows on both sides what is read again has to stay in the caches.
+inline constexpr int64_t kDotBytes = 4 * 1024, kLongDotBytes = 64 * 1024;
+
+template <class T, class R>
+TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
+                                 finish<R> f) {
+  const int64_t bytes = m <= kDotRows<T> || n <= kDotColumns<T> ? kLongDotBytes : kDotBytes;
+  const int64_t deepest = stretch(k, bytes / static_cast<int64_t>(sizeof(T)));
+  for (int64_t p0 = 0; p0 < k; p0 += deepest) {
+    const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
+    by_dots<T>(m, n, dot_block<R>{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc},
+               f);
+    add_to_c(f);
+  }
+}
+
+template <class T, class R>
+TEV_INLINE void by_packed_dots(bool packs_a, int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
+                               finish<R> f) {
+  const int64_t few = packs_a ? m : n;
+  alignas(64) R panel[kPanelBytes / sizeof(R)];
+  int64_t deepest = kPanelBytes / static_cast<int64_t>(sizeof(T)) / few;
+  deepest -= deepest % (kLanesOf<R> / kParts<T>);
+  for (int64_t p0 = 0; p0 < k; p0 += deepest) {
+    const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
+    const int64_t row = deepest * kParts<T>;
+    dot_block<R> x{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc};
+    transpose_strip<T>(depth * kParts<T>, few, packs_a ? x.a : x.b, packs_a ? a.column : b.row, panel, row);
+    (packs_a ? x.a : x.b) = panel;
+    (packs_a ? x.a_row : x.b_column) = row;
+    by_dots<T>(m, n, x, f);
+    add_to_c(f);
+  }
+}
+
+// C := beta C: the tier's mscale, which the exports of each precision name.
+template <class T>
+void scale_c(int64_t m, int64_t n, T beta, T* c, int64_t ldc);
+
+template <class T>
+__attribute__((noinline)) void gemm_unpacked(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha,
+                                             const T* a, int64_t lda, const T* b, int64_t ldb, T beta, T* c,
+                                             int64_t ldc) {
+  using R = real_of<T>;
+  if (m < 1 || n < 1) return;
+  if (k < 1 || is_zero(alpha)) return scale_c<T>(m, n, beta, c, ldc);
+  const char ta = static_cast<char>(transa & ~0x20), tb = static_cast<char>(transb & ~0x20);
+  const walk<R> aw = walk_of(a, ta != 'N', lda), bw = walk_of(b, tb != 'N', ldb);
+  R* c_real = reinterpret_cast<R*>(c);
+  ldc *= kParts<T>;
+  const bool na = ta == 'N', nb = tb == 'N';
+  const auto f = [&](bool swapped) TEV_LAMBDA {
+    return swapped ? finish_of<T>(alpha, beta, tb == 'C', ta == 'C') : finish_of<T>(alpha, beta, ta == 'C', tb == 'C');
+  };
+  const walk<R> a_swapped{aw.at, aw.column, aw.row}, b_swapped{bw.at, bw.column, bw.row};
+  if (!na && nb && (m <= kFewDots || n <= kFewDots) && k >= kDeepDots)
+    return by_dots_in_place<T>(m, n, k, aw, bw, c_real, ldc, f(false));
+  if (na && nb && m <= kFewPackedDots && n >= kManyPackedDots && k >= kDeepDots)
+    return by_packed_dots<T>(true, m, n, k, aw, bw, c_real, ldc, f(false));
+  if (!na && !nb && n <= kFewPackedDots && m >= kManyPackedDots && k >= kDeepDots)
+    return by_packed_dots<T>(false, m, n, k, aw, bw, c_real, ldc, f(false));
+  if (!nb && (!na || (m < kFewSwapped && n > m)))  // C^T = op(B)^T op(A)^T
+    return by_strips<T, true>(n, m, k, b_swapped, a_swapped, c_real, ldc, f(true), kUnpackedDepth);
+  if (na) return by_strips<T, false>(m, n, k, aw, bw, c_real, ldc, f(false), kUnpackedDepth);
+  by_panels<T>(m, n, k, aw, bw, c_real, ldc, f(false));
+}
+
+// The product with a transposed A and few columns, by sums along k whatever its depth.
+template <class T>
+void gemm_columns_by_dots(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a, int64_t lda,
+                          const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
+  if (m < 1 || n < 1) return;
+  if (k < 1 || is_zero(alpha)) return scale_c<T>(m, n, beta, c, ldc);
+  const char ta = static_cast<char>(transa & ~0x20), tb = static_cast<char>(transb & ~0x20);
+  const auto aw = walk_of(a, true, lda), bw = walk_of(b, tb != 'N', ldb);
+  const auto f = finish_of<T>(alpha, beta, ta == 'C', tb == 'C');
+  if (tb == 'N')
+    by_dots_in_place<T>(m, n, k, aw, bw, reals(c), ldc * kParts<T>, f);
+  else
+    by_packed_dots<T>(false, m, n, k, aw, bw, reals(c), ldc * kParts<T>, f);
+}
+
+template <class T>
+TEV_INLINE int32_t unpacked_driver(const kernels::operation<T>* op, const kernels::operand* a,
+                                   const kernels::operand* b, const kernels::operand* c) {
+  const auto letter = [](int32_t code) TEV_LAMBDA {
+    return code == kernels::kNoTrans ? 'N' : code == kernels::kConjTrans ? 'C' : 'T';
+  };
+  gemm_unpacked<T>(letter(op->op_a), letter(op->op_b), c->rows, c->columns, a->columns, op->alpha,
+                   static_cast<const T*>(a->data), a->ld, static_cast<const T*>(b->data), b->ld, op->beta,
+                   static_cast<T*>(c->data), c->ld);
+  return 0;
+}
+
+}  // namespace tev::TEV_TIER

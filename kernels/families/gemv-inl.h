@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// y := alpha op(A) x + beta y for an m x n matrix A, column-major.
+//
+//      N: y += t0 a0 + t1 a1 ...          T, C: y0 += alpha (a0 . x), y1 += alpha (a1 . x) ...
+//
+//        a0 a1 a2 a3 | a4 ..    y           a0 a1 a2 a3 | a4 ..    x
+//        |  |  |  |  |          |           |  |  |  |  |          |    a segment of rows: y or x stays in L1,
+//        |  |  |  |  |          |           |  |  |  |  |          |    A streams by once, some columns at a time
+//       -+--+--+--+--+------   -+-         -+--+--+--+--+------   -+-
+//
+// Whichever of x and y runs along the columns is gathered into a block on the stack when its elements are apart.
+#pragma once
+
+#include "kernels/families/vector-inl.h"
+
+namespace tev::TEV_TIER {
+
+// Columns that are taken at once: their multipliers (N) or sums (T) fit into the registers, and memory delivers more
+// when several columns stream by.
+inline constexpr int kColumnsTogether = kVectorRegisters == 32 ? 8 : 4;
+
+// y += A (alpha x), J columns. Complex: the products with the imaginary parts of alpha x are added up apart, so that
+// parts change places once per vector of y.
+template <int J, class T>
+TEV_INLINE void add_columns(int64_t m, T alpha, const T* a, int64_t lda, const T* x, int64_t incx, T* y) {
+  using R = real_of<T>;
+  const R* column[J];
+  T t[J];
+  TEV_UNROLL
+  for (int j = 0; j < J; ++j) column[j] = reals(a + j * lda), t[j] = multiply(alpha, x[j * incx]);
+  R* yr = reals(y);
+  for_parts<T, 2>(
+      m * kParts<T>, [&](auto part, int64_t i) __attribute__((always_inline)) {
+        constexpr int W = part.W;
+        auto sum = part.load(yr + i);
+        if constexpr (kComplex<T>) {
+          vec<R, W> crossed = {};
+          TEV_UNROLL
+          for (int j = 0; j < J; ++j) {
+            const auto c = part.load(column[j] + i);
+            sum = fma(c, splat<W>(t[j].real), sum);
+            crossed = fma(c, splat<W>(t[j].imag), crossed);
+          }
+          sum += swap_pairs<W, R>(crossed) * alternate<W>(R(-1), R(1));
+        } else {
+          TEV_UNROLL
+          for (int j = 0; j < J; ++j) sum = fma(part.load(column[j] + i), splat<W>(t[j]), sum);
+        }
+        part.store(sum, yr + i);
+      });
+}
+
+template <int J, class T>
+TEV_INLINE void gemv_n_segment(int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x, int64_t incx, T* y) {
+  for (; n >= J; n -= J, a += J * lda, x += J * incx) add_columns<J>(m, alpha, a, lda, x, incx, y);
+  if constexpr (J > 1) gemv_n_segment<J / 2>(m, n, alpha, a, lda, x, incx, y);
+}
+
+// y += alpha op(A) x with y scaled already.
+template <class T>
+TEV_INLINE void gemv_n(int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x, int64_t incx, T* y,
+                       int64_t incy) {
+  T block[kSegment<T>];
+  for (int64_t i = 0; i < m; i += kSegment<T>) {
+    const int64_t rows = m - i < kSegment<T> ? m - i : kSegment<T>;
+    T* segment = y + i * incy;
+    if (incy == 1) {
+      gemv_n_segment<kColumnsTogether>(rows, n, alpha, a + i, lda, x, incx, segment);
+      continue;
+    }
+    gather(rows, segment, incy, false, block);
+    gemv_n_segment<kColumnsTogether>(rows, n, alpha, a + i, lda, x, incx, block);
+    for (int64_t r = 0; r < rows; ++r) segment[r * incy] = block[r];
+  }
+}
+
+// Sums of J columns times x, U registers wide each; complex: with x and with x's parts exchanged.
+template <int J, int U, class T>
+struct dot_sums {
+  static constexpr int L = kLanes<real_of<T>>;
+  vec<real_of<T>, L> direct[J][U], crossed[J][U];
+};
+
+// Count registers of numbers from i on.
+template <int Count, int J, int U, class T, class Part>
+TEV_INLINE void add_products(const Part& part, int64_t i, const real_of<T>* const* column, const real_of<T>* x,
+                             dot_sums<J, U, T>& sums) {
+  constexpr int L = kLanes<real_of<T>>;
+  TEV_UNROLL
+  for (int u = 0; u < Count; ++u) {
+    const auto v = part.load(x + i + u * L);
+    TEV_UNROLL
+    for (int j = 0; j < J; ++j) {
+      const auto c = part.load(column[j] + i + u * L);
+      sums.direct[j][u] = fma(c, v, sums.direct[j][u]);
+      if constexpr (kComplex<T>) sums.crossed[j][u] = fma(c, swap_pairs<L, real_of<T>>(v), sums.crossed[j][u]);
+    }
+  }
+}
+
+// Direct sums hold re re, im im; crossed ones re im, im re.
+template <int L, class T>
+TEV_INLINE T dot_of(vec<real_of<T>, L> direct, vec<real_of<T>, L> crossed, bool conjugated) {
+  using R = real_of<T>;
+  if constexpr (!kComplex<T>)
+    return sum<L, R>(direct);
+  else {
+    const auto minus = alternate<L>(R(1), R(-1));
+    if (conjugated) return {sum<L, R>(direct), sum<L, R>(crossed * minus)};
+    return {sum<L, R>(direct * minus), sum<L, R>(crossed)};
+  }
+}
+
+// y_j += alpha (op(a_j) . x), J columns; x contiguous.
+template <int J, class T>
+TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const T* a, int64_t lda, const T* x, T* y, int64_t incy) {
+  using R = real_of<T>;
+  constexpr int L = kLanes<R>, U = 2 / kParts<T>;
+  const R* column[J];
+  TEV_UNROLL
+  for (int j = 0; j < J; ++j) column[j] = reals(a + j * lda);
+  const R* xr = reals(x);
+  dot_sums<J, U, T> sums = {};
+  const int64_t count = m * kParts<T>;
+  int64_t i = 0;
+  for (const int64_t end = count / (U * L) * (U * L); i < end; i += U * L)
+    add_products<U>(whole_part<L>{}, i, column, xr, sums);
+  for (const int64_t end = count / L * L; i < end; i += L) add_products<1>(whole_part<L>{}, i, column, xr, sums);
+  if (i < count) add_products<1>(first_part<L>{count - i}, i, column, xr, sums);
+  TEV_UNROLL
+  for (int j = 0; j < J; ++j) {
+    TEV_UNROLL
+    for (int u = 1; u < U; ++u) sums.direct[j][0] += sums.direct[j][u];
+    const T dot = dot_of<L, T>(sums.direct[j][0], sums.crossed[j][0], conjugated);
+    y[j * incy] = add(y[j * incy], multiply(alpha, dot));
+  }
+}
+
+template <int J, class T>
+TEV_INLINE void gemv_t_segment(bool conjugated, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x,
+                               T* y, int64_t incy) {
+  for (; n >= J; n -= J, a += J * lda, y += J * incy) add_dots<J>(conjugated, m, alpha, a, lda, x, y, incy);
+  if constexpr (J > 1) gemv_t_segment<J / 2>(conjugated, m, n, alpha, a, lda, x, y, incy);
+}
+
+template <class T>
+TEV_INLINE void gemv_t(bool conjugated, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x,
+                       int64_t incx, T* y, int64_t incy) {
+  T block[kSegment<T>];
+  for (int64_t i = 0; i < m; i += kSegment<T>) {
+    const int64_t rows = m - i < kSegment<T> ? m - i : kSegment<T>;
+    const T* segment = x + i * incx;
+    if (incx != 1) gather(rows, segment, incx, false, block);
+    gemv_t_segment<kColumnsTogether>(conjugated, rows, n, alpha, a + i, lda, incx == 1 ? segment : block, y, incy);
+  }
+}
+
+template <class T>
+TEV_INLINE void gemv(const char* trans, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x,
+                     int64_t incx, T beta, T* y, int64_t incy) {
+  if (m < 1 || n < 1) return;
+  const bool plain = is_letter(trans, 'N');
+  const int64_t rows = plain ? m : n, columns = plain ? n : m;
+  scale_result(rows, beta, y, incy);
+  if (is_zero(alpha)) return;
+  x = first_of(columns, x, incx), y = first_of(rows, y, incy);
+  if (plain) return gemv_n(m, n, alpha, a, lda, x, incx, y, incy);
+  gemv_t(kComplex<T> && is_letter(trans, 'C'), m, n, alpha, a, lda, x, incx, y, incy);
+}
+
+}  // namespace tev::TEV_TIER

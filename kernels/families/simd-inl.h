@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Vectors of the tier that includes this file: the compiler's own vector types, so + - * are the language's, and one
+// wrapper for each thing that they cannot say. Everything is inlined; nothing leaves the tier's namespace.
+#pragma once
+
+#ifndef TEV_TIER
+#error "a tier's tier.h includes this file after it has defined TEV_TIER"
+#endif
+
+#if defined(__AVX__)
+#include <immintrin.h>
+#endif
+
+#include <cstdint>
+
+#define TEV_INLINE inline __attribute__((always_inline))
+#define TEV_UNROLL _Pragma("clang loop unroll(full)")
+
+#pragma clang diagnostic ignored "-Wpsabi"  // vectors of several registers are passed to inlined functions only
+
+namespace tev::TEV_TIER {
+
+// W lanes of R (float or double). W may be anything from 1 lane up; wider than a register is several registers.
+template <class R, int W>
+struct vec_of {
+  typedef R type __attribute__((vector_size(W * sizeof(R))));
+  typedef R unaligned __attribute__((vector_size(W * sizeof(R)), aligned(sizeof(R)), may_alias));
+};
+template <class R, int W>
+using vec = typename vec_of<R, W>::type;
+
+template <int W, class R>
+TEV_INLINE vec<R, W> load(const R* from) {
+  return *reinterpret_cast<const typename vec_of<R, W>::unaligned*>(from);
+}
+
+template <int W, class R>
+TEV_INLINE void store(vec<R, W> value, R* to) {
+  *reinterpret_cast<typename vec_of<R, W>::unaligned*>(to) = value;
+}
+
+template <int W, class R>
+TEV_INLINE vec<R, W> splat(R value) {
+  vec<R, W> v;
+  TEV_UNROLL
+  for (int i = 0; i < W; ++i) v[i] = value;
+  return v;
+}
+
+// a b + c: fused where the tier's flags let the compiler contract, two roundings elsewhere.
+template <class V>
+TEV_INLINE V fma(V a, V b, V c) {
+  return a * b + c;
+}
+
+template <int... I>
+struct lanes {};
+template <class Int, Int... I>
+struct lane_sequence {
+  using type = lanes<I...>;
+};
+template <int W>
+using all_lanes = typename __make_integer_seq<lane_sequence, int, W>::type;
+
+template <class V, int... I>
+TEV_INLINE V swap_pairs_by(V v, lanes<I...>) {
+  return __builtin_shufflevector(v, v, (I ^ 1)...);
+}
+
+// (x0, x1, x2, x3 ...) -> (x1, x0, x3, x2 ...): real and imaginary parts change places.
+template <int W, class R>
+TEV_INLINE vec<R, W> swap_pairs(vec<R, W> v) {
+  return swap_pairs_by(v, all_lanes<W>{});
+}
+
+// The first n of W lanes, 0 <= n <= W; nothing beyond them is touched, and loaded lanes beyond are 0. W lanes fill a
+// register of the tier.
+template <int W, class R>
+TEV_INLINE vec<R, W> load_first(const R* from, int64_t n) {
+#if defined(__AVX512F__)
+  if constexpr (sizeof(R) * W == 64 && sizeof(R) == 8)
+    return _mm512_maskz_loadu_pd(static_cast<__mmask8>((1u << n) - 1), from);
+  else if constexpr (sizeof(R) * W == 64)
+    return _mm512_maskz_loadu_ps(static_cast<__mmask16>((1u << n) - 1), from);
+#endif
+  vec<R, W> v = {};
+  TEV_UNROLL
+  for (int i = 0; i < W; ++i)
+    if (i < n) v[i] = from[i];
+  return v;
+}
+
+template <int W, class R>
+TEV_INLINE void store_first(vec<R, W> value, R* to, int64_t n) {
+#if defined(__AVX512F__)
+  if constexpr (sizeof(R) * W == 64 && sizeof(R) == 8)
+    return _mm512_mask_storeu_pd(to, static_cast<__mmask8>((1u << n) - 1), value);
+  else if constexpr (sizeof(R) * W == 64)
+    return _mm512_mask_storeu_ps(to, static_cast<__mmask16>((1u << n) - 1), value);
+#endif
+  TEV_UNROLL
+  for (int i = 0; i < W; ++i)
+    if (i < n) to[i] = value[i];
+}
+
+// Sum of all lanes, halves first.
+template <int W, class R>
+TEV_INLINE R sum(vec<R, W> v) {
+  if constexpr (W == 1)
+    return v[0];
+  else {
+    vec<R, W / 2> low, high;
+    TEV_UNROLL
+    for (int i = 0; i < W / 2; ++i) low[i] = v[i], high[i] = v[i + W / 2];
+    return sum<W / 2, R>(low + high);
+  }
+}
+
+}  // namespace tev::TEV_TIER

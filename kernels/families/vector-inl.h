@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Level 1: y := alpha x + y, y := x, x := alpha x, x <-> y, for n elements at a distance of inc elements. Vectors of
+// elements that follow each other go through registers; others element by element, in order, so that an increment of
+// zero means what it means to a plain loop.
+#pragma once
+
+#include "kernels/families/in_place-inl.h"
+
+namespace tev::TEV_TIER {
+
+template <class T>
+TEV_INLINE void axpy_contiguous(int64_t n, T alpha, const T* x, T* y) {
+  const real_of<T>* xr = reals(x);
+  real_of<T>* yr = reals(y);
+  for_parts<T, 4>(
+      n * kParts<T>, [=](auto part, int64_t i) __attribute__((always_inline)) {
+        const auto t = multiplier_of<part.W>(alpha);
+        part.store(plus_product(part.load(yr + i), t, part.load(xr + i)), yr + i);
+      });
+}
+
+template <class T>
+TEV_INLINE void scal_contiguous(int64_t n, T alpha, T* x) {
+  real_of<T>* xr = reals(x);
+  for_parts<T, 4>(
+      n * kParts<T>, [=](auto part, int64_t i) __attribute__((always_inline)) {
+        part.store(product(multiplier_of<part.W>(alpha), part.load(xr + i)), xr + i);
+      });
+}
+
+template <class T>
+TEV_INLINE void swap_contiguous(int64_t n, T* x, T* y) {
+  real_of<T>*xr = reals(x), *yr = reals(y);
+  for_parts<T, 4>(
+      n * kParts<T>, [=](auto part, int64_t i) __attribute__((always_inline)) {
+        const auto old_x = part.load(xr + i);
+        part.store(part.load(yr + i), xr + i);
+        part.store(old_x, yr + i);
+      });
+}
+
+template <class T>
+TEV_INLINE void axpy(int64_t n, T alpha, const T* x, int64_t incx, T* y, int64_t incy) {
+  if (n < 1 || is_zero(alpha)) return;
+  if (incx == 1 && incy == 1) return axpy_contiguous(n, alpha, x, y);
+  x = first_of(n, x, incx), y = first_of(n, y, incy);
+  for (; n > 0; --n, x += incx, y += incy) *y = add(*y, multiply(alpha, *x));
+}
+
+template <class T>
+TEV_INLINE void copy_vector(int64_t n, const T* x, int64_t incx, T* y, int64_t incy) {
+  if (n < 1) return;
+  if (incx == 1 && incy == 1) {
+    __builtin_memcpy(y, x, static_cast<size_t>(n) * sizeof(T));
+    return;
+  }
+  x = first_of(n, x, incx), y = first_of(n, y, incy);
+  for (; n > 0; --n, x += incx, y += incy) *y = *x;
+}
+
+// A negative increment names the same elements as its positive twin.
+template <class T>
+TEV_INLINE void scal(int64_t n, T alpha, T* x, int64_t incx) {
+  if (n < 1 || is_one(alpha)) return;
+  if (incx == 1 || incx == -1) return scal_contiguous(n, alpha, x);
+  for (incx = incx < 0 ? -incx : incx; n > 0; --n, x += incx) *x = multiply(alpha, *x);
+}
+
+template <class T>
+TEV_INLINE void swap(int64_t n, T* x, int64_t incx, T* y, int64_t incy) {
+  if (n < 1) return;
+  if (incx == 1 && incy == 1) return swap_contiguous(n, x, y);
+  x = first_of(n, x, incx), y = first_of(n, y, incy);
+  for (; n > 0; --n, x += incx, y += incy) {
+    const T old_x = *x;
+    *x = *y;
+    *y = old_x;
+  }
+}
+
+// y := beta y as a product means it: zero forgets y, one leaves it alone.
+template <class T>
+TEV_INLINE void scale_result(int64_t n, T beta, T* y, int64_t incy) {
+  if (is_one(beta)) return;
+  if (!is_zero(beta)) return scal(n, beta, y, incy);
+  const int64_t step = incy < 0 ? -incy : incy;
+  for (int64_t i = 0; i < n; ++i) y[i * step] = T{};
+}
+
+// n elements in their order into a block.
+template <class T>
+TEV_INLINE void gather(int64_t n, const T* x, int64_t incx, bool conjugated, T* block) {
+  for (int64_t i = 0; i < n; ++i) block[i] = conjugate_if(conjugated, x[i * incx]);
+}
+
+// Elements of a vector that a block on the stack holds, and that stay in the L1 cache while matrix columns stream by.
+template <class T>
+inline constexpr int64_t kSegment = 16384 / static_cast<int64_t>(sizeof(T));
+
+}  // namespace tev::TEV_TIER

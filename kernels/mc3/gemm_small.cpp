@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// kernels/mc3/gemm_small.cpp: what mc3 has of products without packed panels.
+#include "kernels/mc3/tier.h"
+
+#include "kernels/families/fixed_depth-inl.h"
+#include "kernels/families/gemm_unpacked-inl.h"
+
+#define TEV_P s
+#include "kernels/families/gemm_unpacked.exports.inc"
+
+#include "kernels/families/gemm_nocopy_driver.exports.inc"
+#include "kernels/families/gemm_sm.exports.inc"
+#undef TEV_P
+#define TEV_P d
+#include "kernels/families/gemm_unpacked.exports.inc"
+
+#include "kernels/families/gemm_nocopy_driver.exports.inc"
+#include "kernels/families/gemm_sm.exports.inc"
+#undef TEV_P
+#define TEV_P c
+#include "kernels/families/gemm_unpacked.exports.inc"
+
+#include "kernels/families/gemm_nocopy_driver.exports.inc"
+#include "kernels/families/gemm_sm.exports.inc"
+#undef TEV_P
+#define TEV_P z
+#include "kernels/families/gemm_unpacked.exports.inc"
+
+#include "kernels/families/gemm_nocopy_driver.exports.inc"
+#include "kernels/families/gemm_sm.exports.inc"
+#undef TEV_P

@@ -1,0 +1,402 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Level 1 and 2 of every tier that this processor can run, in all precisions, against plain sums in a wider type.
+//   Exact     whole numbers: results match bit for bit.
+//   Rounding  |y - yref| <= gamma(terms + 4) (sum of the moduli of the terms), twice the roundings if complex.
+//   Special   NaN where a plain sum has it and nowhere else; zero scalars and empty sizes; odd increments.
+//   Memory    operands end at an unmapped page; gaps between elements and rows below a matrix hold NaN and keep it.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <complex>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "kernels/routine_types.h"
+#include "tests/support/tier_list.h"
+#include "tests/support/matrix.h"
+#include "tev/types.h"
+
+#define TEV_DECLARE_BOTH(tier, p, type)                                       \
+  extern "C" tev::kernels::axpy_fn<type> tev_blas_##tier##_x##p##axpy;        \
+  extern "C" tev::kernels::copy_vector_fn<type> tev_blas_##tier##_x##p##copy; \
+  extern "C" tev::kernels::scal_fn<type> tev_blas_##tier##_x##p##scal;        \
+  extern "C" tev::kernels::gemv_fn<type> tev_blas_##tier##_x##p##gemv;        \
+  extern "C" tev::kernels::gemmger_fn<type> tev_blas_##tier##_x##p##gemmger;
+#define TEV_DECLARE_REAL(tier, p, type) \
+  TEV_DECLARE_BOTH(tier, p, type)       \
+  extern "C" tev::kernels::ger_fn<type> tev_blas_##tier##_x##p##ger;
+#define TEV_DECLARE_COMPLEX(tier, p, type)                             \
+  TEV_DECLARE_BOTH(tier, p, type)                                      \
+  extern "C" tev::kernels::swap_fn<type> tev_blas_##tier##_x##p##swap; \
+  extern "C" tev::kernels::ger_fn<type> tev_blas_##tier##_x##p##gerc, tev_blas_##tier##_x##p##geru;
+#define TEV_DECLARE(tier)                    \
+  TEV_DECLARE_REAL(tier, s, float)           \
+  TEV_DECLARE_REAL(tier, d, double)          \
+  TEV_DECLARE_COMPLEX(tier, c, tev_complex8) \
+  TEV_DECLARE_COMPLEX(tier, z, tev_complex16)
+TEV_EACH_TIER(TEV_DECLARE)
+
+namespace tev::test {
+namespace {
+
+constexpr uint64_t kSeed = 20240229;
+
+// The routines of one tier and precision; ger and geru are one member, swap and gerc are null in s and d.
+template <class E>
+struct tier_routines {
+  const char* tier;
+  kernels::axpy_fn<E>* axpy;
+  kernels::copy_vector_fn<E>* copy;
+  kernels::scal_fn<E>* scal;
+  kernels::gemv_fn<E>* gemv;
+  kernels::gemmger_fn<E>* gemmger;
+  kernels::ger_fn<E>*ger, *gerc;
+  kernels::swap_fn<E>* swap;
+};
+
+#define TEV_ROW(tier, p)                                                                           \
+#tier, tev_blas_##tier##_x##p##axpy, tev_blas_##tier##_x##p##copy, tev_blas_##tier##_x##p##scal, \
+      tev_blas_##tier##_x##p##gemv, tev_blas_##tier##_x##p##gemmger
+#define TEV_ROW_s(tier) {TEV_ROW(tier, s), tev_blas_##tier##_xsger, nullptr, nullptr},
+#define TEV_ROW_d(tier) {TEV_ROW(tier, d), tev_blas_##tier##_xdger, nullptr, nullptr},
+#define TEV_ROW_c(tier) \
+  {TEV_ROW(tier, c), tev_blas_##tier##_xcgeru, tev_blas_##tier##_xcgerc, tev_blas_##tier##_xcswap},
+#define TEV_ROW_z(tier) \
+  {TEV_ROW(tier, z), tev_blas_##tier##_xzgeru, tev_blas_##tier##_xzgerc, tev_blas_##tier##_xzswap},
+
+// The C element type, the next wider type to sum in, the tiers' routines.
+template <class T>
+struct precision;
+template <>
+struct precision<float> {
+  using element = float;
+  using wide = double;
+  static std::vector<tier_routines<element>> tiers() { return {TEV_EACH_TIER(TEV_ROW_s)}; }
+};
+template <>
+struct precision<double> {
+  using element = double;
+  using wide = long double;
+  static std::vector<tier_routines<element>> tiers() { return {TEV_EACH_TIER(TEV_ROW_d)}; }
+};
+template <>
+struct precision<std::complex<float>> {
+  using element = tev_complex8;
+  using wide = std::complex<double>;
+  static std::vector<tier_routines<element>> tiers() { return {TEV_EACH_TIER(TEV_ROW_c)}; }
+};
+template <>
+struct precision<std::complex<double>> {
+  using element = tev_complex16;
+  using wide = std::complex<long double>;
+  static std::vector<tier_routines<element>> tiers() { return {TEV_EACH_TIER(TEV_ROW_z)}; }
+};
+
+// n elements inc apart, counted from the far end if inc is negative. The gaps are NaN. inc 0: one element.
+template <class T>
+class strided {
+ public:
+  strided(int64_t n, int64_t inc) : n_(n), inc_(inc), storage_(length()) {
+    std::fill_n(data(), length(), nan_element<T>());
+  }
+  strided(const strided& other) : strided(other.n_, other.inc_) {
+    std::memcpy(static_cast<void*>(data()), other.data(), length() * sizeof(T));
+  }
+  T& operator[](int64_t i) const { return data()[inc_ < 0 ? (i - n_ + 1) * inc_ : i * inc_]; }
+  T* data() const { return storage_.data(); }
+  auto* address() const { return reinterpret_cast<typename precision<T>::element*>(data()); }
+  const int64_t* inc() const { return &inc_; }
+  strided& fill(engine& random, values kind) {
+    for (int64_t i = 0; i < n_; ++i) (*this)[i] = random_element<T>(random, kind);
+    return *this;
+  }
+  bool same_bits(const strided& other) const { return std::memcmp(other.data(), data(), length() * sizeof(T)) == 0; }
+  bool gaps_are_intact() const {
+    strided expected(n_, inc_);
+    for (int64_t i = 0; i < n_; ++i) expected[i] = (*this)[i];
+    return same_bits(expected);
+  }
+
+ private:
+  int64_t length() const { return n_ < 1 ? 0 : 1 + (n_ - 1) * std::abs(inc_); }
+  int64_t n_, inc_;
+  guarded_array<T> storage_;
+};
+
+template <class T>
+auto in(const T& x) {
+  return reinterpret_cast<const typename precision<T>::element*>(&x);
+}
+
+template <class W>
+auto modulus(W x) {
+  if constexpr (kIsComplex<W>)
+    return std::abs(x.real()) + std::abs(x.imag());
+  else
+    return std::abs(x);
+}
+
+template <class T>
+T conjugated_if(bool conjugated, T x) {
+  if constexpr (kIsComplex<T>) return conjugated ? std::conj(x) : x;
+  return x;
+}
+
+// beta y0 + alpha (sum of products), with the sum of the terms' moduli.
+template <class T>
+struct wide_sum {
+  using wide = typename precision<T>::wide;
+  wide value = 0;
+  decltype(modulus(wide())) moduli = 0;
+  int terms = 0;
+  void add(wide term) { value += term, moduli += modulus(term), ++terms; }
+  void scale_and_add(wide alpha, T beta, T y) {
+    value *= alpha, moduli *= modulus(alpha);
+    if (beta != T(0)) add(wide(beta) * wide(y));
+  }
+  testing::AssertionResult holds(T got, values kind) const {
+    constexpr double u = std::numeric_limits<real_part_t<T>>::epsilon() / 2.0;
+    const double gamma = kind == values::whole ? 0 : (kIsComplex<T> ? 2 : 1) * (terms + 4) * u * 1.01;
+    const auto error = modulus(wide(got) - value), bound = gamma * moduli;
+    if (!(error <= bound))
+      return testing::AssertionFailure() << "got " << got << " for " << T(value) << ", error " << error << " of "
+                                         << bound;
+    return testing::AssertionSuccess();
+  }
+};
+
+template <class T>
+class Vectors : public testing::Test {
+ protected:
+  using E = typename precision<T>::element;
+
+  // body(routines) for every tier that this processor can run.
+  template <class Body>
+  static void each_tier(const Body& body) {
+    for (const auto& routines : precision<T>::tiers()) {
+      if (!processor_runs(routines.tier)) continue;
+      SCOPED_TRACE(routines.tier);
+      body(routines);
+      if (testing::Test::HasFailure()) return;
+    }
+  }
+};
+
+using Elements = testing::Types<float, double, std::complex<float>, std::complex<double>>;
+TYPED_TEST_SUITE(Vectors, Elements);
+
+const std::vector<int64_t>& lengths() {
+  static const std::vector<int64_t> all = [] {
+    std::vector<int64_t> n = {63, 64, 65, 100, 127, 129, 1000};
+    for (int64_t i = -1; i < 36; ++i) n.push_back(i);
+    return n;
+  }();
+  return all;
+}
+
+constexpr std::array<std::array<int64_t, 2>, 7> kIncrements = {
+    {{1, 1}, {1, 3}, {-2, 1}, {-1, -1}, {3, -2}, {-1, 2}, {0, 1}}};
+
+TYPED_TEST(Vectors, ExactLevel1) {
+  using T = TypeParam;
+  this->each_tier([](const auto& r) {
+    engine random(kSeed);
+    for (const int64_t n : lengths())
+      for (const auto [incx, incy] : kIncrements) {
+        SCOPED_TRACE(testing::Message() << n << " elements, increments " << incx << ' ' << incy);
+        const T alpha = T(2) + random_element<T>(random, values::whole);
+        const auto x = strided<T>(n, incx).fill(random, values::whole),
+                   y = strided<T>(n, incy).fill(random, values::whole);
+        auto sum = y, copy = y, scaled = x, swapped_x = x, swapped_y = y;
+        r.axpy(&n, in(alpha), x.address(), x.inc(), sum.address(), sum.inc());
+        r.copy(&n, x.address(), x.inc(), copy.address(), copy.inc());
+        r.scal(&n, in(alpha), scaled.address(), scaled.inc());
+        const bool swaps = r.swap != nullptr && incx != 0;
+        if (swaps) r.swap(&n, swapped_x.address(), x.inc(), swapped_y.address(), y.inc());
+        for (int64_t i = 0; i < n; ++i) {
+          EXPECT_EQ(sum[i], y[i] + alpha * x[i]) << i;
+          EXPECT_EQ(copy[i], x[i]) << i;
+          if (incx != 0) EXPECT_EQ(scaled[i], alpha * x[i]) << i;
+          if (swaps) EXPECT_TRUE(swapped_x[i] == y[i] && swapped_y[i] == x[i]) << i;
+        }
+        EXPECT_TRUE(sum.gaps_are_intact() && copy.gaps_are_intact() && scaled.gaps_are_intact());
+        EXPECT_TRUE(swapped_x.gaps_are_intact() && swapped_y.gaps_are_intact());
+        if (testing::Test::HasFailure()) return;
+      }
+  });
+}
+
+// axpy with a zero increment adds to one element again and again, scal multiplies it as often.
+TYPED_TEST(Vectors, ZeroIncrementsRepeat) {
+  using T = TypeParam;
+  this->each_tier([](const auto& r) {
+    const int64_t n = 5, none = 0, one = 1;
+    const T two(2);
+    const std::array<T, 5> x = {T(1), T(2), T(3), T(4), T(5)};
+    T y(1), z(3), w(0);
+    r.axpy(&n, in(two), in(x[0]), &one, reinterpret_cast<typename precision<T>::element*>(&y), &none);
+    r.scal(&n, in(two), reinterpret_cast<typename precision<T>::element*>(&z), &none);
+    r.copy(&n, in(x[0]), &one, reinterpret_cast<typename precision<T>::element*>(&w), &none);
+    EXPECT_EQ(y, T(31));
+    EXPECT_EQ(z, T(96));
+    EXPECT_EQ(w, T(5));
+  });
+}
+
+// Around the vectors and groups of columns; across segments, which are 16 KiB of a column.
+const std::array<std::array<int64_t, 2>, 22> kShapes = {
+    {{0, 3},  {3, 0},   {-1, 2},  {1, 1},   {1, 9},   {2, 5},   {3, 8},   {4, 17},  {7, 3},    {8, 8},     {9, 4},
+     {15, 7}, {16, 16}, {17, 11}, {31, 13}, {33, 25}, {64, 12}, {65, 31}, {131, 6}, {1030, 9}, {2055, 11}, {4099, 5}}};
+
+// alpha and beta: 0, 1, or neither.
+template <class T>
+T random_scalar(engine& random, values kind) {
+  const auto choice = random() % 5;
+  if (choice < 2) return T(static_cast<real_part_t<T>>(choice));
+  return random_element<T>(random, kind);
+}
+
+TYPED_TEST(Vectors, Gemv) {
+  using T = TypeParam;
+  using wide = typename precision<T>::wide;
+  this->each_tier([](const auto& r) {
+    engine random(kSeed);
+    for (const values kind : {values::whole, values::fractions})
+      for (const char trans : {'N', 'T', 'C', 'n', 't', 'c'})
+        for (const auto [m, n] : kShapes) {
+          const bool plain = (trans & ~0x20) == 'N', conjugated = (trans & ~0x20) == 'C';
+          const auto [incx, incy] = kIncrements[random() % 6];
+          const T alpha = random_scalar<T>(random, kind), beta = random_scalar<T>(random, kind);
+          SCOPED_TRACE(testing::Message() << trans << ' ' << m << " x " << n << ", increments " << incx << ' ' << incy
+                                          << ", alpha " << alpha << " beta " << beta);
+          matrix<T> a(m, n);
+          strided<T> x(plain ? n : m, incx), y0(plain ? m : n, incy);
+          if (alpha != T(0)) a.fill(random, kind), x.fill(random, kind);
+          if (beta != T(0)) y0.fill(random, kind);
+          auto y = y0;
+          const int64_t lda = a.ld();
+          r.gemv(&trans, &m, &n, in(alpha), in(*a.data()), &lda, x.address(), x.inc(), in(beta), y.address(), y.inc());
+          if (m < 1 || n < 1) {
+            ASSERT_TRUE(y.same_bits(y0));
+            continue;
+          }
+          for (int64_t i = 0; i < (plain ? m : n); ++i) {
+            wide_sum<T> sum;
+            for (int64_t j = 0; alpha != T(0) && j < (plain ? n : m); ++j)
+              sum.add(wide(conjugated_if(conjugated, plain ? a(i, j) : a(j, i))) * wide(x[j]));
+            sum.scale_and_add(wide(alpha), beta, y0[i]);
+            ASSERT_TRUE(sum.holds(y[i], kind)) << i;
+          }
+          ASSERT_TRUE(y.gaps_are_intact());
+        }
+  });
+}
+
+// ger, gerc, geru are gemmger with beta = 1 and y plain or conjugated.
+TYPED_TEST(Vectors, RankOne) {
+  using T = TypeParam;
+  using wide = typename precision<T>::wide;
+  this->each_tier([](const auto& r) {
+    engine random(kSeed);
+    for (const values kind : {values::whole, values::fractions})
+      for (const std::string letters : {"NN", "TT", "NC", "Cn", "cc", "ger", "gerc"})
+        for (const auto [m, n] : kShapes) {
+          const bool ger = letters[0] == 'g';
+          if (letters == "gerc" && r.gerc == nullptr) continue;
+          const bool conjugate_x = (letters[0] & ~0x20) == 'C', conjugate_y = (letters.back() & ~0x20) == 'C';
+          const auto [incx, incy] = kIncrements[random() % 6];
+          const T alpha = random_scalar<T>(random, kind), beta = ger ? T(1) : random_scalar<T>(random, kind);
+          SCOPED_TRACE(testing::Message() << letters << ' ' << m << " x " << n << ", increments " << incx << ' ' << incy
+                                          << ", alpha " << alpha << " beta " << beta);
+          matrix<T> c0(m, n);
+          strided<T> x(m, incx), y(n, incy);
+          if (alpha != T(0)) x.fill(random, kind), y.fill(random, kind);
+          if (beta != T(0)) c0.fill(random, kind);
+          const matrix<T> c = c0;
+          const auto address = reinterpret_cast<typename precision<T>::element*>(c.data());
+          const int64_t ldc = c.ld();
+          if (ger)
+            (letters == "ger" ? r.ger : r.gerc)(&m, &n, in(alpha), x.address(), x.inc(), y.address(), y.inc(), address,
+                                                &ldc);
+          else
+            r.gemmger(&letters[0], &letters[1], &m, &n, in(alpha), x.address(), x.inc(), y.address(), y.inc(), in(beta),
+                      address, &ldc);
+          for (int64_t j = 0; j < n; ++j)
+            for (int64_t i = 0; i < m; ++i) {
+              wide_sum<T> sum;
+              if (alpha != T(0))
+                sum.add(wide(conjugated_if(conjugate_x, x[i])) * wide(conjugated_if(conjugate_y, y[j])));
+              sum.scale_and_add(wide(alpha), beta, c0(i, j));
+              ASSERT_TRUE(sum.holds(c(i, j), kind)) << i << ' ' << j;
+            }
+          ASSERT_TRUE(c.padding_is_intact());
+        }
+  });
+}
+
+// One NaN reaches what a plain sum lets it reach, also through zeros; nothing else.
+TYPED_TEST(Vectors, NansGoWhereSumsTakeThem) {
+  using T = TypeParam;
+  this->each_tier([](const auto& r) {
+    engine random(kSeed);
+    const int64_t m = 37, n = 21, i0 = 18, j0 = 12, one = 1;
+    const T unit(1), zero(0), nan = nan_element<T>();
+    const auto is_nan = [](T v) { return v != v; };
+    for (const char trans : {'N', 'T', 'C'}) {
+      const bool plain = trans == 'N';
+      matrix<T> a(m, n);
+      a.fill(random, values::whole);
+      a(i0, j0) = nan;
+      strided<T> x(plain ? n : m, 1), y(plain ? m : n, 1);
+      for (int64_t i = 0; i < (plain ? n : m); ++i) x[i] = T(0);
+      const int64_t lda = a.ld();
+      r.gemv(&trans, &m, &n, in(unit), in(*a.data()), &lda, x.address(), &one, in(zero), y.address(), &one);
+      for (int64_t i = 0; i < (plain ? m : n); ++i) EXPECT_EQ(is_nan(y[i]), i == (plain ? i0 : j0)) << trans << i;
+      r.gemv(&trans, &m, &n, in(zero), in(*a.data()), &lda, x.address(), &one, in(nan), y.address(), &one);
+      for (int64_t i = 0; i < (plain ? m : n); ++i) EXPECT_TRUE(is_nan(y[i])) << trans << i;
+    }
+    matrix<T> c(m, n);
+    c.fill(random, values::whole);
+    strided<T> x(m, 1), y(n, 1);
+    x.fill(random, values::whole);
+    for (int64_t j = 0; j < n; ++j) y[j] = T(0);
+    x[i0] = nan;
+    const int64_t ldc = c.ld();
+    r.ger(&m, &n, in(unit), x.address(), &one, y.address(), &one,
+          reinterpret_cast<typename precision<T>::element*>(c.data()), &ldc);
+    for (int64_t j = 0; j < n; ++j)
+      for (int64_t i = 0; i < m; ++i) EXPECT_EQ(is_nan(c(i, j)), i == i0) << i << ' ' << j;
+    r.axpy(&m, in(nan), x.address(), &one, c.data() == nullptr ? nullptr : x.address(), &one);
+    for (int64_t i = 0; i < m; ++i) EXPECT_TRUE(is_nan(x[i]));
+  });
+}
+
+// The order of the additions depends on sizes alone.
+TEST(Reproducible, GemvGivesTheSameBitsAtEveryAddress) {
+  engine random(kSeed);
+  constexpr int64_t m = 301, n = 43, one = 1;
+  std::vector<double> a(m * n + 16), x(m + 16), first;
+  for (double& v : a) v = random_element<double>(random, values::fractions);
+  for (double& v : x) v = random_element<double>(random, values::fractions);
+  const std::vector<double> a0 = a, x0 = x;
+  const double alpha = 1.5, beta = 0;
+  for (int64_t offset = 0; offset < 16; ++offset)
+    for (const char trans : {'N', 'T'}) {
+      std::copy_n(a0.begin(), m * n, a.begin() + offset);
+      std::copy_n(x0.begin(), m, x.begin() + offset);
+      std::vector<double> y(2 * m + 16);
+      tev_blas_cnr_def_xdgemv(&trans, &m, &n, &alpha, a.data() + offset, &m, x.data() + offset, &one, &beta,
+                              y.data() + offset, &one);
+      const std::vector<double> result(y.begin() + offset, y.begin() + offset + (trans == 'N' ? m : n));
+      static std::array<std::vector<double>, 2> reference;
+      auto& expected = reference[trans == 'T'];
+      if (offset == 0) expected = result;
+      EXPECT_EQ(std::memcmp(result.data(), expected.data(), result.size() * sizeof(double)), 0) << trans << offset;
+    }
+}
+
+}  // namespace
+}  // namespace tev::test
