@@ -48,10 +48,10 @@ double now(bool threaded) {
 }
 
 template <class T>
-T* operand(int64_t elements) {
+T* operand(int64_t elements, uint64_t seed) {
   using real = decltype(std::abs(T{}));
   T* x = static_cast<T*>(std::aligned_alloc(4096, (static_cast<size_t>(elements) * sizeof(T) + 4095) / 4096 * 4096));
-  uint64_t state = 0x9E3779B97F4A7C15u + static_cast<uint64_t>(elements);
+  uint64_t state = 0x9E3779B97F4A7C15u * seed;
   real* parts = reinterpret_cast<real*>(x);
   for (int64_t i = 0; i < elements * static_cast<int64_t>(sizeof(T) / sizeof(real)); ++i) {
     state = state * 6364136223846793005u + 1442695040888963407u;
@@ -87,10 +87,15 @@ bool looks_right(const gemm_case& g, const T* a, const T* b, const T* c) {
   for (int64_t probe = 0; probe < 8; ++probe) {
     const int64_t i = probe * 7919 % g.m, j = probe * 104729 % g.n;
     wide sum = 0;
-    for (int64_t p = 0; p < g.k; ++p)
-      sum += wide(g.transa == 'N' ? a[i + p * g.lda] : a[p + i * g.lda]) *
-             wide(g.transb == 'N' ? b[p + j * g.ldb] : b[j + p * g.ldb]);
-    const double bound = 8.0 * static_cast<double>(g.k + 8) * static_cast<double>(std::numeric_limits<real>::epsilon());
+    double moduli = 0;
+    for (int64_t p = 0; p < g.k; ++p) {
+      const wide term = wide(g.transa == 'N' ? a[i + p * g.lda] : a[p + i * g.lda]) *
+                        wide(g.transb == 'N' ? b[p + j * g.ldb] : b[j + p * g.ldb]);
+      sum += term;
+      moduli += std::abs(term);
+    }
+    const double bound =
+        4.0 * static_cast<double>(g.k + 8) * static_cast<double>(std::numeric_limits<real>::epsilon()) * moduli;
     if (!(std::abs(wide(c[i + j * g.ldc]) - sum) <= bound)) return false;
   }
   return true;
@@ -109,9 +114,9 @@ int serve(const product<T>& run, bool threaded) {
       g.lda = std::max(g.lda, g.transa == 'N' ? g.m : g.k);
       g.ldb = std::max(g.ldb, g.transb == 'N' ? g.k : g.n);
       g.ldc = std::max(g.ldc, g.m);
-      a.reset(operand<T>(g.lda * (g.transa == 'N' ? g.k : g.m)));
-      b.reset(operand<T>(g.ldb * (g.transb == 'N' ? g.n : g.k)));
-      c.reset(operand<T>(g.ldc * g.n));
+      a.reset(operand<T>(g.lda * (g.transa == 'N' ? g.k : g.m), 1));
+      b.reset(operand<T>(g.ldb * (g.transb == 'N' ? g.n : g.k), 2));
+      c.reset(operand<T>(g.ldc * g.n, 3));
       run(g, a.get(), b.get(), c.get());
       std::puts(looks_right(g, a.get(), b.get(), c.get()) ? "ok" : "wrong result");
       const double begin = now(threaded);
