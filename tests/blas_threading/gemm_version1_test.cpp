@@ -7,9 +7,13 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "blas_threading/gemm_version1_shared.h"
 #include "host/check.h"
 #include "kernels/dispatch/dispatch.h"
 #include "tests/support/blas_case.h"
@@ -79,13 +83,17 @@ TEST(Version1Grid, NoTeamLeavesThreadsWithoutWork) {
 
 template <class T>
 struct version1;
-#define TEV_VERSION1(type, element, p)                                                              \
-  template <>                                                                                       \
-  struct version1<type> {                                                                           \
-    using E = element;                                                                              \
-    static constexpr auto driver = tev_blas_##p##gemm_omp_driver_v1;                                \
-    static constexpr gemm_by_threads_fn<element>* strategies[] = {                                  \
-        tev_blas_##p##gemm_1d_row, tev_blas_##p##gemm_1d_col, tev_blas_##p##gemm_2d_improved_bsrc}; \
+#define TEV_VERSION1(type, element, p)                                                  \
+  template <>                                                                           \
+  struct version1<type> {                                                               \
+    using E = element;                                                                  \
+    static constexpr auto driver = tev_blas_##p##gemm_omp_driver_v1;                    \
+    static constexpr gemm_by_threads_fn<element>* strategies[] = {                      \
+        tev_blas_##p##gemm_1d_row,         tev_blas_##p##gemm_1d_col,                   \
+        tev_blas_##p##gemm_2d_bsrc,        tev_blas_##p##gemm_2d_improved_bsrc,         \
+        tev_blas_##p##gemm_1d_with_copy_0, tev_blas_##p##gemm_2d_bcopy,                 \
+        tev_blas_##p##gemm_2d_acopy_n,     tev_blas_##p##gemm_2d_abcopy_abx_m_km_par_p, \
+        tev_blas_##p##gemm_2d_xgemm_p,     tev_blas_##p##gemm_xgemm_external_omp};      \
   };
 TEV_VERSION1(float, float, s)
 TEV_VERSION1(double, double, d)
@@ -103,19 +111,48 @@ matrix<T> by(Routine* routine, const blas_case<T>& x, const More*... more) {
   return result;
 }
 
-// For the calling thread, as long as it lives.
-struct own_threads {
-  explicit own_threads(int32_t n) : before(tev_serv_set_num_threads_local(n)) {}
-  ~own_threads() { tev_serv_set_num_threads_local(before); }
-  int32_t before;
-};
-
 template <class T>
 void expect_right(const blas_case<T>& x, const matrix<T>& result) {
   const tev::host::verdict verdict = tev::host::check(x.p, result.data(), 1);
   EXPECT_TRUE(verdict.passed) << x << ": " << verdict.text;
   EXPECT_TRUE(result.padding_is_intact()) << x;
 }
+
+// Sharing is a call of its own, so that a test sees whether the threads shared or each worked alone.
+template <class T>
+bool shares(const blas_case<T>& x, const shared_grid& grid) {
+  using E = typename version1<T>::E;
+  const auto in = [](const T& e) { return reinterpret_cast<const E&>(e); };
+  const auto code = [](char letter) { return letter == 'N' ? kernels::kNoTrans : kernels::kConjTrans; };
+  const problem<T>& p = x.p;
+  matrix<T> result = x.start();
+  const gemm_arguments<E> arguments = {code(p.transa),
+                                       code(p.transb),
+                                       p.m,
+                                       p.n,
+                                       p.k,
+                                       in(p.alpha),
+                                       reinterpret_cast<const E*>(p.a),
+                                       p.lda,
+                                       reinterpret_cast<const E*>(p.b),
+                                       p.ldb,
+                                       in(p.beta),
+                                       reinterpret_cast<E*>(result.data()),
+                                       p.ldc};
+  if (!multiply_shared(arguments, grid)) return false;
+  expect_right(x, result);
+  return true;
+}
+
+std::atomic<int> requests, failing;  // the request that fails, from 1; 0: none
+void* scarce_malloc(size_t size) { return ++requests == failing ? nullptr : std::malloc(size); }
+
+// For the calling thread, as long as it lives.
+struct own_threads {
+  explicit own_threads(int32_t n) : before(tev_serv_set_num_threads_local(n)) {}
+  ~own_threads() { tev_serv_set_num_threads_local(before); }
+  int32_t before;
+};
 
 // Where beta is 0 a sum of zeros may have either sign.
 template <class T>
@@ -138,8 +175,9 @@ void check_products(const std::vector<int64_t>& teams, T alpha, T beta) {
       const matrix<T> right = by(version1<T>::driver, x);
       expect_right(x, right);
       for (const int64_t team : teams) {
-        for (const auto strategy : version1<T>::strategies)
-          ASSERT_TRUE(agree(x, by(strategy, x, &team), right)) << x << ", " << team;
+        for (const auto& strategy : version1<T>::strategies)
+          ASSERT_TRUE(agree(x, by(strategy, x, &team), right))
+              << x << ", " << team << ", strategy " << &strategy - version1<T>::strategies;
         const own_threads available(static_cast<int32_t>(team));
         ASSERT_TRUE(agree(x, by(version1<T>::driver, x), right)) << x << ", " << team;
       }
@@ -147,11 +185,21 @@ void check_products(const std::vector<int64_t>& teams, T alpha, T beta) {
 }
 
 TEST(Version1Driver, EveryStrategyInEveryPrecisionForTeamsOfAnySize) {
-  check_products<double>({1, 2, 3, 7, 16, 64}, 2, -1);
+  check_products<double>({1, 2, 3, 7, 24}, 2, -1);
   check_products<double>({3}, 0, -3);
   check_products<float>({2, 5}, -1, 0);
   check_products<std::complex<float>>({3, 8}, {1, 2}, {2, -1});
   check_products<std::complex<double>>({2, 7}, {0, -1}, {0, 0});
+}
+
+TEST(Version1Driver, ProductsLargerThanThePanelsGoInChunks) {
+  engine random(48);
+  const int64_t team = 3;
+  for (const auto& [m, n] : {std::pair<int64_t, int64_t>{17000, 9}, {9, 17000}}) {
+    const blas_case<double> x(problem_of<double>(operation::gemm, "NN", m, n, 259, 1, 2), random, values::whole);
+    const matrix<double> right = by(tev_blas_dgemm_1d_row, x, &team);
+    for (const auto& strategy : version1<double>::strategies) EXPECT_TRUE(agree(x, by(strategy, x, &team), right)) << x;
+  }
 }
 
 TEST(Version1Driver, SameBitsInEveryRun) {
@@ -159,10 +207,11 @@ TEST(Version1Driver, SameBitsInEveryRun) {
   const blas_case<float> x(problem_of<float>(operation::gemm, "NT", 190, 130, 700, 1.1f, 0.7f), random,
                            values::fractions);
   for (const int64_t team : {2, 7}) {
-    const matrix<float> first = by(tev_blas_sgemm_2d_improved_bsrc, x, &team);
-    expect_right(x, first);
-    for (int run = 0; run < 10; ++run)
-      EXPECT_TRUE(by(tev_blas_sgemm_2d_improved_bsrc, x, &team).same_bits(first)) << team;
+    for (const auto& strategy : version1<float>::strategies) {
+      const matrix<float> first = by(strategy, x, &team);
+      expect_right(x, first);
+      for (int run = 0; run < 10; ++run) EXPECT_TRUE(by(strategy, x, &team).same_bits(first)) << team;
+    }
   }
 }
 
@@ -181,11 +230,26 @@ TEST(Version1Driver, OnItsOwnTiers) {
       if (tev_serv_cpu_detect() != tier.type || tev_blas_get_kernel_api_version() != 1) return 3;
       check_products<float>({4}, 2, 1);
       check_products<double>({3}, 2, 1);
+      check_products<std::complex<float>>({16}, {1, 2}, {1, 0});
       check_products<std::complex<double>>({2}, {1, -1}, {0, 2});
       engine random(50);
+      for (int64_t team = 2; team <= 16; ++team)
+        for (const auto& [share_a, share_b] : {std::pair(true, true), std::pair(true, false), std::pair(false, true)}) {
+          const blas_case<double> y(problem_of<double>(operation::gemm, "NC", 203, 101, 300, 2, 1), random,
+                                    values::whole);
+          const blas_case<std::complex<float>> z(
+              problem_of<std::complex<float>>(operation::gemm, "CN", 61, 130, 290, {1, 2}, 0), random, values::whole);
+          EXPECT_TRUE(shares(y, best_shared_grid(203, 101, team, 8, share_a, share_b)));
+          EXPECT_TRUE(shares(z, best_shared_grid(61, 130, team, 8, share_a, share_b)));
+        }
       const blas_case<double> x(problem_of<double>(operation::gemm, "NT", 210, 320, 90, 1, 2), random, values::whole);
       const own_threads four(4);
       expect_right(x, x.run());
+      // Two threads on two processors share this one.
+      const own_threads two(2);
+      const blas_case<double> tall(problem_of<double>(operation::gemm, "NN", 800, 50, 600, 1, 2), random,
+                                   values::whole);
+      expect_right(tall, tall.run());
       return ::testing::Test::HasFailure() ? 1 : 0;
     });
     EXPECT_EQ(result.status, 0) << tier.type << result.out << result.err;
@@ -198,6 +262,29 @@ TEST(Version1Driver, TeamsSmallerThanAskedFor) {
     omp_set_max_active_levels(2);
 #pragma omp parallel num_threads(2)
     check_products<double>({4}, 2, -1);
+    return ::testing::Test::HasFailure() ? 1 : 0;
+  });
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
+TEST(Version1Driver, WithoutMemoryEveryThreadWorksAlone) {
+  const child_result result = in_child({{"TEV_DEBUG_CPU_TYPE", "0"}, {"TEV_DISABLE_FAST_MM", "1"}}, [] {
+    i_malloc = scarce_malloc;
+    i_free = std::free;
+    engine random(51);
+    const int64_t team = 4;
+    const blas_case<double> x(problem_of<double>(operation::gemm, "NT", 203, 101, 300, 1, 3), random, values::whole);
+    for (const auto& strategy : version1<double>::strategies) {
+      int n = 0;
+      do {
+        failing = ++n;
+        requests = 0;
+        expect_right(x, by(strategy, x, &team));
+      } while (requests >= n && n < 20);
+    }
+    requests = 0;
+    failing = 1;
+    EXPECT_FALSE(shares(x, {2, 2, true, true}));
     return ::testing::Test::HasFailure() ? 1 : 0;
   });
   EXPECT_EQ(result.status, 0) << result.out << result.err;
