@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "bench/contestant.h"
 
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,13 +26,13 @@ contestant::contestant(std::string name, const std::vector<std::string>& argumen
                        const std::vector<std::pair<std::string, std::string>>& environment)
     : name_(std::move(name)) {
   int questions[2], answers[2];
-  if (pipe(questions) != 0 || pipe(answers) != 0) std::abort();
+  if (pipe2(questions, O_CLOEXEC) != 0 || pipe2(answers, O_CLOEXEC) != 0)
+    std::abort();  // its siblings must not hold them
   pid_ = fork();
   if (pid_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(questions[0], STDIN_FILENO);
     dup2(answers[1], STDOUT_FILENO);
-    for (int end : {questions[0], questions[1], answers[0], answers[1]}) close(end);
     for (const auto& [variable, value] : environment) setenv(variable.c_str(), value.c_str(), 1);
     std::vector<const char*> argv = {"gemm", "--serve"};
     for (const std::string& argument : arguments) argv.push_back(argument.c_str());
