@@ -96,6 +96,7 @@ TEST(Process, EndsWithItsHostWhileItComputes) {
   }
   int64_t pid = 0;
   ASSERT_EQ(read(channel[0], &pid, sizeof(pid)), static_cast<ssize_t>(sizeof(pid)));
+  for (int i = 0; i < 200 && state_of(host) != 'S'; ++i) usleep(10000);  // it writes before it pauses
   EXPECT_EQ(state_of(host), 'S');
   kill(host, SIGKILL);
   waitpid(host, nullptr, 0);
