@@ -62,7 +62,7 @@ struct in_place_product {
     uint32_t computed;
   };
   flag* flags;  // one per item, when k is split
-  T* partials;  // blocks of chunk_m x chunk_n: those of part 1, of part 2 ...
+  T* partials;  // blocks of chunk_m x chunk_n: those of the second share of k, then of the third ...
 
   int64_t blocks() const { return options.pr * options.pc; }
   int64_t items() const { return blocks() * options.pk; }

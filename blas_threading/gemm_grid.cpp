@@ -281,13 +281,4 @@ void set_thread_opts_avx512_zel(const product_shape& s, thread_options& o) {
   try_lookahead(s, pairs ? 2 : 4, o);
 }
 
-void assign_group(thread_options& options) {
-  options.group = options.neighbour = 0;
-  if (options.copy_strategy != kSharedALookahead) return;
-  const int64_t groups = options.threads / options.lookahead_group;
-  const int64_t own = options.thread / options.lookahead_group;
-  options.group = static_cast<int32_t>(own);
-  options.neighbour = static_cast<int32_t>((own + 1) % groups);
-}
-
 }  // namespace tev::blas

@@ -15,10 +15,6 @@ void set_thread_opts_avx2(const product_shape& shape, thread_options& options);
 void set_thread_opts_avx512(const product_shape& shape, thread_options& options);
 void set_thread_opts_avx512_zel(const product_shape& shape, thread_options& options);
 
-// Groups of a lookahead: options.group is that of options.thread, options.neighbour the one beside it. Without
-// lookahead the whole team is group 0.
-void assign_group(thread_options& options);
-
 template <class T>
 product_shape shape_of(const kernels::operation<T>& problem, const operand& a, const operand& b, const operand& c) {
   const kernels::thread_info full_copy = {};

