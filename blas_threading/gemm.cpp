@@ -10,8 +10,6 @@
 //   else                       the parallel driver
 //
 // What a tiny product passes on its way to the single-threaded kernels costs nanoseconds: a few loads and comparisons.
-#include <omp.h>
-
 #include <algorithm>
 
 #include "blas_threading/gemm_degenerate.h"
@@ -59,11 +57,10 @@ void compute_block(char transa, char transb, const gemm_arguments<T>& p, const b
 
 template <class T>
 void striped_product(char transa, char transb, const gemm_arguments<T>& p, int64_t stripes) {
-#pragma omp parallel num_threads(static_cast <int>(available_threads()))
-  {
-    const block part = stripe_block(omp_get_thread_num(), omp_get_num_threads(), stripes, p.m, p.n);
+  run_team(permitted_threads(), [&](int64_t thread, int64_t threads) {
+    const block part = stripe_block(thread, threads, stripes, p.m, p.n);
     if (part.rows > 0) compute_block(transa, transb, p, part);
-  }
+  });
 }
 
 // ---- The parallel driver

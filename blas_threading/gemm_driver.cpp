@@ -120,15 +120,12 @@ void omp_driver_nocopy(const operation<T>& problem, operand a, operand b, operan
       options.chunk_k = a.columns;
     }
   }
-  const auto team = static_cast<int>(possible_team(std::max(options.threads, work.items())));
-#pragma omp parallel num_threads(team)
-  {
+  run_team(possible_team(std::max(options.threads, work.items())), [&](int64_t first, int64_t step) {
     // A smaller team takes several items each; nobody waits before all of its own are computed.
-    const int64_t first = omp_get_thread_num(), step = omp_get_num_threads();
     for (int64_t item = first; item < work.items(); item += step) work.compute(item);
     if (options.pk > 1)
       for (int64_t item = first; item < work.items(); item += step) work.add(item);
-  }
+  });
   if (work.flags != nullptr) release_entries(on_stack, work.flags);
   tev_serv_deallocate(work.partials);
 }
@@ -152,25 +149,22 @@ void gemm_omp_driver_v2(const operation<T>& problem, operand a, operand b, opera
     barriers = zeroed_entries(barriers_on_stack, sync_entries(options.threads));
     shared = zeroed_entries(shared_on_stack, sync_entries(options.threads));
   }
-  const auto asked = static_cast<int>(options.threads);
   thread_options decided = options;
   set_thread_opts(shape, decided);
-#pragma omp parallel num_threads(asked)
-  {
-    const int team = omp_get_num_threads();
+  run_team(options.threads, [&](int64_t thread, int64_t team) {
     if (team == 1) {
       compute_alone(problem, a, b, c, kernels_for(kOwnPanels, problem, a, b, c));
     } else {
       thread_options own = decided;
-      if (team != asked) {
+      if (team != options.threads) {
         own = options;
         own.threads = team;
         set_thread_opts(shape, own);
       }
-      own.thread = omp_get_thread_num();
+      own.thread = thread;
       compute_share(problem, a, b, c, own, barriers, shared);
     }
-  }
+  });
   release_entries(barriers_on_stack, barriers);
   release_entries(shared_on_stack, shared);
 }

@@ -3,8 +3,6 @@
 // parts i, i + threads, ...
 #include "blas_threading/gemm_small_n.h"
 
-#include <omp.h>
-
 #include <algorithm>
 
 #include "blas_threading/kernel_calls.h"
@@ -42,9 +40,10 @@ template <class T>
 int32_t use_smalln_kernels(int32_t tier, const gemm_arguments<T>& p) {
   if (!takes_small_n(tier, p)) return 0;
   const int64_t threads = available_threads(), part = small_n_rows(p.m, threads);
-#pragma omp parallel num_threads(static_cast <int>(threads))
-  for (int64_t first = omp_get_thread_num() * part; first < p.m; first += omp_get_num_threads() * part)
-    compute_rows(p, first, std::min(part, p.m - first));
+  run_team(threads, [&](int64_t thread, int64_t team) {
+    for (int64_t first = thread * part; first < p.m; first += team * part)
+      compute_rows(p, first, std::min(part, p.m - first));
+  });
   return 1;
 }
 

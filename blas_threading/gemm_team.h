@@ -16,7 +16,7 @@
 #include "blas_threading/gemm_options.h"
 #include "blas_threading/kernel_calls.h"
 #include "blas_threading/team.h"
-#include "service/lock.h"
+#include "blas_threading/waiting.h"
 #include "service/xerbla.h"
 #include "tev/service.h"
 
@@ -96,14 +96,7 @@ inline void meet_team(const thread_options& options) { meet(options.barrier[0], 
 // Waits until another thread has raised *word to `target`.
 template <class Word>
 void wait_for_work(const Word* word, Word target, int32_t spin_limit) {
-  for (int32_t spins = 0; __atomic_load_n(word, __ATOMIC_ACQUIRE) < target;) {
-    if (spins < spin_limit) {
-      ++spins;
-      __builtin_ia32_pause();
-    } else {
-      tev_serv_thread_yield();
-    }
-  }
+  wait_until([=] { return __atomic_load_n(word, __ATOMIC_ACQUIRE) >= target; }, spin_limit);
 }
 
 // ---- Alone ---------------------------------------------------------------------------------------------------------

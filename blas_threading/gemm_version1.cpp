@@ -83,13 +83,10 @@ void compute_block(const product<T>& x, const block& part) {
 template <class T>
 void compute_on_grid(const product<T>& x, const version1_grid& wanted) {
   if (wanted.threads < 2) return compute_block(x, {0, 0, x.p.m, x.p.n});
-#pragma omp parallel num_threads(static_cast <int>(wanted.threads))
-  {
-    const int64_t team = omp_get_num_threads();
+  run_team(wanted.threads, [&](int64_t thread, int64_t team) {
     const version1_grid grid = team == wanted.threads ? wanted : x.best_grid(team);
-    const int64_t thread = omp_get_thread_num();
     if (thread < grid.threads) compute_block(x, version1_block(grid, thread, x.p.m, x.p.n, kVersion1Rows<T>));
-  }
+  });
 }
 
 template <class T>
@@ -101,10 +98,8 @@ void compute_shared(const product<T>& x, const shared_grid& grid, int64_t thread
 // Rows of threads, in each of which the tier divides the columns.
 template <class T>
 void compute_by_shares(const product<T>& x, const shared_grid& grid) {
-#pragma omp parallel num_threads(static_cast <int>(grid.threads()))
-  {
+  run_team(grid.threads(), [&](int64_t thread, int64_t team) {
     const gemm_arguments<T>& p = x.p;
-    const int64_t team = omp_get_num_threads(), thread = omp_get_thread_num();
     const int64_t rows = team == grid.threads() ? grid.rows : 1, columns = team / rows;
     const int64_t row = thread % rows, column = thread / rows;
     const int64_t first = tile_edge(p.m, kVersion1Rows<T>, row, rows),
@@ -113,7 +108,7 @@ void compute_by_shares(const product<T>& x, const shared_grid& grid) {
     if (length > 0)
       kernel_calls<T>::xgemm_par(&x.transa, &x.transb, &length, &p.n, &p.k, &p.alpha, a, &p.lda, p.b, &p.ldb, &p.beta,
                                  p.c + first, &p.ldc, &column, &columns);
-  }
+  });
 }
 
 // The same blocks, each thread by itself.

@@ -9,8 +9,6 @@
 // the whole team; k goes in order in each, and only its first panel takes beta.
 #include "blas_threading/gemm_version1_shared.h"
 
-#include <omp.h>
-
 #include <cstring>
 
 #include "blas_threading/gemm_team.h"
@@ -217,11 +215,11 @@ bool multiply_shared(const gemm_arguments<T>& p, const shared_grid& grid) {
   void* const memory = x.get_memory();
   if (memory == nullptr) return false;
   bool complete = false;
-#pragma omp parallel num_threads(static_cast <int>(grid.threads()))
-  if (omp_get_num_threads() == grid.threads()) {
-    x.compute(omp_get_thread_num());
-    if (omp_get_thread_num() == 0) complete = true;
-  }
+  run_team(grid.threads(), [&](int64_t thread, int64_t team) {
+    if (team != grid.threads()) return;
+    x.compute(thread);
+    if (thread == 0) complete = true;
+  });
   tev_serv_deallocate(memory);
   return complete;
 }

@@ -31,17 +31,15 @@ void gemv_omp(const char* trans, int64_t m, int64_t n, const T* alpha, const T* 
   const bool plain = is_letter(trans, 'N');
   const int64_t length = plain ? m : n, block = plain ? kRowBlock : 1, blocks = (length + block - 1) / block;
   // With an increment of zero all pieces of y are one element.
-  const auto wanted = static_cast<int32_t>(incy == 0 ? 1 : std::min(available_threads(), blocks));
-#pragma omp parallel num_threads(wanted)
-  {
-    const piece share = piece_of(blocks, omp_get_thread_num(), omp_get_num_threads());
+  run_team(incy == 0 ? 1 : std::min(available_threads(), blocks), [&](int64_t thread, int64_t threads) {
+    const piece share = piece_of(blocks, thread, threads);
     const int64_t start = share.start * block;
     const piece part = {start, std::min(share.size * block, length - start)};
     const T* const own_a = a + (plain ? start : start * lda);
     if (part.size > 0)
       kernel_calls<T>::xgemv(trans, plain ? &part.size : &m, plain ? &n : &part.size, alpha, own_a, &lda, x, &incx,
                              beta, address_of(part, length, y, incy), &incy);
-  }
+  });
 }
 
 }  // namespace

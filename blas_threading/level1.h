@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "blas_threading/team.h"
 #include "tev/service.h"
 
 namespace tev::blas {
@@ -33,10 +34,13 @@ T* address_of(piece p, int64_t n, T* base, int64_t inc) {
   return base + (inc < 0 ? p.start + p.size - n : p.start) * inc;
 }
 
-// The most threads that a call may use now. The runtime would complain aloud about more than its limit.
-inline int64_t available_threads() {
+// The most threads that a call may use. The runtime would complain aloud about more than its limit.
+inline int64_t permitted_threads() {
   return std::min(tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS), omp_get_thread_limit());
 }
+
+// The same, while other work may hold the processors.
+inline int64_t available_threads() { return team_that_pays(permitted_threads()); }
 
 // Bytes of a vector for each thread of a team, which forms from twice as many on. scal moves one vector, copy and axpy
 // two.
@@ -67,13 +71,11 @@ struct level1_call {
 template <class T>
 void run_on_team(level1_call<T>& call) {
   int32_t given = 1;
-#pragma omp parallel num_threads(call.threads)
-  {
-    const int32_t thread = omp_get_thread_num(), threads = omp_get_num_threads();
-    if (thread == 0) given = threads;
+  run_team(call.threads, [&](int64_t thread, int64_t threads) {
+    if (thread == 0) given = static_cast<int32_t>(threads);
     const piece part = piece_of(call.n, thread, threads);
     if (part.size > 0) call.level1_internal_thread(call, part);
-  }
+  });
   call.threads = given;
 }
 

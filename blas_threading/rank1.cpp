@@ -12,11 +12,10 @@ namespace {
 // update(part) once on every thread that has columns.
 template <class Update>
 void on_columns(int64_t n, int32_t threads, const Update& update) {
-#pragma omp parallel num_threads(threads)
-  {
-    const piece part = piece_of(n, omp_get_thread_num(), omp_get_num_threads());
+  run_team(threads, [&](int64_t thread, int64_t team) {
+    const piece part = piece_of(n, thread, team);
     if (part.size > 0) update(part);
-  }
+  });
 }
 
 template <class T>

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "blas_threading/crowding.h"
 #include "service/work_split.h"
 
 namespace tev::blas {
@@ -22,6 +23,20 @@ inline constexpr double kForkWork = 64.0 * 64 * 64;
 // Multiply-adds of a product; in double, since three sizes of 64 bits overflow an integer.
 inline double product_work(int64_t m, int64_t n, int64_t k) {
   return static_cast<double>(m) * static_cast<double>(n) * static_cast<double>(k);
+}
+
+// Runs body(index, size) on every thread of a team that is asked to have `threads`. `size` is that of the team that
+// really formed.
+template <class Body>
+void run_team(int64_t threads, const Body& body) {
+  region_watch watch;
+#pragma omp parallel num_threads(static_cast <int>(threads))
+  {
+    const int64_t index = omp_get_thread_num(), size = omp_get_num_threads();
+    if (index == 0) watch.share_begins(size);
+    body(index, size);
+    if (index == 0) watch.share_ends();
+  }
 }
 
 // Runs body(index, threads) on every thread of a team. `threads` is the size of the team that really formed: one for

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "blas_threading/crowding.h"
+
+#include <algorithm>
+
+#include "tev/service.h"
+
+namespace tev::blas {
+
+namespace {
+
+// What an interrupt or a cache that has gone cold may cost without saying anything about the machine: 2 us.
+constexpr uint64_t kSlack = 5000;
+
+// How much longer than a loss the smaller team stays.
+constexpr uint64_t kRest = 8;
+
+template <class Word>
+Word load(const Word& word) {
+  return __atomic_load_n(&word, __ATOMIC_RELAXED);
+}
+template <class Word>
+void store(Word& word, Word value) {
+  __atomic_store_n(&word, value, __ATOMIC_RELAXED);
+}
+
+constinit crowding here;
+constinit thread_local uint64_t waited = 0;
+
+}  // namespace
+
+int64_t crowding::team(int64_t threads, uint64_t now) {
+  const int64_t limit = load(limit_);
+  if (limit == 0) return threads;
+  if (now < load(until_)) return std::min(threads, limit);
+  store(limit_, int64_t{0});
+  return threads;
+}
+
+void crowding::report(int64_t team, const region_times& times, uint64_t now) {
+  const uint64_t alone = (times.share - std::min(times.waited, times.share)) * static_cast<uint64_t>(team);
+  if (times.whole <= alone + kSlack) {
+    if (load(losses_) != 0 && load(limit_) == 0) store(losses_, 0);
+    return;
+  }
+  const int32_t losses = load(losses_);
+  if (losses == 0) return store(losses_, 1);
+  store(until_, now + kRest * (times.whole - alone));
+  store(limit_, std::max<int64_t>(team / 2, 1));
+}
+
+int64_t team_that_pays(int64_t threads) {
+  if (threads < 2 || !here.limits_teams()) return threads;
+  if (tev_serv_get_dynamic() == 0 || tev_serv_cbwr_get(1) != TEV_CBWR_OFF) return threads;
+  return here.team(threads, ticks_now());
+}
+
+uint64_t ticks_now() { return __builtin_ia32_rdtsc(); }
+uint64_t ticks_waited() { return waited; }
+void add_ticks_waited(uint64_t ticks) { waited += ticks; }
+
+void region_watch::share_begins(int64_t team) {
+  team_ = team;
+  waited_before_ = ticks_waited();
+  share_begin_ = ticks_now();
+}
+
+void region_watch::share_ends() {
+  share_end_ = ticks_now();
+  waited_ = ticks_waited() - waited_before_;
+}
+
+region_watch::~region_watch() {
+  if (team_ < 2) return;
+  const uint64_t end = ticks_now();
+  here.report(team_, {end - begin_, share_end_ - share_begin_, waited_}, end);
+}
+
+}  // namespace tev::blas

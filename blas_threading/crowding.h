@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Teams on a machine whose processors have other work too. A thread of the team that waits for its turn on a processor
+// holds up all others, for milliseconds at each meeting: a product of microseconds on two threads then takes a thousand
+// times as long as on one. So every region is timed. When two in a row have taken longer than the caller alone would
+// have, later calls get half the threads for a while; then the full team is tried again:
+//
+//   region   lost  lost       alone, for eight times what was lost          lost     alone ...        paid
+//          |-----|-----|------------------------------------------------|--------|-----------------|----|----
+//
+// A trial that fails costs an eighth of the time at most. In a reproducible run, and where the program has forbidden
+// that the number of threads is adjusted, none of this happens.
+#pragma once
+
+#include <cstdint>
+
+namespace tev::blas {
+
+// Time-stamp counts. What the caller alone would have taken is its own share times the size of the team.
+struct region_times {
+  uint64_t whole;   // from before the fork to after the join
+  uint64_t share;   // of that, the caller's part of the work
+  uint64_t waited;  // of the share, in waits for other threads
+};
+
+// Team sizes that pay at present. Any thread may ask and report; what they overwrite of each other is advice.
+class crowding {
+ public:
+  bool limits_teams() const { return __atomic_load_n(&limit_, __ATOMIC_RELAXED) != 0; }
+  // At most `threads`, at least 1.
+  int64_t team(int64_t threads, uint64_t now);
+  void report(int64_t team, const region_times& times, uint64_t now);
+
+ private:
+  int64_t limit_ = 0;   // 0: none
+  uint64_t until_ = 0;  // when the limit ends
+  int32_t losses_ = 0;  // in a row
+};
+
+// The process's own.
+int64_t team_that_pays(int64_t threads);
+
+// Time that the calling thread has spent in waits for its team so far. Every wait adds itself.
+uint64_t ticks_waited();
+void add_ticks_waited(uint64_t ticks);
+uint64_t ticks_now();
+
+// One region: made before the fork by the thread that forks, and destroyed by it after the join.
+class region_watch {
+ public:
+  region_watch() : begin_(ticks_now()) {}
+  ~region_watch();
+  region_watch(const region_watch&) = delete;
+  region_watch& operator=(const region_watch&) = delete;
+
+  // On the forking thread, around its share.
+  void share_begins(int64_t team);
+  void share_ends();
+
+ private:
+  int64_t team_ = 1;
+  uint64_t begin_, share_begin_ = 0, share_end_ = 0, waited_before_ = 0, waited_ = 0;
+};
+
+}  // namespace tev::blas
