@@ -10,6 +10,7 @@
 //   else                       the parallel driver
 //
 // What a tiny product passes on its way to the single-threaded kernels costs nanoseconds: a few loads and comparisons.
+// All that it does not need stands in functions of its own.
 #include <algorithm>
 
 #include "blas_threading/gemm_degenerate.h"
@@ -56,7 +57,7 @@ void compute_block(char transa, char transb, const gemm_arguments<T>& p, const b
 }
 
 template <class T>
-void striped_product(char transa, char transb, const gemm_arguments<T>& p, int64_t stripes) {
+[[gnu::noinline]] void striped_product(char transa, char transb, const gemm_arguments<T>& p, int64_t stripes) {
   run_team(permitted_threads(), [&](int64_t thread, int64_t threads) {
     const block part = stripe_block(thread, threads, stripes, p.m, p.n);
     if (part.rows > 0) compute_block(transa, transb, p, part);
@@ -110,7 +111,9 @@ machine_facts this_machine() {
 }
 
 template <class T>
-void parallel_product(const gemm_arguments<T>& p, int32_t tier, int64_t threads) {
+[[gnu::noinline]] void team_product(char transa, char transb, const gemm_arguments<T>& p, int32_t tier) {
+  const int64_t threads = gemm_thread_count(tier, p.m, p.n, p.k, kWorkPerElement<T>, available_threads());
+  if (threads == 1) return compute_block(transa, transb, p, {0, 0, p.m, p.n});
   if constexpr (!kComplex<T>)
     if (use_smalln_kernels(tier, p) != 0) return;
   const kernels::operation<T> op = operation_of(p);
@@ -141,9 +144,9 @@ void gemm(const char* transa, const char* transb, const int64_t* m, const int64_
     return gemm_omp_driver_v1(*transa, *transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc);
 
   const int32_t tier = tev_serv_cpu_detect();
-  const int64_t threads = gemm_thread_count(tier, *m, *n, *k, kWorkPerElement<T>, available_threads());
-  if (threads == 1) return kernel_calls<T>::xgemm(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-  parallel_product(arguments(), tier, threads);
+  if (never_worth_a_team(tier, *m, *n, *k, kWorkPerElement<T>))
+    return kernel_calls<T>::xgemm(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+  team_product(*transa, *transb, arguments(), tier);
 }
 
 }  // namespace

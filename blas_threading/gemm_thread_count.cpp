@@ -42,23 +42,32 @@ bool is_tiny(int64_t m, int64_t n, int64_t k) {
   return m <= 128 && n <= 112 && k <= 16;
 }
 
-int64_t many_core_threads(int64_t m, int64_t n, int64_t k, double work, int64_t available) {
-  if (is_tiny(m, n, k)) return 1;
-  const int64_t t = team_worth(work, available, kManyCores);
-  // Deep and narrow: the team splits k.
-  return t == 1 && k / std::max(m, n) > 3 ? available : t;
+// Deep and narrow: a team would split k.
+bool is_deep(int64_t m, int64_t n, int64_t k) { return k / std::max(m, n) > 3; }
+
+double work_of(int32_t tier, int64_t m, int64_t n, int64_t k, double work_per_element) {
+  const double rows = 2.0 * static_cast<double>(m), columns = static_cast<double>(n), depth = static_cast<double>(k);
+  if (tier == TEV_CPU_AVX512_ZEL) return rows * columns * depth / 3.2 * work_per_element;
+  const double scale = tier == TEV_CPU_AVX512 ? 0.03125 : 0.0625;
+  return rows * scale * columns * depth * work_per_element;
 }
 
 }  // namespace
 
 int64_t gemm_thread_count(int32_t tier, int64_t m, int64_t n, int64_t k, double work_per_element, int64_t available) {
   if (available < 2) return 1;
-  const double rows = 2.0 * static_cast<double>(m), columns = static_cast<double>(n), depth = static_cast<double>(k);
-  if (tier == TEV_CPU_AVX512_ZEL)
-    return many_core_threads(m, n, k, rows * columns * depth / 3.2 * work_per_element, available);
-  const double scale = tier == TEV_CPU_AVX512 ? 0.03125 : 0.0625;
-  return team_worth(rows * scale * columns * depth * work_per_element, available,
-                    available < kSmallestLargeTeam ? kSmallTeam : kLargeTeam);
+  const double work = work_of(tier, m, n, k, work_per_element);
+  if (tier != TEV_CPU_AVX512_ZEL)
+    return team_worth(work, available, available < kSmallestLargeTeam ? kSmallTeam : kLargeTeam);
+  if (is_tiny(m, n, k)) return 1;
+  const int64_t t = team_worth(work, available, kManyCores);
+  return t == 1 && is_deep(m, n, k) ? available : t;
+}
+
+bool never_worth_a_team(int32_t tier, int64_t m, int64_t n, int64_t k, double work_per_element) {
+  const double work = work_of(tier, m, n, k, work_per_element);
+  if (tier != TEV_CPU_AVX512_ZEL) return work < std::min(kSmallTeam.least_work, kLargeTeam.least_work);
+  return is_tiny(m, n, k) || (work < kManyCores.least_work && !is_deep(m, n, k));
 }
 
 }  // namespace tev::blas

@@ -18,4 +18,7 @@ inline constexpr double kWorkPerElement<double> = 1;
 // 1 .. max(1, available). `tier` is a type code.
 int64_t gemm_thread_count(int32_t tier, int64_t m, int64_t n, int64_t k, double work_per_element, int64_t available);
 
+// True: one thread, however many are available. Cheap, for products that cost less than to ask for their number.
+bool never_worth_a_team(int32_t tier, int64_t m, int64_t n, int64_t k, double work_per_element);
+
 }  // namespace tev::blas

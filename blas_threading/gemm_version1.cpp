@@ -140,8 +140,9 @@ void compute(const product<T>& x) {
   const gemm_arguments<T>& p = x.p;
   if (p.m < 1 || p.n < 1) return;
   if (p.k < 1 || is_value(p.alpha, 0)) return kernel_calls<T>::mscale(&p.m, &p.n, &p.beta, p.c, &p.ldc);
-  const int64_t threads =
-      gemm_thread_count(tev_serv_cpu_detect(), p.m, p.n, p.k, kWorkPerElement<T>, available_threads());
+  const int32_t tier = tev_serv_cpu_detect();
+  if (never_worth_a_team(tier, p.m, p.n, p.k, kWorkPerElement<T>)) return compute_block(x, {0, 0, p.m, p.n});
+  const int64_t threads = gemm_thread_count(tier, p.m, p.n, p.k, kWorkPerElement<T>, available_threads());
   const version1_grid alone = x.best_grid(threads);
   const shared_grid together = x.best_shared(threads, true, true);
   if (sharing_pays<T>(p, alone, together)) return compute_shared(x, together, threads);

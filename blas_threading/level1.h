@@ -5,8 +5,6 @@
 //   the same, increment -1      in memory: 9 8 7 | 6 5 4 | 3 2 1 0      a piece starts at its lowest address, too
 #pragma once
 
-#include <omp.h>
-
 #include <algorithm>
 #include <cstdint>
 
@@ -33,14 +31,6 @@ template <class T>
 T* address_of(piece p, int64_t n, T* base, int64_t inc) {
   return base + (inc < 0 ? p.start + p.size - n : p.start) * inc;
 }
-
-// The most threads that a call may use. The runtime would complain aloud about more than its limit.
-inline int64_t permitted_threads() {
-  return std::min(tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS), omp_get_thread_limit());
-}
-
-// The same, while other work may hold the processors.
-inline int64_t available_threads() { return team_that_pays(permitted_threads()); }
 
 // Bytes of a vector for each thread of a team, which forms from twice as many on. scal moves one vector, copy and axpy
 // two.

@@ -16,6 +16,12 @@ struct span {
   int64_t begin, end;
 };
 
+// The most threads that a call may use. The runtime would complain aloud about more than its limit.
+int64_t permitted_threads();
+
+// The same, while other work may hold the processors.
+int64_t available_threads();
+
 // Multiply-adds below which forming a team costs more than it brings: 64^3, some 50 microseconds of one thread, where
 // waking a sleeping team takes up to ten.
 inline constexpr double kForkWork = 64.0 * 64 * 64;

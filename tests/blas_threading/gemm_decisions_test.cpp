@@ -91,6 +91,7 @@ TEST(ThreadCount, LiesBetweenOneAndTheTeamAndGrowsWithTheElements) {
     const int64_t available = random_size(random, 300), t = threads(tier, m, n, k, available);
     ASSERT_GE(t, 1);
     ASSERT_LE(t, available);
+    if (never_worth_a_team(tier, m, n, k, 1)) ASSERT_EQ(t, 1);
     if (tier == kZel && k / std::max(m, n) > 3) continue;
     ASSERT_LE(threads(tier, m, n, k, available, kWorkPerElement<float>), t);
     ASSERT_GE(threads(tier, m, n, k, available, kWorkPerElement<tev_complex16>), t);
