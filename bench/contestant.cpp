@@ -47,22 +47,31 @@ contestant::contestant(std::string name, const std::vector<std::string>& argumen
 }
 
 contestant::~contestant() {
+  kill(pid_, SIGCONT);
   std::fclose(to_);
   std::fclose(from_);
   waitpid(pid_, nullptr, 0);
+}
+
+// Only the one that is asked runs: the threads of a team spin on for a while after a product.
+std::string contestant::answer_to(const char* question) {
+  kill(pid_, SIGCONT);
+  const std::string answer = ask(to_, from_, question);
+  kill(pid_, SIGSTOP);
+  return answer;
 }
 
 bool contestant::prepare(const gemm_case& c) {
   char question[256];
   std::snprintf(question, sizeof question, "case %c %c %ld %ld %ld %ld %ld %ld", c.transa, c.transb, c.m, c.n, c.k,
                 c.lda, c.ldb, c.ldc);
-  const std::string answer = ask(to_, from_, question);
+  const std::string answer = answer_to(question);
   if (answer == "ok\n") return true;
   std::fprintf(stderr, "gemm: %s does not take part: %s\n", name_.c_str(),
                answer.empty() ? "it ended" : answer.c_str());
   return false;
 }
 
-double contestant::sample() { return std::atof(ask(to_, from_, "run").c_str()); }
+double contestant::sample() { return std::atof(answer_to("run").c_str()); }
 
 }  // namespace tev::bench

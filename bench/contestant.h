@@ -37,6 +37,8 @@ class contestant {
   const std::string& name() const { return name_; }
 
  private:
+  std::string answer_to(const char* question);
+
   std::string name_;
   int pid_;
   FILE* to_;

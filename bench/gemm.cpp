@@ -1,20 +1,25 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Matrix products: ours beside OpenBLAS and BLIS, one tier and precision at a time.
 //
-//   bench/gemm [--tier avx512] [--precision d] [--sets small,mid,...] [--threads 1] [--rounds 9] [--summary]
+//   bench/gemm [--tier avx512] [--precision d] [--sets small,mid,...] [--threads 1] [--rounds 9] [--summary] [--busy]
 //
 // Every contestant runs in its own process (bench/contestant.h), the peers forced to the tier's instruction set and to
 // the one below. Samples are taken in turns; a figure is the median, its spread the median deviation from it. The peak
 // is a loop of multiply-adds in registers, measured in the same turns. A case's ratio is ours over the fastest peer; a
 // set's is the geometric mean. With one thread the time is that of the thread, so what else the machine does counts
-// little; with more it is the clock's.
+// little; with more it is the clock's. --busy is for those: each case is measured on the quiet machine and beside a
+// loop that occupies processor 1, in turn, and shown as GFLOP/s quiet, busy and the ratio of the times.
 #include <dlfcn.h>
 #include <sched.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -101,7 +106,7 @@ bool looks_right(const gemm_case& g, const T* a, const T* b, const T* c) {
   return true;
 }
 
-// Answers "case ..." and "run" until the parent closes the pipe.
+// Answers "case ..." and "run" until the parent closes the pipe. A team that slept is awake before it is timed.
 template <class T>
 int serve(const product<T>& run, bool threaded) {
   std::unique_ptr<T, decltype(&std::free)> a(nullptr, std::free), b(nullptr, std::free), c(nullptr, std::free);
@@ -120,8 +125,9 @@ int serve(const product<T>& run, bool threaded) {
       run(g, a.get(), b.get(), c.get());
       std::puts(looks_right(g, a.get(), b.get(), c.get()) ? "ok" : "wrong result");
       const double begin = now(threaded);
-      for (count = 0; now(threaded) - begin < 1e-3; ++count) run(g, a.get(), b.get(), c.get());
+      for (count = 0; now(threaded) - begin < (threaded ? 1e-2 : 1e-3); ++count) run(g, a.get(), b.get(), c.get());
     } else {
+      for (int64_t i = 0; threaded && i < count / 8; ++i) run(g, a.get(), b.get(), c.get());
       const double begin = now(threaded);
       for (int64_t i = 0; i < count; ++i) run(g, a.get(), b.get(), c.get());
       std::printf("%.9e\n", (now(threaded) - begin) / static_cast<double>(count));
@@ -205,7 +211,7 @@ int serve_as(const std::vector<std::string>& arguments) {
 struct options {
   std::string tier = "avx512", precision = "d", sets = "small,mid,skinny,deepk,lu,badld,large";
   int threads = 1, rounds = 9;
-  bool summary = false;
+  bool summary = false, busy = false;
 };
 
 std::vector<gemm_case> cases_of(const std::string& set) {
@@ -281,6 +287,13 @@ std::vector<std::unique_ptr<contestant>> invite(const options& o) {
   return all;
 }
 
+void bind_to(int processor) {
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(processor, &one);
+  sched_setaffinity(0, sizeof one, &one);
+}
+
 double median(std::vector<double> v) {
   std::sort(v.begin(), v.end());
   return v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
@@ -336,17 +349,68 @@ void run_set(const std::string& set, const options& o, std::vector<std::unique_p
   std::fflush(stdout);
 }
 
+// A process that does nothing, on processor 1, while it is not told to rest.
+class busy_loop {
+ public:
+  busy_loop() : pid_(fork()) {
+    if (pid_ < 0) std::abort();
+    if (pid_ == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      bind_to(1);
+      for (;;) __asm__ volatile("");
+    }
+    rest();
+  }
+  ~busy_loop() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  busy_loop(const busy_loop&) = delete;
+  busy_loop& operator=(const busy_loop&) = delete;
+  void rest() { kill(pid_, SIGSTOP); }
+  void work() { kill(pid_, SIGCONT); }
+
+ private:
+  pid_t pid_;
+};
+
+void run_set_busy(const std::string& set, const options& o, std::vector<std::unique_ptr<contestant>>& all,
+                  busy_loop& other) {
+  const double flops_per_step = o.precision == "c" || o.precision == "z" ? 8 : 2;
+  for (const gemm_case& c : cases_of(set)) {
+    std::vector<contestant*> present;
+    for (auto& one : all)
+      if (one->prepare(c)) present.push_back(one.get());
+    std::vector<std::vector<double>> quiet(present.size()), busy(present.size());
+    for (int round = 0; round < o.rounds; ++round) {
+      for (size_t i = 0; i < present.size(); ++i) quiet[i].push_back(present[i]->sample());
+      other.work();
+      for (size_t i = 0; i < present.size(); ++i) busy[i].push_back(present[i]->sample());
+      other.rest();
+    }
+    const double giga_flops =
+        flops_per_step * static_cast<double>(c.m) * static_cast<double>(c.n) * static_cast<double>(c.k) * 1e-9;
+    std::printf("%-6s %c%c %5ld %5ld %6ld", set.c_str(), c.transa, c.transb, c.m, c.n, c.k);
+    for (size_t i = 0; i < present.size(); ++i)
+      std::printf("  %8.2f %8.2f %6.2f", giga_flops / median(quiet[i]), giga_flops / median(busy[i]),
+                  median(busy[i]) / median(quiet[i]));
+    std::printf("\n");
+    std::fflush(stdout);
+  }
+}
+
 [[noreturn]] void usage() {
-  std::fputs("usage: gemm [--tier T] [--precision s|d|c|z] [--sets A,B] [--threads N] [--rounds N] [--summary]\n",
-             stderr);
+  std::fputs(
+      "usage: gemm [--tier T] [--precision s|d|c|z] [--sets A,B] [--threads N] [--rounds N] [--summary] [--busy]\n",
+      stderr);
   std::exit(2);
 }
 
 options parse(const std::vector<std::string>& arguments) {
   options o;
   for (size_t i = 0; i < arguments.size(); ++i) {
-    if (arguments[i] == "--summary") {
-      o.summary = true;
+    if (arguments[i] == "--summary" || arguments[i] == "--busy") {
+      (arguments[i] == "--busy" ? o.busy : o.summary) = true;
       continue;
     }
     if (i + 1 == arguments.size()) usage();
@@ -365,6 +429,7 @@ options parse(const std::vector<std::string>& arguments) {
       usage();
     ++i;
   }
+  if (o.busy && o.threads == 1) usage();
   return o;
 }
 
@@ -374,20 +439,25 @@ int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 1, argv + argc);
   if (arguments.size() >= 4 && arguments[0] == "--serve") return serve_as({arguments.begin() + 1, arguments.end()});
   const options o = parse(arguments);
-  if (o.threads == 1) {  // one core for all, so that turns are turns
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(sched_getcpu(), &one);
-    sched_setaffinity(0, sizeof one, &one);
-  }
+  if (o.threads == 1) bind_to(sched_getcpu());  // one core for all, so that turns are turns
   auto all = invite(o);
+  std::stringstream sets(o.sets);
+  if (o.busy) {
+    std::printf("GFLOP/s, %d threads. Columns: set, options, m, n, k; then quiet, busy, time busy / quiet of:",
+                o.threads);
+    for (const auto& one : all) std::printf(" %s;", one->name().c_str());
+    std::printf("\n");
+    std::fflush(stdout);
+    busy_loop other;
+    for (std::string set; std::getline(sets, set, ',');) run_set_busy(set, o, all, other);
+    return 0;
+  }
   contestant peak("peak", {"peak", o.tier, o.precision}, {});
   if (!o.summary) {
     std::printf("GFLOP/s, %d thread(s). Columns: set, options, m, n, k, lda; ours, %% of peak, spread;", o.threads);
     for (size_t i = 1; i < all.size(); ++i) std::printf(" %s;", all[i]->name().c_str());
     std::printf(" ratio to the fastest peer\n");
   }
-  std::stringstream sets(o.sets);
   for (std::string set; std::getline(sets, set, ',');) run_set(set, o, all, peak);
   return 0;
 }
