@@ -12,13 +12,15 @@ namespace tev::kernels {
 // Letters of the BLAS as codes: what Operation's fields hold.
 inline constexpr int32_t kNoTrans = 0, kTrans = 1, kConjTrans = 2, kNoSuchTrans = -1;
 
-// Bits of an operand's copy mode. C has 0.
+// Bits of an operand's copy mode. C of a product has 0.
 inline constexpr int32_t kCopyPlain = 1, kCopyTrans = 2, kCopyConjTrans = 4;
+// Of a symmetric or triangular matrix besides: the triangle that is stored, or written, and whether the diagonal is 1.
+inline constexpr int32_t kCopyLower = 8, kCopyUpper = 16, kCopyNonUnit = 32, kCopyUnit = 64;
 
 // What a product is part of. 0, 1 and 7 are fixed by the drivers; the others never leave the process.
 inline constexpr int32_t kOpGemm = 0, kOpSymm = 1, kOpSyrk = 4, kOpTrmm = 7, kOpTrsm = 8;
 
-// side, uplo, diag: not applicable.
+// side: L 0, R 1. uplo: U 0, L 1. diag: U 0, N 1. Not applicable: 2. Another letter: -1.
 inline constexpr int32_t kAbsent = 2;
 
 // Drivers (strategy::strategy) and the modes by which a parallel driver asks for them.
@@ -38,7 +40,7 @@ struct operand {
   int64_t column_offset;
   int64_t extent;           // m (A, C) or k (B) at entry; partitioners leave it, drivers narrow their own copies
   int64_t element_size;     // bytes: 4 s, 8 d, 8 c, 16 z
-  int32_t copy_mode;        // kCopyPlain, kCopyTrans, kCopyConjTrans; 0 for C
+  int32_t copy_mode;        // kCopyPlain ...
   address_fn* at;           // getPointer_notrans or getPointer_trans
 };
 
@@ -139,16 +141,16 @@ struct kernel_info {
   int64_t element_size;
   int32_t count_a, count_b;               // 4 and 4
   strategy plan;                          // mb = plan.mr, nb = plan.nr for partitions in whole blocks
-  mscale_wrapper_fn<T>* mscale;
-  copy_fn<T>* copy_a;
+  mscale_wrapper_fn<T>* mscale;           // of all of C, or of the triangle that its copy mode names
+  copy_fn<T>* copy_a;                     // null where an operation has no such routine, as the three below
   copy_fn<T>* copy_b;
   ker0_fn<T>* ker0;
   void (*diagonal_scale)(void);           // TRMM, TRSM; else null
   driver_fn<T>* driver;                   // the whole product
-  driver_fn<T>* packed_product;           // A packed already (shared panel), B packed by this call
+  driver_fn<T>* packed_product;           // A packed already (shared panel), B packed by this call; or null
   driver_fn<T>* fallback;                 // unpacked: needs no memory
   driver_fn<T>* pst;                      // skinny and shallow shapes
-  int64_t pst_m, pst_n;                   // below these the sequential entry prefers pst
+  int64_t pst_m, pst_n;                   // with fewer rows and fewer columns pst beats packing
 };
 
 // How the threads of a parallel driver share a product, as map_thread_to_kernel reads it.

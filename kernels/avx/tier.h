@@ -11,6 +11,7 @@ namespace tev::avx {
 
 inline constexpr int kVectorBytes = 32;
 inline constexpr int kVectorRegisters = 16;
+inline constexpr bool kPeelsToAlignment = false;
 inline constexpr bool kHasFma = false;
 inline constexpr int32_t kApiVersion = 1, kApiSupport = 1;  // what the drivers ask for
 inline constexpr bool kBdzOnlyInDouble = false;

@@ -7,6 +7,7 @@
 
 #define TEV_P s
 #include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/families/gemm_tiny.exports.inc"
 
 #include "kernels/families/gemm_nocopy.exports.inc"
 #include "kernels/families/gemm_nocopy_driver.exports.inc"
@@ -14,6 +15,7 @@
 #undef TEV_P
 #define TEV_P d
 #include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/families/gemm_tiny.exports.inc"
 
 #include "kernels/families/gemm_n_smalln.exports.inc"
 #include "kernels/families/gemm_nocopy.exports.inc"
@@ -22,12 +24,14 @@
 #undef TEV_P
 #define TEV_P c
 #include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/families/gemm_tiny.exports.inc"
 
 #include "kernels/families/gemm_nocopy_driver.exports.inc"
 #include "kernels/families/gemm_sm.exports.inc"
 #undef TEV_P
 #define TEV_P z
 #include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/families/gemm_tiny.exports.inc"
 
 #include "kernels/families/gemm_nocopy_driver.exports.inc"
 #include "kernels/families/gemm_sm.exports.inc"

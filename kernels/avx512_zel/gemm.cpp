@@ -4,6 +4,7 @@
 
 #include "kernels/families/gemm_driver-inl.h"
 #include "kernels/families/gemm_team-inl.h"
+#include "kernels/families/kernel_info-inl.h"
 
 #define TEV_P s
 #define TEV_MR 16

@@ -8,6 +8,7 @@
 
 #define TEV_P s
 #include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/families/gemm_tiny.exports.inc"
 
 #include "kernels/families/gemm_nocopy.exports.inc"
 #include "kernels/families/gemm_qfma.exports.inc"
@@ -15,6 +16,7 @@
 #undef TEV_P
 #define TEV_P d
 #include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/families/gemm_tiny.exports.inc"
 
 #include "kernels/families/gemm_n_smalln.exports.inc"
 #include "kernels/families/gemm_nocopy.exports.inc"
@@ -23,12 +25,14 @@
 #undef TEV_P
 #define TEV_P c
 #include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/families/gemm_tiny.exports.inc"
 
 #include "kernels/families/gemm_nocopy_driver.exports.inc"
 #include "kernels/families/gemm_sm.exports.inc"
 #undef TEV_P
 #define TEV_P z
 #include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/families/gemm_tiny.exports.inc"
 
 #include "kernels/families/gemm_nocopy_driver.exports.inc"
 #include "kernels/families/gemm_sm.exports.inc"

@@ -12,6 +12,7 @@ namespace tev::avx512_zel {
 
 inline constexpr int kVectorBytes = 64;
 inline constexpr int kVectorRegisters = 32;
+inline constexpr bool kPeelsToAlignment = false;
 inline constexpr bool kHasFma = true;
 inline constexpr int32_t kApiVersion = 2, kApiSupport = 4;  // what the drivers ask for
 inline constexpr bool kBdzOnlyInDouble = false;

@@ -26,7 +26,9 @@ inline constexpr int kDotColumns = kVectorRegisters == 32 || kParts<T> == 1 ? 4
                                    : kHasFma                                ? 3
                                                                             : 2;
 
-inline constexpr int kDotAhead = 768;  // bytes along k between what is used and what is fetched
+// What is fetched while a tile is computed: of rows that are longer than kShortRow, so many bytes on along k; of
+// shorter ones the same stretch of the rows (columns) of the next tile.
+inline constexpr int kDotAhead = 768, kShortRow = 4096;
 
 // Operands of the tiles of one block, in reals. Rows of A and columns of B are contiguous.
 template <class R>
@@ -38,6 +40,7 @@ struct dot_block {
   int64_t b_column;
   R* c;
   int64_t ldc;
+  int64_t a_ahead, b_ahead;  // from what is used to what is fetched
 };
 
 // Sums of units (one lane, or re and im) of `count` vectors: unit i of the result is the sum of the units of v[i].
@@ -110,6 +113,16 @@ TEV_INLINE void put_sums(const vec<R, W> (&sums)[kParts<T>][kCount], const finis
   put_row<T, kCount * kParts<T>, kLanes>(value, f, c);
 }
 
+// A sum as the loop leaves it. Where only 512-bit instructions reach the upper 16 registers, the halves that the
+// reduction works on lie in the lower ones; the way through memory keeps the loop from being held to those as well.
+template <int W, class R>
+TEV_INLINE vec<R, W> finished(vec<R, W> v) {
+#if defined(__AVX512F__) && !defined(__AVX512VL__)
+  __asm__("" : "+m"(v));
+#endif
+  return v;
+}
+
 template <class T, int MR, int NR, class R>
 __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const R* b, R* c, const finish<R>& f) {
   constexpr int W = kLanesOf<R>, U = kParts<T>, N = W / U;
@@ -131,13 +144,13 @@ __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const
     }
   };
   const auto whole = [](const R* from) TEV_LAMBDA { return load<W>(from); };
-  constexpr int kLine = 64 / static_cast<int>(sizeof(R)), kAhead = kDotAhead / static_cast<int>(sizeof(R));
+  constexpr int kLine = 64 / static_cast<int>(sizeof(R));
   int64_t p = 0;
   for (; p + kLine <= x.depth; p += kLine) {
     TEV_UNROLL
-    for (int i = 0; i < MR; ++i) __builtin_prefetch(a + i * x.a_row + p + kAhead);
+    for (int i = 0; i < MR; ++i) __builtin_prefetch(a + i * x.a_row + p + x.a_ahead);
     TEV_UNROLL
-    for (int j = 0; j < NR; ++j) __builtin_prefetch(b + j * x.b_column + p + kAhead);
+    for (int j = 0; j < NR; ++j) __builtin_prefetch(b + j * x.b_column + p + x.b_ahead);
     TEV_UNROLL
     for (int q = 0; q < kLine; q += W) step(p + q, whole);
   }
@@ -150,14 +163,16 @@ __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const
     for (int i = 0; i + kGroup <= MR; i += kGroup) {
       vec<R, W> sums[U][kGroup];
       TEV_UNROLL
-      for (int q = 0; q < U * kGroup; ++q) sums[q / kGroup][q % kGroup] = acc[j][q / kGroup][i + q % kGroup];
+      for (int q = 0; q < U * kGroup; ++q)
+        sums[q / kGroup][q % kGroup] = finished<W, R>(acc[j][q / kGroup][i + q % kGroup]);
       put_sums<T, kGroup, W, R>(sums, f, c + j * x.ldc + i * U);
     }
     if constexpr (MR % kGroup != 0) {
       constexpr int kLast = MR % kGroup;
       vec<R, W> sums[U][kLast];
       TEV_UNROLL
-      for (int q = 0; q < U * kLast; ++q) sums[q / kLast][q % kLast] = acc[j][q / kLast][MR - kLast + q % kLast];
+      for (int q = 0; q < U * kLast; ++q)
+        sums[q / kLast][q % kLast] = finished<W, R>(acc[j][q / kLast][MR - kLast + q % kLast]);
       put_sums<T, kLast, W, R>(sums, f, c + j * x.ldc + (MR - kLast) * U);
     }
   }
@@ -182,8 +197,12 @@ TEV_INLINE int64_t next_share(int64_t left, int64_t most) {
 
 // All of C(m x n). The longer side of C is the outer loop, so that its operand is streamed once.
 template <class T, class R>
-TEV_INLINE void by_dots(int64_t m, int64_t n, const dot_block<R>& x, const finish<R>& f) {
+TEV_INLINE void by_dots(int64_t m, int64_t n, dot_block<R> x, const finish<R>& f) {
   constexpr int MR = kDotRows<T>, NR = kDotColumns<T>, U = kParts<T>;
+  const bool short_rows = x.depth * static_cast<int64_t>(sizeof(R)) <= kShortRow;
+  x.a_ahead = x.b_ahead = kDotAhead / static_cast<int64_t>(sizeof(R));
+  if (short_rows && m >= n && m > MR) x.a_ahead = MR * x.a_row;
+  if (short_rows && m < n && n > NR) x.b_ahead = NR * x.b_column;
   if (m >= n) {
     for (int64_t i = 0, rows = 0; i < m; i += rows) {
       rows = next_share(m - i, MR);

@@ -8,6 +8,7 @@
 // The columns do not depend on each other, so that the processor overlaps them; no sum is ever longer than K.
 #pragma once
 
+#include "kernels/families/gemm_tiny.h"
 #include "kernels/families/gemm_unpacked-inl.h"
 
 namespace tev::TEV_TIER {
@@ -64,9 +65,30 @@ void gemm_fixed(char transa, char transb, int64_t m, int64_t n, T alpha, const T
   const char ta = static_cast<char>(transa & ~0x20), tb = static_cast<char>(transb & ~0x20);
   const walk<R> aw = walk_of(a, ta != 'N', lda), bw = walk_of(b, tb != 'N', ldb);
   const bool transposed = ta != 'N';
-  const block<R> x{0,      n,         K,        aw.at,          transposed ? kLanesOf<R> : aw.column, 0, bw.at,
-                   bw.row, bw.column, reals(c), ldc * kParts<T>};
+  const block<R> x{
+      0, n, K, aw.at, transposed ? kLanesOf<R> : aw.column, bw.at, bw.row, bw.column, reals(c), ldc * kParts<T>, 0, 0};
   fixed_strips<T, K, kLanesOf<R>>(m * kParts<T>, transposed, aw, x, finish_of<T>(alpha, beta, ta == 'C', tb == 'C'));
+}
+
+// The strip whose depth is x.k, 1 to K.
+template <class T, int K, class R>
+TEV_INLINE void strip_of_any_depth(const block<R>& x, const finish<R>& f) {
+  if constexpr (K > 0) {
+    if (x.k == K) return fixed_strip<T, K, kLanesOf<R>>(x, f);
+    strip_of_any_depth<T, K - 1>(x, f);
+  }
+}
+
+// A product that is_tiny(). All is inlined and stays in registers: the calls and records of the general way would take
+// longer than the sums.
+template <class T>
+TEV_INLINE void gemm_tiny(char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a, int64_t lda, const T* b,
+                          int64_t ldb, T beta, T* c, int64_t ldc) {
+  using R = real_of<T>;
+  const char tb = static_cast<char>(transb & ~0x20);
+  const walk<R> aw = walk_of(a, false, lda), bw = walk_of(b, tb != 'N', ldb);
+  const block<R> x{m * kParts<T>, n, k, aw.at, aw.column, bw.at, bw.row, bw.column, reals(c), ldc * kParts<T>, 0, 0};
+  strip_of_any_depth<T, kTinyDepth>(x, finish_of<T>(alpha, beta, false, tb == 'C'));
 }
 
 }  // namespace tev::TEV_TIER

@@ -9,6 +9,8 @@
 
 #include "kernels/families/gemm_arguments.h"
 #include "kernels/families/gemm_framework-inl.h"
+#include "kernels/families/gemm_shallow.h"
+#include "kernels/families/gemm_tiny.h"
 #include "service/xerbla.h"
 
 namespace tev::TEV_TIER {
@@ -58,6 +60,8 @@ int32_t fullacopybcopy(const operation<T>* op, const operand* a, const operand* 
                        const kernel_info<T>* info) {
   if (only_scales(op, a, c)) return 0;
   initialize_buffers<T>(a, b, &info->plan, buf);
+  // Half of an odd k leaves one step over, which would cost a pass over C.
+  if (2 * buf->kc + 1 == a->columns) buf->a.kc = buf->b.kc = ++buf->kc;
   buf->get(buf);
   if (tev_serv_check_ptr_and_warn(buf->base, kRoutineName<T>)) return 2;
   const T one = one_of<T>();
@@ -121,18 +125,35 @@ TEV_INLINE void call_on_operands(gemm_fn<T>* gemm, const operation<T>* op, const
 // Which way a sequential product goes.
 enum class route { meq6, small_n, fixed_depth, unpacked, pst, packed };
 
-// Few rows or columns do not repay packing. A thin shallow product is one of the long operand and C alone.
+// So many columns with this leading dimension evict each other from the first cache. 48 KiB in 12 ways: bytes 4096
+// apart compete for the same 12 lines.
 template <class T>
-TEV_INLINE route route_of(char transa, char transb, int64_t m, int64_t n, int64_t k) {
+TEV_INLINE bool columns_clash(int64_t count, int64_t ld) {
+  constexpr int64_t kWayBytes = 4096, kWays = 12;
+  const int64_t bytes = ld * static_cast<int64_t>(sizeof(T));
+  return count * min_of(bytes & -bytes, kWayBytes) > kWays * kWayBytes;
+}
+
+// Few rows or columns do not repay packing, unless the columns that are read again and again evict each other: of A, or
+// of a transposed B. Whole lines at a time, as 512-bit vectors read them, stand that better than packing. A thin
+// shallow product is one of the long operand and C alone.
+template <class T>
+TEV_INLINE route route_of(char transa, char transb, int64_t m, int64_t n, int64_t k, int64_t lda, int64_t ldb) {
+  constexpr int64_t kShallowest = 4, kFewElements = kHasFma ? 0 : 256;  // what a fixed depth is good for
   constexpr int64_t kThinDepth = 129, kThinRows = 101;
   constexpr double kThin = 11;
-  const bool plain = transposition_code(transa) == kNoTrans;
-  if (kHasMeq6<T> && m == 6 && k == 6 && plain && transposition_code(transb) == kNoTrans) return route::meq6;
+  const bool plain = transposition_code(transa) == kNoTrans, plain_b = transposition_code(transb) == kNoTrans;
+  if (kHasMeq6<T> && m == 6 && k == 6 && plain && plain_b) return route::meq6;
   if (kHasSmallN<T> && (n == 2 || n == 3) && !plain) return route::small_n;
-  if (kHasFixedDepth<T> && k <= 10) return route::fixed_depth;
+  if (kHasFixedDepth<T> && (k <= kShallowest || (k <= 10 && m * n <= kFewElements))) return route::fixed_depth;
   const auto rows = static_cast<double>(m), columns = static_cast<double>(n);
   if (k < kThinDepth && rows * columns < kThin * (rows + columns))
     return m < kThinRows || (n < 4 && k < 4) ? route::unpacked : route::pst;
+  if constexpr (kVectorBytes < 64) {
+    const int64_t smallest = min_of(m, min_of(n, k));
+    if (plain && columns_clash<T>(smallest, lda)) return route::packed;
+    if (!plain_b && columns_clash<T>(smallest, ldb)) return route::packed;
+  }
   constexpr least_packed kLeast = kLeastPacked<T>;
   const int64_t least = plain ? kLeast.plain : kLeast.transposed;
   return m < least || n < least || (m < kLeast.both && n < kLeast.both) ? route::unpacked : route::packed;

@@ -120,12 +120,13 @@ __attribute__((noinline)) void gemm_qfma(bool a_transposed, bool b_transposed, i
                              depth,
                              a_transposed ? a_panel : strip_a,
                              a_transposed ? kQuadLanes : aw.column,
-                             0,
                              b_tile.at,
                              1,
                              b_tile.column,
                              c,
-                             ldc};
+                             ldc,
+                             0,
+                             0};
         quad_tile<kQuad>(x, count, b_tile.at, c + i + j * ldc, f);
       }
     }

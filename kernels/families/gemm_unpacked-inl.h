@@ -12,6 +12,7 @@
 
 #include "kernels/families/dot_tile-inl.h"
 #include "kernels/families/gemm_arguments.h"
+#include "kernels/families/gemm_shallow.h"
 #include "kernels/families/unpacked_tile-inl.h"
 #include "kernels/records.h"
 
@@ -35,8 +36,16 @@ inline constexpr int64_t kFewDots = 16, kDeepDots = 32;
 inline constexpr int64_t kFewPackedDots = 8, kManyPackedDots = 32;
 inline constexpr int64_t kFewSwapped = 8;
 
-// A strip is read ahead while the one before it is used; where there is only one, so many steps of k.
-inline constexpr int64_t kStepsAhead = 16;
+// Few rows (columns) of one operand, and another so large that it comes from memory: what counts is that it is read
+// once, along its columns. Then more rows count as few.
+inline constexpr int64_t kFewStreamed = 16, kManyStreamed = 512, kDeepStreamed = 256;
+TEV_INLINE bool is_streamed(int64_t few, int64_t many, int64_t k) {
+  return few <= kFewStreamed && many >= kManyStreamed && k >= kDeepStreamed;
+}
+
+// A strip is read ahead while the one before it is used; where there is only one, so many steps of k or so many bytes,
+// whichever is more.
+inline constexpr int64_t kStepsAhead = 16, kLeastAhead = 2048;
 
 // Rows of op(A) into a panel of `height` reals per step of k; a is the element (0, 0) of the strip. The panel's rows
 // are padded to whole vectors. Squares of vectors are transposed in registers; the last square of a row ends at the
@@ -74,26 +83,66 @@ TEV_INLINE walk<R> walk_of(const T* x, bool transposed, int64_t ld) {
   return transposed ? walk<R>{at, across, one} : walk<R>{at, one, across};
 }
 
-// C(m x n) += A B from strips of A's rows, `depth` steps of k at a time. kTransposed: m counts columns of C.
+// C(m x n) += A B from strips of A's rows. kTransposed: m counts columns of C. What is deeper than kUnpackedDepth goes
+// in stretches of k; while a stretch is used, the next strip of A and, once, the next stretch of B are fetched.
 template <class T, bool kTransposed, class R>
-TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc, finish<R> f,
-                          int64_t deepest) {
+TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc, finish<R> f) {
   const int64_t c_row = kTransposed ? ldc : kParts<T>;
   const int64_t rows_in_all = m * kParts<T>;
-  deepest = stretch(k, deepest);
+  if (k <= kUnpackedDepth) {
+    for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
+      rows = next_strip<R>(rows_in_all - i);
+      strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
+          block<R>{rows, n, k, a.at + i, a.column, b.at, b.row, b.column, c + i / kParts<T> * c_row, ldc,
+                   i + rows < rows_in_all ? rows : 0, 0},
+          f);
+    }
+    return;
+  }
+  constexpr int64_t kLeast = kLeastAhead / static_cast<int64_t>(sizeof(R));
+  const int64_t deepest = stretch(k, kUnpackedDepth);
+  const int64_t steps_ahead = kStepsAhead * a.column > kLeast ? kStepsAhead * a.column : kLeast;
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
-    for (int64_t i = 0; i < rows_in_all;) {
-      const int64_t rows = next_strip<R>(rows_in_all - i);
+    for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
+      rows = next_strip<R>(rows_in_all - i);
+      const bool last = i + rows == rows_in_all;
       strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
-          block<R>{rows, n, depth, a.at + i + p0 * a.column, a.column,
-                   rows_in_all > rows ? rows : kStepsAhead * a.column, b.at + p0 * b.row, b.row, b.column,
-                   c + i / kParts<T> * c_row, ldc},
+          block<R>{rows, n, depth, a.at + i + p0 * a.column, a.column, b.at + p0 * b.row, b.row, b.column,
+                   c + i / kParts<T> * c_row, ldc,
+                   i == 0 && last ? steps_ahead
+                   : last         ? deepest * a.column - i
+                                  : rows,
+                   i == 0 && !last && p0 + deepest < k ? deepest * b.row : 0},
           f);
-      i += rows;
     }
     add_to_c(f);
   }
+}
+
+// A shallow product: tile by tile down a group of columns, so that C is written as it lies. A block of A stays in the
+// second cache meanwhile.
+inline constexpr int64_t kShallowBlockBytes = 512 * 1024;
+
+template <class T, class R>
+TEV_INLINE void by_column_groups(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
+                                 finish<R> f) {
+  constexpr int kHeight = kTileVectors * kLanesOf<R>, NC = kTileColumns / kParts<T>;
+  const int64_t rows_in_all = m * kParts<T>;
+  const int64_t most = kShallowBlockBytes / static_cast<int64_t>(sizeof(R)) / k / kHeight * kHeight;
+  f.past_caches = true;
+  for (int64_t from = 0; from < rows_in_all; from += most) {
+    const int64_t to = rows_in_all - from < most ? rows_in_all : from + most;
+    for (int64_t j = 0; j < n; j += NC)
+      for (int64_t i = from, rows = 0; i < to; i += rows) {
+        rows = next_strip<R>(to - i);
+        strip_of_any_height<T, false, kLanesOf<R>, kTileVectors>(
+            block<R>{rows, n - j < NC ? n - j : NC, k, a.at + i, a.column, b.at + j * b.column, b.row, b.column,
+                     c + i + j * ldc, ldc, 0, 0},
+            f);
+      }
+  }
+  __builtin_ia32_sfence();  // what was written past the caches is seen by others before what comes now
 }
 
 // The same from strips that are transposed into a panel first.
@@ -109,7 +158,7 @@ TEV_INLINE void by_panels(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
       const int64_t rows = next_strip<R>(rows_in_all - i);
       transpose_strip<T>(rows, depth, a.at + i / kParts<T> * a.row + p0 * a.column, a.row, panel, kHeight);
       strip_of_any_height<T, false, kLanesOf<R>, kTileVectors>(
-          block<R>{rows, n, depth, panel, kHeight, 0, b.at + p0 * b.row, b.row, b.column, c + i, ldc}, f);
+          block<R>{rows, n, depth, panel, kHeight, b.at + p0 * b.row, b.row, b.column, c + i, ldc, 0, 0}, f);
       i += rows;
     }
     add_to_c(f);
@@ -120,7 +169,7 @@ TEV_INLINE void by_panels(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
 // is the one with few rows (columns): kFewPackedDots at most.
 //
 // Longest stretch of k, in bytes of a row: with many rows on both sides what is read again has to stay in the caches.
-inline constexpr int64_t kDotBytes = 4 * 1024, kLongDotBytes = 64 * 1024;
+inline constexpr int64_t kDotBytes = 1024, kLongDotBytes = 64 * 1024;
 
 template <class T, class R>
 TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
@@ -129,7 +178,8 @@ TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, wal
   const int64_t deepest = stretch(k, bytes / static_cast<int64_t>(sizeof(T)));
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
-    by_dots<T>(m, n, dot_block<R>{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc},
+    by_dots<T>(m, n,
+               dot_block<R>{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc, 0, 0},
                f);
     add_to_c(f);
   }
@@ -145,7 +195,7 @@ TEV_INLINE void by_packed_dots(bool packs_a, int64_t m, int64_t n, int64_t k, wa
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     const int64_t row = deepest * kParts<T>;
-    dot_block<R> x{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc};
+    dot_block<R> x{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc, 0, 0};
     transpose_strip<T>(depth * kParts<T>, few, packs_a ? x.a : x.b, packs_a ? a.column : b.row, panel, row);
     (packs_a ? x.a : x.b) = panel;
     (packs_a ? x.a_row : x.b_column) = row;
@@ -168,22 +218,25 @@ __attribute__((noinline)) void gemm_unpacked(char transa, char transb, int64_t m
   const char ta = static_cast<char>(transa & ~0x20), tb = static_cast<char>(transb & ~0x20);
   const walk<R> aw = walk_of(a, ta != 'N', lda), bw = walk_of(b, tb != 'N', ldb);
   R* c_real = reinterpret_cast<R*>(c);
-  ldc *= kParts<T>;
+  const int64_t ldc_real = ldc * kParts<T>;
   const bool na = ta == 'N', nb = tb == 'N';
   const auto f = [&](bool swapped) TEV_LAMBDA {
     return swapped ? finish_of<T>(alpha, beta, tb == 'C', ta == 'C') : finish_of<T>(alpha, beta, ta == 'C', tb == 'C');
   };
   const walk<R> a_swapped{aw.at, aw.column, aw.row}, b_swapped{bw.at, bw.column, bw.row};
   if (!na && nb && (m <= kFewDots || n <= kFewDots) && k >= kDeepDots)
-    return by_dots_in_place<T>(m, n, k, aw, bw, c_real, ldc, f(false));
-  if (na && nb && m <= kFewPackedDots && n >= kManyPackedDots && k >= kDeepDots)
-    return by_packed_dots<T>(true, m, n, k, aw, bw, c_real, ldc, f(false));
-  if (!na && !nb && n <= kFewPackedDots && m >= kManyPackedDots && k >= kDeepDots)
-    return by_packed_dots<T>(false, m, n, k, aw, bw, c_real, ldc, f(false));
-  if (!nb && (!na || (m < kFewSwapped && n > m)))  // C^T = op(B)^T op(A)^T
-    return by_strips<T, true>(n, m, k, b_swapped, a_swapped, c_real, ldc, f(true), kUnpackedDepth);
-  if (na) return by_strips<T, false>(m, n, k, aw, bw, c_real, ldc, f(false), kUnpackedDepth);
-  by_panels<T>(m, n, k, aw, bw, c_real, ldc, f(false));
+    return by_dots_in_place<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
+  const auto packs_few = [&](int64_t few, int64_t many) TEV_LAMBDA {
+    return (few <= kFewPackedDots && many >= kManyPackedDots && k >= kDeepDots) || is_streamed(few, many, k);
+  };
+  if (na && nb && packs_few(m, n)) return by_packed_dots<T>(true, m, n, k, aw, bw, c_real, ldc_real, f(false));
+  if (!na && !nb && packs_few(n, m)) return by_packed_dots<T>(false, m, n, k, aw, bw, c_real, ldc_real, f(false));
+  if (!nb && (!na || (m < kFewSwapped && n > m) || is_streamed(m, n, k)))  // C^T = op(B)^T op(A)^T
+    return by_strips<T, true>(n, m, k, b_swapped, a_swapped, c_real, ldc_real, f(true));
+  if (is_shallow(ta, m, n, k, beta) && has_whole_lines(c, ldc))
+    return by_column_groups<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
+  if (na) return by_strips<T, false>(m, n, k, aw, bw, c_real, ldc_real, f(false));
+  by_panels<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
 }
 
 // The product with a transposed A and few columns, by sums along k whatever its depth.

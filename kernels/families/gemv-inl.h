@@ -29,25 +29,28 @@ TEV_INLINE void add_columns(int64_t m, T alpha, const T* a, int64_t lda, const T
   TEV_UNROLL
   for (int j = 0; j < J; ++j) column[j] = reals(a + j * lda), t[j] = multiply(alpha, x[j * incx]);
   R* yr = reals(y);
-  for_parts<T, 2>(
-      m * kParts<T>, [&](auto part, int64_t i) __attribute__((always_inline)) {
-        constexpr int W = part.W;
-        auto sum = part.load(yr + i);
-        if constexpr (kComplex<T>) {
-          vec<R, W> crossed = {};
-          TEV_UNROLL
-          for (int j = 0; j < J; ++j) {
-            const auto c = part.load(column[j] + i);
-            sum = fma(c, splat<W>(t[j].real), sum);
-            crossed = fma(c, splat<W>(t[j].imag), crossed);
-          }
-          sum += swap_pairs<W, R>(crossed) * alternate<W>(R(-1), R(1));
-        } else {
-          TEV_UNROLL
-          for (int j = 0; j < J; ++j) sum = fma(part.load(column[j] + i), splat<W>(t[j]), sum);
-        }
-        part.store(sum, yr + i);
-      });
+  const auto step = [&](auto part, int64_t i) __attribute__((always_inline)) {
+    constexpr int W = part.W;
+    auto sum = part.load_own(yr + i);
+    if constexpr (kComplex<T>) {
+      vec<R, W> crossed = {};
+      TEV_UNROLL
+      for (int j = 0; j < J; ++j) {
+        const auto c = part.load(column[j] + i);
+        sum = fma(c, splat<W>(t[j].real), sum);
+        crossed = fma(c, splat<W>(t[j].imag), crossed);
+      }
+      sum += swap_pairs<W, R>(crossed) * alternate<W>(R(-1), R(1));
+    } else {
+      TEV_UNROLL
+      for (int j = 0; j < J; ++j) sum = fma(part.load(column[j] + i), splat<W>(t[j]), sum);
+    }
+    part.store(sum, yr + i);
+  };
+  if constexpr (kCopiesCost<T>)
+    for_own_parts<T, 2>(m * kParts<T>, yr, step);
+  else
+    for_parts<T, 2>(m * kParts<T>, step);
 }
 
 template <int J, class T>

@@ -7,6 +7,10 @@
 
 namespace tev::TEV_TIER {
 
+// Columns that share what they load of x.
+template <class T>
+inline constexpr int kColumnsOfRank1 = kCopiesCost<T> ? 1 : 4 / kParts<T>;
+
 // c_j := (alpha y_j) x + beta c_j, J columns; x contiguous.
 template <bool kReadsC, bool kScalesC, int J, class T>
 TEV_INLINE void rank1_columns(int64_t m, T alpha, const T* x, const T* y, int64_t incy, bool conjugate_y, T beta, T* c,
@@ -19,37 +23,51 @@ TEV_INLINE void rank1_columns(int64_t m, T alpha, const T* x, const T* y, int64_
     column[j] = reals(c + j * ldc);
     t[j] = multiply(alpha, conjugate_if(conjugate_y, y[j * incy]));
   }
-  for_parts<T, 2>(
-      m * kParts<T>, [&](auto part, int64_t i) __attribute__((always_inline)) {
-        const auto v = part.load(xr + i);
-        TEV_UNROLL
-        for (int j = 0; j < J; ++j) {
-          const auto tj = multiplier_of<part.W>(t[j]);
-          if constexpr (!kReadsC) {
-            part.store(product(tj, v), column[j] + i);
-          } else {
-            auto old = part.load(column[j] + i);
-            if constexpr (kScalesC) old = product(multiplier_of<part.W>(beta), old);
-            part.store(plus_product(old, tj, v), column[j] + i);
-          }
-        }
-      });
+  const auto step = [&](auto part, int64_t i) __attribute__((always_inline)) {
+    const auto v = part.load(xr + i);
+    TEV_UNROLL
+    for (int j = 0; j < J; ++j) {
+      const auto tj = multiplier_of<part.W>(t[j]);
+      if constexpr (!kReadsC) {
+        part.store(product(tj, v), column[j] + i);
+      } else {
+        auto old = part.load_own(column[j] + i);
+        if constexpr (kScalesC) old = product(multiplier_of<part.W>(beta), old);
+        part.store(plus_product(old, tj, v), column[j] + i);
+      }
+    }
+  };
+  if constexpr (J == 1)
+    for_own_parts<T, 4>(m * kParts<T>, column[0], step);
+  else
+    for_parts<T, 2>(m * kParts<T>, step);
 }
+
+// Rows of x that are read where they lie stay in the L2 cache: columns are long, and memory delivers more along them.
+template <class T>
+inline constexpr int64_t kLongSegment = 16 * kSegment<T>;
+
+// A matrix from this size on comes from memory, which delivers more along one column than along several.
+template <class T>
+inline constexpr int64_t kCachedElements = (16 << 20) / static_cast<int64_t>(sizeof(T));
 
 template <bool kReadsC, bool kScalesC, class T>
 TEV_INLINE void rank1(int64_t m, int64_t n, T alpha, const T* x, int64_t incx, bool conjugate_x, const T* y,
                       int64_t incy, bool conjugate_y, T beta, T* c, int64_t ldc) {
-  constexpr int J = 4 / kParts<T>;
+  constexpr int J = kColumnsOfRank1<T>;
   T block[kSegment<T>];
-  for (int64_t i = 0; i < m; i += kSegment<T>) {
-    const int64_t rows = m - i < kSegment<T> ? m - i : kSegment<T>;
+  const bool one_by_one = m * n >= kCachedElements<T>;
+  const bool in_place = incx == 1 && !conjugate_x;
+  const int64_t length = in_place ? kLongSegment<T> : kSegment<T>;
+  for (int64_t i = 0; i < m; i += length) {
+    const int64_t rows = m - i < length ? m - i : length;
     const T* segment = x + i * incx;
-    if (incx != 1 || conjugate_x) {
+    if (!in_place) {
       gather(rows, segment, incx, conjugate_x, block);
       segment = block;
     }
     int64_t j = 0;
-    for (; j + J <= n; j += J)
+    for (; !one_by_one && j + J <= n; j += J)
       rank1_columns<kReadsC, kScalesC, J>(rows, alpha, segment, y + j * incy, incy, conjugate_y, beta, c + i + j * ldc,
                                           ldc);
     for (; j < n; ++j)

@@ -14,6 +14,10 @@ inline constexpr bool kComplex = kParts<T> == 2;
 template <class R>
 inline constexpr int kLanes = kVectorBytes / static_cast<int>(sizeof(R));
 
+// Complex products where instructions overwrite an operand: every register that is shared costs copies.
+template <class T>
+inline constexpr bool kCopiesCost = kComplex<T>&& kVectorBytes == 16;
+
 template <class T>
 TEV_INLINE T real_element(real_of<T> value) {
   if constexpr (kComplex<T>)
@@ -52,6 +56,31 @@ TEV_INLINE T* first_of(int64_t n, T* x, int64_t inc) {
   return inc < 0 ? x - (n - 1) * inc : x;
 }
 
+// swap_pairs into a register of its own. The shuffle that SSE has for floats overwrites its source, which is needed
+// once more; the one for integers copies as it shuffles.
+#if defined(__AVX__)
+template <int W, class R>
+TEV_INLINE vec<R, W> swapped_copy(vec<R, W> v) {
+  return swap_pairs<W, R>(v);
+}
+#else
+TEV_INLINE vec<float, 4> swapped_register(vec<float, 4> v) {
+  __asm__("pshufd $0xB1, %1, %0" : "=x"(v) : "x"(v));
+  return v;
+}
+TEV_INLINE vec<double, 2> swapped_register(vec<double, 2> v) {
+  __asm__("pshufd $0x4E, %1, %0" : "=x"(v) : "x"(v));
+  return v;
+}
+template <int W, class R>
+TEV_INLINE vec<R, W> swapped_copy(vec<R, W> v) {
+  if constexpr (W == kLanes<R>)
+    return swapped_register(v);
+  else
+    return swap_pairs<W, R>(v);
+}
+#endif
+
 // The factor t of many products t v, v a vector of elements.
 template <class T, int W>
 struct multiplier {
@@ -70,7 +99,7 @@ TEV_INLINE multiplier<T, W> multiplier_of(T t) {
 template <class T, int W, class V>
 TEV_INLINE V product(const multiplier<T, W>& t, V v) {
   if constexpr (kComplex<T>)
-    return fma(t.im, swap_pairs<W, real_of<T>>(v), t.re * v);
+    return fma(t.im, swapped_copy<W, real_of<T>>(v), t.re * v);
   else
     return t.re * v;
 }
@@ -78,16 +107,24 @@ TEV_INLINE V product(const multiplier<T, W>& t, V v) {
 // y + t v
 template <class T, int W, class V>
 TEV_INLINE V plus_product(V y, const multiplier<T, W>& t, V v) {
-  if constexpr (kComplex<T>)
-    return fma(t.im, swap_pairs<W, real_of<T>>(v), fma(t.re, v, y));
+  if constexpr (kComplex<T> && kHasFma)
+    return fma(t.im, swapped_copy<W, real_of<T>>(v), fma(t.re, v, y));
+  else if constexpr (kComplex<T>)
+    return y + product(t, v);
   else
     return fma(t.re, v, y);
 }
 
-// W contiguous numbers, or the first n of W.
-template <int Lanes>
+// W contiguous numbers, or the first n of W. load_own reads the vector that is written, which may lie aligned.
+template <int Lanes, bool kAligned = false>
 struct whole_part {
   static constexpr int W = Lanes;
+  template <class R>
+  TEV_INLINE vec<R, W> load_own(const R* from) const {
+    typedef vec<R, W> aligned __attribute__((may_alias));
+    if constexpr (kAligned) return *reinterpret_cast<const aligned*>(from);
+    return load(from);
+  }
   template <class R>
   TEV_INLINE vec<R, W> load(const R* from) const {
     return TEV_TIER::load<W>(from);
@@ -101,6 +138,10 @@ template <int Lanes>
 struct first_part {
   static constexpr int W = Lanes;
   int64_t n;
+  template <class R>
+  TEV_INLINE vec<R, W> load_own(const R* from) const {
+    return load(from);
+  }
   template <class R>
   TEV_INLINE vec<R, W> load(const R* from) const {
     return load_first<W>(from, n);
@@ -120,6 +161,17 @@ TEV_INLINE void for_halving_parts(int64_t i, int64_t n, const Step& step) {
   if constexpr (W > Least) for_halving_parts<Least, W / 2>(i, n, step);
 }
 
+// The numbers i .. n-1, fewer than fill a register.
+template <class T, class Step>
+TEV_INLINE void for_rest(int64_t i, int64_t n, const Step& step) {
+  constexpr int L = kLanes<real_of<T>>;
+  if constexpr (kVectorBytes == 64) {
+    if (i < n) step(first_part<L>{n - i}, i);
+  } else if constexpr (L > kParts<T>) {
+    for_halving_parts<kParts<T>, L / 2>(i, n, step);
+  }
+}
+
 // Calls step(part, i) for parts that cover the numbers 0 .. n-1 of vectors of T's reals: groups of Vectors registers,
 // single registers, then the rest behind a mask where the tier has masks, in ever shorter vectors elsewhere. n is a
 // count of real numbers, in whole elements.
@@ -131,11 +183,34 @@ TEV_INLINE void for_parts(int64_t n, const Step& step) {
   for (; i < groups_end; i += G) step(whole_part<G>{}, i);
   if constexpr (Vectors > 1)
     for (; i < registers_end; i += L) step(whole_part<L>{}, i);
-  if constexpr (kVectorBytes == 64) {
-    if (i < n) step(first_part<L>{n - i}, i);
-  } else if constexpr (L > kParts<T>) {
-    for_halving_parts<kParts<T>, L / 2>(i, n, step);
+  for_rest<T>(i, n, step);
+}
+
+// One register after another from i on, then the rest.
+template <class T, int Vectors, bool kAligned, class Step>
+TEV_INLINE void for_registers(int64_t i, int64_t n, const Step& step) {
+  constexpr int L = kLanes<real_of<T>>, G = Vectors * L;
+  for (const int64_t end = i + (n - i) / G * G; i < end; i += G) TEV_UNROLL
+  for (int v = 0; v < Vectors; ++v) step(whole_part<L, kAligned>{}, i + v * L);
+  for (const int64_t end = i + (n - i) / L * L; i < end; i += L) step(whole_part<L, kAligned>{}, i);
+  for_rest<T>(i, n, step);
+}
+
+// As for_parts, one register after another, for a step that changes the vector at `own`: done with one register before
+// the next is loaded, it needs few and stores in order. Where instructions take operands from memory at register
+// boundaries alone (kPeelsToAlignment), single elements lead up to the first boundary.
+template <class T, int Vectors, class Step>
+TEV_INLINE void for_own_parts(int64_t n, const real_of<T>* own, const Step& step) {
+  if constexpr (kPeelsToAlignment) {
+    const auto behind = reinterpret_cast<uintptr_t>(own) % kVectorBytes;
+    if (behind % sizeof(T) == 0) {
+      const int64_t ahead = static_cast<int64_t>((kVectorBytes - behind) % kVectorBytes / sizeof(real_of<T>));
+      const int64_t peeled = ahead < n ? ahead : n;
+      for (int64_t i = 0; i < peeled; i += kParts<T>) step(whole_part<kParts<T>>{}, i);
+      return for_registers<T, Vectors, true>(peeled, n, step);
+    }
   }
+  for_registers<T, Vectors, false>(0, n, step);
 }
 
 }  // namespace tev::TEV_TIER

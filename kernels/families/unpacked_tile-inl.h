@@ -101,6 +101,7 @@ struct finish {
   bool turned;       // alpha has an imaginary part: u2 and u3 count
   bool reads_c;      // beta is not 0
   bool beta_turned;  // beta has an imaginary part
+  bool past_caches;  // C is aligned, and too large to be found in a cache later: whole vectors go to memory
 };
 
 template <class T, class R = real_of<T>>
@@ -114,6 +115,7 @@ TEV_INLINE finish<R> finish_of(T alpha, T beta, bool conj_a, bool conj_b) {
             {0, 0},
             false,
             !(beta == 0),
+            false,
             false};
   } else {
     const R p[2] = {1, conj_a ? R(-1) : R(1)};
@@ -129,7 +131,8 @@ TEV_INLINE finish<R> finish_of(T alpha, T beta, bool conj_a, bool conj_b) {
             {-beta.imag, beta.imag},
             !(alpha.imag == 0),
             !(beta.real == 0 && beta.imag == 0),
-            !(beta.imag == 0)};
+            !(beta.imag == 0),
+            false};
   }
 }
 
@@ -202,6 +205,11 @@ TEV_INLINE void put_column(vec<R, W> (&out)[MV], const finish<R>& f, R* c, int64
     TEV_UNROLL
     for (int v = 0; v < MV; ++v) out[v] = plus_beta<T, W>(out[v], load_rows<W, MV>(c, v, rows), f);
   }
+  if (f.past_caches && rows == MV * W) {
+    TEV_UNROLL
+    for (int v = 0; v < MV; ++v) __builtin_nontemporal_store(out[v], reinterpret_cast<vec<R, W>*>(c + v * W));
+    return;
+  }
   TEV_UNROLL
   for (int v = 0; v < MV; ++v) store_rows<W, MV, R>(out[v], c, v, rows);
 }
@@ -252,11 +260,11 @@ struct block {
   int64_t rows, n, k;
   const R* a;
   int64_t a_step;  // from a(i, p) to a(i, p + 1)
-  int64_t ahead;   // from a(i, p) to what is read of A some time later
   const R* b;
   int64_t b_step, b_column;  // to b(p + 1, j), to b(p, j + 1)
   R* c;
   int64_t ldc;
+  int64_t a_ahead, b_ahead;  // from a(i, p), b(p, j) to what is read some time later; 0: that is near already
 };
 
 template <class T, bool kTransposed, int W, int MV, int NC, class R>
@@ -276,9 +284,11 @@ TEV_INLINE void tile(const block<R>& x, const R* b, R* c, const finish<R>& f) {
     vec<R, W> av[MV];
     TEV_UNROLL
     for (int v = 0; v < MV; ++v) av[v] = load_rows<W, MV>(a, v, x.rows);
-    if constexpr (MV == kTileVectors && NC * kParts < T >> 1 && W == kLanesOf<R>) {
-      TEV_UNROLL
-      for (int v = 0; v < MV * kVectorBytes; v += 64) __builtin_prefetch(a + x.ahead + v / sizeof(R), 0, 2);
+    if constexpr (NC * kParts < T >> 1 && W == kLanesOf<R>) {
+      if (MV == kTileVectors || x.a_ahead != 0) {
+        TEV_UNROLL
+        for (int v = 0; v < MV * kVectorBytes; v += 64) __builtin_prefetch(a + x.a_ahead + v / sizeof(R), 0, 2);
+      }
     }
     TEV_UNROLL
     for (int j = 0; j < NR; ++j) {
@@ -324,16 +334,31 @@ TEV_INLINE void columns(const block<R>& x, int64_t count, const R* b, R* c, cons
   }
 }
 
+// Fetches what is `b_ahead` beyond the next `count` columns of B, a line of each as it lies.
+template <class T, class R>
+TEV_INLINE void fetch_b(const block<R>& x, int64_t count, const R* b) {
+  constexpr int kLine = 64 / static_cast<int>(sizeof(R));
+  if (x.b_step != kParts<T>) {
+    for (int64_t p = 0; p < x.k; ++p) __builtin_prefetch(b + x.b_ahead + p * x.b_step, 0, 2);
+    return;
+  }
+  for (int64_t j = 0; j < count; ++j)
+    for (int64_t p = 0; p < x.k * kParts<T>; p += kLine) __builtin_prefetch(b + x.b_ahead + j * x.b_column + p, 0, 2);
+}
+
 // One strip of at most MV vectors of rows, all columns. What is left after full tiles is split evenly: narrow tiles
 // have too few sums to hide the latency of an addition.
 template <class T, bool kTransposed, int W, int MV, class R>
 __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
-  constexpr int NC = kTileColumns / kParts<T>;
+  // Two vectors of rows need more columns than three to keep both multipliers busy; 16 registers have room for 6.
+  constexpr bool kSixColumns = kHasFma && kVectorRegisters == 16 && MV == 2;
+  constexpr int NC = (kSixColumns ? 6 : kTileColumns) / kParts<T>;
   const R* b = x.b;
   R* c = x.c;
   const int64_t c_column = kTransposed ? kParts<T> : x.ldc;
   for (int64_t left = x.n; left > 0;) {
     const int64_t count = left >= 2 * NC || left == NC ? NC : left > NC ? (left + 1) / 2 : left;
+    if (x.b_ahead != 0) fetch_b<T>(x, count, b);
     columns<T, kTransposed, W, MV, NC>(x, count, b, c, f);
     left -= count, b += count * x.b_column, c += count * c_column;
   }

@@ -12,18 +12,18 @@ template <class T>
 TEV_INLINE void axpy_contiguous(int64_t n, T alpha, const T* x, T* y) {
   const real_of<T>* xr = reals(x);
   real_of<T>* yr = reals(y);
-  for_parts<T, 4>(
-      n * kParts<T>, [=](auto part, int64_t i) __attribute__((always_inline)) {
+  for_own_parts<T, 4>(
+      n * kParts<T>, yr, [=](auto part, int64_t i) __attribute__((always_inline)) {
         const auto t = multiplier_of<part.W>(alpha);
-        part.store(plus_product(part.load(yr + i), t, part.load(xr + i)), yr + i);
+        part.store(plus_product(part.load_own(yr + i), t, part.load(xr + i)), yr + i);
       });
 }
 
 template <class T>
 TEV_INLINE void scal_contiguous(int64_t n, T alpha, T* x) {
   real_of<T>* xr = reals(x);
-  for_parts<T, 4>(
-      n * kParts<T>, [=](auto part, int64_t i) __attribute__((always_inline)) {
+  for_own_parts<T, 8>(
+      n * kParts<T>, xr, [=](auto part, int64_t i) __attribute__((always_inline)) {
         part.store(product(multiplier_of<part.W>(alpha), part.load(xr + i)), xr + i);
       });
 }
@@ -31,8 +31,8 @@ TEV_INLINE void scal_contiguous(int64_t n, T alpha, T* x) {
 template <class T>
 TEV_INLINE void swap_contiguous(int64_t n, T* x, T* y) {
   real_of<T>*xr = reals(x), *yr = reals(y);
-  for_parts<T, 4>(
-      n * kParts<T>, [=](auto part, int64_t i) __attribute__((always_inline)) {
+  for_own_parts<T, 8>(
+      n * kParts<T>, xr, [=](auto part, int64_t i) __attribute__((always_inline)) {
         const auto old_x = part.load(xr + i);
         part.store(part.load(yr + i), xr + i);
         part.store(old_x, yr + i);

@@ -11,6 +11,7 @@ namespace tev::mc3 {
 
 inline constexpr int kVectorBytes = 16;
 inline constexpr int kVectorRegisters = 16;
+inline constexpr bool kPeelsToAlignment = true;
 inline constexpr bool kHasFma = false;
 inline constexpr int32_t kApiVersion = 1, kApiSupport = 1;  // what the drivers ask for
 inline constexpr bool kBdzOnlyInDouble = false;
@@ -44,6 +45,6 @@ template <class T>
 inline constexpr bool kHasFixedDepth = true;
 
 template <class T>
-inline constexpr least_packed kLeastPacked = {72, 56, 105};
+inline constexpr least_packed kLeastPacked = {40, 40, 64};
 
 }  // namespace tev::mc3

@@ -5,6 +5,7 @@
 //   Layout               every copy, element by element; source and panel end at an unmapped page
 //   Kernel               classes of beta
 //   Drivers              the routines of the kernel information make the product; also when memory is short
+//   OtherOperations      symm, syrk, trmm, trsm by the routines of theirs; one triangle alone is read or written
 //   Team                 threads that run already share a product
 #include <gtest/gtest.h>
 
@@ -170,12 +171,16 @@ struct product {
     op.a = describe(a, ta, m, k);
     op.b = describe(b, tb, k, n);
     op.c = describe(c, 'N', m, n);
-    for (int64_t j = 0; j < n; ++j)
-      for (int64_t i = 0; i < m; ++i) {
+    compute();
+  }
+  // Again, when a test has changed the operands.
+  void compute() {
+    for (int64_t j = 0; j < op.n; ++j)
+      for (int64_t i = 0; i < op.m; ++i) {
         T sum{};
-        for (int64_t p = 0; p < k; ++p) {
-          const T x = ta == 'N' ? a(i, p) : a(p, i), y = tb == 'N' ? b(p, j) : b(j, p);
-          sum = plus(sum, times(times(op.alpha, x, ta == 'C'), y, tb == 'C'));
+        for (int64_t p = 0; p < op.k; ++p) {
+          const T x = op.op_a == kNoTrans ? a(i, p) : a(p, i), y = op.op_b == kNoTrans ? b(p, j) : b(j, p);
+          sum = plus(sum, times(times(op.alpha, x, op.op_a == kConjTrans), y, op.op_b == kConjTrans));
         }
         expected(i, j) = plus(sum, times(op.beta, c(i, j), false));
       }
@@ -399,6 +404,7 @@ TYPED_TEST(Framework, DriversOfTheKernelInformation) {
           EXPECT_EQ(0, f.initialize_info(&p.op, &p.op.a, &p.op.b, &p.op.c, &s, &info));
           EXPECT_EQ(info.element_size, static_cast<int64_t>(sizeof(T)));
           EXPECT_EQ(info.plan.mr, f.mr);
+          EXPECT_TRUE(info.pst_m > 0 && info.pst_n > 0);
           tev_serv_free_buffers();
           memory_is_short = is_short;
           const int32_t status = info.driver(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info);
@@ -420,6 +426,91 @@ TYPED_TEST(Framework, DriversOfTheKernelInformation) {
         EXPECT_EQ(info.driver(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info), 0);
         p.expect_done(f.tier + " A copied");
         buf.free(&buf);
+      }
+}
+
+// Computes an operation by the routines of its kernel information.
+template <class T>
+kernel_info<T> compute_by_driver(const framework<T>& f, product<T>& p, int32_t code) {
+  strategy s;
+  kernel_info<T> info;
+  buffers buf;
+  p.op.code = code;
+  f.initialize_strategy(&s);
+  f.initialize_info(&p.op, &p.op.a, &p.op.b, &p.op.c, &s, &info);
+  if (info.driver(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info) == 2)
+    EXPECT_EQ(0, info.fallback(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info));
+  return info;
+}
+
+// Leaves the triangle that an operand does not store unreadable; before that, `fill` says what it stands for.
+template <class T, class Fill>
+void store_one_triangle(array<T>& x, bool upper, const Fill& fill, bool forget) {
+  for (int64_t j = 0; j < x.ld; ++j)
+    for (int64_t i = 0; i < x.ld; ++i)
+      if (i != j && (i < j) != upper) {
+        if (forget)
+          std::fill_n(reinterpret_cast<char*>(&x(i, j)), sizeof(T), '\xff');
+        else
+          x(i, j) = fill(x(j, i));
+      }
+}
+
+TYPED_TEST(Framework, OtherOperationsOfTheKernelInformation) {
+  using T = TypeParam;
+  for (const auto& f : precision<T>::tiers())
+    for (const bool upper : {false, true})
+      for (const bool right : {false, true}) {
+        const std::string what = f.tier + (upper ? " upper" : " lower") + (right ? " right" : " left");
+        const int32_t triangle = upper ? kCopyUpper : kCopyLower;
+        for (const int64_t order : {f.mr + f.nr + 3, int64_t{400}})  // more than one panel of k
+          for (const bool is_short : {false, true}) {
+            product<T> p('N', 'N', right ? 3 : order, right ? order : 3, order);
+            array<T>& symmetric = right ? p.b : p.a;
+            const auto mirrored = [](T x) { return x; };
+            store_one_triangle(symmetric, upper, mirrored, false);
+            p.compute();
+            store_one_triangle(symmetric, upper, mirrored, true);
+            p.op.from_right = right;
+            (right ? p.op.b : p.op.a).copy_mode |= triangle;
+            tev_serv_free_buffers();
+            memory_is_short = is_short;
+            compute_by_driver(f, p, kOpSymm);
+            memory_is_short = false;
+            p.expect_done(what + " symm");
+          }
+        product<T> rank_k(right ? 'T' : 'N', right ? 'N' : 'T', f.mr + 70, f.mr + 70, 30);
+        const array<T> before(f.mr + 70, f.mr + 70);
+        rank_k.op.c.copy_mode = kCopyPlain | triangle;
+        const kernel_info<T> info = compute_by_driver(f, rank_k, kOpSyrk);
+        for (int64_t i = 0; i < rank_k.op.n; ++i)
+          for (int64_t j = 0; j < rank_k.op.n; ++j)
+            if ((i < j) != upper && i != j) rank_k.expected(i, j) = before(i, j);
+        rank_k.expect_done(what + " syrk");
+        const T zero{};
+        info.mscale(&rank_k.op.c, &zero);
+        for (int64_t i = 0; i < rank_k.op.n; ++i)
+          for (int64_t j = 0; j < rank_k.op.n; ++j)
+            if ((i < j) == upper || i == j) rank_k.expected(i, j) = zero;
+        rank_k.expect_done(what + " scaled triangle");
+        // There and back again, in place.
+        product<T> p('N', 'N', right ? 5 : 19, right ? 19 : 5, 19);
+        array<T>&full = right ? p.a : p.b, &triangular = right ? p.b : p.a;
+        for (int64_t i = 0; i < 19; ++i) triangular(i, i) = element<T>(1, 0);
+        store_one_triangle(
+            triangular, upper, [](T) { return T{}; }, false);
+        p.op.alpha = element<T>(1, 0), p.op.beta = T{};
+        p.compute();
+        store_one_triangle(
+            triangular, upper, [](T) { return T{}; }, true);
+        for (int64_t i = 0; i < p.op.m * p.op.n; ++i) p.c.data()[i] = full.data()[i];
+        p.op.from_right = right;
+        (right ? p.op.b : p.op.a).copy_mode |= triangle | kCopyUnit;
+        compute_by_driver(f, p, kOpTrmm);
+        p.expect_done(what + " trmm");
+        for (int64_t i = 0; i < p.op.m * p.op.n; ++i) p.expected.data()[i] = full.data()[i];
+        compute_by_driver(f, p, kOpTrsm);
+        p.expect_done(what + " trsm");
       }
 }
 

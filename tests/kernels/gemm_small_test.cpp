@@ -3,9 +3,11 @@
 //   Exact     whole numbers, every transposition and conjugation: bit for bit; operands end at unmapped pages, C starts
 //             as NaN where beta is 0, the rows below C keep their bits
 //   Rounding  fractions, deep sums: |C - Cref| <= gamma(k + 4) (|alpha| |A| |B| + |beta| |C0|)
+//   PastCaches  a C that the caches cannot hold
 //   Special   NaN beta reaches C; alpha 0 and k below 1 never read A and B; the ends of the selector
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <complex>
 #include <string>
 #include <tuple>
@@ -13,8 +15,9 @@
 
 #include "host/check.h"
 #include "kernels/records.h"
-#include "tests/support/tier_list.h"
 #include "tests/support/blas_case.h"
+#include "tests/support/guarded.h"
+#include "tests/support/tier_list.h"
 
 namespace tev::test {
 namespace {
@@ -50,7 +53,10 @@ struct routine {
   row(avx, p, gemm_nocopy) row(avx, p, gemm_nocopy_anbn, "NN") row(avx, p, gemm_nocopy_anbt, "NT") row( \
       avx, p, gemm_nocopy_anbn_b0, "NN", beta_class::zero) row(avx, p, gemm_nocopy_anbt_b0, "NT", beta_class::zero)
 
+// x?gemm, whose tiny products have a kernel of their own.
+#define TEV_SEQUENTIAL(row, xp) row(def, xp, gemm) row(avx2, xp, gemm) row(avx512, xp, gemm) row(avx512_zel, xp, gemm)
 #define TEV_EVERYWHERE(row, p)                                                                                      \
+  TEV_SEQUENTIAL(row, x##p)                                                                                         \
   TEV_ANY(row, def, p)                                                                                              \
   TEV_ANY(row, cnr_def, p)                                                                                          \
   TEV_ANY(row, mc, p)                                                                                               \
@@ -78,9 +84,13 @@ struct routine {
 // clang-format on
 
 #define TEV_ELEMENT_s float
+#define TEV_ELEMENT_xs float
 #define TEV_ELEMENT_d double
+#define TEV_ELEMENT_xd double
 #define TEV_ELEMENT_c tev_complex8
+#define TEV_ELEMENT_xc tev_complex8
 #define TEV_ELEMENT_z tev_complex16
+#define TEV_ELEMENT_xz tev_complex16
 #define TEV_DECLARE(tier, p, op, ...) extern "C" gemm_fn<TEV_ELEMENT_##p> tev_blas_##tier##_##p##op;
 TEV_ROWS_s(TEV_DECLARE) TEV_ROWS_d(TEV_DECLARE) TEV_ROWS_c(TEV_DECLARE) TEV_ROWS_z(TEV_DECLARE)
 #define TEV_ENTRY(tier, p, op, ...) {#tier, #op, tev_blas_##tier##_##p##op __VA_OPT__(, ) __VA_ARGS__},
@@ -142,6 +152,7 @@ problem<T> draw(engine& random, const routine<E>& r) {
       break;
   }
   if (r.name == "gemm_sm_01_10") k = 1 + below(10);
+  if (r.name == "gemm") pair[0] = letters[below(2)], m = 1 + below(17), n = 1 + below(17), k = 1 + below(13);
   if (r.m >= 0) m = r.m;
   if (r.k >= 0) k = r.k;
   const std::vector<T> scalars = {scalar<T>(1, 0), scalar<T>(-2, 0), scalar<T>(1, 2)};
@@ -172,7 +183,7 @@ TYPED_TEST_SUITE(GemmSmall, Precisions);
 TYPED_TEST(GemmSmall, Exact) {
   using T = TypeParam;
   this->for_each_routine([&](const auto& r) {
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < (r.name == "gemm" ? 400 : 40); ++round) {
       const blas_case<T> x(draw<T>(this->random_, r), this->random_, values::whole);
       const matrix<T> c = result_of(r, x);
       ASSERT_TRUE(c.padding_is_intact()) << x;
@@ -186,8 +197,12 @@ TYPED_TEST(GemmSmall, Rounding) {
   using T = TypeParam;
   this->for_each_routine([&](const auto& r) {
     if (r.k >= 0 || r.name == "gemm_sm_01_10") return;
-    for (const auto& [m, n, k] : std::vector<std::tuple<int64_t, int64_t, int64_t>>{{3, 5, 2100}, {26, 9, 700}}) {
-      const std::string pair = *r.pair != 0 ? r.pair : "CN";
+    // Deep; deep in several strips; few rows against an operand that is read once.
+    const std::vector<std::tuple<const char*, int64_t, int64_t, int64_t>> shapes = {
+        {"CN", 3, 5, 2100}, {"CN", 26, 9, 700}, {"NN", 26, 9, 700}, {"NN", 12, 520, 260}, {"NC", 12, 520, 260}};
+    for (const auto& [letters, m, n, k] : shapes) {
+      if (n > 100 && r.name != "gemm_unpacked") continue;
+      const std::string pair = *r.pair != 0 ? r.pair : letters;
       const T beta = r.beta == beta_class::zero ? T(0) : r.beta == beta_class::one ? T(1) : T(-0.75F);
       const blas_case<T> x(problem_of<T>(operation::gemm, pair, m, n, k, T(1.25F), beta), this->random_,
                            values::fractions);
@@ -201,8 +216,9 @@ TYPED_TEST(GemmSmall, Special) {
   using T = TypeParam;
   this->for_each_routine([&](const auto& r) {
     if (r.beta != beta_class::any) return;
-    const int64_t m = r.m >= 0 ? r.m : 11, k = r.k >= 0 ? r.k : 7;
-    const std::string pair = *r.pair != 0 ? r.pair : "TN";
+    const bool tiny = r.name == "gemm";
+    const int64_t m = r.m >= 0 ? r.m : tiny ? 4 : 11, k = r.k >= 0 ? r.k : 7;
+    const std::string pair = *r.pair != 0 ? r.pair : tiny ? "NT" : "TN";
     const auto shape = [&](int64_t depth, T alpha, T beta) {
       return problem_of<T>(operation::gemm, pair, m, 5, depth, alpha, beta);
     };
@@ -229,6 +245,32 @@ TYPED_TEST(GemmSmall, Special) {
       const blas_case<T> deep(shape(11, T(1), T(2)), this->random_, values::whole);
       ASSERT_TRUE(result_of(r, deep).same_bits(deep.c));
     }
+  });
+}
+
+// C of more bytes than the caches hold, in whole lines, is written past them.
+TYPED_TEST(GemmSmall, PastCaches) {
+  using T = TypeParam;
+  using E = typename routines<T>::element;
+  constexpr int64_t m = 1030, k = 7, ldc = 1040, n = (int64_t{32} << 20) / (m * int64_t{sizeof(T)}) + 2;
+  const auto whole = [](int64_t x, int64_t period) { return T(static_cast<real_part_t<T>>(x % period - period / 2)); };
+  std::vector<T> a(m * k), b(k * n), expected(5 * 7);
+  for (int64_t p = 0; p < k; ++p) {
+    for (int64_t i = 0; i < m; ++i) a[i + p * m] = whole(i + p, 5);
+    for (int64_t j = 0; j < n; ++j) b[p + j * k] = whole(3 * p + j, 7);
+    for (int64_t e = 0; e < 35; ++e) expected[e] += whole(e % 5 + p, 5) * whole(3 * p + e / 5, 7);
+  }
+  this->for_each_routine([&](const auto& r) {
+    if (r.name != "gemm_unpacked" && r.name != "gemm") return;
+    const guarded_array<T> c(ldc * n);
+    std::fill_n(c.data(), ldc * n, T(77));
+    const T one(1), zero(0);
+    const auto in = [](const T* from) { return reinterpret_cast<const E*>(from); };
+    r.run("N", "N", &m, &n, &k, in(&one), in(a.data()), &m, in(b.data()), &k, in(&zero), reinterpret_cast<E*>(c.data()),
+          &ldc);
+    for (int64_t j = 0; j < n; ++j)
+      for (int64_t i = 0; i < ldc; ++i)
+        ASSERT_EQ(c.data()[i + j * ldc], i < m ? expected[i % 5 + j % 7 * 5] : T(77)) << i << ", " << j;
   });
 }
 
