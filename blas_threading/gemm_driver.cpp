@@ -37,18 +37,6 @@ void release_entries(Entry (&on_stack)[N], Entry* entries) {
   if (entries != on_stack) tev_serv_deallocate(entries);
 }
 
-// The kernels for a product whose threads share nothing (0) or that is computed in place (kNoPanels).
-template <class T>
-kernel_info<T> kernels_for(int32_t mode, const operation<T>& problem, const operand& a, const operand& b,
-                           const operand& c) {
-  const kernels::thread_info kind = {mode};
-  strategy plan = {};
-  kernel_calls<T>::map_thread_to_kernel(&kind, &plan);
-  kernel_info<T> info;
-  kernel_calls<T>::initialize_kernel_info(&problem, &a, &b, &c, &plan, &info);
-  return info;
-}
-
 // ---- Blocks of C in place ------------------------------------------------------------------------------------------
 
 // Block number b of part number p of k is item b + p * blocks: chunk_m x chunk_n at the block's place of the grid.
@@ -57,7 +45,6 @@ struct in_place_product {
   const operation<T>& problem;
   const operand &a, &b, &c;
   const thread_options& options;
-  const kernel_info<T>& info;
   struct alignas(64) flag {
     uint32_t computed;
   };
@@ -86,7 +73,7 @@ struct in_place_product {
       target.data = partials + (item - blocks()) * block_size();
       target.ld = options.chunk_m;
     }
-    compute_alone(own, block_of(a, i, p, target.rows, depth), block_of(b, p, j, depth, target.columns), target, info);
+    compute_alone(own, block_of(a, i, p, target.rows, depth), block_of(b, p, j, depth, target.columns), target);
     if (options.pk > 1) __atomic_store_n(&flags[item].computed, 1, __ATOMIC_RELEASE);
   }
 
@@ -107,9 +94,8 @@ void omp_driver_nocopy(const operation<T>& problem, operand a, operand b, operan
   options.threads = possible_team(options.threads);
   options.copy_strategy = kNoPanels;
   set_thread_opts(shape_of(problem, a, b, c), options);
-  const kernel_info<T> info = kernels_for(kNoPanels, problem, a, b, c);
   using product = in_place_product<T>;
-  product work = {problem, a, b, c, options, info, nullptr, nullptr};
+  product work = {problem, a, b, c, options, nullptr, nullptr};
   typename product::flag on_stack[kTeamOnStack];
   if (options.pk > 1) {
     const int64_t bytes = work.block_size() * work.blocks() * (options.pk - 1) * static_cast<int64_t>(sizeof(T));
@@ -153,7 +139,7 @@ void gemm_omp_driver_v2(const operation<T>& problem, operand a, operand b, opera
   set_thread_opts(shape, decided);
   run_team(options.threads, [&](int64_t thread, int64_t team) {
     if (team == 1) {
-      compute_alone(problem, a, b, c, kernels_for(kOwnPanels, problem, a, b, c));
+      compute_alone(problem, a, b, c);
     } else {
       thread_options own = decided;
       if (team != options.threads) {

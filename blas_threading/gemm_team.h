@@ -101,13 +101,17 @@ void wait_for_work(const Word* word, Word target, int32_t spin_limit) {
 
 // ---- Alone ---------------------------------------------------------------------------------------------------------
 
-// The thread's own product, without the other threads. `info` is for a whole product, not for one with A packed.
+// The thread's own product, without the other threads: by the single-threaded entry, which knows what pays for a block
+// of this shape.
 template <class T>
-void compute_alone(const operation<T>& problem, const operand& a, const operand& b, const operand& c,
-                   const kernel_info<T>& info) {
-  if (c.rows < 1 || c.columns < 1) return;
-  buffers own = {};
-  if (info.driver(&problem, &a, &b, &c, &own, &info) != 0) info.fallback(&problem, &a, &b, &c, &own, &info);
+void compute_alone(const operation<T>& problem, const operand& a, const operand& b, const operand& c) {
+  const auto letter_of = [](int32_t code) {
+    return code == kernels::kNoTrans ? 'N' : code == kernels::kConjTrans ? 'C' : 'T';
+  };
+  const char transa = letter_of(problem.op_a), transb = letter_of(problem.op_b);
+  kernel_calls<T>::xgemm(&transa, &transb, &c.rows, &c.columns, &a.columns, &problem.alpha,
+                         static_cast<const T*>(a.data), &a.ld, static_cast<const T*>(b.data), &b.ld, &problem.beta,
+                         static_cast<T*>(c.data), &c.ld);
 }
 
 template <class T>
