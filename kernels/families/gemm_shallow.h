@@ -14,8 +14,8 @@ inline constexpr int64_t kPastCaches = 32 * 1024 * 1024, kLineBytes = 64;
 template <class T>
 TEV_INLINE bool is_shallow(char transa, int64_t m, int64_t n, int64_t k, T beta) {
   constexpr int64_t kSize = sizeof(T);
-  return kVectorBytes >= 32 && (transa & ~0x20) == 'N' && k <= kShallowDepth && m * kSize >= 4096 &&
-         m * n > kPastCaches / kSize && is_zero(beta);
+  return (transa & ~0x20) == 'N' && k <= kShallowDepth && m * kSize >= 4096 && m * n > kPastCaches / kSize &&
+         is_zero(beta);
 }
 
 // All columns begin with a line.

@@ -23,13 +23,15 @@ TEV_INLINE beta_class classify(T beta) {
   return is_zero(beta) ? beta_class::zero : is_one(beta) ? beta_class::one : beta_class::general;
 }
 
-// Sizes in reals. kStrips strips of A, each kHeight tall, by NR columns; the strip of B is kPitch wide.
+// Sizes in reals. kStrips strips of A, each kHeight tall, by NR columns: of one strip of B, which is kPitch wide, or of
+// several whole ones.
 template <class R_, int kStrips_, int kHeight_, int NR_, int kPitch_>
 struct tile_shape {
   using R = R_;
   static constexpr int kStrips = kStrips_, kHeight = kHeight_, NR = NR_, kPitch = kPitch_;
   static constexpr int W = lanes_dividing<R>(kHeight), kPerStrip = kHeight / W, V = kStrips * kPerStrip;
   static constexpr int MR = kStrips * kHeight;
+  static_assert(NR <= kPitch || NR % kPitch == 0);
 };
 
 template <class S>
@@ -51,7 +53,7 @@ TEV_INLINE void clear(tile<S>& t) {
 //
 //   W = 2:   (a0, a1) (b0, b1) -> acc[0]: column 0, column 1      (a0, a1) (b1, b0) -> acc[1]: column 1, column 0
 template <class S>
-inline constexpr bool kRotated = kRotatesB<typename S::R>&& S::W > 1 && S::NR % S::W == 0;
+inline constexpr bool kRotated = kRotatesB<typename S::R>&& S::W > 1 && S::NR % S::W == 0 && S::kPitch % S::W == 0;
 
 template <int kBy, class V, int... I>
 TEV_INLINE V rotate(V v, lanes<I...>) {
@@ -67,9 +69,9 @@ TEV_INLINE void multiply_rotated(const V (&row)[S::V], V columns, tile<S>& t) {
 }
 
 template <int kColumn, class S, class R, class V>
-TEV_INLINE void step_rotated(const V (&row)[S::V], const R* b, tile<S>& t) {
-  multiply_rotated<kColumn>(row, load<S::W>(b + kColumn), t);
-  if constexpr (kColumn + S::W < S::NR) step_rotated<kColumn + S::W>(row, b, t);
+TEV_INLINE void step_rotated(const V (&row)[S::V], const R* b, int64_t apart, tile<S>& t) {
+  multiply_rotated<kColumn>(row, load<S::W>(b + kColumn / S::kPitch * apart + kColumn % S::kPitch), t);
+  if constexpr (kColumn + S::W < S::NR) step_rotated<kColumn + S::W>(row, b, apart, t);
 }
 
 // Puts the lanes of rotated accumulators into their columns.
@@ -91,18 +93,18 @@ TEV_INLINE void unrotate(tile<S>& t) {
   }
 }
 
-// `apart` reals lie between two strips of A.
+// One step along strips that are k deep.
 template <class S, class R>
-TEV_INLINE void step(const R* a, int64_t apart, const R* b, tile<S>& t) {
+TEV_INLINE void step(int64_t k, const R* a, const R* b, tile<S>& t) {
   vec<R, S::W> row[S::V];
   TEV_UNROLL
-  for (int i = 0; i < S::V; ++i) row[i] = load<S::W>(a + i / S::kPerStrip * apart + i % S::kPerStrip * S::W);
+  for (int i = 0; i < S::V; ++i) row[i] = load<S::W>(a + i / S::kPerStrip * (k * S::kHeight) + i % S::kPerStrip * S::W);
   if constexpr (kRotated<S>) {
-    step_rotated<0>(row, b, t);
+    step_rotated<0>(row, b, k * S::kPitch, t);
   } else {
     TEV_UNROLL
     for (int j = 0; j < S::NR; ++j) {
-      const auto factor = splat<S::W>(b[j]);
+      const auto factor = splat<S::W>(b[j / S::kPitch * (k * S::kPitch) + j % S::kPitch]);
       TEV_UNROLL
       for (int i = 0; i < S::V; ++i) t.acc[j][i] = fma(row[i], factor, t.acc[j][i]);
     }
@@ -110,16 +112,17 @@ TEV_INLINE void step(const R* a, int64_t apart, const R* b, tile<S>& t) {
 }
 
 // Strips of A times columns of one of B. The lines of C are fetched one per step at first, then one line of the next
-// strip of A every fourth step; where a strip of A is too large for the first cache, its own lines ahead of use.
+// strip of A every fourth step; where a strip of A is too large for the first cache, its own lines ahead of use. k
+// steps of strips that are `depth` deep.
 template <class S, int kColumns, class R>
-TEV_INLINE void accumulate(int64_t k, const R* a, const R* b, const R* c, int64_t ldc, const char* next, tile<S>& t) {
+TEV_INLINE void accumulate(int64_t k, int64_t depth, const R* a, const R* b, const R* c, int64_t ldc, const char* next,
+                           tile<S>& t) {
   constexpr int kLine = 64 / sizeof(R), kAhead = 8;
-  const int64_t apart = k * S::kHeight;
   int64_t p = 0;
   for (int line = 0; line < S::MR; line += kLine)
     for (int j = 0; j < kColumns && p < k; ++j, ++p, a += S::kHeight, b += S::kPitch) {
       __builtin_prefetch(c + line + j * ldc, 1);
-      step(a, apart, b, t);
+      step(depth, a, b, t);
     }
   for (; p + 4 <= k; p += 4) {
     __builtin_prefetch(next, 0, 2);
@@ -129,12 +132,12 @@ TEV_INLINE void accumulate(int64_t k, const R* a, const R* b, const R* c, int64_
       if constexpr (kLargeStrips) {
         TEV_UNROLL
         for (int i = 0; i < S::MR; i += kLine)
-          __builtin_prefetch(a + i / S::kHeight * apart + kAhead * S::kHeight + i % S::kHeight);
+          __builtin_prefetch(a + i / S::kHeight * (depth * S::kHeight) + kAhead * S::kHeight + i % S::kHeight);
       }
-      step(a, apart, b, t);
+      step(depth, a, b, t);
     }
   }
-  for (; p < k; ++p, a += S::kHeight, b += S::kPitch) step(a, apart, b, t);
+  for (; p < k; ++p, a += S::kHeight, b += S::kPitch) step(depth, a, b, t);
 }
 
 // Column j of the product, vector i of it.
@@ -162,16 +165,17 @@ TEV_INLINE void write_back(const tile<S>& t, T beta, real_of<T>* c, int64_t ldc)
   }
 }
 
-// Elements of T: kStrips strips of A, each kHeight tall, times kColumns of a strip of B that is kPitch wide. ldc in
-// reals.
+// Elements of T: kStrips strips of A, each kHeight tall, times kColumns of strips of B that are kPitch wide. k steps of
+// strips that are `depth` deep. ldc in reals.
 template <class T, int kStrips, int kHeight, int kColumns, int kPitch>
-__attribute__((noinline)) void multiply_strips(int64_t k, const real_of<T>* a, const real_of<T>* b, const T* beta,
-                                               beta_class kind, real_of<T>* c, int64_t ldc, const char* next) {
+__attribute__((noinline)) void multiply_strips(int64_t k, int64_t depth, const real_of<T>* a, const real_of<T>* b,
+                                               const T* beta, beta_class kind, real_of<T>* c, int64_t ldc,
+                                               const char* next) {
   constexpr int P = kParts<T>;
   using shape = tile_shape<real_of<T>, kStrips, P * kHeight, P * kColumns, P * kPitch>;
   tile<shape> t;
   clear(t);
-  accumulate<shape, kColumns>(k, a, b, c, ldc, next, t);
+  accumulate<shape, kColumns>(k, depth, a, b, c, ldc, next, t);
   if constexpr (kRotated<shape>) unrotate(t);
   if (kind == beta_class::zero)
     write_back<T, beta_class::zero>(t, *beta, c, ldc);
@@ -181,17 +185,32 @@ __attribute__((noinline)) void multiply_strips(int64_t k, const real_of<T>* a, c
     write_back<T, beta_class::general>(t, *beta, c, ldc);
 }
 
+// Calls body(width<columns>, width<pitch>, start) for the strips of B: for several whole ones at once where a tile of
+// kHeight has too few sums to keep the multipliers busy, then one by one.
+template <class T, int kHeight, int NR, class Body>
+TEV_INLINE void for_columns(int64_t n, const Body& body) {
+  constexpr int W = kVectorBytes / static_cast<int>(sizeof(T)), V = (kHeight + W - 1) / W;
+  constexpr int kFit = (kVectorRegisters - V - 2) / (V * NR * kParts<T>),
+                kTogether = kHasFma && kFit > 1 ? kFit * NR : 0;
+  int64_t j = 0;
+  if constexpr (kTogether > 0)
+    for (; j + kTogether <= n; j += kTogether) body(width<kTogether>{}, width<NR>{}, j);
+  for_strips<NR>(
+      n - j, [&](auto strip, int64_t s) __attribute__((always_inline)) { body(strip, strip, j + s); });
+}
+
 // kStrips strips of A against the panel of B: n columns.
 template <class T, int kStrips, int kHeight, int NR>
 TEV_INLINE void multiply_row(int64_t n, int64_t k, const T* a, const T* b, const T* beta, beta_class kind, T* c,
                              int64_t ldc) {
   constexpr int P = kParts<T>;
   const auto* next = reinterpret_cast<const char*>(a + kStrips * kHeight * k);
-  for_strips<NR>(
-      n, [&](auto across, int64_t j) __attribute__((always_inline)) {
-        constexpr int kPitch = decltype(across)::value, kColumns = kPitch * kStrips > NR ? kPitch / kStrips : kPitch;
-        for (int half = 0; half < kPitch; half += kColumns) {
-          multiply_strips<T, kStrips, kHeight, kColumns, kPitch>(k, reals(a), reals(b + j * k + half), beta, kind,
+  for_columns<T, kStrips * kHeight, NR>(
+      n, [&](auto columns, auto pitch, int64_t j) __attribute__((always_inline)) {
+        constexpr int kAll = decltype(columns)::value, kPitch = decltype(pitch)::value;
+        constexpr int kColumns = kStrips > 1 && kAll * kStrips > NR ? kAll / kStrips : kAll;
+        for (int half = 0; half < kAll; half += kColumns) {
+          multiply_strips<T, kStrips, kHeight, kColumns, kPitch>(k, k, reals(a), reals(b + j * k + half), beta, kind,
                                                                  reals(c + (j + half) * ldc), P * ldc, next);
           next += k / 4 * 64;
         }
@@ -204,7 +223,7 @@ template <class T, int NR>
 void multiply_last_rows(int64_t rows, int64_t n, int64_t k, const T* a, const T* b, const T* beta, beta_class kind,
                         T* c, int64_t ldc) {
   constexpr int P = kParts<T>, W = kVectorBytes / static_cast<int>(sizeof(real_of<T>)), kRows = W / P, kPiece = 128;
-  real_of<T> strip[kPiece * W], product[NR * W];
+  real_of<T> strip[kPiece * W], product[kVectorRegisters * W];
   for (int64_t p = 0; p < k; p += kPiece, kind = beta_class::one) {
     const int64_t depth = k - p < kPiece ? k - p : kPiece;
     for (int64_t q = 0; q < depth; ++q) store<W>(vec<real_of<T>, W>{}, strip + q * W);
@@ -214,12 +233,12 @@ void multiply_last_rows(int64_t rows, int64_t n, int64_t k, const T* a, const T*
           const auto* from = reals(a + s * k) + p * kHeight;
           for (int64_t q = 0; q < depth; ++q) store<kHeight>(load<kHeight>(from + q * kHeight), strip + q * W + s * P);
         });
-    for_strips<NR>(
-        n, [&](auto across, int64_t j) __attribute__((always_inline)) {
-          constexpr int kColumns = decltype(across)::value;
-          multiply_strips<T, 1, kRows, kColumns, kColumns>(depth, strip, reals(b + j * k + p * kColumns), beta,
-                                                           beta_class::zero, product, W,
-                                                           reinterpret_cast<const char*>(strip));
+    for_columns<T, kRows, NR>(
+        n, [&](auto columns, auto pitch, int64_t j) __attribute__((always_inline)) {
+          constexpr int kColumns = decltype(columns)::value, kPitch = decltype(pitch)::value;
+          multiply_strips<T, 1, kRows, kColumns, kPitch>(depth, k, strip, reals(b + j * k + p * kPitch), beta,
+                                                         beta_class::zero, product, W,
+                                                         reinterpret_cast<const char*>(strip));
           for (int i = 0; i < kColumns; ++i) {
             auto x = load<W>(product + i * W);
             real_of<T>* const to = reals(c + (j + i) * ldc);
