@@ -364,10 +364,16 @@ __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
   }
 }
 
+// Loads under a mask cross lines as whole registers do: from this depth on a half or quarter register costs less.
+inline constexpr int64_t kDeepForHalves = 64;
+
 // A strip of 1 to MV W rows.
 template <class T, bool kTransposed, int W, int MV, class R>
 TEV_INLINE void strip_of_any_height(const block<R>& x, const finish<R>& f) {
-  if constexpr (W > kParts<T> && !(kMaskedEdges && W == kLanesOf<R>)) {
+  if constexpr (kMaskedEdges && W == kLanesOf<R>) {
+    if ((x.rows == W / 2 || x.rows == W / 4) && x.k >= kDeepForHalves)
+      return strip_of_any_height<T, kTransposed, W / 2, 1>(x, f);
+  } else if constexpr (W > kParts<T>) {
     if (x.rows < W) return strip_of_any_height<T, kTransposed, W / 2, 2>(x, f);
   }
   if constexpr (MV > 1) {
