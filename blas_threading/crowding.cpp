@@ -12,8 +12,8 @@ namespace {
 // What an interrupt or a cache that has gone cold may cost without saying anything about the machine: 2 us.
 constexpr uint64_t kSlack = 5000;
 
-// How much longer than a loss the smaller team stays.
-constexpr uint64_t kRest = 8;
+// How many times as long as a loss the smaller team stays at most.
+constexpr uint64_t kLongestRest = 16;
 
 template <class Word>
 Word load(const Word& word) {
@@ -33,19 +33,24 @@ int64_t crowding::team(int64_t threads, uint64_t now) {
   const int64_t limit = load(limit_);
   if (limit == 0) return threads;
   if (now < load(until_)) return std::min(threads, limit);
+  store(losses_, 0);
   store(limit_, int64_t{0});
   return threads;
 }
 
 void crowding::report(int64_t team, const region_times& times, uint64_t now) {
   const uint64_t alone = (times.share - std::min(times.waited, times.share)) * static_cast<uint64_t>(team);
+  const bool limited = load(limit_) != 0;
   if (times.whole <= alone + kSlack) {
-    if (load(losses_) != 0 && load(limit_) == 0) store(losses_, 0);
+    if (limited || (load(losses_) == 0 && load(rest_) == 1)) return;
+    store(losses_, 0);
+    store(rest_, uint64_t{1});
     return;
   }
-  const int32_t losses = load(losses_);
-  if (losses == 0) return store(losses_, 1);
-  store(until_, now + kRest * (times.whole - alone));
+  if (load(losses_) == 0) return store(losses_, 1);
+  const uint64_t rest = load(rest_);
+  if (!limited) store(rest_, std::min(2 * rest, kLongestRest));
+  store(until_, now + rest * (times.whole - alone));
   store(limit_, std::max<int64_t>(team / 2, 1));
 }
 

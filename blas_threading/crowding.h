@@ -2,13 +2,14 @@
 // Teams on a machine whose processors have other work too. A thread of the team that waits for its turn on a processor
 // holds up all others, for milliseconds at each meeting: a product of microseconds on two threads then takes a thousand
 // times as long as on one. So every region is timed. When two in a row have taken longer than the caller alone would
-// have, later calls get half the threads for a while; then the full team is tried again:
+// have, later calls get half the threads for as long as was lost; then the full team is tried again. Every trial that
+// fails in the same way doubles the rest, up to sixteen times the loss; one region that pays ends it:
 //
-//   region   lost  lost       alone, for eight times what was lost          lost     alone ...        paid
-//          |-----|-----|------------------------------------------------|--------|-----------------|----|----
+//   region   lost  lost    alone   lost  lost       alone        lost  lost            alone             paid  paid
+//          |-----|-----|---------|-----|-----|-----------------|-----|-----|---------------------------|----|----
 //
-// A trial that fails costs an eighth of the time at most. In a reproducible run, and where the program has forbidden
-// that the number of threads is adjusted, none of this happens.
+// Trials that go on failing cost an eighth of the time; a passing disturbance costs little more than itself. In a
+// reproducible run, and where the program has forbidden that the number of threads is adjusted, none of this happens.
 #pragma once
 
 #include <cstdint>
@@ -33,6 +34,7 @@ class crowding {
  private:
   int64_t limit_ = 0;   // 0: none
   uint64_t until_ = 0;  // when the limit ends
+  uint64_t rest_ = 1;   // length of the next limit, in losses
   int32_t losses_ = 0;  // in a row
 };
 
