@@ -12,8 +12,8 @@ namespace {
 // What an interrupt or a cache that has gone cold may cost without saying anything about the machine: 2 us.
 constexpr uint64_t kSlack = 5000;
 
-// How many times as long as a loss the smaller team stays at most.
-constexpr uint64_t kLongestRest = 16;
+// How many times as long as a loss the smaller team stays.
+constexpr uint64_t kShortestRest = 1, kLongestRest = 8;
 
 template <class Word>
 Word load(const Word& word) {
@@ -33,7 +33,7 @@ int64_t crowding::team(int64_t threads, uint64_t now) {
   const int64_t limit = load(limit_);
   if (limit == 0) return threads;
   if (now < load(until_)) return std::min(threads, limit);
-  store(losses_, 0);
+  store(losses_, load(rest_) == kLongestRest ? 1 : 0);
   store(limit_, int64_t{0});
   return threads;
 }
@@ -42,9 +42,9 @@ void crowding::report(int64_t team, const region_times& times, uint64_t now) {
   const uint64_t alone = (times.share - std::min(times.waited, times.share)) * static_cast<uint64_t>(team);
   const bool limited = load(limit_) != 0;
   if (times.whole <= alone + kSlack) {
-    if (limited || (load(losses_) == 0 && load(rest_) == 1)) return;
+    if (limited || (load(losses_) == 0 && load(rest_) == kShortestRest)) return;
     store(losses_, 0);
-    store(rest_, uint64_t{1});
+    store(rest_, kShortestRest);
     return;
   }
   if (load(losses_) == 0) return store(losses_, 1);

@@ -3,10 +3,11 @@
 // holds up all others, for milliseconds at each meeting: a product of microseconds on two threads then takes a thousand
 // times as long as on one. So every region is timed. When two in a row have taken longer than the caller alone would
 // have, later calls get half the threads for as long as was lost; then the full team is tried again. Every trial that
-// fails in the same way doubles the rest, up to sixteen times the loss; one region that pays ends it:
+// fails in the same way doubles the rest, up to eight times the loss, and from then on one lost region ends a trial.
+// One region that pays ends it all:
 //
-//   region   lost  lost    alone   lost  lost       alone        lost  lost            alone             paid  paid
-//          |-----|-----|---------|-----|-----|-----------------|-----|-----|---------------------------|----|----
+//   region   lost  lost    alone   lost  lost       alone        lost      alone      paid  paid
+//          |-----|-----|---------|-----|-----|-------- ... ----|-----|---- ... ----|----|----
 //
 // Trials that go on failing cost an eighth of the time; a passing disturbance costs little more than itself. In a
 // reproducible run, and where the program has forbidden that the number of threads is adjusted, none of this happens.

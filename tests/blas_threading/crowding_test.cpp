@@ -27,17 +27,22 @@ TEST(Crowding, TwoLossesInARowHalveTheTeamForAWhile) {
   EXPECT_EQ(c.team(2, 10 + kLoss), 2) << "a trial";
 }
 
-TEST(Crowding, TrialsThatFailComeAtLongerIntervalsUntilOnePays) {
+TEST(Crowding, TrialsThatFailGetShorterAndRarerUntilOnePays) {
   crowding c;
   uint64_t now = 0;
-  for (const uint64_t rest : {1, 2, 4, 8, 16, 16}) {
-    c.report(2, kLost, now);
-    EXPECT_EQ(c.team(2, now), 2) << "the first region of a trial may have had a sleeping team";
-    c.report(2, kLost, now);
+  const struct {
+    int losses;
+    uint64_t rest;
+  } trials[] = {{2, 1}, {2, 2}, {2, 4}, {1, 8}, {1, 8}};
+  for (const auto& [losses, rest] : trials) {
+    for (int i = 0; i < losses; ++i) {
+      EXPECT_EQ(c.team(2, now), 2) << "rest " << rest << ", loss " << i;
+      c.report(2, kLost, now);
+    }
     EXPECT_EQ(c.team(2, now + rest * kLoss - 1), 1) << rest;
     now += rest * kLoss;
-    EXPECT_EQ(c.team(2, now), 2) << rest;
   }
+  EXPECT_EQ(c.team(2, now), 2);
   c.report(2, kPaid, now);
   for (int i = 0; i < 2; ++i) c.report(2, kLost, now);
   EXPECT_EQ(c.team(2, now + kLoss - 1), 1);
