@@ -32,8 +32,11 @@ constinit thread_local uint64_t waited = 0;
 int64_t crowding::team(int64_t threads, uint64_t now) {
   const int64_t limit = load(limit_);
   if (limit == 0) return threads;
+  const uint64_t last = load(asked_);
+  store(asked_, now);
   if (now < load(until_)) return std::min(threads, limit);
-  store(losses_, load(rest_) == kLongestRest ? 1 : 0);
+  const bool paused = now - last > load(span_) / 2;
+  store(losses_, load(rest_) == kLongestRest && !paused ? 1 : 0);
   store(limit_, int64_t{0});
   return threads;
 }
@@ -48,9 +51,11 @@ void crowding::report(int64_t team, const region_times& times, uint64_t now) {
     return;
   }
   if (load(losses_) == 0) return store(losses_, 1);
-  const uint64_t rest = load(rest_);
+  const uint64_t rest = load(rest_), span = rest * (times.whole - alone);
   if (!limited) store(rest_, std::min(2 * rest, kLongestRest));
-  store(until_, now + rest * (times.whole - alone));
+  store(span_, span);
+  store(asked_, now);
+  store(until_, now + span);
   store(limit_, std::max<int64_t>(team / 2, 1));
 }
 

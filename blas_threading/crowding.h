@@ -3,8 +3,8 @@
 // holds up all others, for milliseconds at each meeting: a product of microseconds on two threads then takes a thousand
 // times as long as on one. So every region is timed. When two in a row have taken longer than the caller alone would
 // have, later calls get half the threads for as long as was lost; then the full team is tried again. Every trial that
-// fails in the same way doubles the rest, up to eight times the loss, and from then on one lost region ends a trial.
-// One region that pays ends it all:
+// fails in the same way doubles the rest, up to eight times the loss, and from then on one lost region ends a trial,
+// unless it is the first after a pause: the team may have had to wake up. One region that pays ends it all:
 //
 //   region   lost  lost    alone   lost  lost       alone        lost      alone      paid  paid
 //          |-----|-----|---------|-----|-----|-------- ... ----|-----|---- ... ----|----|----
@@ -35,6 +35,8 @@ class crowding {
  private:
   int64_t limit_ = 0;   // 0: none
   uint64_t until_ = 0;  // when the limit ends
+  uint64_t span_ = 0;   // how long it lasts
+  uint64_t asked_ = 0;  // when a team was last asked for under it
   uint64_t rest_ = 1;   // length of the next limit, in losses
   int32_t losses_ = 0;  // in a row
 };

@@ -42,7 +42,10 @@ TEST(Crowding, TrialsThatFailGetShorterAndRarerUntilOnePays) {
     EXPECT_EQ(c.team(2, now + rest * kLoss - 1), 1) << rest;
     now += rest * kLoss;
   }
+  now += 8 * kLoss;
   EXPECT_EQ(c.team(2, now), 2);
+  c.report(2, kLost, now);
+  EXPECT_EQ(c.team(2, now), 2) << "after a pause a single loss says nothing";
   c.report(2, kPaid, now);
   for (int i = 0; i < 2; ++i) c.report(2, kLost, now);
   EXPECT_EQ(c.team(2, now + kLoss - 1), 1);
