@@ -106,6 +106,9 @@ bool looks_right(const gemm_case& g, const T* a, const T* b, const T* c) {
   return true;
 }
 
+// A team that has just been resumed may find itself on one processor for some milliseconds.
+constexpr double kSettling = 0.03;
+
 // Answers "case ..." and "run" until the parent closes the pipe. A team that slept is awake before it is timed.
 template <class T>
 int serve(const product<T>& run, bool threaded) {
@@ -127,7 +130,8 @@ int serve(const product<T>& run, bool threaded) {
       const double begin = now(threaded);
       for (count = 0; now(threaded) - begin < (threaded ? 1e-2 : 1e-3); ++count) run(g, a.get(), b.get(), c.get());
     } else {
-      for (int64_t i = 0; threaded && i < count / 8; ++i) run(g, a.get(), b.get(), c.get());
+      for (const double resumed = now(threaded); threaded && now(threaded) - resumed < kSettling;)
+        run(g, a.get(), b.get(), c.get());
       const double begin = now(threaded);
       for (int64_t i = 0; i < count; ++i) run(g, a.get(), b.get(), c.get());
       std::printf("%.9e\n", (now(threaded) - begin) / static_cast<double>(count));
