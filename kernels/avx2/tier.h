@@ -45,6 +45,6 @@ template <class T>
 inline constexpr bool kHasFixedDepth = sizeof(T) == 2 * alignof(T);
 
 template <class T>
-inline constexpr least_packed kLeastPacked = {72, 56, 105};
+inline constexpr least_packed kLeastPacked = {72, 56, 193};
 
 }  // namespace tev::avx2

@@ -29,26 +29,6 @@ struct on_the_way {
   }
 };
 
-template <int S, int W, class V, int... I>
-TEV_INLINE void exchange(V& a, V& b, lanes<I...>) {
-  const V low = __builtin_shufflevector(a, b, (I & S ? W + I - S : I)...);
-  b = __builtin_shufflevector(a, b, (I & S ? W + I : I + S)...);
-  a = low;
-}
-
-// Transposes a square of W / U rows whose elements are U lanes each. Each step exchanges the off-diagonal halves of
-// squares of 2S lanes.
-template <int U, int W, class R, int S = U>
-TEV_INLINE void transpose(vec<R, W> (&row)[W / U]) {
-  if constexpr (S < W) {
-    constexpr int kStep = S / U;
-    TEV_UNROLL
-    for (int i = 0; i < W / U; ++i)
-      if ((i & kStep) == 0) exchange<S, W>(row[i], row[i + kStep], all_lanes<W>{});
-    transpose<U, W, R, 2 * S>(row);
-  }
-}
-
 template <class T, int R, class Map>
 TEV_INLINE void copy_down_strip(int64_t depth, const T* source, int64_t ld, T* to, Map map) {
   constexpr int kReals = R * kParts<T>, W = lanes_dividing<real_of<T>>(kReals);
@@ -58,19 +38,26 @@ TEV_INLINE void copy_down_strip(int64_t depth, const T* source, int64_t ld, T* t
   }
 }
 
+// A narrow strip is short work: the next one is fetched meanwhile.
+inline constexpr int kNarrow = 8;
+
 template <class T, int R, class Map>
 TEV_INLINE void copy_right_strip(int64_t depth, const T* source, int64_t ld, T* to, Map map) {
   constexpr int U = kParts<T>, W = lanes_dividing<real_of<T>>(R * U), kRows = W / U;
   int64_t p = 0;
   if constexpr (kRows > 1) {
     for (; p + kRows <= depth; p += kRows) {
+      if (R <= kNarrow && p * sizeof(T) % kLineBytes == 0) {
+        TEV_UNROLL
+        for (int c = 0; c < R; ++c) __builtin_prefetch(source + p + (c + R) * ld, 0, 2);
+      }
       TEV_UNROLL
       for (int c = 0; c < R; c += kRows) {
         vec<real_of<T>, W> square[kRows];
         TEV_UNROLL
         for (int i = 0; i < kRows; ++i)
           square[i] = map.template operator()<W>(load<W>(reals(source + p + (c + i) * ld)));
-        transpose<U, W, real_of<T>>(square);
+        transpose<W, U>(square);
         TEV_UNROLL
         for (int i = 0; i < kRows; ++i) store<W>(square[i], reals(to + (p + i) * R + c));
       }

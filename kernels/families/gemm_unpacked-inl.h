@@ -124,6 +124,22 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
 // second cache meanwhile.
 inline constexpr int64_t kShallowBlockBytes = 512 * 1024;
 
+// All rows of at most NC columns.
+template <class T, int NC, class R>
+__attribute__((noinline)) void column_group(block<R> x, const finish<R>& f) {
+  constexpr int kHeight = kTileVectors * kLanesOf<R>;
+  int64_t rows_left = x.rows;
+  for (x.rows = kHeight; x.n == NC && next_strip<R>(rows_left) == kHeight; rows_left -= kHeight) {
+    tile<T, false, kLanesOf<R>, kTileVectors, NC>(x, x.b, x.c, f);
+    x.a += kHeight, x.c += kHeight;
+  }
+  for (; rows_left > 0; rows_left -= x.rows) {
+    x.rows = next_strip<R>(rows_left);
+    strip_of_any_height<T, false, kLanesOf<R>, kTileVectors>(x, f);
+    x.a += x.rows, x.c += x.rows;
+  }
+}
+
 template <class T, class R>
 TEV_INLINE void by_column_groups(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
                                  finish<R> f) {
@@ -131,17 +147,12 @@ TEV_INLINE void by_column_groups(int64_t m, int64_t n, int64_t k, walk<R> a, wal
   const int64_t rows_in_all = m * kParts<T>;
   const int64_t most = kShallowBlockBytes / static_cast<int64_t>(sizeof(R)) / k / kHeight * kHeight;
   f.past_caches = true;
-  for (int64_t from = 0; from < rows_in_all; from += most) {
-    const int64_t to = rows_in_all - from < most ? rows_in_all : from + most;
+  for (int64_t i = 0; i < rows_in_all; i += most)
     for (int64_t j = 0; j < n; j += NC)
-      for (int64_t i = from, rows = 0; i < to; i += rows) {
-        rows = next_strip<R>(to - i);
-        strip_of_any_height<T, false, kLanesOf<R>, kTileVectors>(
-            block<R>{rows, n - j < NC ? n - j : NC, k, a.at + i, a.column, b.at + j * b.column, b.row, b.column,
-                     c + i + j * ldc, ldc, 0, 0},
-            f);
-      }
-  }
+      column_group<T, NC>(
+          block<R>{rows_in_all - i < most ? rows_in_all - i : most, n - j < NC ? n - j : NC, k, a.at + i, a.column,
+                   b.at + j * b.column, b.row, b.column, c + i + j * ldc, ldc, 0, 0},
+          f);
   __builtin_ia32_sfence();  // what was written past the caches is seen by others before what comes now
 }
 

@@ -20,6 +20,8 @@
 
 namespace tev::TEV_TIER {
 
+inline constexpr int kLineBytes = 64;  // of a cache
+
 // W lanes of R (float or double). W may be anything from 1 lane up; wider than a register is several registers.
 template <class R, int W>
 struct vec_of {
@@ -71,6 +73,25 @@ TEV_INLINE V swap_pairs_by(V v, lanes<I...>) {
 template <int W, class R>
 TEV_INLINE vec<R, W> swap_pairs(vec<R, W> v) {
   return swap_pairs_by(v, all_lanes<W>{});
+}
+
+// Units of U lanes; vectors i and i + D exchange the units whose number has, or has not, the bit D.
+template <int W, int U, int D, class V, int... I>
+TEV_INLINE void exchange(V& low, V& high, lanes<I...>) {
+  const V l = __builtin_shufflevector(low, high, (I / U & D ? W + I - D * U : I)...);
+  high = __builtin_shufflevector(low, high, (I / U & D ? W + I : I + D * U)...);
+  low = l;
+}
+
+// A square of W / U vectors: unit j of vector i becomes unit i of vector j. A complex number is a unit of two lanes.
+template <int W, int U, int D = W / U / 2, class V>
+TEV_INLINE void transpose(V (&v)[W / U]) {
+  if constexpr (D > 0) {
+    TEV_UNROLL
+    for (int i = 0; i < W / U; ++i)
+      if (!(i & D)) exchange<W, U, D>(v[i], v[i + D], all_lanes<W>{});
+    transpose<W, U, D / 2>(v);
+  }
 }
 
 // The first n of W lanes, 0 <= n <= W; nothing beyond them is touched, and loaded lanes beyond are 0. W lanes fill a

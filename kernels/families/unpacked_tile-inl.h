@@ -27,28 +27,6 @@
 
 namespace tev::TEV_TIER {
 
-// ---- Transposition in registers
-// --------------------------------------------------------------------------------------
-
-// Units of U lanes; vectors i and i + D exchange the units whose number has, or has not, the bit D.
-template <int W, int U, int D, class V, int... I>
-TEV_INLINE void exchange(V& low, V& high, lanes<I...>) {
-  const V l = __builtin_shufflevector(low, high, (I / U & D ? W + I - D * U : I)...);
-  high = __builtin_shufflevector(low, high, (I / U & D ? W + I : I + D * U)...);
-  low = l;
-}
-
-// A square of W / U vectors: unit j of vector i becomes unit i of vector j. A complex number is a unit of two lanes.
-template <int W, int U, int D = W / U / 2, class V>
-TEV_INLINE void transpose(V (&v)[W / U]) {
-  if constexpr (D > 0) {
-    TEV_UNROLL
-    for (int i = 0; i < W / U; ++i)
-      if (!(i & D)) exchange<W, U, D>(v[i], v[i + D], all_lanes<W>{});
-    transpose<W, U, D / 2>(v);
-  }
-}
-
 template <int W, class R, int... I>
 TEV_INLINE vec<R, W / 2> half(vec<R, W> v, lanes<I...>) {
   return __builtin_shufflevector(v, v, I...);
