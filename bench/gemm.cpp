@@ -12,6 +12,7 @@
 #include <dlfcn.h>
 #include <sched.h>
 #include <sys/prctl.h>
+#include <sys/sysinfo.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -22,6 +23,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <sstream>
@@ -106,8 +108,29 @@ bool looks_right(const gemm_case& g, const T* a, const T* b, const T* c) {
   return true;
 }
 
-// A team that has just been resumed may find itself on one processor for some milliseconds.
-constexpr double kSettling = 0.03;
+// Allows each thread of this process one processor, or all of them again.
+void spread_threads(bool apart) {
+  const int processors = get_nprocs();
+  int next = 0;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    for (int i = 0; i < processors; ++i)
+      if (!apart || i == next % processors) CPU_SET(i, &allowed);
+    sched_setaffinity(std::stoi(thread.path().filename()), sizeof allowed, &allowed);
+    ++next;
+  }
+}
+
+// A team that has just been resumed may find itself on one processor, and stay there: it starts apart.
+constexpr double kSettling = 0.01;
+template <class Body>
+void settle(const Body& body) {
+  spread_threads(true);
+  body();
+  spread_threads(false);
+  for (const double resumed = now(true); now(true) - resumed < kSettling;) body();
+}
 
 // Answers "case ..." and "run" until the parent closes the pipe. A team that slept is awake before it is timed.
 template <class T>
@@ -130,8 +153,7 @@ int serve(const product<T>& run, bool threaded) {
       const double begin = now(threaded);
       for (count = 0; now(threaded) - begin < (threaded ? 1e-2 : 1e-3); ++count) run(g, a.get(), b.get(), c.get());
     } else {
-      for (const double resumed = now(threaded); threaded && now(threaded) - resumed < kSettling;)
-        run(g, a.get(), b.get(), c.get());
+      if (threaded) settle([&] { run(g, a.get(), b.get(), c.get()); });
       const double begin = now(threaded);
       for (int64_t i = 0; i < count; ++i) run(g, a.get(), b.get(), c.get());
       std::printf("%.9e\n", (now(threaded) - begin) / static_cast<double>(count));

@@ -9,7 +9,7 @@
 namespace tev::TEV_TIER {
 
 inline constexpr int64_t kShallowDepth = kVectorBytes == 64 ? 16 : 8;
-inline constexpr int64_t kPastCaches = 32 * 1024 * 1024;
+inline constexpr int64_t kPastCaches = 12 * 1024 * 1024;
 
 template <class T>
 TEV_INLINE bool is_shallow(char transa, int64_t m, int64_t n, int64_t k, T beta) {

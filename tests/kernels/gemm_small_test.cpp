@@ -252,7 +252,7 @@ TYPED_TEST(GemmSmall, Special) {
 TYPED_TEST(GemmSmall, PastCaches) {
   using T = TypeParam;
   using E = typename routines<T>::element;
-  constexpr int64_t m = 1030, k = 7, ldc = 1040, n = (int64_t{32} << 20) / (m * int64_t{sizeof(T)}) + 2;
+  constexpr int64_t m = 1030, k = 7, ldc = 1040, n = (int64_t{12} << 20) / (m * int64_t{sizeof(T)}) + 2;
   const auto whole = [](int64_t x, int64_t period) { return T(static_cast<real_part_t<T>>(x % period - period / 2)); };
   std::vector<T> a(m * k), b(k * n), expected(5 * 7);
   for (int64_t p = 0; p < k; ++p) {
