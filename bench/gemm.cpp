@@ -108,27 +108,33 @@ bool looks_right(const gemm_case& g, const T* a, const T* b, const T* c) {
   return true;
 }
 
-// Allows each thread of this process one processor, or all of them again.
-void spread_threads(bool apart) {
-  const int processors = get_nprocs();
-  int next = 0;
-  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-    cpu_set_t allowed;
-    CPU_ZERO(&allowed);
-    for (int i = 0; i < processors; ++i)
-      if (!apart || i == next % processors) CPU_SET(i, &allowed);
-    sched_setaffinity(std::stoi(thread.path().filename()), sizeof allowed, &allowed);
-    ++next;
-  }
+std::vector<int> threads_of_this_process() {
+  std::vector<int> all;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
+    all.push_back(std::stoi(thread.path().filename()));
+  return all;
 }
 
-// A team that has just been resumed may find itself on one processor, and stay there: it starts apart.
-constexpr double kSettling = 0.01;
+void allow(int thread, int first, int end) {
+  cpu_set_t processors;
+  CPU_ZERO(&processors);
+  for (int i = first; i < end; ++i) CPU_SET(i, &processors);
+  sched_setaffinity(thread, sizeof processors, &processors);
+}
+
+// A team that has just been resumed may find itself on one processor, and stay there: its threads start apart. One that
+// is made anew by each call starts with it.
+constexpr double kSettling = 0.03;
 template <class Body>
 void settle(const Body& body) {
-  spread_threads(true);
-  body();
-  spread_threads(false);
+  const std::vector<int> threads = threads_of_this_process();
+  if (threads.size() > 1) {
+    const int processors = get_nprocs();
+    int next = 0;
+    for (int thread : threads) allow(thread, next, next + 1), next = (next + 1) % processors;
+    body();
+    for (int thread : threads) allow(thread, 0, processors);
+  }
   for (const double resumed = now(true); now(true) - resumed < kSettling;) body();
 }
 
