@@ -7,8 +7,8 @@
 // the one below. Samples are taken in turns; a figure is the median, its spread the median deviation from it. The peak
 // is a loop of multiply-adds in registers, measured in the same turns. A case's ratio is ours over the fastest peer; a
 // set's is the geometric mean. With one thread the time is that of the thread, so what else the machine does counts
-// little; with more it is the clock's. --busy is for those: each case is measured on the quiet machine and beside a
-// loop that occupies processor 1, in turn, and shown as GFLOP/s quiet, busy and the ratio of the times.
+// little; with more it is the clock's. --busy is for those: each case is measured on the quiet machine, then beside a
+// loop that occupies processor 1, and shown as GFLOP/s quiet, busy and the ratio of the times.
 #include <dlfcn.h>
 #include <sched.h>
 #include <sys/prctl.h>
@@ -413,13 +413,17 @@ void run_set_busy(const std::string& set, const options& o, std::vector<std::uni
     std::vector<contestant*> present;
     for (auto& one : all)
       if (one->prepare(c)) present.push_back(one.get());
-    std::vector<std::vector<double>> quiet(present.size()), busy(present.size());
-    for (int round = 0; round < o.rounds; ++round) {
-      for (size_t i = 0; i < present.size(); ++i) quiet[i].push_back(present[i]->sample());
-      other.work();
-      for (size_t i = 0; i < present.size(); ++i) busy[i].push_back(present[i]->sample());
-      other.rest();
-    }
+    const auto samples = [&] {
+      std::vector<std::vector<double>> times(present.size());
+      for (int round = 0; round < o.rounds; ++round)
+        for (size_t i = 0; i < present.size(); ++i) times[i].push_back(present[i]->sample());
+      return times;
+    };
+    const auto quiet = samples();
+    other.work();
+    for (contestant* one : present) one->sample();  // a library may learn that it is not alone
+    const auto busy = samples();
+    other.rest();
     const double giga_flops =
         flops_per_step * static_cast<double>(c.m) * static_cast<double>(c.n) * static_cast<double>(c.k) * 1e-9;
     std::printf("%-6s %c%c %5ld %5ld %6ld", set.c_str(), c.transa, c.transb, c.m, c.n, c.k);

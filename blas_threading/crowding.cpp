@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "blas_threading/crowding.h"
 
+#include <omp.h>
+
 #include <algorithm>
 
 #include "tev/service.h"
@@ -15,6 +17,9 @@ constexpr uint64_t kSlack = 5000;
 // How many times as long as a loss the smaller team stays.
 constexpr uint64_t kShortestRest = 1, kLongestRest = 8;
 
+// After so many times the last loss without another one all is as it was.
+constexpr uint64_t kForgotten = 16;
+
 template <class Word>
 Word load(const Word& word) {
   return __atomic_load_n(&word, __ATOMIC_RELAXED);
@@ -26,6 +31,21 @@ void store(Word& word, Word value) {
 
 constinit crowding here;
 constinit thread_local uint64_t waited = 0;
+
+// How long the threads of the calling thread's teams spin after a region before they sleep: on a crowded machine, not
+// at all. They would use up the turns that they need for their work, and those of the calling thread.
+void let_team_spin(bool allowed) {
+  constexpr int kAsEver = -1;
+  constinit thread_local static int usual = kAsEver;
+  if (allowed == (usual == kAsEver)) return;
+  if (allowed) {
+    kmp_set_blocktime(usual);
+    usual = kAsEver;
+  } else {
+    usual = kmp_get_blocktime();
+    kmp_set_blocktime(0);
+  }
+}
 
 }  // namespace
 
@@ -45,19 +65,27 @@ void crowding::report(int64_t team, const region_times& times, uint64_t now) {
   const uint64_t alone = (times.share - std::min(times.waited, times.share)) * static_cast<uint64_t>(team);
   const bool limited = load(limit_) != 0;
   if (times.whole <= alone + kSlack) {
-    if (limited || (load(losses_) == 0 && load(rest_) == kShortestRest)) return;
-    store(losses_, 0);
-    store(rest_, kShortestRest);
+    if (limited || !suspected()) return;
+    if (now - load(lost_) > kForgotten * load(loss_)) {
+      store(loss_, uint64_t{0});
+      store(rest_, kShortestRest);
+    }
+    store(losses_, load(rest_) == kLongestRest ? 1 : 0);
     return;
   }
+  const uint64_t loss = times.whole - alone;
+  store(loss_, loss);
+  store(lost_, now);
   if (load(losses_) == 0) return store(losses_, 1);
-  const uint64_t rest = load(rest_), span = rest * (times.whole - alone);
+  const uint64_t rest = load(rest_), span = rest * loss;
   if (!limited) store(rest_, std::min(2 * rest, kLongestRest));
   store(span_, span);
   store(asked_, now);
   store(until_, now + span);
   store(limit_, std::max<int64_t>(team / 2, 1));
 }
+
+bool crowding::suspected() const { return load(loss_) != 0; }
 
 int64_t team_that_pays(int64_t threads) {
   if (threads < 2 || !here.limits_teams()) return threads;
@@ -84,6 +112,7 @@ region_watch::~region_watch() {
   if (team_ < 2) return;
   const uint64_t end = ticks_now();
   here.report(team_, {end - begin_, share_end_ - share_begin_, waited_}, end);
+  let_team_spin(!here.suspected());
 }
 
 }  // namespace tev::blas

@@ -4,13 +4,15 @@
 // times as long as on one. So every region is timed. When two in a row have taken longer than the caller alone would
 // have, later calls get half the threads for as long as was lost; then the full team is tried again. Every trial that
 // fails in the same way doubles the rest, up to eight times the loss, and from then on one lost region ends a trial,
-// unless it is the first after a pause: the team may have had to wake up. One region that pays ends it all:
+// unless it is the first after a pause: the team may have had to wake up. After sixteen times a loss without another
+// one all that is forgotten:
 //
 //   region   lost  lost    alone   lost  lost       alone        lost      alone      paid  paid
-//          |-----|-----|---------|-----|-----|-------- ... ----|-----|---- ... ----|----|----
+//          |-----|-----|---------|-----|-----|-------- ... ----|-----|---- ... ----|----|----|
 //
-// Trials that go on failing cost an eighth of the time; a passing disturbance costs little more than itself. In a
-// reproducible run, and where the program has forbidden that the number of threads is adjusted, none of this happens.
+// Meanwhile, from the first loss on, the team sleeps between its regions. Trials that go on failing cost an eighth of
+// the time; a passing disturbance costs some times itself. In a reproducible run, and where the program has forbidden
+// that the number of threads is adjusted, teams keep their size.
 #pragma once
 
 #include <cstdint>
@@ -28,6 +30,8 @@ struct region_times {
 class crowding {
  public:
   bool limits_teams() const { return __atomic_load_n(&limit_, __ATOMIC_RELAXED) != 0; }
+  // Something was lost, and is not forgotten.
+  bool suspected() const;
   // At most `threads`, at least 1.
   int64_t team(int64_t threads, uint64_t now);
   void report(int64_t team, const region_times& times, uint64_t now);
@@ -38,6 +42,8 @@ class crowding {
   uint64_t span_ = 0;   // how long it lasts
   uint64_t asked_ = 0;  // when a team was last asked for under it
   uint64_t rest_ = 1;   // length of the next limit, in losses
+  uint64_t loss_ = 0;   // the last one; 0: forgotten
+  uint64_t lost_ = 0;   // when that was
   int32_t losses_ = 0;  // in a row
 };
 

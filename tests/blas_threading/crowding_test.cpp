@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The advice on team sizes, with a clock of the test's own.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include "blas_threading/crowding.h"
 #include "blas_threading/team.h"
@@ -27,7 +28,7 @@ TEST(Crowding, TwoLossesInARowHalveTheTeamForAWhile) {
   EXPECT_EQ(c.team(2, 10 + kLoss), 2) << "a trial";
 }
 
-TEST(Crowding, TrialsThatFailGetShorterAndRarerUntilOnePays) {
+TEST(Crowding, TrialsThatFailGetShorterAndRarerUntilTheyAreForgotten) {
   crowding c;
   uint64_t now = 0;
   const struct {
@@ -47,6 +48,15 @@ TEST(Crowding, TrialsThatFailGetShorterAndRarerUntilOnePays) {
   c.report(2, kLost, now);
   EXPECT_EQ(c.team(2, now), 2) << "after a pause a single loss says nothing";
   c.report(2, kPaid, now);
+  c.report(2, kLost, now);
+  EXPECT_EQ(c.team(2, now + 8 * kLoss - 1), 1) << "one paid region does not clear the team";
+  now += 8 * kLoss;
+  EXPECT_EQ(c.team(2, now), 2);
+  c.report(2, kPaid, now);
+  EXPECT_TRUE(c.suspected());
+  now += 8 * kLoss + 1;
+  c.report(2, kPaid, now);
+  EXPECT_FALSE(c.suspected()) << "16 losses later";
   for (int i = 0; i < 2; ++i) c.report(2, kLost, now);
   EXPECT_EQ(c.team(2, now + kLoss - 1), 1);
   EXPECT_EQ(c.team(2, now + kLoss), 2);
@@ -92,6 +102,15 @@ TEST(Crowding, OnlyAProgramThatLeavesTheNumberOpenGetsFewerThreads) {
     const auto run = [] { return static_cast<int>(team_after_late_regions()); };
     EXPECT_EQ(tev::test::in_child(c.environment, run).status, c.team);
   }
+}
+
+TEST(Crowding, ALateTeamSleepsBetweenItsRegions) {
+  const auto run = [] {
+    const int usual = kmp_get_blocktime();
+    team_after_late_regions();
+    return usual > 0 && kmp_get_blocktime() == 0 ? 1 : 0;
+  };
+  EXPECT_EQ(tev::test::in_child({}, run).status, 1);
 }
 
 }  // namespace
