@@ -14,6 +14,9 @@ namespace {
 // What an interrupt or a cache that has gone cold may cost without saying anything about the machine: 2 us.
 constexpr uint64_t kSlack = 5000;
 
+// What it may take to wake a team that sleeps: 100 us. Only losses that are longer send it to sleep.
+constexpr uint64_t kWaking = 250'000;
+
 // How many times as long as a loss the smaller team stays.
 constexpr uint64_t kShortestRest = 1, kLongestRest = 8;
 
@@ -64,7 +67,7 @@ int64_t crowding::team(int64_t threads, uint64_t now) {
 void crowding::report(int64_t team, const region_times& times, uint64_t now) {
   const uint64_t alone = (times.share - std::min(times.waited, times.share)) * static_cast<uint64_t>(team);
   const bool limited = load(limit_) != 0;
-  if (times.whole <= alone + kSlack) {
+  if (times.whole <= alone + (sleeps() ? kWaking : kSlack)) {
     if (limited || !suspected()) return;
     if (now - load(lost_) > kForgotten * load(loss_)) {
       store(loss_, uint64_t{0});
@@ -86,6 +89,7 @@ void crowding::report(int64_t team, const region_times& times, uint64_t now) {
 }
 
 bool crowding::suspected() const { return load(loss_) != 0; }
+bool crowding::sleeps() const { return load(loss_) > kWaking; }
 
 int64_t team_that_pays(int64_t threads) {
   if (threads < 2 || !here.limits_teams()) return threads;
@@ -112,7 +116,7 @@ region_watch::~region_watch() {
   if (team_ < 2) return;
   const uint64_t end = ticks_now();
   here.report(team_, {end - begin_, share_end_ - share_begin_, waited_}, end);
-  let_team_spin(!here.suspected());
+  let_team_spin(!here.sleeps());
 }
 
 }  // namespace tev::blas

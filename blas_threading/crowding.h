@@ -10,9 +10,9 @@
 //   region   lost  lost    alone   lost  lost       alone        lost      alone      paid  paid
 //          |-----|-----|---------|-----|-----|-------- ... ----|-----|---- ... ----|----|----|
 //
-// Meanwhile, from the first loss on, the team sleeps between its regions. Trials that go on failing cost an eighth of
-// the time; a passing disturbance costs some times itself. In a reproducible run, and where the program has forbidden
-// that the number of threads is adjusted, teams keep their size.
+// Meanwhile, from the first loss on that is longer than waking up takes, the team sleeps between its regions. Trials
+// that go on failing cost an eighth of the time; a passing disturbance costs some times itself. In a reproducible run,
+// and where the program has forbidden that the number of threads is adjusted, teams keep their size.
 #pragma once
 
 #include <cstdint>
@@ -32,6 +32,8 @@ class crowding {
   bool limits_teams() const { return __atomic_load_n(&limit_, __ATOMIC_RELAXED) != 0; }
   // Something was lost, and is not forgotten.
   bool suspected() const;
+  // That was so long that the team should sleep between its regions.
+  bool sleeps() const;
   // At most `threads`, at least 1.
   int64_t team(int64_t threads, uint64_t now);
   void report(int64_t team, const region_times& times, uint64_t now);

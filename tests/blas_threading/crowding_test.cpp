@@ -62,6 +62,23 @@ TEST(Crowding, TrialsThatFailGetShorterAndRarerUntilTheyAreForgotten) {
   EXPECT_EQ(c.team(2, now + kLoss), 2);
 }
 
+TEST(Crowding, OnlyLongLossesSendATeamToSleepAndWakingItIsNoLoss) {
+  crowding c;
+  c.report(2, {300'000, 50'000, 0}, 0);
+  EXPECT_TRUE(c.suspected());
+  EXPECT_FALSE(c.sleeps());
+  c.report(2, kLost, 0);
+  EXPECT_TRUE(c.sleeps());
+  uint64_t now = kLoss;
+  EXPECT_EQ(c.team(2, now), 2);
+  for (; now <= 16 * kLoss; now += kLoss) {
+    c.report(2, {300'000, 50'000, 0}, now);
+    EXPECT_TRUE(c.sleeps());
+  }
+  c.report(2, {300'000, 50'000, 0}, now);
+  EXPECT_FALSE(c.sleeps());
+}
+
 TEST(Crowding, LargeTeamsShrinkByHalvesAndAreNeverAskedToGrow) {
   crowding c;
   const region_times lost = {100'000'000, 10'000, 0};
