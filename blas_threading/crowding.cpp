@@ -69,9 +69,15 @@ void crowding::report(int64_t team, const region_times& times, uint64_t now) {
   const bool limited = load(limit_) != 0;
   if (times.whole <= alone + (sleeps() ? kWaking : kSlack)) {
     if (limited || !suspected()) return;
-    if (now - load(lost_) > kForgotten * load(loss_)) {
+    const uint64_t remembered = load(lost_) + kForgotten * load(loss_);
+    if (now > remembered) {
       store(loss_, uint64_t{0});
       store(rest_, kShortestRest);
+    } else if (times.whole > alone + kSlack) {  // not worth waking the team for
+      store(span_, remembered - now);
+      store(asked_, now);
+      store(until_, remembered);
+      store(limit_, std::max<int64_t>(team / 2, 1));
     }
     store(losses_, load(rest_) == kLongestRest ? 1 : 0);
     return;

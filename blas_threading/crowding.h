@@ -10,7 +10,8 @@
 //   region   lost  lost    alone   lost  lost       alone        lost      alone      paid  paid
 //          |-----|-----|---------|-----|-----|-------- ... ----|-----|---- ... ----|----|----|
 //
-// Meanwhile, from the first loss on that is longer than waking up takes, the team sleeps between its regions. Trials
+// Meanwhile, from the first loss on that is longer than waking up takes, the team sleeps between its regions,
+// and those that are too short to wake it for are left to fewer threads. Trials
 // that go on failing cost an eighth of the time; a passing disturbance costs some times itself. In a reproducible run,
 // and where the program has forbidden that the number of threads is adjusted, teams keep their size.
 #pragma once

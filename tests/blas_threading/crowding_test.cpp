@@ -71,10 +71,11 @@ TEST(Crowding, OnlyLongLossesSendATeamToSleepAndWakingItIsNoLoss) {
   EXPECT_TRUE(c.sleeps());
   uint64_t now = kLoss;
   EXPECT_EQ(c.team(2, now), 2);
-  for (; now <= 16 * kLoss; now += kLoss) {
-    c.report(2, {300'000, 50'000, 0}, now);
-    EXPECT_TRUE(c.sleeps());
-  }
+  c.report(2, {300'000, 50'000, 0}, now);
+  EXPECT_EQ(c.team(2, now), 1) << "not worth waking the team for";
+  EXPECT_EQ(c.team(2, 16 * kLoss - 1), 1);
+  now = 16 * kLoss + 1;
+  EXPECT_EQ(c.team(2, now), 2);
   c.report(2, {300'000, 50'000, 0}, now);
   EXPECT_FALSE(c.sleeps());
 }
