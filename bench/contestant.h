@@ -31,7 +31,7 @@ class contestant {
   // Sets operands up, runs once and checks some elements of the result. False when the library cannot do it.
   bool prepare(const gemm_case& c);
 
-  // Seconds per call, from one sample of about a millisecond or one call.
+  // Seconds per call, from one sample of a millisecond, ten when threaded, or one call.
   double sample();
 
   const std::string& name() const { return name_; }

@@ -12,7 +12,6 @@
 #include <dlfcn.h>
 #include <sched.h>
 #include <sys/prctl.h>
-#include <sys/sysinfo.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -108,32 +107,30 @@ bool looks_right(const gemm_case& g, const T* a, const T* b, const T* c) {
   return true;
 }
 
-std::vector<int> threads_of_this_process() {
-  std::vector<int> all;
-  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
-    all.push_back(std::stoi(thread.path().filename()));
-  return all;
+// 0 is the calling thread.
+void bind(int thread, int processor) {
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(processor, &one);
+  sched_setaffinity(thread, sizeof one, &one);
 }
 
-void allow(int thread, int first, int end) {
-  cpu_set_t processors;
-  CPU_ZERO(&processors);
-  for (int i = first; i < end; ++i) CPU_SET(i, &processors);
-  sched_setaffinity(thread, sizeof processors, &processors);
-}
-
-// A team that has just been resumed may find itself on one processor, and stay there: its threads start apart. One that
-// is made anew by each call starts with it.
+// A team that has just been resumed may find itself on one processor, and stay there: its threads start apart. A
+// library that makes its threads anew in each call has none to move.
 constexpr double kSettling = 0.03;
 template <class Body>
 void settle(const Body& body) {
-  const std::vector<int> threads = threads_of_this_process();
+  std::vector<int> threads, processors;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
+    threads.push_back(std::stoi(thread.path().filename()));
+  cpu_set_t allowed;
+  sched_getaffinity(0, sizeof allowed, &allowed);
+  for (int i = 0; i < CPU_SETSIZE; ++i)
+    if (CPU_ISSET(i, &allowed)) processors.push_back(i);
   if (threads.size() > 1) {
-    const int processors = get_nprocs();
-    int next = 0;
-    for (int thread : threads) allow(thread, next, next + 1), next = (next + 1) % processors;
+    for (size_t i = 0; i < threads.size(); ++i) bind(threads[i], processors[i % processors.size()]);
     body();
-    for (int thread : threads) allow(thread, 0, processors);
+    for (int thread : threads) sched_setaffinity(thread, sizeof allowed, &allowed);
   }
   for (const double resumed = now(true); now(true) - resumed < kSettling;) body();
 }
@@ -319,13 +316,6 @@ std::vector<std::unique_ptr<contestant>> invite(const options& o) {
   return all;
 }
 
-void bind_to(int processor) {
-  cpu_set_t one;
-  CPU_ZERO(&one);
-  CPU_SET(processor, &one);
-  sched_setaffinity(0, sizeof one, &one);
-}
-
 double median(std::vector<double> v) {
   std::sort(v.begin(), v.end());
   return v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
@@ -388,7 +378,7 @@ class busy_loop {
     if (pid_ < 0) std::abort();
     if (pid_ == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
-      bind_to(1);
+      bind(0, 1);
       for (;;) __asm__ volatile("");
     }
     rest();
@@ -475,7 +465,7 @@ int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 1, argv + argc);
   if (arguments.size() >= 4 && arguments[0] == "--serve") return serve_as({arguments.begin() + 1, arguments.end()});
   const options o = parse(arguments);
-  if (o.threads == 1) bind_to(sched_getcpu());  // one core for all, so that turns are turns
+  if (o.threads == 1) bind(0, sched_getcpu());  // one core for all, so that turns are turns
   auto all = invite(o);
   std::stringstream sets(o.sets);
   if (o.busy) {

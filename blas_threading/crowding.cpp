@@ -52,50 +52,44 @@ void let_team_spin(bool allowed) {
 
 }  // namespace
 
+bool crowding::sleeps() const { return load(loss_) > kWaking; }
+
 int64_t crowding::team(int64_t threads, uint64_t now) {
   const int64_t limit = load(limit_);
   if (limit == 0) return threads;
-  const uint64_t last = load(asked_);
-  store(asked_, now);
   if (now < load(until_)) return std::min(threads, limit);
-  const bool paused = now - last > load(span_) / 2;
-  store(losses_, load(rest_) == kLongestRest && !paused ? 1 : 0);
+  store(lost_before_, false);
   store(limit_, int64_t{0});
   return threads;
 }
 
-void crowding::report(int64_t team, const region_times& times, uint64_t now) {
-  const uint64_t alone = (times.share - std::min(times.waited, times.share)) * static_cast<uint64_t>(team);
-  const bool limited = load(limit_) != 0;
-  if (times.whole <= alone + (sleeps() ? kWaking : kSlack)) {
-    if (limited || !suspected()) return;
-    const uint64_t remembered = load(lost_) + kForgotten * load(loss_);
-    if (now > remembered) {
-      store(loss_, uint64_t{0});
-      store(rest_, kShortestRest);
-    } else if (times.whole > alone + kSlack) {  // not worth waking the team for
-      store(span_, remembered - now);
-      store(asked_, now);
-      store(until_, remembered);
-      store(limit_, std::max<int64_t>(team / 2, 1));
-    }
-    store(losses_, load(rest_) == kLongestRest ? 1 : 0);
-    return;
-  }
-  const uint64_t loss = times.whole - alone;
-  store(loss_, loss);
-  store(lost_, now);
-  if (load(losses_) == 0) return store(losses_, 1);
-  const uint64_t rest = load(rest_), span = rest * loss;
-  if (!limited) store(rest_, std::min(2 * rest, kLongestRest));
-  store(span_, span);
-  store(asked_, now);
-  store(until_, now + span);
+void crowding::halve(int64_t team, uint64_t until) {
+  store(until_, until);
   store(limit_, std::max<int64_t>(team / 2, 1));
 }
 
-bool crowding::suspected() const { return load(loss_) != 0; }
-bool crowding::sleeps() const { return load(loss_) > kWaking; }
+void crowding::report(int64_t team, const region_times& times, uint64_t now) {
+  const uint64_t alone = (times.share - std::min(times.waited, times.share)) * static_cast<uint64_t>(team);
+  if (times.whole > alone + (sleeps() ? kWaking : kSlack)) return lost(team, times.whole - alone, now);
+  if (load(loss_) == 0 || load(limit_) != 0) return;
+  store(lost_before_, false);
+  const uint64_t remembered = load(lost_at_) + kForgotten * load(loss_);
+  if (now > remembered) {
+    store(loss_, uint64_t{0});
+    store(rest_, kShortestRest);
+  } else if (times.whole > alone + kSlack) {  // not worth waking the team for
+    halve(team, remembered);
+  }
+}
+
+void crowding::lost(int64_t team, uint64_t loss, uint64_t now) {
+  const uint64_t rest = load(rest_);
+  store(loss_, loss);
+  store(lost_at_, now);
+  if (!load(lost_before_) && rest < kLongestRest) return store(lost_before_, true);
+  if (load(limit_) == 0) store(rest_, std::min(2 * rest, kLongestRest));
+  halve(team, now + rest * loss);
+}
 
 int64_t team_that_pays(int64_t threads) {
   if (threads < 2 || !here.limits_teams()) return threads;

@@ -3,17 +3,18 @@
 // holds up all others, for milliseconds at each meeting: a product of microseconds on two threads then takes a thousand
 // times as long as on one. So every region is timed. When two in a row have taken longer than the caller alone would
 // have, later calls get half the threads for as long as was lost; then the full team is tried again. Every trial that
-// fails in the same way doubles the rest, up to eight times the loss, and from then on one lost region ends a trial,
-// unless it is the first after a pause: the team may have had to wake up. After sixteen times a loss without another
-// one all that is forgotten:
+// fails in the same way doubles the rest, up to eight times the loss, and from then on one lost region ends a trial.
+// After sixteen times a loss without another one all that is forgotten:
 //
 //   region   lost  lost    alone   lost  lost       alone        lost      alone      paid  paid
 //          |-----|-----|---------|-----|-----|-------- ... ----|-----|---- ... ----|----|----|
 //
-// Meanwhile, from the first loss on that is longer than waking up takes, the team sleeps between its regions,
-// and those that are too short to wake it for are left to fewer threads. Trials
-// that go on failing cost an eighth of the time; a passing disturbance costs some times itself. In a reproducible run,
-// and where the program has forbidden that the number of threads is adjusted, teams keep their size.
+// Threads that spin between regions use up their turns on a processor. So from a loss on that is longer than waking up
+// takes until it is forgotten the team sleeps between its regions: the OpenMP block time of the forking thread is zero,
+// for the program's own regions, too. Regions that are too short to wake a team for are left to half the threads.
+//
+// In a reproducible run, and where the program has forbidden that the number of threads is adjusted, teams keep their
+// size.
 #pragma once
 
 #include <cstdint>
@@ -31,23 +32,22 @@ struct region_times {
 class crowding {
  public:
   bool limits_teams() const { return __atomic_load_n(&limit_, __ATOMIC_RELAXED) != 0; }
-  // Something was lost, and is not forgotten.
-  bool suspected() const;
-  // That was so long that the team should sleep between its regions.
+  // Teams should sleep between their regions.
   bool sleeps() const;
   // At most `threads`, at least 1.
   int64_t team(int64_t threads, uint64_t now);
   void report(int64_t team, const region_times& times, uint64_t now);
 
  private:
-  int64_t limit_ = 0;   // 0: none
-  uint64_t until_ = 0;  // when the limit ends
-  uint64_t span_ = 0;   // how long it lasts
-  uint64_t asked_ = 0;  // when a team was last asked for under it
-  uint64_t rest_ = 1;   // length of the next limit, in losses
-  uint64_t loss_ = 0;   // the last one; 0: forgotten
-  uint64_t lost_ = 0;   // when that was
-  int32_t losses_ = 0;  // in a row
+  void lost(int64_t team, uint64_t loss, uint64_t now);
+  void halve(int64_t team, uint64_t until);
+
+  int64_t limit_ = 0;         // 0: none
+  uint64_t until_ = 0;        // when the limit ends
+  uint64_t rest_ = 1;         // length of the next limit, in losses
+  uint64_t loss_ = 0;         // the last one; 0: forgotten
+  uint64_t lost_at_ = 0;      // when that was
+  bool lost_before_ = false;  // the last region, too
 };
 
 // The process's own.

@@ -144,7 +144,7 @@ __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const
     }
   };
   const auto whole = [](const R* from) TEV_LAMBDA { return load<W>(from); };
-  constexpr int kLine = 64 / static_cast<int>(sizeof(R));
+  constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
   int64_t p = 0;
   for (; p + kLine <= x.depth; p += kLine) {
     TEV_UNROLL

@@ -117,7 +117,7 @@ TEV_INLINE void step(int64_t k, const R* a, const R* b, tile<S>& t) {
 template <class S, int kColumns, class R>
 TEV_INLINE void accumulate(int64_t k, int64_t depth, const R* a, const R* b, const R* c, int64_t ldc, const char* next,
                            tile<S>& t) {
-  constexpr int kLine = 64 / sizeof(R), kAhead = 8;
+  constexpr int kLine = kLineBytes / sizeof(R), kAhead = 8;
   int64_t p = 0;
   for (int line = 0; line < S::MR; line += kLine)
     for (int j = 0; j < kColumns && p < k; ++j, ++p, a += S::kHeight, b += S::kPitch) {
@@ -126,7 +126,7 @@ TEV_INLINE void accumulate(int64_t k, int64_t depth, const R* a, const R* b, con
     }
   for (; p + 4 <= k; p += 4) {
     __builtin_prefetch(next, 0, 2);
-    next += 64;
+    next += kLineBytes;
     TEV_UNROLL
     for (int u = 0; u < 4; ++u, a += S::kHeight, b += S::kPitch) {
       if constexpr (kLargeStrips) {
@@ -212,7 +212,7 @@ TEV_INLINE void multiply_row(int64_t n, int64_t k, const T* a, const T* b, const
         for (int half = 0; half < kAll; half += kColumns) {
           multiply_strips<T, kStrips, kHeight, kColumns, kPitch>(k, k, reals(a), reals(b + j * k + half), beta, kind,
                                                                  reals(c + (j + half) * ldc), P * ldc, next);
-          next += k / 4 * 64;
+          next += k / 4 * kLineBytes;
         }
       });
 }

@@ -120,11 +120,7 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
   }
 }
 
-// A shallow product: tile by tile down a group of columns, so that C is written as it lies. A block of A stays in the
-// second cache meanwhile.
-inline constexpr int64_t kShallowBlockBytes = 512 * 1024;
-
-// All rows of at most NC columns.
+// All rows of at most NC columns, from the top. A call for each of the full tiles would cost as much as its few steps.
 template <class T, int NC, class R>
 __attribute__((noinline)) void column_group(block<R> x, const finish<R>& f) {
   constexpr int kHeight = kTileVectors * kLanesOf<R>;
@@ -139,6 +135,10 @@ __attribute__((noinline)) void column_group(block<R> x, const finish<R>& f) {
     x.a += x.rows, x.c += x.rows;
   }
 }
+
+// A shallow product: down one group of columns after the other, so that C is written as it lies. A block of A stays in
+// the second cache meanwhile.
+inline constexpr int64_t kShallowBlockBytes = 512 * 1024;
 
 template <class T, class R>
 TEV_INLINE void by_column_groups(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,

@@ -265,7 +265,7 @@ TEV_INLINE void tile(const block<R>& x, const R* b, R* c, const finish<R>& f) {
     if constexpr (NC * kParts < T >> 1 && W == kLanesOf<R>) {
       if (MV == kTileVectors || x.a_ahead != 0) {
         TEV_UNROLL
-        for (int v = 0; v < MV * kVectorBytes; v += 64) __builtin_prefetch(a + x.a_ahead + v / sizeof(R), 0, 2);
+        for (int v = 0; v < MV * kVectorBytes; v += kLineBytes) __builtin_prefetch(a + x.a_ahead + v / sizeof(R), 0, 2);
       }
     }
     TEV_UNROLL
@@ -315,7 +315,7 @@ TEV_INLINE void columns(const block<R>& x, int64_t count, const R* b, R* c, cons
 // Fetches what is `b_ahead` beyond the next `count` columns of B, a line of each as it lies.
 template <class T, class R>
 TEV_INLINE void fetch_b(const block<R>& x, int64_t count, const R* b) {
-  constexpr int kLine = 64 / static_cast<int>(sizeof(R));
+  constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
   if (x.b_step != kParts<T>) {
     for (int64_t p = 0; p < x.k; ++p) __builtin_prefetch(b + x.b_ahead + p * x.b_step, 0, 2);
     return;
