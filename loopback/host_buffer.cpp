@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include "loopback/host_internal.h"
@@ -30,9 +31,25 @@ int announce(vro_buffer* b, int memory) {
   return code;
 }
 
+// ftruncate, for a program whose file size is limited: the error is all that it gets, not the signal that comes with it
+// and would end it. The signal is sent to the calling thread, where it waits until it is taken away.
+int set_size(int memory, size_t bytes) {
+  sigset_t excess, old, pending;
+  sigemptyset(&excess);
+  sigaddset(&excess, SIGXFSZ);
+  pthread_sigmask(SIG_BLOCK, &excess, &old);
+  sigpending(&pending);
+  const int result = ftruncate(memory, static_cast<off_t>(bytes));
+  const int error = errno;
+  const timespec at_once = {0, 0};
+  if (result != 0 && !sigismember(&pending, SIGXFSZ)) sigtimedwait(&excess, nullptr, &at_once);
+  pthread_sigmask(SIG_SETMASK, &old, nullptr);
+  errno = error;
+  return result;
+}
+
 int create_mapped(vro_process* p, int memory, size_t bytes, vro_buffer** buffer) {
-  if (ftruncate(memory, static_cast<off_t>(bytes)) != 0 ||
-      fcntl(memory, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0)
+  if (set_size(memory, bytes) != 0 || fcntl(memory, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0)
     return fail(VRO_SYSTEM, "cannot make a buffer of %zu bytes: %s", bytes, strerrordesc_np(errno));
   auto b = std::make_unique<vro_buffer>(vro_buffer{p, 0, nullptr, bytes});
   b->address = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);

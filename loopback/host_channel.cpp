@@ -18,6 +18,7 @@ namespace {
 
 constexpr int kGraceMs = 200;       // from the close of the channel to the end of the process
 constexpr int kOtherLeaderMs = 10;  // between a sender's looks while somebody else receives
+constexpr int kCrowdedMs = 5;       // between a sender's tries while too many descriptors are under way
 
 enum class happening { message, timeout, room, ended };
 
@@ -72,9 +73,10 @@ bool take_reply(vro_process* p, const datagram& got) {
   return true;
 }
 
-// Called without the lock, returns with it: the sink has ended, or must.
+// The sink has ended, or must by the deadline. Lets go of the lock meanwhile.
 void end_process(vro_process* p, process_lock& lock, const char* if_alive, steady::time_point deadline) {
   char how[256];
+  lock.unlock();
   await_end(p->pidfd, deadline);
   const bool well = conclude(p->pidfd, if_alive, how, sizeof(how));
   lock.lock();
@@ -85,20 +87,16 @@ void end_process(vro_process* p, process_lock& lock, const char* if_alive, stead
 // Takes one reply, or notices what else happens. Nobody leads yet.
 void lead(vro_process* p, process_lock& lock, bool want_room, steady::time_point deadline) {
   datagram got;
-  const steady::time_point end_deadline = std::max(p->end_deadline, deadline_after(kGraceMs));
   p->leading = true;
   lock.unlock();
   const happening what = await(p, want_room, deadline, &got);
-  if (what == happening::ended) {
-    end_process(p, lock, "closed its channel, did not end in time", end_deadline);
-  } else {
-    for (int i = 0; what == happening::message && i < got.descriptor_count; ++i) close(got.descriptors[i]);
-    lock.lock();
-    if (what == happening::message && !take_reply(p, got)) {
-      lock.unlock();
-      end_process(p, lock, "sent a message that makes no sense", steady::now());
-    }
-  }
+  for (int i = 0; what == happening::message && i < got.descriptor_count; ++i) close(got.descriptors[i]);
+  lock.lock();
+  if (what == happening::ended)
+    end_process(p, lock, "closed its channel, did not end in time",
+                std::max(p->end_deadline, deadline_after(kGraceMs)));  // from now on, however long the wait was
+  if (what == happening::message && !take_reply(p, got))
+    end_process(p, lock, "sent a message that makes no sense", steady::now());
   p->leading = false;
   p->changed.notify_all();
 }
@@ -130,6 +128,8 @@ int post(vro_process* p, process_lock& lock, const iovec* pieces, size_t count, 
     if (c) p->pending.pop_back();
     if (error == EAGAIN)
       wait_for_room(p, lock, deadline);
+    else if (error == ETOOMANYREFS)  // the socket itself has room, so nothing would tell
+      pump(p, lock, std::min(deadline, deadline_after(kCrowdedMs)));
     else if (error == EPIPE || error == ECONNRESET)
       pump(p, lock, deadline);  // towards the end of the process
     else

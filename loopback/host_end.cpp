@@ -21,22 +21,21 @@ namespace {
 
 constexpr int kKillMs = 5000;  // a killed process that the system keeps longer is left to it
 
-// True when the status was 0.
-bool describe_status(int pidfd, char* text, size_t room) {
-  siginfo_t info = {};
+// False when there is none to take: the host program took it, or (si_pid 0) the process still lives.
+bool take_status(int pidfd, siginfo_t* info) {
+  *info = {};
   int result;
-  do result = waitid(P_PIDFD, static_cast<id_t>(pidfd), &info, WEXITED | WNOHANG);
+  do result = waitid(P_PIDFD, static_cast<id_t>(pidfd), info, WEXITED | WNOHANG);
   while (result < 0 && errno == EINTR);
-  if (result < 0)
-    std::snprintf(text, room, "ended (the host program took its status)");
-  else if (info.si_pid == 0)
-    std::snprintf(text, room, "does not end");
-  else if (info.si_code == CLD_EXITED)
-    std::snprintf(text, room, "exited with status %d", info.si_status);
+  return result == 0 && info->si_pid != 0;
+}
+
+void describe_status(const siginfo_t& status, char* text, size_t room) {
+  if (status.si_code == CLD_EXITED)
+    std::snprintf(text, room, "exited with status %d", status.si_status);
   else
-    std::snprintf(text, room, "was killed by signal %d (%s)", info.si_status,
-                  sigdescr_np(info.si_status) ? sigdescr_np(info.si_status) : "real-time");
-  return result == 0 && info.si_pid != 0 && info.si_code == CLD_EXITED && info.si_status == 0;
+    std::snprintf(text, room, "was killed by signal %d (%s)", status.si_status,
+                  sigdescr_np(status.si_status) ? sigdescr_np(status.si_status) : "real-time");
 }
 
 }  // namespace
@@ -56,12 +55,21 @@ bool await_end(int pidfd, steady::time_point deadline) {
 }
 
 bool conclude(int pidfd, const char* if_alive, char* text, size_t room) {
-  if (await_end(pidfd, steady::now())) return describe_status(pidfd, text, room);
-  pidfd_send_signal(pidfd, SIGKILL, nullptr, 0);
-  await_end(pidfd, deadline_after(kKillMs));
-  describe_status(pidfd, text, room);
-  std::snprintf(text, room, "%s and was killed", if_alive);
-  return false;
+  const bool alive = !await_end(pidfd, steady::now());
+  if (alive) {
+    pidfd_send_signal(pidfd, SIGKILL, nullptr, 0);
+    await_end(pidfd, deadline_after(kKillMs));
+  }
+  siginfo_t status;
+  const bool known = take_status(pidfd, &status);
+  const bool exited = known && status.si_code == CLD_EXITED;
+  if (alive && !exited && (!known || status.si_status == SIGKILL))
+    std::snprintf(text, room, "%s and was killed", if_alive);
+  else if (known)
+    describe_status(status, text, room);  // of a death of its own, even one that was only just faster than ours
+  else
+    std::snprintf(text, room, "ended (the host program took its status)");
+  return exited && status.si_status == 0;
 }
 
 void mark_ended(vro_process* p, const char* how) {

@@ -57,7 +57,9 @@ int vro_process_shutdown(vro_process* process, int timeout_ms);
 /* The process number of the sink. */
 int64_t vro_process_id(const vro_process* process);
 
-/* Makes a zeroed buffer of `bytes` (at least 1) that both sides map. */
+/* Makes a zeroed buffer of `bytes` (at least 1) that both sides map. Waits while a busy sink has so many new buffers to
+ * take that the system allows no more under way (as many as the program's limit of open files). A program's limit of
+ * file sizes holds for buffers, too: VRO_SYSTEM, and no SIGXFSZ. */
 int vro_buffer_create(vro_process* process, size_t bytes, vro_buffer** buffer);
 
 /* Where the buffer lies in this process; page-aligned, valid until it is destroyed, also after the sink has ended. */
@@ -86,7 +88,8 @@ const void* vro_completion_result(const vro_completion* completion);
 /* Forgets the call; it still runs. NULL is allowed. */
 void vro_completion_release(vro_completion* completion);
 
-/* What went wrong in the calling thread's last failed call; "" when none did. Valid until the thread's next call. */
+/* What went wrong in the calling thread's last failed call; "" when none did. Valid until the thread's next call.
+ * Printable: a control character, also of what a sink said, is a question mark. */
 const char* vro_last_error(void);
 
 #ifdef __cplusplus

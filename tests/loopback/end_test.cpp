@@ -49,10 +49,15 @@ TEST_F(End, OfTheChannelOnly) {
   expect_end("test_become_sleep", "", "closed its channel, did not end in time and was killed");
 }
 TEST_F(End, OfReason) {
-  vro_completion* c = start(process, "test_send_garbage");
-  const outcome o = finish(c, 0, 0);
+  const outcome o = call(process, "test_send", "garbage");
   EXPECT_NE(std::string::npos, o.error.find("sent a message that makes no sense and was killed")) << o.error;
   shut_down_ended();
+}
+
+TEST_F(End, AfterALongWaitKeepsItsCause) {
+  expect_end("test_die_late", bytes_of(SIGSEGV), "was killed by signal 11 (Segmentation fault)");
+  process = start_sink();
+  expect_end("test_die_late", bytes_of(-7), "exited with status 7");
 }
 
 TEST_F(End, KilledWhileThreadsWait) {

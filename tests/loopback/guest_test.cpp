@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The host library in programs that do as they like with their children, their signals and their forks.
+#include <linux/capability.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -74,6 +77,56 @@ TEST_F(Guest, InterruptedCallsAreRestarted) {
   setitimer(ITIMER_REAL, &calm, nullptr);
   sigaction(SIGALRM, &old, nullptr);
   EXPECT_GT(g_alarms, 100);
+}
+
+// Lowers a limit of this process for as long as it lives.
+class lowered {
+ public:
+  lowered(__rlimit_resource_t what, rlim_t limit) : what_(what) {
+    getrlimit(what, &old_);
+    const rlimit low = {limit, old_.rlim_max};
+    setrlimit(what, &low);
+  }
+  ~lowered() { setrlimit(what_, &old_); }
+
+ private:
+  __rlimit_resource_t what_;
+  rlimit old_;
+};
+
+TEST_F(Guest, OfALimitOfFileSizesGetsAnErrorAndNoSignal) {
+  const lowered limit(RLIMIT_FSIZE, 1 << 20);
+  sigset_t excess, old, pending;
+  sigemptyset(&excess);
+  sigaddset(&excess, SIGXFSZ);
+  for (const bool own_pending : {false, true}) {
+    pthread_sigmask(SIG_BLOCK, own_pending ? &excess : nullptr, &old);
+    if (own_pending) raise(SIGXFSZ);
+    vro_buffer* b = nullptr;
+    EXPECT_EQ(VRO_SYSTEM, vro_buffer_create(process, 2 << 20, &b));
+    EXPECT_STREQ("cannot make a buffer of 2097152 bytes: File too large", vro_last_error());
+    sigpending(&pending);
+    EXPECT_EQ(own_pending, sigismember(&pending, SIGXFSZ) == 1);
+    const timespec at_once = {0, 0};
+    if (own_pending) sigtimedwait(&excess, nullptr, &at_once);
+    pthread_sigmask(SIG_SETMASK, &old, &pending);
+    EXPECT_EQ(own_pending, sigismember(&pending, SIGXFSZ) == 1) << "the mask is not as it was";
+    EXPECT_EQ(VRO_OK, vro_buffer_create(process, 1 << 20, &b));
+  }
+}
+
+// More descriptors under way than a user may have: a thread without privileges has to wait until the sink takes some.
+TEST_F(Guest, OfABusySinkCanMakeManyBuffers) {
+  const lowered limit(RLIMIT_NOFILE, 64);
+  vro_completion* busy = start(process, "test_sleep", bytes_of(200));
+  std::thread([this] {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct none[2] = {};
+    ASSERT_EQ(0, syscall(SYS_capset, &header, none));  // of this thread alone
+    vro_buffer* b = nullptr;
+    for (int i = 0; i < 200; ++i) ASSERT_EQ(VRO_OK, vro_buffer_create(process, 1, &b)) << i << vro_last_error();
+  }).join();
+  EXPECT_EQ(VRO_OK, finish(busy, 0, 0).code);
 }
 
 // In a forked child every call fails at once; 0 when so.

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <thread>
 
+#include "loopback/protocol.h"
 #include "tests/loopback/fixture.h"
 
 namespace {
@@ -86,6 +87,14 @@ TEST_F(Service, BadRequestsAreRefusedAndTheSinkGoesOnServing) {
   EXPECT_EQ(nullptr, none);
   EXPECT_EQ(VRO_OK, call(process, "test_touch", "", 0, {own}).code);
   EXPECT_EQ(VRO_OK, vro_process_shutdown(other, kWaitMs));
+}
+
+TEST_F(Service, TextOfTheSinkIsMadePrintable) {
+  const std::string text = "\x1b[2J\n\x7f \x9b \xc2\x9b \xe0\x82\x9b \xc3\xa9 \xe2\x82\xac \xc3";
+  const vro::reply_header header = {
+      vro::kMagic, vro::kVersion, vro::kRefused, 1, 0, 0, static_cast<uint16_t>(text.size()), 0};
+  EXPECT_EQ("the sink refused 'test_send': ?[2J?? ? ?? ??? \xc3\xa9 \xe2\x82\xac ?",
+            call(process, "test_send", bytes_of(header) + text).error);
 }
 
 TEST_F(Service, BufferThatTheSinkCannotMapFailsTheCallThatUsesIt) {

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -97,9 +98,26 @@ RUN_FUNCTION(test_crash_with_child) {
   raise(SIGKILL);
 }
 
-// Writes on the channel what the runtime never would.
-RUN_FUNCTION(test_send_garbage) {
-  for (int i = 3; i < 64; ++i) send(i, "garbage", 7, MSG_NOSIGNAL);
+// Writes misc on the channel, which need not be what the runtime ever would.
+RUN_FUNCTION(test_send) {
+  for (int i = 3; i < 64; ++i) send(i, misc, misc_length, MSG_NOSIGNAL);
+}
+
+// Closes its channel after 300 ms and dies, as a large process may, only 50 ms later: by the signal in misc or, if that
+// is negative, with that status.
+RUN_FUNCTION(test_die_late) {
+  usleep(300000);
+  signal(SIGUSR1, [](int) {
+    for (;;) pause();
+  });
+  syscall(SYS_tgkill, getpid(), getpid(), SIGUSR1);  // the main thread would notice the close, and exit
+  usleep(20000);
+  for (int i = 3; i < 64; ++i) shutdown(i, SHUT_RDWR);
+  usleep(50000);
+  const int death = misc_number(misc, misc_length);
+  if (death < 0) _exit(-death);
+  signal(death, SIG_DFL);
+  raise(death);
 }
 
 // A nasty end: the shutdown hangs.
