@@ -17,7 +17,7 @@
 #include <cstring>
 #include <vector>
 
-#include "blas_threading/barrier.h"
+#include "blas_threading/team/barrier.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "blas_threading/barrier.h"
+#include "blas_threading/team/barrier.h"
 #include "tev/types.h"
 
 namespace tev::lapack {

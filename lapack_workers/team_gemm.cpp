@@ -9,7 +9,7 @@
 
 #include "blas_threading/element.h"
 #include "blas_threading/kernel_calls.h"
-#include "blas_threading/team.h"
+#include "blas_threading/team/team.h"
 #include "lapack_workers/team.h"
 #include "tev/service.h"
 

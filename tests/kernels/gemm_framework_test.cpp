@@ -17,10 +17,10 @@
 #include <thread>
 #include <vector>
 
-#include "blas_threading/barrier.h"
+#include "blas_threading/team/barrier.h"
 #include "kernels/records.h"
-#include "tests/support/tier_list.h"
 #include "tests/support/guarded.h"
+#include "tests/support/tier_list.h"
 #include "tev/service.h"
 
 #define TEV_EACH_FRAMEWORK_TIER(row) row(avx2) row(avx512) row(avx512_zel)

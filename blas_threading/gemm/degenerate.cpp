@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// One row of C is op(B)^T times a row of op(A), one column is op(A) times a column of op(B), and with k = 1 the product
+// is a rank-1 update.
+//
+// Complex operands may ask for products that level 2 does not have: conj(B) x, or A^T conj(x). Conjugating the whole
+// equation turns one into the other,
+//
+//   y := alpha A^T conj(x) + beta y    <=>    conj(y) := conj(alpha) A^H x + conj(beta) conj(y)
+//
+// so the result is conjugated in place around the call; only a product with A as stored and conj(x) needs a copy of x.
+#include "blas_threading/gemm/degenerate.h"
+
+#include "kernels/records.h"
+#include "service/xerbla.h"
+#include "tev/blas.h"
+#include "tev/service.h"
+
+namespace tev::blas {
+
+namespace {
+
+using kernels::kConjTrans;
+using kernels::kNoTrans;
+
+template <class T>
+struct level2;
+#define TEV_LEVEL2(T, p)                                   \
+  template <>                                              \
+  struct level2<T> {                                       \
+    static constexpr auto copy = tev_blas_##p##copy;       \
+    static constexpr auto gemv = tev_blas_##p##gemv;       \
+    static constexpr auto gemmger = tev_blas_##p##gemmger; \
+  };
+TEV_LEVEL2(float, s)
+TEV_LEVEL2(double, d)
+TEV_LEVEL2(tev_complex8, c)
+TEV_LEVEL2(tev_complex16, z)
+#undef TEV_LEVEL2
+
+constexpr int64_t kAlignment = 128;
+constexpr int64_t kOne = 1;
+
+template <class T>
+T* allocate(int64_t count) {
+  return static_cast<T*>(tev_serv_allocate(count * static_cast<int64_t>(sizeof(T)), kAlignment));
+}
+
+template <class T>
+constexpr bool conjugates(int32_t code) {
+  return kComplex<T> && code == kConjTrans;
+}
+
+template <class T>
+void conjugate_in_place(int64_t n, T* x, int64_t inc) {
+  for (int64_t i = 0; i < n; ++i) x[i * inc] = conjugate(x[i * inc]);
+}
+
+// y := alpha op(A) op(x) + beta y. A is stored as rows x columns; any of transposition, conjugation of A, of x.
+template <class T>
+struct matrix_vector {
+  bool transposed, conjugated;
+  int64_t rows, columns;
+  T alpha;
+  const T* a;
+  int64_t lda;
+  const T* x;
+  int64_t incx;
+  bool x_conjugated;
+  T beta;
+  T* y;
+  int64_t incy;
+};
+
+template <class T>
+void call_gemv(const matrix_vector<T>& p) {
+  const char* const trans = !p.transposed ? "N" : p.conjugated ? "C" : "T";
+  level2<T>::gemv(trans, &p.rows, &p.columns, &p.alpha, p.a, &p.lda, p.x, &p.incx, &p.beta, p.y, &p.incy);
+}
+
+// A as stored, conj(x).
+template <class T>
+bool multiply_conjugated_copy(matrix_vector<T> p, void (*multiply_vector)(const matrix_vector<T>&)) {
+  T* const copy = allocate<T>(p.columns);
+  if (copy == nullptr) return false;
+  for (int64_t i = 0; i < p.columns; ++i) copy[i] = conjugate(p.x[i * p.incx]);
+  p.x = copy;
+  p.incx = 1;
+  multiply_vector(p);
+  tev_serv_deallocate(copy);
+  return true;
+}
+
+// The equation is conjugated already: y follows.
+template <class T>
+void call_gemv_conjugated(const matrix_vector<T>& p) {
+  const int64_t length = p.transposed ? p.columns : p.rows;
+  if (!is_value(p.beta, 0)) conjugate_in_place(length, p.y, p.incy);
+  call_gemv(p);
+  conjugate_in_place(length, p.y, p.incy);
+}
+
+template <class T>
+bool multiply_vector(matrix_vector<T> p) {
+  const bool flip = p.transposed ? p.x_conjugated : p.conjugated;
+  if (flip) {
+    p.conjugated = !p.conjugated;
+    p.x_conjugated = !p.x_conjugated;
+    p.alpha = conjugate(p.alpha);
+    p.beta = conjugate(p.beta);
+  }
+  const auto call = flip ? call_gemv_conjugated<T> : call_gemv<T>;
+  if (p.x_conjugated) return multiply_conjugated_copy(p, call);
+  call(p);
+  return true;
+}
+
+// Row i of C.
+template <class T>
+bool one_row(const gemm_arguments<T>& p, int64_t i) {
+  const bool a_plain = p.op_a == kNoTrans, b_plain = p.op_b == kNoTrans;
+  return multiply_vector<T>({.transposed = b_plain,
+                             .conjugated = conjugates<T>(p.op_b),
+                             .rows = b_plain ? p.k : p.n,
+                             .columns = b_plain ? p.n : p.k,
+                             .alpha = p.alpha,
+                             .a = p.b,
+                             .lda = p.ldb,
+                             .x = p.a + (a_plain ? i : i * p.lda),
+                             .incx = a_plain ? p.lda : 1,
+                             .x_conjugated = conjugates<T>(p.op_a),
+                             .beta = p.beta,
+                             .y = p.c + i,
+                             .incy = p.ldc});
+}
+
+template <class T>
+bool one_column(const gemm_arguments<T>& p) {
+  const bool a_plain = p.op_a == kNoTrans;
+  return multiply_vector<T>({.transposed = !a_plain,
+                             .conjugated = conjugates<T>(p.op_a),
+                             .rows = a_plain ? p.m : p.k,
+                             .columns = a_plain ? p.k : p.m,
+                             .alpha = p.alpha,
+                             .a = p.a,
+                             .lda = p.lda,
+                             .x = p.b,
+                             .incx = p.op_b == kNoTrans ? 1 : p.ldb,
+                             .x_conjugated = conjugates<T>(p.op_b),
+                             .beta = p.beta,
+                             .y = p.c,
+                             .incy = 1});
+}
+
+// Few rows, and columns of B (and of A, or so few of its elements) that share cache sets.
+template <class T>
+bool is_few_rows(const gemm_arguments<T>& p) {
+  return p.op_b == kNoTrans && p.m < 8 && (p.lda < 8 || p.lda % 256 == 0) && p.ldc < 8 && p.ldb % 256 == 0 &&
+         tev_serv_cpu_detect() == TEV_CPU_AVX512_ZEL;
+}
+
+template <class T>
+bool few_rows(const gemm_arguments<T>& p) {
+  for (int64_t i = 0; i < p.m; ++i) one_row(p, i);  // B is not transposed: no copy that could fail
+  return true;
+}
+
+// The column is read once per column of C. A strided one of more than 64 elements is first copied; plainly, since the
+// update conjugates by the letters.
+template <class T>
+bool rank_1(const gemm_arguments<T>& p) {
+  constexpr char kLetters[] = {'N', 'T', 'C'};
+  const auto letter = [&](int32_t code) { return &kLetters[code < 0 ? kernels::kTrans : code]; };
+  const int64_t a_stride = p.op_a == kNoTrans ? 1 : p.lda, b_stride = p.op_b == kNoTrans ? p.ldb : 1;
+  const auto update = [&](const T* x, const int64_t& stride) {
+    level2<T>::gemmger(letter(p.op_a), letter(p.op_b), &p.m, &p.n, &p.alpha, x, &stride, p.b, &b_stride, &p.beta, p.c,
+                       &p.ldc);
+    return true;
+  };
+  if (a_stride == 1 || p.m <= 64) return update(p.a, a_stride);
+  constexpr char kName[] = {element<T>::kLetter, 'G', 'E', 'M', 'M', '\0'};
+  T* const column = allocate<T>(p.m);
+  if (tev_serv_check_ptr_and_warn(column, kName) != 0) return update(p.a, a_stride);
+  level2<T>::copy(&p.m, p.a, &a_stride, column, &kOne);
+  update(column, kOne);
+  tev_serv_deallocate(column);
+  return true;
+}
+
+}  // namespace
+
+template <class T>
+bool degenerate_product(const gemm_arguments<T>& p) {
+  if (p.m == 1) return one_row(p, 0);
+  if (is_few_rows(p)) return few_rows(p);
+  if (p.n == 1) return one_column(p);
+  if (p.k == 1) return rank_1(p);
+  return false;
+}
+
+template bool degenerate_product(const gemm_arguments<float>&);
+template bool degenerate_product(const gemm_arguments<double>&);
+template bool degenerate_product(const gemm_arguments<tev_complex8>&);
+template bool degenerate_product(const gemm_arguments<tev_complex16>&);
+
+}  // namespace tev::blas

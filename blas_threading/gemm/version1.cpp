@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// A team brings a product to its end when its slowest thread does. A thread's time is told in multiply-adds: its block
+// of C for every step of k, and the rows of A and columns of B that it packs for itself. So square blocks win among
+// those of equal size, and rows over columns among equals: the large packed panel of each thread, A's, is smaller then.
+#include "blas_threading/gemm/version1.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "blas_threading/gemm/degenerate.h"
+#include "blas_threading/gemm/thread_count.h"
+#include "blas_threading/gemm/version1_shared.h"
+#include "blas_threading/kernel_calls.h"
+#include "blas_threading/team/team.h"
+#include "blas_threading/vectors/level1.h"
+
+namespace tev::blas {
+
+namespace {
+
+// In multiply-adds, as kPackingWork: a meeting, for each thread; a multiply-add of the kernels that pack nothing, which
+// pass over A for every few columns. And what sharing has to save, and do between two meetings, since its threads also
+// wait for the one that is late.
+constexpr double kMeetingWork = 2000, kUnpackedWork = 1.1, kUnpackedFewColumns = 1.15;
+constexpr double kPays = 0.98, kLeastBetweenMeetings = 2e6;
+constexpr double kFew = 72, kSmall = 105;  // the tiers pack nothing below kFew rows or columns, or kSmall of both
+
+int64_t tiles_of(int64_t extent, int64_t tile) { return (extent + tile - 1) / tile; }
+
+int64_t cut(int64_t length, int64_t i, int64_t parts) { return length / parts * i + length % parts * i / parts; }
+
+int64_t longest_run(int64_t length, int64_t run, int64_t parts) {
+  return length / parts * run + (length % parts * run + parts - 1) / parts;
+}
+
+// Of the slowest thread in a group of `members`.
+double group_work(int64_t m, int64_t n, const version1_grid& grid, int64_t members, int64_t tile_rows) {
+  const int64_t down = longest_run(tiles_of(m, tile_rows), 1, members),
+                across = longest_run(tiles_of(n, kVersion1Columns), members, grid.threads);
+  const auto rows = static_cast<double>(std::min(m, down * tile_rows)),
+             columns = static_cast<double>(std::min(n, across * kVersion1Columns));
+  return rows * columns + kPackingWork * (rows + columns);
+}
+
+double grid_work(int64_t m, int64_t n, const version1_grid& grid, int64_t tile_rows) {
+  const int64_t members = grid.threads / grid.groups;
+  const double small = group_work(m, n, grid, members, tile_rows);
+  if (grid.threads % grid.groups == 0) return small;
+  return std::max(small, group_work(m, n, grid, members + 1, tile_rows));
+}
+
+// The product as the threads see it.
+template <class T>
+struct product {
+  char transa, transb;
+  gemm_arguments<T> p;
+
+  version1_grid best_grid(int64_t threads) const { return best_version1_grid(p.m, p.n, threads, kVersion1Rows<T>); }
+  shared_grid best_shared(int64_t threads, bool share_a, bool share_b) const {
+    return best_shared_grid(p.m, p.n, threads, kVersion1Rows<T>, share_a, share_b);
+  }
+};
+
+// Any other letter is addressed as transposed.
+int32_t code_of(char letter) {
+  const int upper = letter & ~0x20;
+  return upper == 'N' ? kernels::kNoTrans : upper == 'C' ? kernels::kConjTrans : kernels::kTrans;
+}
+
+template <class T>
+void compute_block(const product<T>& x, const block& part) {
+  if (part.rows < 1 || part.columns < 1) return;
+  const gemm_arguments<T>& p = x.p;
+  const T* const a = p.a + part.row * (p.op_a == kernels::kNoTrans ? 1 : p.lda);
+  const T* const b = p.b + part.column * (p.op_b == kernels::kNoTrans ? p.ldb : 1);
+  kernel_calls<T>::xgemm(&x.transa, &x.transb, &part.rows, &part.columns, &p.k, &p.alpha, a, &p.lda, b, &p.ldb, &p.beta,
+                         p.c + part.row + part.column * p.ldc, &p.ldc);
+}
+
+// `wanted` for a team of its size.
+template <class T>
+void compute_on_grid(const product<T>& x, const version1_grid& wanted) {
+  if (wanted.threads < 2) return compute_block(x, {0, 0, x.p.m, x.p.n});
+  run_team(wanted.threads, [&](int64_t thread, int64_t team) {
+    const version1_grid grid = team == wanted.threads ? wanted : x.best_grid(team);
+    if (thread < grid.threads) compute_block(x, version1_block(grid, thread, x.p.m, x.p.n, kVersion1Rows<T>));
+  });
+}
+
+template <class T>
+void compute_shared(const product<T>& x, const shared_grid& grid, int64_t threads) {
+  const bool adds = x.p.k > 0 && !is_value(x.p.alpha, 0);
+  if (grid.threads() < 2 || !adds || !multiply_shared(x.p, grid)) compute_on_grid(x, x.best_grid(threads));
+}
+
+// Rows of threads, in each of which the tier divides the columns.
+template <class T>
+void compute_by_shares(const product<T>& x, const shared_grid& grid) {
+  run_team(grid.threads(), [&](int64_t thread, int64_t team) {
+    const gemm_arguments<T>& p = x.p;
+    const int64_t rows = team == grid.threads() ? grid.rows : 1, columns = team / rows;
+    const int64_t row = thread % rows, column = thread / rows;
+    const int64_t first = tile_edge(p.m, kVersion1Rows<T>, row, rows),
+                  length = tile_edge(p.m, kVersion1Rows<T>, row + 1, rows) - first;
+    const T* const a = p.a + first * (p.op_a == kernels::kNoTrans ? 1 : p.lda);
+    if (length > 0)
+      kernel_calls<T>::xgemm_par(&x.transa, &x.transb, &length, &p.n, &p.k, &p.alpha, a, &p.lda, p.b, &p.ldb, &p.beta,
+                                 p.c + first, &p.ldc, &column, &columns);
+  });
+}
+
+// The same blocks, each thread by itself.
+version1_grid even_groups(const shared_grid& grid) { return {grid.threads(), grid.columns}; }
+
+// Per step of k, in the time of the slowest thread. A small block goes to the tier's kernels that pack nothing.
+double alone_work(const block& part) {
+  const auto rows = static_cast<double>(part.rows), columns = static_cast<double>(part.columns);
+  if (columns < kFew) return kUnpackedFewColumns * rows * columns;
+  if (rows < kFew || std::max(rows, columns) < kSmall) return kUnpackedWork * rows * columns;
+  return rows * columns + kPackingWork * (rows + columns);
+}
+
+// Threads that outnumber the processors would wait for each other's turns.
+template <class T>
+bool sharing_pays(const gemm_arguments<T>& p, const version1_grid& alone, const shared_grid& together) {
+  const int64_t threads = together.threads();
+  if (threads < 2 || threads > omp_get_num_procs()) return false;
+  const auto depth = static_cast<double>(p.k);
+  const block last = version1_block(alone, alone.threads - 1, p.m, p.n, kVersion1Rows<T>);
+  if (product_work(last.rows, last.columns, std::min(p.k, kSharedDepth)) < kLeastBetweenMeetings) return false;
+  const double meetings = std::ceil(depth / kSharedDepth) * kMeetingWork * static_cast<double>(threads),
+               shared = shared_work(p.m, p.n, together, kVersion1Rows<T>) * depth + meetings;
+  return shared < kPays * depth * alone_work(last);
+}
+
+template <class T>
+void compute(const product<T>& x) {
+  const gemm_arguments<T>& p = x.p;
+  if (p.m < 1 || p.n < 1) return;
+  if (p.k < 1 || is_value(p.alpha, 0)) return kernel_calls<T>::mscale(&p.m, &p.n, &p.beta, p.c, &p.ldc);
+  const int32_t tier = tev_serv_cpu_detect();
+  if (never_worth_a_team(tier, p.m, p.n, p.k, kWorkPerElement<T>)) return compute_block(x, {0, 0, p.m, p.n});
+  const int64_t threads = gemm_thread_count(tier, p.m, p.n, p.k, kWorkPerElement<T>, available_threads());
+  const version1_grid alone = x.best_grid(threads);
+  const shared_grid together = x.best_shared(threads, true, true);
+  if (sharing_pays<T>(p, alone, together)) return compute_shared(x, together, threads);
+  compute_on_grid(x, alone);
+}
+
+}  // namespace
+
+int64_t tile_edge(int64_t extent, int64_t tile, int64_t i, int64_t parts) {
+  return std::min(extent, cut(tiles_of(extent, tile), i, parts) * tile);
+}
+
+version1_grid best_version1_grid(int64_t m, int64_t n, int64_t threads, int64_t tile_rows) {
+  version1_grid best = {std::min(threads, tiles_of(m, tile_rows) * tiles_of(n, kVersion1Columns)), 1};
+  double least = grid_work(m, n, best, tile_rows);
+  for (int64_t groups = 2; groups <= best.threads; ++groups) {
+    const double work = grid_work(m, n, {best.threads, groups}, tile_rows);
+    if (work < least) least = work, best.groups = groups;
+  }
+  return best;
+}
+
+block version1_block(const version1_grid& grid, int64_t thread, int64_t m, int64_t n, int64_t tile_rows) {
+  // The first groups have one member more.
+  const int64_t members = grid.threads / grid.groups, large = grid.threads % grid.groups * (members + 1);
+  const int64_t size = thread < large ? members + 1 : members;
+  const int64_t place = (thread < large ? thread : thread - large) % size, first = thread - place;
+  const int64_t row = tile_edge(m, tile_rows, place, size),
+                column = tile_edge(n, kVersion1Columns, first, grid.threads);
+  return {row, column, tile_edge(m, tile_rows, place + 1, size) - row,
+          tile_edge(n, kVersion1Columns, first + size, grid.threads) - column};
+}
+
+template <class T>
+void gemm_omp_driver_v1(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a, int64_t lda,
+                        const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
+  compute(product<T>{transa, transb, {code_of(transa), code_of(transb), m, n, k, alpha, a, lda, b, ldb, beta, c, ldc}});
+}
+
+}  // namespace tev::blas
+
+#define TEV_PARAMETERS(T)                                                                                       \
+  const char *transa, const char *transb, const int64_t *m, const int64_t *n, const int64_t *k, const T *alpha, \
+      const T *a, const int64_t *lda, const T *b, const int64_t *ldb, const T *beta, T *c, const int64_t *ldc
+#define TEV_PRODUCT(T)                                                                                               \
+  tev::blas::product<T> {                                                                                            \
+    *transa, *transb, {                                                                                              \
+      tev::blas::code_of(*transa), tev::blas::code_of(*transb), *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc \
+    }                                                                                                                \
+  }
+// The product as x, the number of threads as t.
+#define TEV_STRATEGY(p, T, name, compute)                                                \
+  extern "C" void tev_blas_##p##gemm_##name(TEV_PARAMETERS(T), const int64_t* threads) { \
+    const auto x = TEV_PRODUCT(T);                                                       \
+    const int64_t t = *threads;                                                          \
+    compute;                                                                             \
+  }
+#define TEV_SHARES(p, grid) \
+  tev_blas_##p##gemm_api_support() == 1 ? compute_by_shares(x, grid) : compute_on_grid(x, x.best_grid(t))
+#define TEV_VERSION1_DRIVERS(p, T)                                                                                   \
+  template void tev::blas::gemm_omp_driver_v1(char, char, int64_t, int64_t, int64_t, T, const T*, int64_t, const T*, \
+                                              int64_t, T, T*, int64_t);                                              \
+  extern "C" void tev_blas_##p##gemm_omp_driver_v1(TEV_PARAMETERS(T)) { tev::blas::compute(TEV_PRODUCT(T)); }        \
+  TEV_STRATEGY(p, T, 1d_row, compute_on_grid(x, {t, 1}))                                                             \
+  TEV_STRATEGY(p, T, 1d_col, compute_on_grid(x, {t, t}))                                                             \
+  TEV_STRATEGY(p, T, 2d_bsrc, compute_on_grid(x, tev::blas::even_groups(x.best_shared(t, false, false))))            \
+  TEV_STRATEGY(p, T, 2d_improved_bsrc, compute_on_grid(x, x.best_grid(t)))                                           \
+  TEV_STRATEGY(p, T, 1d_with_copy_0, compute_shared(x, {t, 1, false, true}, t))                                      \
+  TEV_STRATEGY(p, T, 2d_bcopy, compute_shared(x, x.best_shared(t, false, true), t))                                  \
+  TEV_STRATEGY(p, T, 2d_acopy_n, compute_shared(x, x.best_shared(t, true, false), t))                                \
+  TEV_STRATEGY(p, T, 2d_abcopy_abx_m_km_par_p, compute_shared(x, x.best_shared(t, true, true), t))                   \
+  TEV_STRATEGY(p, T, 2d_xgemm_p, TEV_SHARES(p, x.best_shared(t, false, false)))                                      \
+  TEV_STRATEGY(p, T, xgemm_external_omp, TEV_SHARES(p, (tev::blas::shared_grid{1, t, false, false})))
+TEV_VERSION1_DRIVERS(s, float)
+TEV_VERSION1_DRIVERS(d, double)
+TEV_VERSION1_DRIVERS(c, tev_complex8)
+TEV_VERSION1_DRIVERS(z, tev_complex16)

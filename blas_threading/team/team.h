@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Work over the OpenMP team: when a team is worth forming, and which part of a length belongs to which thread.
+#pragma once
+
+#include <omp.h>
+
+#include <cstdint>
+
+#include "blas_threading/team/crowding.h"
+#include "service/work_split.h"
+
+namespace tev::blas {
+
+// Half-open range of row, column or depth indices.
+struct span {
+  int64_t begin, end;
+};
+
+// The most threads that a call may use. The runtime would complain aloud about more than its limit.
+int64_t permitted_threads();
+
+// The same, while other work may hold the processors.
+int64_t available_threads();
+
+// Multiply-adds below which forming a team costs more than it brings: 64^3, some 50 microseconds of one thread, where
+// waking a sleeping team takes up to ten.
+inline constexpr double kForkWork = 64.0 * 64 * 64;
+
+// Multiply-adds of a product; in double, since three sizes of 64 bits overflow an integer.
+inline double product_work(int64_t m, int64_t n, int64_t k) {
+  return static_cast<double>(m) * static_cast<double>(n) * static_cast<double>(k);
+}
+
+// Runs body(index, size) on every thread of a team that is asked to have `threads`. `size` is that of the team that
+// really formed.
+template <class Body>
+void run_team(int64_t threads, const Body& body) {
+  region_watch watch;
+#pragma omp parallel num_threads(static_cast <int>(threads))
+  {
+    const int64_t index = omp_get_thread_num(), size = omp_get_num_threads();
+    if (index == 0) watch.share_begins(size);
+    body(index, size);
+    if (index == 0) watch.share_ends();
+  }
+}
+
+// Runs body(index, threads) on every thread of a team. `threads` is the size of the team that really formed: one for
+// small work and inside a parallel region, and possibly fewer than asked for anywhere.
+template <class Body>
+void on_team(double work, const Body& body) {
+#pragma omp parallel if (work >= kForkWork && !omp_in_parallel())
+  body(static_cast<int64_t>(omp_get_thread_num()), static_cast<int64_t>(omp_get_num_threads()));
+}
+
+// The part of [0, length) of thread `index` of `threads`, in whole blocks but for the last.
+inline span part_of(int64_t index, int64_t threads, int64_t length, int64_t block) {
+  int64_t count = 0;
+  const int64_t begin = tev_serv_divbythreadsnb(&index, &threads, &length, &block, &count);
+  return {begin, begin + count};
+}
+
+}  // namespace tev::blas

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Matrix-vector products and rank-1 updates over the OpenMP team: when a team is worth forming, and the drivers that
+// form one.
+#pragma once
+
+#include <cstdint>
+
+#include "blas_threading/vectors/level1.h"
+#include "kernels/routine_types.h"
+
+namespace tev::blas {
+
+// Rows of y that threads share out: a cache line of doubles.
+inline constexpr int64_t kRowBlock = 8;
+
+// What counts elements below is told for doubles; the other types have the same limits in bytes.
+template <class T>
+constexpr int64_t doubles(int64_t count) {
+  return count * 8 / static_cast<int64_t>(sizeof(T));
+}
+
+// Never worth a team, whatever the machine.
+template <class T>
+bool gemv_is_small(int64_t m, int64_t n) {
+  return m < doubles<T>(64) && n < doubles<T>(64);
+}
+
+// Is an m x n product worth a team of `threads`? Up to 12 threads a share must be large enough; beyond that, in dynamic
+// mode, it only must not be empty.
+template <class T>
+bool gemv_deserves_team(bool plain, int64_t m, int64_t n, int64_t threads, bool dynamic) {
+  if (threads < 2 || gemv_is_small<T>(m, n)) return false;
+  const bool few = threads <= 12;
+  if (!plain) {
+    if (m >= doubles<T>(10000) && n <= doubles<T>(100)) return true;
+    const int64_t columns = n / threads, share = m * columns;
+    if (few) return share >= (columns < doubles<T>(64) ? doubles<T>(2048) : doubles<T>(4096));
+    return share >= doubles<T>(4096) || (columns > 0 && dynamic);
+  }
+  const int64_t rows = m / threads, whole_rows = rows / kRowBlock * kRowBlock;
+  if (rows <= doubles<T>(500) && n >= doubles<T>(64) * threads) return true;
+  if (few) return whole_rows * n >= (whole_rows < doubles<T>(64) ? doubles<T>(1536) : doubles<T>(3072));
+  return rows * n >= doubles<T>(4096) || (rows > 0 && dynamic);
+}
+
+// Elements of the matrix for each thread of a rank-1 update, which reads and writes them all.
+inline constexpr int64_t kRank1Chunk = 8192;
+
+// Threads for an m x n rank-1 update, which is split by columns.
+inline int32_t rank1_threads(int64_t m, int64_t n) {
+  const int64_t elements = m * n;
+  if (elements < 2 * kRank1Chunk) return 1;
+  return static_cast<int32_t>(std::min({available_threads(), n, (elements + kRank1Chunk - 1) / kRank1Chunk}));
+}
+
+}  // namespace tev::blas
+
+extern "C" {
+
+// tev_blas_?gemv and tev_blas_?gemmger once the decision for a team is taken. They have a region also when the team is
+// of one thread, and compute the whole result on whatever team forms.
+#define TEV_LEVEL2_DRIVERS(p, T)                   \
+  tev::kernels::gemv_fn<T> tev_blas_##p##gemv_omp; \
+  tev::kernels::gemmger_fn<T> tev_blas_##p##gemmger_omp;
+TEV_LEVEL2_DRIVERS(s, float)
+TEV_LEVEL2_DRIVERS(d, double)
+TEV_LEVEL2_DRIVERS(c, tev_complex8)
+TEV_LEVEL2_DRIVERS(z, tev_complex16)
+#undef TEV_LEVEL2_DRIVERS
+
+}  // extern "C"

@@ -1,0 +1,344 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Level 1 and 2 on teams: when one forms, that its pieces cover everything once, and that every routine gives what a
+// plain loop gives, on any number of threads. Whole numbers: every sum is exact, so results match bit for bit.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <complex>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "blas_threading/vectors/level2.h"
+#include "tests/support/fake_processor.h"
+#include "tests/support/matrix.h"
+#include "tev/blas.h"
+
+namespace tev::test {
+namespace {
+
+using namespace tev::blas;
+
+constexpr uint64_t kSeed = 20240229;
+
+template <class T>
+struct calls;
+#define TEV_CALLS(type, parts, p, ger_name, gerc_name)       \
+  template <>                                                \
+  struct calls<type> {                                       \
+    using element = parts;                                   \
+    static constexpr auto scal = tev_blas_##p##scal;         \
+    static constexpr auto copy = tev_blas_##p##copy;         \
+    static constexpr auto axpy = tev_blas_##p##axpy;         \
+    static constexpr auto gemv = tev_blas_##p##gemv;         \
+    static constexpr auto gemv_omp = tev_blas_##p##gemv_omp; \
+    static constexpr auto gemmger = tev_blas_##p##gemmger;   \
+    static constexpr auto ger = tev_blas_##p##ger_name;      \
+    static constexpr auto gerc = tev_blas_##p##gerc_name;    \
+  };
+TEV_CALLS(float, float, s, ger, ger)
+TEV_CALLS(double, double, d, ger, ger)
+TEV_CALLS(std::complex<float>, tev_complex8, c, geru, gerc)
+TEV_CALLS(std::complex<double>, tev_complex16, z, geru, gerc)
+
+template <class T>
+auto in(const T* x) {
+  return reinterpret_cast<const typename calls<T>::element*>(x);
+}
+template <class T>
+auto out(T* x) {
+  return reinterpret_cast<typename calls<T>::element*>(x);
+}
+
+// n elements, `inc` apart; NaN between them.
+template <class T>
+struct vector {
+  int64_t n, inc;
+  std::vector<T> stored;
+
+  vector(int64_t length, int64_t increment, engine& random, bool filled = true)
+      : n(length), inc(increment), stored(1 + (length - 1) * std::abs(increment), nan_element<T>()) {
+    for (int64_t i = 0; filled && i < n; ++i) (*this)[i] = random_element<T>(random, values::whole);
+  }
+  T& operator[](int64_t i) { return stored[inc < 0 ? (i - n + 1) * inc : i * inc]; }
+  const T& operator[](int64_t i) const { return stored[inc < 0 ? (i - n + 1) * inc : i * inc]; }
+  bool same_as(const vector& other) const {
+    for (size_t i = 0; i < stored.size(); ++i)
+      if (stored[i] != other.stored[i] && (stored[i] == stored[i] || other.stored[i] == other.stored[i])) return false;
+    return true;
+  }
+};
+
+template <class T>
+T conjugated_if(bool conjugated, T x) {
+  if constexpr (kIsComplex<T>) return conjugated ? std::conj(x) : x;
+  return x;
+}
+
+// For the calling thread, as long as it lives.
+struct own_threads {
+  explicit own_threads(int32_t n) : before(tev_serv_set_num_threads_local(n)) {}
+  ~own_threads() { tev_serv_set_num_threads_local(before); }
+  int32_t before;
+};
+
+int64_t threads_of_process() {
+  const std::filesystem::directory_iterator tasks("/proc/self/task");
+  return std::distance(begin(tasks), end(tasks));
+}
+
+// Does the call start threads? On that processor, in a fresh process with four threads at hand.
+template <class Call>
+bool forks(const fake_processor& processor, const Call& call) {
+  const child_result result = in_child({}, [&] {
+    processor.install();
+    tev_serv_set_num_threads_local(4);
+    const int64_t before = threads_of_process();
+    call();
+    return threads_of_process() > before ? 3 : 2;
+  });
+  EXPECT_TRUE(result.status == 2 || result.status == 3) << result.status << result.err;
+  return result.status == 3;
+}
+
+TEST(VectorTeam, FormsFromTheThresholdsOn) {
+  static constexpr double kTwo = 2;
+  static constexpr int64_t kOne = 1;
+  const auto scal = [](int64_t n, int64_t inc) {
+    std::vector<double> x(n);
+    return forks(ssse3_processor(), [&] { tev_blas_dscal(&n, &kTwo, x.data(), &inc); });
+  };
+  const auto ger = [](int64_t m, int64_t n) {
+    std::vector<double> x(m + n), a(m * n);
+    return forks(ssse3_processor(),
+                 [&] { tev_blas_dger(&m, &n, &kTwo, x.data(), &kOne, x.data(), &kOne, a.data(), &m); });
+  };
+  const auto gemv = [](const fake_processor& processor, int64_t n) {
+    std::vector<double> a(n * n), x(n), y(n);
+    return forks(processor,
+                 [&] { tev_blas_dgemv("T", &n, &n, &kTwo, a.data(), &n, x.data(), &kOne, &kTwo, y.data(), &kOne); });
+  };
+  EXPECT_TRUE(scal(8192, 1) && !scal(8191, 1) && !scal(100000, 0));
+  EXPECT_TRUE(ger(128, 128) && !ger(128, 127));
+  EXPECT_TRUE(gemv(ssse3_processor(), 256) && !gemv(ssse3_processor(), 63));
+  EXPECT_FALSE(gemv(sse2_processor(), 256) || gemv(amd(ssse3_processor()), 256));
+}
+
+// `call` with its pieces counted.
+std::vector<int> visits(int64_t n, int32_t wanted, int32_t* given) {
+  std::vector<int> seen(n);
+  level1_call<int> call = {n, 0, nullptr, 1, seen.data(), 1, 0, wanted, [](const level1_call<int>& c, piece part) {
+                             for (int64_t i = 0; i < part.size; ++i) ++address_of(part, c.n, c.y, c.incy)[i];
+                           }};
+  run_on_team(call);
+  *given = call.threads;
+  return seen;
+}
+
+TEST(VectorTeam, SmallerThanAskedForComputesEverything) {
+  const environment limited = {{"OMP_THREAD_LIMIT", "3"}, {"OMP_MAX_ACTIVE_LEVELS", "2"}};
+  const child_result result = in_child(limited, [] {
+    int32_t given = 0;  // afterwards, the threads that the runtime gave
+    bool right = visits(1000, 8, &given) == std::vector<int>(1000, 1) && given == 3;
+#pragma omp parallel num_threads(2) reduction(&& : right)
+    {
+      const own_threads four(4);
+      int32_t inner = 0;
+      right = right && visits(1000, 4, &inner) == std::vector<int>(1000, 1) && inner >= 1 && inner <= 2;
+      const int64_t n = 100000, m = 300, one = 1;
+      const double two = 2, zero = 0;
+      std::vector<double> x(n, 1.0), y(m);
+      tev_blas_dscal(&n, &two, x.data(), &one);
+      right = right && x == std::vector<double>(n, 2.0);
+      for (const char trans : {'N', 'T'}) {
+        tev_blas_dgemv_omp(&trans, &m, &m, &two, x.data(), &m, x.data(), &one, &zero, y.data(), &one);
+        right = right && y == std::vector<double>(m, 8.0 * static_cast<double>(m));
+      }
+      tev_blas_dger(&m, &m, &two, x.data(), &one, y.data(), &one, x.data() + m, &m);
+      right = right && x[m] == 2 + 4 * y[0] && x[m + m * m - 1] == x[m];
+    }
+    return right ? 0 : 1;
+  });
+  EXPECT_EQ(result.status, 0) << result.err;
+}
+
+TEST(Pieces, CoverOnceInOrderAndEvenly) {
+  for (int64_t n = 1; n < 200; n = n < 70 ? n + 1 : n * 2)
+    for (int64_t threads = 1; threads <= 64; ++threads) {
+      int64_t next = 0, last = n;
+      for (int64_t i = 0; i < threads; ++i) {
+        const piece p = piece_of(n, i, threads);
+        ASSERT_EQ(p.start, p.size > 0 ? next : 0);
+        ASSERT_TRUE(p.size <= last && p.size >= n / threads && p.size <= n / threads + 1) << n << ' ' << threads;
+        next += p.size, last = p.size;
+      }
+      ASSERT_EQ(next, n) << threads;
+    }
+  const std::vector<int64_t> sizes = {piece_of(10000, 0, 3).size, piece_of(10000, 1, 3).size,
+                                      piece_of(10000, 2, 3).size};
+  EXPECT_EQ(sizes, (std::vector<int64_t>{3334, 3333, 3333}));
+}
+
+TEST(VectorTeam, SizeFollowsTheWork) {
+  const own_threads available(8);
+  EXPECT_EQ(level1_threads(8191, 4096, true), 1);
+  EXPECT_EQ(level1_threads(8192, 4096, true), 2);
+  EXPECT_EQ(level1_threads(10000, 4096, true), 3);
+  EXPECT_EQ(level1_threads(1 << 30, 4096, true), 8);
+  EXPECT_EQ(level1_threads(1 << 30, 4096, false), 1);
+  EXPECT_EQ(rank1_threads(128, 128), 2);
+  EXPECT_EQ(rank1_threads(1000, 1000), 8);
+  EXPECT_EQ(rank1_threads(1000000, 3), 3);
+}
+
+TEST(Gemv, Decisions) {
+  constexpr bool kDynamic = true;
+  const struct {
+    char trans;
+    int64_t m, n, threads;
+    bool dynamic, parallel;
+  } rows[] = {
+      // Too small; alone.
+      {'T', 5000, 5000, 1, kDynamic, false},
+      {'N', 63, 63, 1000, kDynamic, false},
+      // Tall and narrow, although no thread gets a whole column.
+      {'T', 10000, 1, 4, kDynamic, true},
+      {'T', 9999, 3, 4, kDynamic, false},
+      // Up to twelve threads: the share counts, more of it where columns are many.
+      {'T', 64, 64, 2, kDynamic, true},
+      {'T', 64, 63, 2, kDynamic, false},
+      {'T', 63, 128, 2, kDynamic, false},
+      {'T', 64, 128, 2, kDynamic, true},
+      // Beyond.
+      {'T', 64, 13 * 63, 13, !kDynamic, false},
+      {'T', 64, 13 * 64, 13, !kDynamic, true},
+      {'T', 64, 13, 13, kDynamic, true},
+      {'T', 64, 12, 13, kDynamic, false},
+      // Wide; then rows in whole blocks of eight.
+      {'N', 1000, 128, 2, kDynamic, true},
+      {'N', 64, 48, 2, kDynamic, true},
+      {'N', 64, 47, 2, kDynamic, false},
+      {'N', 128, 47, 2, kDynamic, false},
+      {'N', 128, 48, 2, kDynamic, true},
+      // Beyond twelve.
+      {'N', 13 * 64, 64, 13, !kDynamic, true},
+      {'N', 13 * 64, 63, 13, !kDynamic, false},
+      {'N', 13 * 64, 63, 13, kDynamic, true},
+      {'N', 12, 100, 13, kDynamic, false},
+  };
+  for (const auto& r : rows)
+    EXPECT_EQ(gemv_deserves_team<double>(r.trans == 'N', r.m, r.n, r.threads, r.dynamic), r.parallel)
+        << r.trans << ' ' << r.m << " x " << r.n << ", " << r.threads << " threads";
+  // The same bytes in other types.
+  EXPECT_FALSE(gemv_deserves_team<float>(false, 127, 127, 2, kDynamic));
+  EXPECT_TRUE(gemv_deserves_team<float>(false, 128, 128, 2, kDynamic));
+  EXPECT_TRUE(gemv_deserves_team<std::complex<double>>(false, 46, 46, 2, kDynamic));
+  EXPECT_FALSE(gemv_deserves_team<std::complex<double>>(false, 31, 31, 2, kDynamic));
+}
+
+template <class T>
+class OnTeams : public testing::Test {};
+using Elements = testing::Types<float, double, std::complex<float>, std::complex<double>>;
+TYPED_TEST_SUITE(OnTeams, Elements);
+
+TYPED_TEST(OnTeams, Level1IsTheLoop) {
+  using T = TypeParam;
+  engine random(kSeed);
+  const int64_t chunk = kPairChunkBytes / sizeof(T), increments[][2] = {{1, 1}, {-1, 2}, {3, -2}, {0, 1}, {1, 0}};
+  T unit = T(-1);
+  if constexpr (kIsComplex<T>) unit = T(0, 1);
+  for (int32_t threads = 1; threads <= 8; ++threads)
+    for (const int64_t n : {int64_t{1}, 2 * chunk - 1, 2 * chunk, 4 * chunk + 3, 7 * chunk})
+      for (const auto [incx, incy] : increments) {
+        SCOPED_TRACE(testing::Message() << n << " elements, increments " << incx << ' ' << incy << ", threads "
+                                        << threads);
+        const own_threads available(threads);
+        const vector<T> x(n, incx, random), y(n, incy, random);
+        auto scaled = x, copied = y, sum = y, scaled_is = x, copied_is = y, sum_is = y, unchanged = y;
+        for (int64_t i = 0; i < n; ++i) scaled[i] *= unit, copied[i] = x[i], sum[i] += unit * x[i];
+        calls<T>::scal(&n, in(&unit), out(scaled_is.stored.data()), &incx);
+        calls<T>::copy(&n, in(x.stored.data()), &incx, out(copied_is.stored.data()), &incy);
+        calls<T>::axpy(&n, in(&unit), in(x.stored.data()), &incx, out(sum_is.stored.data()), &incy);
+        const T zero = T(0);
+        calls<T>::axpy(&n, in(&zero), nullptr, &incx, out(unchanged.stored.data()), &incy);
+        ASSERT_TRUE(scaled_is.same_as(scaled) && copied_is.same_as(copied) && sum_is.same_as(sum));
+        ASSERT_TRUE(unchanged.same_as(y));
+      }
+  const T nan = nan_element<T>();
+  T x = T(0), y = T(1);
+  const int64_t one = 1;
+  calls<T>::axpy(&one, in(&nan), in(&x), &one, out(&y), &one);
+  EXPECT_TRUE(y != y);
+}
+
+constexpr int64_t kShapes[][2] = {{1, 1}, {3, 100}, {7, 3000}, {3000, 7}, {129, 130}, {200, 331}};
+constexpr int64_t kIncrements[][2] = {{1, 1}, {-2, 1}, {2, -1}, {-1, -3}};
+
+TYPED_TEST(OnTeams, GemvIsTheLoop) {
+  using T = TypeParam;
+  engine random(kSeed);
+  for (int32_t threads = 1; threads <= 8; ++threads)
+    for (const char trans : {'N', 'T', 'c'})
+      for (const auto [m, n] : kShapes) {
+        const auto [incx, incy] = kIncrements[random() % 4];
+        SCOPED_TRACE(testing::Message() << trans << ' ' << m << " x " << n << ", increments " << incx << ' ' << incy
+                                        << ", threads " << threads);
+        const own_threads available(threads);
+        const bool plain = trans == 'N';
+        const int64_t terms = plain ? n : m, length = plain ? m : n;
+        const T alpha = random_element<T>(random, values::whole), beta = T(static_cast<real_part_t<T>>(random() % 3));
+        matrix<T> a(m, n);
+        a.fill(random, values::whole);
+        const vector<T> x(terms, incx, random), y(length, incy, random, beta != T(0));
+        auto expected = y, forked = y, decided = y;
+        for (int64_t i = 0; i < length; ++i) {
+          T sum = T(0);
+          for (int64_t j = 0; j < terms; ++j) sum += conjugated_if(trans == 'c', plain ? a(i, j) : a(j, i)) * x[j];
+          expected[i] = alpha * sum + (beta == T(0) ? T(0) : beta * y[i]);
+        }
+        const int64_t lda = a.ld();
+        for (const auto& [gemv, result] :
+             {std::pair{calls<T>::gemv_omp, &forked}, std::pair{calls<T>::gemv, &decided}}) {
+          gemv(&trans, &m, &n, in(&alpha), in(a.data()), &lda, in(x.stored.data()), &incx, in(&beta),
+               out(result->stored.data()), &incy);
+          ASSERT_TRUE(result->same_as(expected));
+        }
+      }
+}
+
+// "ger" and "gerc", or the two letters of a product with k = 1.
+TYPED_TEST(OnTeams, RankOneIsTheLoop) {
+  using T = TypeParam;
+  engine random(kSeed);
+  for (int32_t threads = 1; threads <= 8; ++threads)
+    for (const std::string letters : {"ger", "gerc", "NT", "Cn", "Tc", "CC"})
+      for (const auto [m, n] : kShapes) {
+        const auto [incx, incy] = kIncrements[random() % 4];
+        SCOPED_TRACE(testing::Message() << letters << ' ' << m << " x " << n << ", increments " << incx << ' ' << incy
+                                        << ", threads " << threads);
+        const own_threads available(threads);
+        const bool ger = letters[0] == 'g', conjugate_x = letters[0] == 'C', conjugate_y = (letters.back() | 32) == 'c';
+        const T alpha = random_element<T>(random, values::whole);
+        const T beta = ger ? T(1) : T(static_cast<real_part_t<T>>(random() % 3));
+        const vector<T> x(m, incx, random), y(n, incy, random);
+        matrix<T> c(m, n);
+        if (beta != T(0)) c.fill(random, values::whole);
+        const matrix<T> before = c;
+        const int64_t ldc = c.ld();
+        if (ger)
+          (letters == "ger" ? calls<T>::ger : calls<T>::gerc)(&m, &n, in(&alpha), in(x.stored.data()), &incx,
+                                                              in(y.stored.data()), &incy, out(c.data()), &ldc);
+        else
+          calls<T>::gemmger(&letters[0], &letters[1], &m, &n, in(&alpha), in(x.stored.data()), &incx,
+                            in(y.stored.data()), &incy, in(&beta), out(c.data()), &ldc);
+        for (int64_t j = 0; j < n; ++j)
+          for (int64_t i = 0; i < m; ++i) {
+            const T product = alpha * conjugated_if(conjugate_x, x[i]) * conjugated_if(conjugate_y, y[j]);
+            ASSERT_EQ(c(i, j), product + (beta == T(0) ? T(0) : beta * before(i, j))) << i << ' ' << j;
+          }
+        ASSERT_TRUE(c.padding_is_intact());
+      }
+}
+
+}  // namespace
+}  // namespace tev::test
