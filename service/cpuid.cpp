@@ -5,6 +5,8 @@
 #include <cpuid.h>
 #include <x86intrin.h>
 
+#include "service/affinity.h"
+
 namespace tev::service {
 
 namespace {
@@ -24,6 +26,9 @@ uint64_t read_time_stamp() { return __rdtsc(); }
 
 }  // namespace
 
-constinit processor_source processor = {read_cpuid, read_xcr0, read_time_stamp, "/proc/cpuinfo"};
+constinit processor_source processor = {
+    read_cpuid,      read_xcr0,       read_time_stamp,           team_processors,
+    set_affinity,    "/proc/cpuinfo", "/sys/devices/system/cpu", "/proc/self/cgroup",
+    "/sys/fs/cgroup"};
 
 }  // namespace tev::service

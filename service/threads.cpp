@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // How many threads a routine uses: the thread's own count, else the domain's, else the count for all, else OpenMP's;
-// in dynamic mode no more than the cores, or than the share of one of several MPI processes on the machine.
+// in dynamic mode no more than the cores, or than the share of one of several MPI processes on the machine. OpenMP's
+// count, unless OMP_NUM_THREADS chose it, is also limited to the cores that affinity and processor-time quota leave the
+// process.
 #include "service/threads.h"
 
 #include <omp.h>
@@ -37,6 +39,8 @@ constinit int32_t __N_Cores_per_Packages = 0;
 constinit int32_t __HT = 0;
 
 }  // extern "C"
+
+constinit int32_t tev::service::usable_core_count = 0;
 
 namespace {
 
@@ -75,7 +79,9 @@ void read_settings() {
   const tev::service::scoped_lock guard(threads_env_lock);
   if (get(__threads_env_NOT_readed) == 0) return;
   tev_read_threads_env();
-  store_topology(tev::service::probe_topology());
+  const tev::service::topology machine = tev::service::probe_topology();
+  store_topology(machine);
+  set(tev::service::usable_core_count, tev::service::usable_cores(machine));
   std::atomic_ref<int32_t>(__threads_env_NOT_readed).store(0, std::memory_order_release);
 }
 
@@ -154,10 +160,11 @@ int32_t tev_serv_domain_get_max_threads(int32_t domain) {
   if (!dynamic) return count;
 
   const int32_t cores = get(__N_Physical_Cores);
-  const int32_t limited = std::min(count, cores);
+  const bool chosen = wanted > 0 || get(__omp_num_threads) > 0;
+  const int32_t limited = std::min(count, chosen ? cores : get(tev::service::usable_core_count));
   if (const int32_t safe = get(__mpi_SAFETY_BLACS); safe >= 0) return safe == 1 ? limited : 1;
   const int32_t processes = get(__tev_mpi_ppn);
-  if (processes < 1 || wanted > 0 || get(__omp_num_threads) > 0) return limited;
+  if (processes < 1 || chosen) return limited;
   return share_of_process(limited, cores, processes);
 }
 

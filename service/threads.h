@@ -28,3 +28,9 @@ extern int32_t __N_Cores_per_Packages;
 extern int32_t __HT;
 
 }  // extern "C"
+
+namespace tev::service {
+
+extern int32_t usable_core_count;  // of the physical cores (service/topology.h), valid like the machine's counts
+
+}  // namespace tev::service

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The machine as its processors describe themselves: a thread that visits every processor and asks for its identifier
-// learns which of them share a core and a package. Where the processors cannot be asked, the kernel's description has
-// to do.
+// The machine as its processors describe themselves: a thread that visits every processor that the process may use and
+// asks for its identifier learns which of them share a core and a package. Where the processors cannot be asked, the
+// kernel's description has to do.
 #include "service/topology.h"
 
-#include <omp.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,15 +16,15 @@
 #include <set>
 #include <utility>
 
+#include "service/affinity.h"
+#include "service/cpu_quota.h"
 #include "service/cpuid.h"
 #include "service/detection.h"
+#include "service/kernel_files.h"
 
 namespace tev::service {
 
 namespace {
-
-constexpr size_t kMaskBytes = 1024;
-constexpr int32_t kMaxProcessors = kMaskBytes * 8;
 
 struct registers {
   uint32_t values[4];
@@ -44,14 +42,9 @@ registers cpuid(uint32_t leaf, uint32_t subleaf = 0) {
 // The affinity of the calling thread while it visits the processors; put back at the end.
 class journey {
  public:
-  journey() {
-    const long length = syscall(SYS_sched_getaffinity, 0, kMaskBytes, home_);
-    if (length < 0) return;
-    length_ = length == 0 ? kMaskBytes : static_cast<size_t>(length);
-    possible_ = go(home_);
-  }
+  journey() : length_(get_affinity(&home_)), possible_(length_ > 0 && processor.set_affinity(home_, length_)) {}
   ~journey() {
-    if (possible_) go(home_);
+    if (possible_) processor.set_affinity(home_, length_);
   }
   journey(const journey&) = delete;
   journey& operator=(const journey&) = delete;
@@ -59,19 +52,17 @@ class journey {
   bool possible() const { return possible_; }
 
   bool visit(int32_t number) {
-    unsigned char mask[kMaskBytes] = {};
-    mask[number / 8] = static_cast<unsigned char>(1 << number % 8);
-    if (!go(mask)) return false;
+    processor_set there;
+    there.insert(number);
+    if (!processor.set_affinity(there, length_)) return false;
     sleep(0);
     return true;
   }
 
  private:
-  bool go(const unsigned char* mask) { return syscall(SYS_sched_setaffinity, 0, length_, mask) == 0; }
-
-  alignas(uint64_t) unsigned char home_[kMaskBytes] = {};
-  size_t length_ = 0;
-  bool possible_ = false;
+  processor_set home_;
+  size_t length_;
+  bool possible_;
 };
 
 struct releaser {
@@ -105,8 +96,8 @@ apic_layout read_layout(bool topology_leaf) {
 }
 
 // Asks every processor; nothing when one cannot be visited or memory is short.
-std::optional<topology> ask_processors(int32_t logical) {
-  const auto count = static_cast<size_t>(std::min(logical, kMaxProcessors));
+std::optional<topology> ask_processors(const processor_set& processors) {
+  const auto count = static_cast<size_t>(processors.count());
   const work_array identifiers = make_work_array(count), cores = make_work_array(count),
                    packages = make_work_array(count);
   if (!identifiers || !cores || !packages) return std::nullopt;
@@ -114,15 +105,32 @@ std::optional<topology> ask_processors(int32_t logical) {
   {
     journey around;
     if (!around.possible()) return std::nullopt;
-    for (size_t i = 0; i < count; ++i) {
-      if (!around.visit(static_cast<int32_t>(i))) return std::nullopt;
-      identifiers[i] = identifier(topology_leaf);
+    size_t visited = 0;
+    for (int32_t number = 0; number < processor_set::kRoom; ++number) {
+      if (!processors.contains(number)) continue;
+      if (!around.visit(number)) return std::nullopt;
+      identifiers[visited++] = identifier(topology_leaf);
     }
   }
-  topology found = count_identifiers({identifiers.get(), count}, read_layout(topology_leaf), {cores.get(), count},
-                                     {packages.get(), count});
-  found.logical = logical;
-  return found;
+  return count_identifiers({identifiers.get(), count}, read_layout(topology_leaf), {cores.get(), count},
+                           {packages.get(), count});
+}
+
+// What the kernel's folder of each of these processors says; nothing when one is silent. The least processor of a core
+// and of a package stands for it.
+std::optional<topology> count_folders(const processor_set& processors) {
+  processor_set cores, packages;
+  for (int32_t number = 0; number < processor_set::kRoom; ++number) {
+    if (!processors.contains(number)) continue;
+    const auto least_in = [number](const char* group) {
+      return first_line("%s/cpu%d/topology/%s", processor.cpu_folders, number, group).number();
+    };
+    const auto core = least_in("thread_siblings_list"), package = least_in("core_siblings_list");
+    if (!core || !package) return std::nullopt;
+    cores.insert(static_cast<int32_t>(*core));
+    packages.insert(static_cast<int32_t>(*package));
+  }
+  return topology{processors.count(), cores.count(), packages.count()};
 }
 
 int32_t count_distinct(std::span<uint32_t> values) {
@@ -188,15 +196,24 @@ topology count_described(FILE* cpuinfo, const topology& fallback) {
 }
 
 topology probe_topology() {
-  const int32_t logical = omp_get_num_procs();
-  if (tev_serv_zarik_cpu_true())
-    if (const auto found = ask_processors(logical)) return *found;
+  const processor_set processors = processor.team_processors();
+  if (tev_serv_zarik_cpu_true()) {
+    if (const auto found = ask_processors(processors)) return *found;
+    if (const auto found = count_folders(processors)) return *found;
+  }
+  const int32_t logical = processors.count();
   const topology fallback = {logical, logical, 1};
   FILE* cpuinfo = fopen(processor.cpuinfo, "re");
   if (!cpuinfo) return fallback;
   const topology found = count_described(cpuinfo, fallback);
   fclose(cpuinfo);
   return found;
+}
+
+int32_t usable_cores(const topology& machine) {
+  const processor_set processors = processor.team_processors();
+  const auto described = count_folders(processors);
+  return std::min({machine.physical, described ? described->physical : processors.count(), cpu_quota()});
 }
 
 }  // namespace tev::service

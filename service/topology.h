@@ -17,6 +17,10 @@ struct topology {
 // Pins the calling thread to each processor in turn and restores its affinity.
 topology probe_topology();
 
+// Cores of the machine that the process has time on: those of the processors that it may use, and no more than the
+// quota of its control groups pays for.
+int32_t usable_cores(const topology& machine);
+
 // An APIC identifier, from the top bit down:   package | core | thread
 struct apic_layout {
   uint32_t core_shift;     // bits of the thread

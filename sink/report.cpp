@@ -7,11 +7,13 @@
 //   dynamic            1 when counts are limited to the physical cores
 //   processors         hardware threads that the OpenMP runtime may use
 //   cores, packages    of the machine; hardware_threads of all cores
+//   usable_cores       of the cores, those that affinity and processor-time quota leave the sink
 //   tier, cpu_type     kernels in force, by name and by type code
 //   maker              "own" when detection knows the processor, else its vendor string
 //   reproducibility    mode, in the words of TEV_CBWR; off when none is set
 //   features           instruction sets that processor and operating system have
-//   caches             bytes of the data and unified caches, first level first
+//   caches             bytes of the data and unified caches, first level first; empty when neither processor nor
+//                      system tells
 //   kept_buffers       on or off: whether released work buffers stay with their threads
 //   held_bytes, held_blocks   what the memory manager holds now
 //   fast_memory        bytes of high-bandwidth memory still allowed, or unlimited
@@ -32,6 +34,8 @@
 #include "service/cpuid.h"
 #include "service/detection.h"
 #include "service/features.h"
+#include "service/system_caches.h"
+#include "service/threads.h"
 #include "sink/device.h"
 #include "tev/service.h"
 
@@ -54,6 +58,7 @@ void add_threads(std::string& text) {
   add(text, "dynamic=%d\n", tev_serv_get_dynamic());
   add(text, "processors=%d\n", omp_get_num_procs());
   add(text, "cores=%d\n", tev_serv_get_ncorespercpu() * tev_serv_get_ncpus());
+  add(text, "usable_cores=%d\n", usable_core_count);
   add(text, "hardware_threads=%d\n", tev_serv_get_nlogicalcores());
   add(text, "packages=%d\n", tev_serv_get_ncpus());
 }
@@ -98,10 +103,9 @@ void add_processor(std::string& text) {
   add(text, "maker=%s\n", maker().c_str());
   add(text, "reproducibility=%s\n", mode_name(tev_serv_cbwr_get(1)));
   add(text, "features=%s\n", features().c_str());
-  int64_t caches[5];
-  tev_serv_cache_info(caches);
+  const cache_levels caches = known_caches();
   text += "caches=";
-  for (int level = 1; level <= caches[0]; ++level) add(text, "%s%" PRId64, level > 1 ? " " : "", caches[level]);
+  for (int level = 0; level < caches.count; ++level) add(text, "%s%" PRId64, level > 0 ? " " : "", caches.bytes[level]);
   text += "\n";
 }
 

@@ -50,7 +50,9 @@ TEV_EXPORT int32_t tev_serv_get_max_threads(void);
 TEV_EXPORT int32_t tev_serv_domain_get_max_threads(int32_t domain);
 
 /* Dynamic mode (on at start): counts are limited to the physical cores, to the share of an MPI process, and to 1 in a
- * parallel region. Off: counts are taken as they are. */
+ * parallel region; a count that nobody chose (no setting made here, no OMP_NUM_THREADS) also to the cores of the
+ * processors that the process may use and to the processor-time quota of its control groups. Off: counts are taken as
+ * they are. */
 TEV_EXPORT void tev_serv_set_dynamic(int32_t flag);
 TEV_EXPORT int32_t tev_serv_get_dynamic(void);
 
@@ -60,8 +62,9 @@ TEV_EXPORT void tev_serv_set_num_stripes(int32_t n);
 TEV_EXPORT int32_t tev_serv_get_num_stripes(void);
 
 /* The machine: packages, physical cores per package, 1 when cores run more than one hardware thread, and hardware
- * threads in all. The first call of any function of this section probes the machine: the calling thread visits each
- * processor for a moment and gets its affinity back. */
+ * threads in all. The first call of any function of this section probes the machine: where detection knows the maker,
+ * the calling thread visits each processor that the process may use for a moment and gets its affinity back; only these
+ * processors count then. */
 TEV_EXPORT int32_t tev_serv_get_ncpus(void);
 TEV_EXPORT int32_t tev_serv_get_ncorespercpu(void);
 TEV_EXPORT int32_t tev_serv_get_ht(void);

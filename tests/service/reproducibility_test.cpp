@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "service/detection.h"
+#include "service/system_caches.h"
 #include "tests/support/fake_processor.h"
+#include "tests/support/kernel_folder.h"
 
 namespace {
 
@@ -152,6 +154,41 @@ TEST(Caches, AreTheProcessorsOwnOnlyWhileTheModeIsOff) {
                          }),
               row.expected)
         << row.mode;
+}
+
+// Another maker's processors have no levels for the query; then the kernel's folders tell, but in no mode.
+TEST(Caches, AreTheSystemsOwnWhereTheProcessorIsSilent) {
+  const fake_processor silent = changed(amd(avx2_processor()), [](auto& p) { p.caches.clear(); });
+  const kernel_folder kernel;
+  const char* const caches[][2] = {{"Data", "48K"}, {"Instruction", "32K"}, {"Unified", "2048K"}, {"Unified", "30M"}};
+  for (size_t index = 0; index < std::size(caches); ++index) {
+    const std::string cache = "cpu0/cache/index" + std::to_string(index);
+    kernel.put(cache + "/type", caches[index][0] + std::string("\n"));
+    kernel.put(cache + "/size", caches[index][1] + std::string("\n"));
+  }
+  const std::string folder = kernel.path("");
+  const struct {
+    fake_processor on;
+    std::string folder;
+    const char* mode;
+    const char* expected;  // the query's levels, all sizes
+  } rows[] = {
+      {silent, folder, "", "0: 49152 2097152 31457280"},
+      {silent, "/nonexistent", "", "0:"},
+      {silent, folder, "COMPATIBLE", "2: 32768 262144"},
+      {avx2_processor(), folder, "", "3: 32768 262144 8388608"},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(printed_on(row.on, {{"TEV_CBWR", row.mode}},
+                         [&] {
+                           tev::service::processor.cpu_folders = row.folder.c_str();
+                           int64_t sizes[5];
+                           tev_serv_cache_info(sizes);
+                           printf("%ld:", sizes[0]);
+                           const tev::service::cache_levels known = tev::service::known_caches();
+                           for (int level = 0; level < known.count; ++level) printf(" %ld", known.bytes[level]);
+                         }),
+              row.expected);
 }
 
 void print_traits() {

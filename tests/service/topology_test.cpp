@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The probe of the machine, on this one and on made-up ones, and how much of it the process may use.
+#include "service/topology.h"
+
+#include <gtest/gtest.h>
+#include <omp.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "service/affinity.h"
+#include "service/cpu_quota.h"
+#include "service/cpuid.h"
+#include "service/threads.h"
+#include "tests/support/fake_processor.h"
+#include "tests/support/in_child.h"
+#include "tests/support/kernel_folder.h"
+
+namespace {
+
+using tev::service::processor;
+using tev::service::processor_set;
+using tev::service::topology;
+using tev::test::child_result;
+using tev::test::environment;
+using tev::test::kernel_folder;
+
+// "hardware threads/cores/packages"
+std::string text_of(const topology& t) {
+  return std::to_string(t.logical) + '/' + std::to_string(t.physical) + '/' + std::to_string(t.packages);
+}
+
+// What `body` returns in a fresh process.
+template <class Body>
+std::string text_in_child(const environment& variables, Body&& body) {
+  const child_result result = tev::test::in_child(variables, [&] {
+    std::printf("%s", std::string(body()).c_str());
+    return 0;
+  });
+  return result.out + result.err + (result.status == 0 ? "" : " status " + std::to_string(result.status));
+}
+
+// As it is in force.
+topology counted() { return {tev_serv_get_nlogicalcores(), __N_Physical_Cores, tev_serv_get_ncpus()}; }
+
+// Processors that identify themselves by their numbers, `stride` apart; the process may use `processors` of them.
+struct machine {
+  std::vector<int> processors;
+  uint32_t logical_per_package = 16, cores_per_package = 8, stride = 1;
+  bool topology_leaf = false;
+  bool refuses = false;  // to move threads
+  const char* vendor = "GenuineZarik";
+};
+machine at_hand;
+int here;  // the processor that the probe visits
+
+void be(const machine& m) {
+  tev::test::fake_processor base = tev::test::sse2_processor();
+  base.leaf1_edx |= 1u << 28;
+  base.cores_per_package = m.cores_per_package;
+  base.vendor = m.vendor;
+  base.install();
+  at_hand = m;
+  processor.cpuid = [](uint32_t leaf, uint32_t subleaf, uint32_t r[4]) {
+    tev::test::answer_cpuid(leaf, subleaf, r);
+    const uint32_t identifier = static_cast<uint32_t>(here) * at_hand.stride;
+    if (leaf == 1) r[1] = identifier << 24 | at_hand.logical_per_package << 16;
+    if (leaf == 0x0B && at_hand.topology_leaf) {
+      r[0] = subleaf == 0 ? 1 : 9;  // one bit of thread, eight of core
+      r[1] = subleaf < 2 ? 2 : 0;
+      r[3] = identifier;
+    }
+  };
+  processor.team_processors = [] {
+    processor_set set;
+    for (const int number : at_hand.processors) set.insert(number);
+    return set;
+  };
+  processor.set_affinity = [](const processor_set& where, size_t) {
+    for (here = 0; !where.contains(here);) ++here;
+    return !at_hand.refuses;
+  };
+}
+
+TEST(Topology, IsThatOfThisMachine) {
+  std::set<std::pair<int, int>> cores;
+  std::set<int> packages;
+  int32_t logical = 0;
+  for (long number = 0; number < sysconf(_SC_NPROCESSORS_CONF); ++number) {
+    const std::string folder = "/sys/devices/system/cpu/cpu" + std::to_string(number) + "/topology/";
+    int package, core;
+    if (!(std::ifstream(folder + "physical_package_id") >> package)) continue;
+    if (!(std::ifstream(folder + "core_id") >> core)) continue;
+    packages.insert(package);
+    cores.emplace(package, core);
+    ++logical;
+  }
+  if (logical == 0) GTEST_SKIP() << "the kernel does not tell";
+  const int32_t physical = static_cast<int32_t>(cores.size()), in_each = static_cast<int32_t>(packages.size());
+  EXPECT_EQ(text_in_child({}, [] { return text_of(counted()); }), text_of({logical, physical, in_each}));
+}
+
+// A thread that OpenMP or the program has bound to one processor still counts those of its teams.
+TEST(Topology, AsksTheProcessorsOfTheTeamAndBringsTheThreadBack) {
+  for (const char* bind : {"false", "true"})
+    EXPECT_EQ(text_in_child({{"OMP_PROC_BIND", bind}},
+                            [] {
+                              cpu_set_t home, after;
+                              CPU_ZERO(&home);
+                              CPU_SET(omp_get_num_procs() > 0 ? sched_getcpu() : 0, &home);
+                              sched_setaffinity(0, sizeof home, &home);
+                              be({.logical_per_package = 1, .cores_per_package = 1});
+                              processor.team_processors = tev::service::team_processors;
+                              processor.set_affinity = [](const processor_set& where, size_t bytes) {
+                                const bool moved = tev::service::set_affinity(where, bytes);
+                                here = sched_getcpu();
+                                return moved;
+                              };
+                              const topology found = tev::service::probe_topology();
+                              sched_getaffinity(0, sizeof after, &after);
+                              EXPECT_TRUE(CPU_EQUAL(&after, &home));
+                              const int32_t all = omp_get_num_procs();
+                              return text_of(found) == text_of({all, all, all}) ? "all" : text_of(found);
+                            }),
+              "all")
+        << bind;
+}
+
+TEST(Topology, ProcessorsAreAsked) {
+  const std::pair<machine, const char*> rows[] = {
+      {{{0, 1}, 2, 1, 1}, "2/1/1"},          // two threads of a core
+      {{{0, 1}, 2, 2, 1}, "2/2/1"},          // two cores
+      {{{0, 1}, 4, 2, 4}, "2/2/2"},          // two packages of two cores of two threads
+      {{{0, 1}, 2, 2, 256}, "2/1/1"},        // eight bits do not tell the two apart,
+      {{{0, 1}, 2, 2, 256, true}, "2/2/1"},  // the topology leaf does
+  };
+  for (const auto& [on, expected] : rows)
+    EXPECT_EQ(text_in_child({},
+                            [&on = on] {
+                              be(on);
+                              return text_of(tev::service::probe_topology());
+                            }),
+              expected);
+}
+
+// Processors 0 to 15, by their identifiers two neighbours a core. So that it shows who was asked, the kernel's folders
+// tell of cores of 0 and 8, 1 and 9 ..., and its list of four packages of one core of four.
+TEST(Topology, PartOfAMachine) {
+  const kernel_folder kernel;
+  std::string list;
+  for (int number = 0; number < 16; ++number) {
+    const std::string folder = "cpus/cpu" + std::to_string(number) + "/topology/", core = std::to_string(number % 8);
+    kernel.put(folder + "thread_siblings_list", core + "," + std::to_string(number % 8 + 8) + "\n");
+    kernel.put(folder + "core_siblings_list", "0-15\n");
+    const std::string package = std::to_string(number / 4);
+    list += "processor : " + std::to_string(number) + "\nphysical id : " + package + "\ncore id : 0\n\n";
+  }
+  kernel.put("groups/cpu.max", "250000 100000\n");
+  const std::string cpus = kernel.path("cpus"), cpuinfo = kernel.put("cpuinfo", list),
+                    quota = kernel.put("own_groups", "0::/\n");
+  const std::string none = "/nonexistent";
+  const struct {
+    const char* what;
+    machine on;
+    std::string cpus, own_groups;
+    const char* expected;  // topology, threads by default, when chosen, when not dynamic
+  } rows[] = {
+      {"every other processor", {{0, 2, 4, 6}}, none, none, "4/4/1 4 4 99"},
+      {"two threads of a core", {{6, 7}}, none, none, "2/1/1 1 1 99"},
+      {"two packages", {{1, 15, 16, 130}}, none, none, "4/4/3 4 4 99"},
+      {"quota", {{0, 2, 4, 6}}, none, quota, "4/4/1 3 4 99"},
+      {"threads cannot be moved", {.processors = {0, 2, 8, 9}, .refuses = true}, cpus, none, "4/3/1 3 3 99"},
+      {"nor are there folders", {.processors = {0, 2, 8}, .refuses = true}, none, none, "16/4/4 3 4 99"},
+      {"another maker", {.processors = {0, 2, 8, 9}, .vendor = "AuthenticAMD"}, cpus, none, "16/4/4 3 4 99"},
+      {"another maker, quota", {.processors = {0, 1, 2, 3, 8}, .vendor = "AuthenticAMD"}, cpus, quota, "16/4/4 3 4 99"},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(text_in_child({},
+                            [&] {
+                              be(row.on);
+                              processor.cpuinfo = cpuinfo.c_str();
+                              processor.cpu_folders = row.cpus.c_str();
+                              processor.own_groups = row.own_groups.c_str();
+                              const std::string groups = kernel.path("groups");
+                              processor.groups = groups.c_str();
+                              omp_set_num_threads(99);
+                              std::string text = text_of(counted()) + ' ' + std::to_string(tev_serv_get_max_threads());
+                              tev_serv_set_num_threads(99);
+                              text += ' ' + std::to_string(tev_serv_get_max_threads());
+                              tev_serv_set_dynamic(0);
+                              return text + ' ' + std::to_string(tev_serv_get_max_threads());
+                            }),
+              row.expected)
+        << row.what;
+}
+
+TEST(Topology, QuotaOfControlGroups) {
+  const kernel_folder kernel;
+  const auto version1 = [&](const std::string& group, const char* quota) {
+    kernel.put("cpu" + group + "/cpu.cfs_quota_us", quota);
+    kernel.put("cpu" + group + "/cpu.cfs_period_us", "50000\n");
+  };
+  kernel.put("cpu.max", "600000 100000\n");
+  kernel.put("a/cpu.max", "max 100000\n");
+  kernel.put("a/half/cpu.max", "50000 100000\n");
+  kernel.put("a/some/cpu.max", "200001 100000\n");
+  kernel.put("a/more/cpu.max", "900000 100000\n");
+  kernel.put("a/odd/cpu.max", "900000 0\n");
+  version1("", "-1\n");
+  version1("/b", "200000\n");
+  version1("/b/tight", "75000\n");
+  version1("/b/loose", "-1\n");
+  const std::pair<const char*, int32_t> rows[] = {
+      {"0::/a/half\n", 1},
+      {"0::/a/some\n", 3},
+      {"0::/a/more\n", 6},
+      {"0::/a/odd\n", 6},
+      {"0::/elsewhere/outside\n", 6},
+      {"5:memory:/b\n4:cpuacct,cpu:/b/tight\n1:name=systemd:/b\n", 2},
+      {"4:cpu,cpuacct:/b/loose", 4},
+      {"4:cpu:/", INT32_MAX},
+      {"5:cpuset:/b/tight\n3:cpuacct:/b\n", INT32_MAX},
+      {"4:cpu:/b\n0::/a/some\n", 3},
+      {"::::\n\n:\nnone", INT32_MAX},
+      {"", INT32_MAX},
+  };
+  for (const auto& [groups, expected] : rows) {
+    const std::string own = kernel.put("own", groups), root = kernel.path("");
+    EXPECT_EQ(text_in_child({},
+                            [&] {
+                              processor.own_groups = own.c_str();
+                              processor.groups = root.c_str();
+                              return std::to_string(tev::service::cpu_quota());
+                            }),
+              std::to_string(expected))
+        << groups;
+  }
+}
+
+TEST(Topology, KernelIsAskedWhenMemoryIsShort) {
+  EXPECT_EQ(text_in_child({},
+                          [] {
+                            i_malloc = [](size_t) -> void* { return nullptr; };
+                            be({{0, 1}});
+                            processor.cpu_folders = processor.cpuinfo = "/nonexistent";
+                            return text_of(tev::service::probe_topology());
+                          }),
+            "2/2/1");
+}
+
+TEST(Topology, IdentifiersSplitByTheRoomThatCountsTake) {
+  const struct {
+    uint32_t logical, cores;  // per package
+    std::vector<uint32_t> identifiers;
+    const char* expected;
+  } rows[] = {
+      {16, 8, {0, 1, 2, 3, 16, 17, 18, 19}, "8/4/2"},
+      {12, 6, {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13}, "12/6/1"},  // a gap after the third core
+      {240, 60, {0, 3, 4, 7, 239, 256, 0x10000}, "7/5/3"},          // four threads a core
+      {1, 2, {0, 1, 2}, "3/3/2"},                                   // counts that contradict each other
+  };
+  for (const auto& row : rows) {
+    std::vector<uint32_t> cores(row.identifiers.size()), packages(row.identifiers.size());
+    const auto layout = tev::service::layout_from_counts(row.logical, row.cores);
+    EXPECT_EQ(text_of(tev::service::count_identifiers(row.identifiers, layout, cores, packages)), row.expected);
+  }
+}
+
+TEST(Topology, KernelsDescription) {
+  const auto block = [](const char* package, const char* core) {
+    return "processor\t: 9\nflags\t\t: " + std::string(118, 'f') + "processor" + "\nphysical id\t: " + package +
+           "\ncore id\t\t: " + core + "\ncpu cores\t: 2\n\n";
+  };
+  const std::pair<std::string, const char*> rows[] = {
+      {"vendor_id : none\ncpu cores : 4\n", "5/5/1"},
+      {"processor : 0\nprocessor : 1\n", "2/2/1"},
+      {"processor : 0\ncpu cores : 2\nprocessor : 1\nprocessor : 2\nprocessor : 3", "4/2/1"},
+      {"processor : 0\nphysical id : 0\ncpu cores : 4\nprocessor : 1\nphysical id : 3\n", "2/8/2"},
+      {block("0", "0") + block("0", "4") + block("0", "0") + block("0", "4"), "4/2/1"},
+      {block("0", "0") + block("1", "0") + block("0", "1") + block("1", "1"), "4/4/2"},
+  };
+  for (auto [text, expected] : rows) {
+    FILE* file = fmemopen(text.data(), text.size(), "r");
+    EXPECT_EQ(text_of(tev::service::count_described(file, {5, 5, 1})), expected) << text;
+    std::fclose(file);
+  }
+}
+
+}  // namespace
