@@ -26,6 +26,7 @@
 
 #include "kernels/routine_types.h"
 #include "tev/blas.h"
+#include "tev/service.h"
 
 #define TEV_EACH_TIER(row) row(def) row(cnr_def) row(mc) row(mc3) row(avx) row(avx2) row(avx512) row(avx512_zel)
 #define TEV_DECLARE_PRECISION(tier, p, type, ger_name)                        \
@@ -189,6 +190,7 @@ int main(int argc, char** argv) {
   if (rounds < 1) rounds = threaded ? 7 : 31;
   std::vector<library> libraries = {own(tier, precision, threaded)};
   choose_kernels(tier, threads);
+  tev_serv_trust_features(1);  // gemv takes a team only on processors that detection knows or a program vouches for
   const std::string folder = "/usr/lib/x86_64-linux-gnu/", flavour = threaded ? "pthread" : "serial";
   load_peer("OpenBLAS", folder + "openblas-" + flavour + "/libopenblas.so.0", precision, libraries);
   load_peer("BLIS", folder + "blis-" + flavour + "/libblis.so.4", precision, libraries);

@@ -23,6 +23,7 @@ constexpr char kEntry[] = "ueaa_prv_card_invoke";  // the sink's function that t
 constexpr char kTimeWorker[] = "ueaa_prv_query_device_time_worker";
 constexpr char kThreadingWorker[] = "configure_device_threading_worker";
 constexpr char kReportFunction[] = "tev_sink_report";
+constexpr char kTrustFunction[] = "tev_sink_trust_features";
 constexpr std::string_view kProcessorType = "TEV_DEBUG_CPU_TYPE=";
 constexpr size_t kReportBytes = 4096;
 constexpr int kTickMs = 100;
@@ -58,6 +59,7 @@ sink_client::sink_client(const sink_settings& settings)
     : settings_(settings), request_(std::make_unique<tev_card_request>()) {
   check_pinning(settings);
   start();
+  if (settings.trust_features) trust_features();
   initialise();
   apply_threads();
   busy_seconds();  // the sink's timer calibrates on first use, which takes up to a second: not in anybody's measurement
@@ -85,6 +87,16 @@ void sink_client::start() {
   vro_process* process = nullptr;
   if (vro_process_create(&options, &process) != VRO_OK) throw failed(vro_last_error());
   process_.reset(process);
+}
+
+// The first request of all: any other may decide which kernels run.
+void sink_client::trust_features() {
+  int32_t trusted = 0;
+  call(kTrustFunction, sizeof(trusted));
+  std::memcpy(&trusted, vro_completion_result(answer_.get()), sizeof(trusted));
+  if (trusted != 1)
+    throw failed(fmt::format("{}: cannot be told to trust its processor (code {}); --tier detect does not ask it to",
+                             settings_.executable, trusted));
 }
 
 void sink_client::initialise() {
@@ -155,11 +167,15 @@ double sink_client::busy_seconds() {
   return record.seconds;
 }
 
-std::vector<std::pair<std::string, std::string>> sink_client::report() {
+void sink_client::call(const char* function, size_t result_length) {
   *request_ = {};
   request_->code = TEV_REQUEST_CALL;
-  copy_name(request_->call.name, kReportFunction, "name of a function");
-  send({}, kReportBytes, {});
+  copy_name(request_->call.name, function, "name of a function");
+  send({}, result_length, {});
+}
+
+std::vector<std::pair<std::string, std::string>> sink_client::report() {
+  call(kReportFunction, kReportBytes);
   const auto* text = static_cast<const char*>(vro_completion_result(answer_.get()));
   std::string_view rest(text, strnlen(text, kReportBytes));
   std::vector<std::pair<std::string, std::string>> facts;

@@ -20,6 +20,7 @@ struct sink_settings {
   int threads = 0;             // size of the team; 0 leaves it to the sink
   std::vector<int> pin;        // processors for the team's threads, ascending, from 1; empty: no pinning
   std::string processor_type;  // TEV_DEBUG_CPU_TYPE of the sink (host/tier.h); empty: as in this process
+  bool trust_features = true;  // vouch for the sink's processor, so that its features alone decide which kernels run
 };
 
 struct buffer_deleter {
@@ -59,8 +60,10 @@ class sink_client {
   void shut_down();
 
  private:
+  void call(const char* function, size_t result_length);
   double send(const std::vector<vro_buffer*>& buffers, size_t result_length, const tick& on_tick);
   void start();
+  void trust_features();
   void initialise();
   void apply_threads();
   void apply_pinning(tev_invoke_request* request) const;

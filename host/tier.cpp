@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Tiers in the order in which "auto" prefers them, and what each needs of the processor and the operating system.
+// The tiers, and what each needs of the processor and the operating system.
 #include "host/tier.h"
 
 #include <cpuid.h>
 #include <fmt/format.h>
-
-#include <cstdlib>
 
 #include "host/failure.h"
 #include "tev/service.h"
@@ -49,20 +47,14 @@ constexpr tier kTiers[] = {
     {"def", TEV_CPU_DEF, [] { return true; }, "SSE2"},
 };
 
-bool environment_chooses() {
-  for (const char* name : {"TEV_DEBUG_CPU_TYPE", "TEV_CBWR", "TEV_ENABLE_INSTRUCTIONS"})
-    if (const char* value = std::getenv(name); value && *value) return true;
-  return false;
-}
-
 }  // namespace
 
 std::string processor_type_for(const std::string& name) {
-  if (name == "detect" || (name == "auto" && environment_chooses())) return "";
+  if (name == "auto" || name == "detect") return "";
   for (const tier& t : kTiers) {
-    if (name != "auto" && name != t.name) continue;
-    if (t.runs_here()) return std::to_string(t.processor_type);
-    if (name != "auto") throw bad_input(fmt::format("--tier {}: this machine lacks {}", name, t.needs));
+    if (name != t.name) continue;
+    if (!t.runs_here()) throw bad_input(fmt::format("--tier {}: this machine lacks {}", name, t.needs));
+    return std::to_string(t.processor_type);
   }
   throw bad_input(
       fmt::format("--tier '{}': must be auto, detect, def, mc, mc3, avx, avx2, avx512 or avx512_zel", name));

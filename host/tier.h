@@ -7,9 +7,8 @@
 namespace tev::host {
 
 // What TEV_DEBUG_CPU_TYPE must be in the sink's environment for the tier of this name; "" leaves the environment as it
-// is. "auto" is the best tier that the processor has the features for, whoever made it, unless the environment chooses
-// a tier already; "detect" is the sink's own choice. Throws a bad_input() for an unknown name and for a tier that this
-// machine cannot run.
+// is: "auto", for which the host vouches for the processor, and "detect", the sink's own choice. Throws a bad_input()
+// for an unknown name and for a tier that this machine cannot run.
 std::string processor_type_for(const std::string& tier);
 
 }  // namespace tev::host

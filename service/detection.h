@@ -43,6 +43,12 @@ namespace tev::service {
 // Tier of a type code ("avx2"), null for a code without one.
 const char* tier_name(int32_t code);
 
+// What the processor itself says, whether or not a program vouched for it (tev_serv_trust_features).
+bool made_by_zarik();
+
+// True once TEV_CBWR was read or the program set a mode. For callers that hold the detection lock.
+bool mode_is_decided();
+
 // tev_serv_get_cpu_type(1) for callers that hold the detection lock: silent, -1 when the processor lacks SSE2.
 int32_t processor_type();
 

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Who made the processor and which core it is. Kernels tune with these answers; under a reproducibility branch they are
-// the same on every processor.
+// the same on every processor. A program may vouch for another maker's: then the vendor tests answer as for the maker,
+// and with them everything that asks them.
 #include <cstring>
 
 #include "service/decide_once.h"
 #include "service/detection.h"
 #include "service/features.h"
+#include "service/lock.h"
+#include "service/threads.h"
 
 namespace {
 
@@ -18,6 +21,24 @@ bool vendor_is(const char (&name)[13]) {
 }
 
 bool is_amd() { return vendor_is("AuthenticAMD"); }
+
+constinit int32_t vendor_answer = -1;  // of the vendor test
+constinit bool vouched = false;        // by the program; guarded by the detection lock
+
+// The first answer stands: a thread that asked the processor comes too late for a program that vouched for it.
+int32_t decide_vendor(int32_t answer) {
+  int32_t before = -1;
+  const bool first =
+      __atomic_compare_exchange_n(&vendor_answer, &before, answer, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+  return first ? answer : before;
+}
+
+// Anything that hangs on the maker. A dispatch entry is decided by the type code.
+bool maker_was_asked() {
+  return tev_serv_get_cpu_type(0) >= 0 || mode_is_decided() ||
+         __atomic_load_n(&__threads_env_NOT_readed, __ATOMIC_ACQUIRE) == 0 ||
+         __atomic_load_n(&vendor_answer, __ATOMIC_ACQUIRE) >= 0;
+}
 
 bool free_to_tune(int32_t mode) { return mode == TEV_CBWR_OFF || mode == TEV_CBWR_AUTO; }
 bool free_to_tune() { return free_to_tune(tev_serv_cbwr_get(1)); }
@@ -40,11 +61,22 @@ int32_t microarchitecture(int32_t type_code) {
 
 }  // namespace
 
+bool tev::service::made_by_zarik() { return vendor_is("GenuineZarik"); }
+
 extern "C" {
 
 int32_t tev_serv_zarik_cpu_true(void) {
-  static constinit int32_t answer = -1;
-  return decide_once(answer, [] { return vendor_is("GenuineZarik"); });
+  const int32_t answer = __atomic_load_n(&vendor_answer, __ATOMIC_ACQUIRE);
+  return answer >= 0 ? answer : decide_vendor(made_by_zarik());
+}
+
+int32_t tev_serv_trust_features(int32_t flag) {
+  constexpr int32_t kTooLate = -8;
+  const scoped_lock guard(TEV_Detect_Cpu_Global_Lock);
+  if ((flag != 0) == vouched) return 0;
+  if (vouched || maker_was_asked() || decide_vendor(1) != 1) return kTooLate;
+  vouched = true;
+  return 0;
 }
 
 int32_t tev_serv_zarik_cpu(void) {

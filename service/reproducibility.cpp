@@ -102,6 +102,8 @@ int32_t mode_from_environment() {
 
 }  // namespace
 
+bool tev::service::mode_is_decided() { return !undecided(); }
+
 extern "C" {
 
 int32_t tev_serv_cbwr_get_nolock(int32_t query) {

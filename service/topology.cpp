@@ -197,7 +197,7 @@ topology count_described(FILE* cpuinfo, const topology& fallback) {
 
 topology probe_topology() {
   const processor_set processors = processor.team_processors();
-  if (tev_serv_zarik_cpu_true()) {
+  if (made_by_zarik()) {
     if (const auto found = ask_processors(processors)) return *found;
     if (const auto found = count_folders(processors)) return *found;
   }

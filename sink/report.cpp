@@ -64,7 +64,7 @@ void add_threads(std::string& text) {
 }
 
 std::string maker() {
-  if (tev_serv_zarik_cpu_true()) return "own";
+  if (made_by_zarik()) return "own";
   uint32_t r[4];
   processor.cpuid(0, 0, r);
   char vendor[13] = "";

@@ -24,8 +24,8 @@ constexpr char kFooter[] =
     "  tev-offload run gemm -m 2000 --check      one product of generated matrices\n"
     "  tev-offload bench --sizes 500:2000:500    a table over sizes\n"
     "  tev-offload run --help                    how to give matrices in files\n\n"
-    "Kernels: --tier auto runs the best that this machine has the features for, whoever made its processor, unless\n"
-    "TEV_DEBUG_CPU_TYPE, TEV_CBWR or TEV_ENABLE_INSTRUCTIONS is set; detect leaves the choice to the sink, which runs\n"
+    "Kernels: --tier auto vouches for this machine's processor: the best kernels that it has the features for run,\n"
+    "whoever made it, within TEV_ENABLE_INSTRUCTIONS and TEV_CBWR; detect leaves the choice to the sink, which runs\n"
     "the baseline on other makers' processors. A tier that the machine cannot run is refused.\n\n"
     "Exit status: 0 done; 1 the sink failed or a check did not pass; 2 an option, a file or a shape is wrong.";
 
@@ -189,6 +189,7 @@ sink_settings resolve(const sink_options& options) {
     settings.library_path = libraries.string();
   settings.threads = options.threads;
   settings.processor_type = processor_type_for(options.tier);
+  settings.trust_features = options.tier == "auto";
   if (!options.pin.empty()) settings.pin = parse_processors("--pin", options.pin);
   return settings;
 }

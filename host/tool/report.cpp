@@ -85,9 +85,11 @@ std::string foreign_processor_note(const facts& f) {
   const std::string maker = fact(f.report, "maker");
   if (maker == "own" || maker == "?") return "";
   return fmt::format(
-      "\nThis processor is of another maker ({}), for which detection answers the baseline tier, def.\n"
-      "The tier in force is {}. --tier NAME forces one that the features allow, as does TEV_DEBUG_CPU_TYPE=CODE in the\n"
-      "environment of any program: 0 def, 2 mc (SSSE3), 3 mc3 (SSE4.2), 4 avx, 5 avx2, 6 avx512_zel, 7 avx512.\n",
+      "\nThis processor is of another maker ({}), for which detection alone answers the baseline tier, def.\n"
+      "The tier in force is {}. --tier auto vouches for the processor, as a program does that embeds the library and\n"
+      "calls tev_serv_trust_features(1): then its features decide. --tier NAME forces a tier that the features allow,\n"
+      "as does TEV_DEBUG_CPU_TYPE=CODE in the environment of any program: 0 def, 2 mc (SSSE3), 3 mc3 (SSE4.2), 4 avx,\n"
+      "5 avx2, 6 avx512_zel, 7 avx512.\n",
       maker, fact(f.report, "tier"));
 }
 

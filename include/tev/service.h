@@ -93,7 +93,7 @@ TEV_EXPORT int32_t tev_serv_trylock(int32_t* lock); /* 1 when taken, else 0 */
 
 /* Processor type codes: which tier of kernels runs. */
 enum {
-  TEV_CPU_DEF = 0,         /* SSE2, and every processor of another maker */
+  TEV_CPU_DEF = 0,         /* SSE2, and every processor of another maker that is not vouched for */
   TEV_CPU_MC = 2,          /* SSSE3 */
   TEV_CPU_MC3 = 3,         /* SSE4.2 */
   TEV_CPU_AVX = 4,         /* AVX */
@@ -102,6 +102,13 @@ enum {
   TEV_CPU_AVX512 = 7,      /* AVX-512 with DQ, BW and VL */
   TEV_CPU_AVX512_ZEL_E1 = 8 /* as 6; only tev_serv_get_cpu_type(1) tells it apart */
 };
+
+/* Detection knows the processors of one maker and runs others at TEV_CPU_DEF, without ceilings or reproducibility
+ * branches. A program that knows better vouches for the processor with a flag other than 0: then its features alone
+ * decide, whoever made it. Returns 0 when that is so (flag 0: when it is not), or -8 when it comes too late: it must be
+ * the first call of the library, or at least before any that computes or asks for threads, processor, caches or
+ * reproducibility mode. */
+TEV_EXPORT int32_t tev_serv_trust_features(int32_t flag);
 
 /* The code in force, decided at the first call. TEV_DEBUG_CPU_TYPE=<code> forces one, whoever made the processor. */
 TEV_EXPORT int32_t tev_serv_cpu_detect(void);

@@ -34,6 +34,11 @@ def random_matrix(rng, shape, dtype):
     return (x + 1j * rng.uniform(-1, 1, shape) if np.issubdtype(dtype, np.complexfloating) else x).astype(dtype)
 
 
+def processor_flags():
+    lines = pathlib.Path("/proc/cpuinfo").read_text().splitlines()
+    return set(next(line for line in lines if line.startswith("flags")).split())
+
+
 def children_of(pid):
     return [int(child) for child in pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
 
@@ -219,8 +224,7 @@ class Options(ToolTest):
                       if line.startswith("TEV_DEBUG_CPU_TYPE=")]
             return values[0] if values else None
 
-        lines = pathlib.Path("/proc/cpuinfo").read_text().splitlines()
-        flags = set(next(line for line in lines if line.startswith("flags")).split())
+        flags = processor_flags()
         needs = (("7", "avx512", "avx512f avx512dq avx512bw avx512vl"), ("6", "avx512_zel", "avx512f avx512cd"),
                  ("5", "avx2", "avx2 fma bmi1 bmi2 abm"), ("4", "avx", "avx"), ("3", "mc3", "sse4_2"),
                  ("2", "mc", "ssse3"), ("0", "def", "sse2"))
@@ -230,11 +234,30 @@ class Options(ToolTest):
         for name in {name for _, name, _ in needs} - {name for _, name in runs}:
             self.assert_refused(f"--tier {name}: this machine lacks", "info", "--tier", name)
         self.assert_refused("--tier 'fast'", "info", "--tier", "fast")
-        self.assertEqual(processor_type(TEV_DEBUG_CPU_TYPE=""), runs[0][0])
-        self.assertEqual(processor_type("--tier", "auto", TEV_DEBUG_CPU_TYPE="2"), "2")
-        for setting in ("TEV_CBWR", "TEV_ENABLE_INSTRUCTIONS"):
-            self.assertIsNone(processor_type(**{setting: "AVX2"}))
-        self.assertIsNone(processor_type("--tier", "detect"))
+        for tier in ("auto", "detect"):
+            self.assertEqual(processor_type("--tier", tier, TEV_DEBUG_CPU_TYPE="2"), "2")
+            self.assertIsNone(processor_type("--tier", tier))
+
+    def test_tier_auto_vouches_for_the_processor(self):
+        """What the features allow runs, ceilings and branches count; detection alone knows one maker's only."""
+        flags = processor_flags()
+        avx2 = flags.issuperset("pclmulqdq avx2 fma bmi1 bmi2 abm".split())
+        avx512 = avx2 and flags.issuperset("avx512f avx512dq avx512bw avx512vl".split())
+        if not avx2 or "avx512er" in flags:
+            self.skipTest("needs AVX2, and knows the plain tiers only")
+
+        def facts(tier, **settings):
+            done = subprocess.run(command("info", "--json", "--tier", tier), env={**os.environ, **settings},
+                                  capture_output=True, text=True, timeout=60)
+            self.assertEqual(done.returncode, 0, done.stderr)
+            return json.loads(done.stdout)["sink"]
+
+        self.assertEqual(facts("auto")["tier"], "avx512" if avx512 else "avx2")
+        self.assertEqual(facts("auto", TEV_ENABLE_INSTRUCTIONS="AVX")["tier"], "avx")
+        self.assertEqual(facts("auto", TEV_CBWR="AVX2")["reproducibility"], "AVX2")
+        self.assertEqual(facts("auto", TEV_DEBUG_CPU_TYPE="3")["tier"], "mc3")
+        if facts("auto")["maker"] != "own":
+            self.assertEqual(facts("detect")["tier"], "def")
 
     def test_unwritable_output_is_a_failure(self):
         with open("/dev/full", "w") as full:

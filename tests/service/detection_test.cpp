@@ -240,6 +240,90 @@ TEST(TooOldProcessor, EndsTheProcess) {
     }
 }
 
+// A vouched processor is what its features make it; what only its real maker's processors have stays.
+TEST(Vouching, MakesTheFeaturesDecide) {
+  const auto print = [] {
+    printf("%d%d", tev_serv_trust_features(1), tev_serv_trust_features(1));
+    printf(" maker %d%d", tev_serv_zarik_cpu_true(), tev_serv_zarik_cpu());
+    printf(" type %d branch %d", tev_serv_get_cpu_type(1), tev_serv_cbwr_get_auto_branch());
+    printf(" mode %d %s", tev_serv_cbwr_get(1), tier_name(tev_serv_cpu_detect()));
+    printf(" needle %d bulldozer %d", tev_serv_cpuisneedle(), tev_serv_cpuisbulldozer());
+    printf(" caches %ld, again %d, back %d", tev_serv_get_cache_size(1), tev_serv_trust_features(1),
+           tev_serv_trust_features(0));
+  };
+  const auto foreign = [](fake_processor p) {
+    p.ext_ecx |= 1u << 16;  // FMA4
+    p.caches.clear();
+    return amd(p);
+  };
+  const std::string off = " caches -1, again 0, back -8", on = " caches 32768, again 0, back -8";
+  const struct {
+    fake_processor processor;
+    environment settings;
+    std::string expected;
+  } rows[] = {
+      {avx512_processor(), {}, "00 maker 11 type 7 branch 12 mode 1 avx512 needle 1 bulldozer 1" + off},
+      {avx2_processor(), {}, "00 maker 11 type 5 branch 10 mode 1 avx2 needle 1 bulldozer 1" + off},
+      {sse2_processor(), {}, "00 maker 11 type 0 branch 4 mode 1 def needle 0 bulldozer 0" + off},
+      {avx512_processor(),
+       {{"TEV_ENABLE_INSTRUCTIONS", "AVX"}},
+       "00 maker 11 type 4 branch 9 mode 1 avx needle 1 bulldozer 1" + off},
+      {avx512_processor(),
+       {{"TEV_CBWR", "AVX2"}},
+       "00 maker 11 type 7 branch 12 mode 10 avx2 needle 0 bulldozer 0" + on},
+      {avx512_processor(),
+       {{"TEV_DEBUG_CPU_TYPE", "3"}},
+       "00 maker 11 type 3 branch 8 mode 1 mc3 needle 1 bulldozer 1" + off},
+  };
+  for (const auto& row : rows) EXPECT_EQ(printed_on(foreign(row.processor), row.settings, print), row.expected);
+}
+
+TEST(Vouching, ComesTooLateForWhatIsDecided) {
+  const struct {
+    const char* what;
+    void (*decide)();
+  } rows[] = {
+      {"type code", [] { tev_serv_cpu_detect(); }},
+      {"vendor test", [] { tev_serv_zarik_cpu_true(); }},
+      {"what this processor can do", [] { tev_serv_get_cpu_type(1); }},
+      {"mode from the environment", [] { tev_serv_cbwr_get(1); }},
+      {"mode from the program", [] { tev_serv_cbwr_set(TEV_CBWR_OFF); }},
+      {"ceiling", [] { tev_serv_enable_instructions(TEV_ENABLE_AVX); }},
+      {"topology", [] { tev_serv_get_ncpus(); }},
+      {"thread count", [] { tev_serv_get_max_threads(); }},
+      {"caches", [] { tev_serv_get_cache_size(1); }},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(printed_on(amd(avx2_processor()), {},
+                         [&] {
+                           printf("%d ", tev_serv_trust_features(0));
+                           row.decide();
+                           printf("%d %d", tev_serv_trust_features(1), tev_serv_trust_features(0));
+                           printf(" maker %d type %d", tev_serv_zarik_cpu_true(), tev_serv_cpu_detect());
+                         }),
+              "0 -8 0 maker 0 type 0")
+        << row.what;
+}
+
+// One thread vouches while others ask: it was first or came too late, and everybody has one opinion.
+TEST(Vouching, RacedByQuestionsIsAllOrNothing) {
+  const auto race = [] {
+    std::atomic<int> waiting = 4;
+    int32_t vouched = 0, answers[3];
+    const auto start = [&] {
+      for (--waiting; waiting > 0;) std::this_thread::yield();
+    };
+    std::thread voucher([&] { start(), vouched = tev_serv_trust_features(1); });
+    std::thread askers[3];
+    for (int t = 0; t < 3; ++t) askers[t] = std::thread([&, t] { start(), answers[t] = tev_serv_zarik_cpu_true(); });
+    voucher.join();
+    for (std::thread& asker : askers) asker.join();
+    for (const int32_t answer : answers)
+      if (answer != (vouched == 0)) printf("vouched %d, answer %d ", vouched, answer);
+  };
+  for (int round = 0; round < 20; ++round) EXPECT_EQ(printed_on(amd(avx2_processor()), {}, race), "");
+}
+
 // Every question first asked by several threads at once, each beginning with another one: all see the same answers.
 TEST(Detection, RacedByThreadsGivesOneAnswer) {
   const auto race = [] {

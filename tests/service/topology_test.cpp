@@ -56,6 +56,7 @@ struct machine {
   bool topology_leaf = false;
   bool refuses = false;  // to move threads
   const char* vendor = "GenuineZarik";
+  bool vouched = false;
 };
 machine at_hand;
 int here;  // the processor that the probe visits
@@ -86,6 +87,7 @@ void be(const machine& m) {
     for (here = 0; !where.contains(here);) ++here;
     return !at_hand.refuses;
   };
+  if (m.vouched) tev_serv_trust_features(1);
 }
 
 TEST(Topology, IsThatOfThisMachine) {
@@ -178,6 +180,11 @@ TEST(Topology, PartOfAMachine) {
       {"threads cannot be moved", {.processors = {0, 2, 8, 9}, .refuses = true}, cpus, none, "4/3/1 3 3 99"},
       {"nor are there folders", {.processors = {0, 2, 8}, .refuses = true}, none, none, "16/4/4 3 4 99"},
       {"another maker", {.processors = {0, 2, 8, 9}, .vendor = "AuthenticAMD"}, cpus, none, "16/4/4 3 4 99"},
+      {"another maker, vouched for",
+       {.processors = {0, 2, 8, 9}, .vendor = "AuthenticAMD", .vouched = true},
+       cpus,
+       none,
+       "16/4/4 3 4 99"},
       {"another maker, quota", {.processors = {0, 1, 2, 3, 8}, .vendor = "AuthenticAMD"}, cpus, quota, "16/4/4 3 4 99"},
   };
   for (const auto& row : rows)
