@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// A library under measurement, in a process of its own: what a library decides when it is loaded (instruction set,
+// threads) is set in that process's environment, and two OpenMP runtimes never meet. The parent takes turns between
+// its contestants, one sample each, so that a change of the machine's mood meets all of them alike.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bench/level3/operations.h"
+
+namespace tev::bench {
+
+using environment = std::vector<std::pair<std::string, std::string>>;
+
+class contestant {
+ public:
+  // Starts this program again as `--serve <arguments>` (bench/level3/serving.h) with `variables` added.
+  contestant(std::string name, std::vector<std::string> arguments, environment variables);
+  ~contestant();
+  contestant(const contestant&) = delete;
+  contestant& operator=(const contestant&) = delete;
+
+  // False when it has no such routine, or cannot be loaded.
+  bool is_ready() const { return running_; }
+
+  // Sets operands up, runs once and checks some elements of the result. False when the library cannot do it; one whose
+  // process a case ended has a new one in the next.
+  bool prepare(const level3_case& c);
+
+  // Seconds per call, from one sample of a millisecond, ten when threaded, or one call.
+  double sample();
+
+  const std::string& name() const { return name_; }
+
+ private:
+  void start();
+  void stop();
+  std::string receive();
+  std::string answer_to(const std::string& question);
+  void complain(const std::string& answer) const;
+
+  std::string name_;
+  std::vector<std::string> arguments_;
+  environment variables_;
+  bool running_ = false;
+  int pid_ = -1;
+  FILE* to_ = nullptr;
+  FILE* from_ = nullptr;
+};
+
+}  // namespace tev::bench

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "bench/level3/operations.h"
+
+namespace tev::bench {
+
+struct options {
+  const operation* op;
+  char precision = 'd';
+  std::string tier = "avx512";
+  std::vector<std::string> sets;   // of `op`, all when none is chosen
+  std::vector<std::string> peers;  // NAME=PATH[:VARIABLE=VALUE,...]; none: those of bench/level3/peers.h
+  int threads = 1, rounds = 9;
+  bool summary = false, busy = false, self = false;
+};
+
+// Ends the program, with the usage, when the arguments make no sense.
+options parse(const std::vector<std::string>& arguments);
+
+// "a,b" is {"a", "b"}.
+std::vector<std::string> split(const std::string& text, char separator);
+
+}  // namespace tev::bench
