@@ -6,16 +6,15 @@
 //   processor                the best tier below the ceiling whose features it has
 #include "service/detection.h"
 
-#include <cstring>
 #include <iterator>
 #include <optional>
 
 #include "service/decide_once.h"
-#include "service/environment.h"
 #include "service/features.h"
 #include "service/formatted_io.h"
 #include "service/lock.h"
 #include "service/messages.h"
+#include "service/settings.h"
 
 // Tiers by type code. Code 1 is reserved: only TEV_DEBUG_CPU_TYPE can ask for it.
 #define TEV_TIERS(ROW) \
@@ -56,10 +55,9 @@ void store(int32_t& word, int32_t value) { __atomic_store_n(&word, value, __ATOM
 
 std::optional<int32_t> forced_type() {
   const int32_t present = decide_once(override_present, [] {
-    char text[30];
+    const setting_value<setting::TEV_DEBUG_CPU_TYPE> value;
     int32_t code = 0;
-    const bool found =
-        tev_serv_getenv("TEV_DEBUG_CPU_TYPE", text, sizeof text) > 0 && tev_serv_sscanf_s(text, "%i", &code) == 1;
+    const bool found = value.length > 0 && tev_serv_sscanf_s(value.text, "%i", &code) == 1;
     store(forced_code, code);
     return found;
   });
@@ -105,12 +103,10 @@ int32_t set_ceiling(int32_t ceiling) {
 
 int32_t read_environment_ceiling() {
   constexpr const char* kNames[] = {"SSE4_2", "AVX", "AVX2", "AVX512_ZEL", "AVX512", "AVX512_ZEL_E1"};  // by ceiling
-  char text[30];
-  if (tev_serv_getenv("TEV_ENABLE_INSTRUCTIONS", text, sizeof text) > 0) {
-    for (int32_t ceiling = 0; ceiling < static_cast<int32_t>(std::size(kNames)); ++ceiling) {
-      if (strcmp(text, kNames[ceiling]) == 0) {
-        return ceiling;
-      }
+  const setting_value<setting::TEV_ENABLE_INSTRUCTIONS> value;
+  for (int32_t ceiling = 0; ceiling < static_cast<int32_t>(std::size(kNames)); ++ceiling) {
+    if (value.view() == kNames[ceiling]) {
+      return ceiling;
     }
   }
   return -1;

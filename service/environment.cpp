@@ -13,25 +13,15 @@
 #include <string_view>
 
 #include "service/bounded_strings.h"
+#include "service/settings.h"
 #include "service/threads.h"
 
 namespace {
 
 using namespace std::literals;
-using tev::service::kMaxStringCapacity;
+using namespace tev::service;
 
 constexpr int32_t kUnset = -1;
-
-// Its text lives as long as the object; empty when the variable is not set or does not fit.
-class value {
- public:
-  explicit value(const char* name) : length_(std::max(tev_serv_getenv(name, text_, sizeof text_), 0)) {}
-  std::string_view text() const { return {text_, static_cast<size_t>(length_)}; }
-
- private:
-  char text_[256];
-  int32_t length_;
-};
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
@@ -53,15 +43,15 @@ void set(int32_t& setting, int32_t number) {
 }
 
 void read_num_threads() {
-  const value variable("TEV_NUM_THREADS");
-  if (variable.text().empty()) return;
-  const int32_t count = digits_only(variable.text()).value_or(1);  // a typing error must not take the machine
+  const setting_value<setting::TEV_NUM_THREADS> variable;
+  if (variable.view().empty()) return;
+  const int32_t count = digits_only(variable.view()).value_or(1);  // a typing error must not take the machine
   if (count > 0) set_if_unset(__tev_num_threads, count);
 }
 
 void read_num_stripes() {
-  const value variable("TEV_NUM_STRIPES");
-  const int32_t stripes = digits_only(variable.text()).value_or(kUnset);
+  const setting_value<setting::TEV_NUM_STRIPES> variable;
+  const int32_t stripes = digits_only(variable.view()).value_or(kUnset);
   if (stripes >= 0) set_if_unset(__tev_num_stripes, stripes);
 }
 
@@ -95,8 +85,8 @@ void skip(std::string_view& text, std::string_view characters) {
 // TEV_DOMAIN_ALL=4, "TEV_DOMAIN_BLAS = 8": any mixture of separators and quotes; a name without a count means 1.
 void read_domain_list() {
   constexpr std::string_view kSeparators = " ,;:\"'";
-  const value variable("TEV_DOMAIN_NUM_THREADS");
-  std::string_view rest = variable.text();
+  const setting_value<setting::TEV_DOMAIN_NUM_THREADS> variable;
+  std::string_view rest = variable.view();
   for (;;) {
     skip(rest, kSeparators);
     const std::string_view name = take_until(rest, "=\"' ");
@@ -109,29 +99,30 @@ void read_domain_list() {
 
 void read_dynamic() {
   constexpr std::string_view kQuotes = " \"'";
-  const value variable("TEV_DYNAMIC");
-  std::string_view rest = variable.text();
+  const setting_value<setting::TEV_DYNAMIC> variable;
+  std::string_view rest = variable.view();
   skip(rest, kQuotes);
   const std::string_view word = take_until(rest, kQuotes);
   set_if_unset(__tev_dynamic, word == "FALSE" || word == "false" ? 0 : 1);  // deliberate: "0" and "False" leave it on
 }
 
 void read_omp_num_threads() {
-  const value variable("OMP_NUM_THREADS");
-  if (variable.text().empty()) return;
-  const int32_t count = digits_only(variable.text()).value_or(1);
+  const setting_value<setting::OMP_NUM_THREADS> variable;
+  if (variable.view().empty()) return;
+  const int32_t count = digits_only(variable.view()).value_or(1);
   if (count > 0) set(__omp_num_threads, count);
 }
 
 void read_mpi_thread_level() {
-  const value variable("Z_MPI_THREAD_LEVEL");
-  if (variable.text().empty()) return;
-  const int32_t level = digits_only(variable.text()).value_or(0);
+  const setting_value<setting::Z_MPI_THREAD_LEVEL> variable;
+  if (variable.view().empty()) return;
+  const int32_t level = digits_only(variable.view()).value_or(0);
   set(__tev_mpi_thread_level, level >= 0 && level < 4 ? level : 0);
 }
 
 bool passes_every_mode(std::string_view name) {
-  return name == "ZEL_LD_LIBRARY_PATH" || name == "LD_LIBRARY_PATH" || name == "TEVROOT" || name == "LANG";
+  return std::any_of(std::begin(kSettings), std::end(kSettings),
+                     [name](const setting_row& row) { return row.mode == setting_mode::always && row.name == name; });
 }
 
 }  // namespace

@@ -14,10 +14,11 @@
 
 #include "service/environment.h"
 #include "service/formatted_io.h"
+#include "service/settings.h"
 
 namespace {
 
-using tev::service::suppress_mark_range;
+using namespace tev::service;
 
 using load_through_runtime = int (*)(const char* file, const char* name, const char* search_path, uint32_t flags,
                                      void** handle);
@@ -54,12 +55,13 @@ load_through_runtime runtime_loader() {
 }
 
 // The runtime's own handle is not used: a library counts as found only if the dynamic loader knows it by its name.
-void* open_along(const char* variable, const char* file) {
-  char search_path[4096];
-  if (tev_serv_getenv(variable, search_path, sizeof search_path) <= 0) return nullptr;
+template <setting SearchPath>
+void* open_along(const char* file) {
+  setting_value<SearchPath> folders;
+  if (folders.length == 0) return nullptr;
   const load_through_runtime load = runtime_loader();
   void* handle = nullptr;
-  if (!load || load(file, file, search_path, kLoad, &handle) != 0) return nullptr;
+  if (!load || load(file, file, folders.text, kLoad, &handle) != 0) return nullptr;
   return open_library(file, kAlreadyLoaded);
 }
 
@@ -80,8 +82,8 @@ void* tev::service::load_library(const char* file) {
     if (!handle && std::strncmp(EXEPath, DispLibPath, sizeof EXEPath) != 0) handle = open_in_directory(EXEPath, file);
   }
   if (!handle) handle = open_library(file, kLoad);
-  if (!handle) handle = open_along("ZEL_LD_LIBRARY_PATH", file);
-  if (!handle) handle = open_along("LD_LIBRARY_PATH", file);
+  if (!handle) handle = open_along<setting::ZEL_LD_LIBRARY_PATH>(file);
+  if (!handle) handle = open_along<setting::LD_LIBRARY_PATH>(file);
   return handle;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "service/lock.h"
+#include "service/settings.h"
 
 using namespace tev::service;
 
@@ -15,21 +16,17 @@ int32_t tev_fast_mm_lock = 0;
 
 namespace {
 
-constexpr int32_t kValueSize = 32;
-
 bool settings_are_read() { return __atomic_load_n(&env_has_been_cached, __ATOMIC_ACQUIRE) == 1; }
 
 int32_t disabled_by_variable() {
-  char value[kValueSize];
-  return tev_serv_getenv("TEV_DISABLE_FAST_MM", value, kValueSize) > 0 ? 1 : 0;  // whatever the value is, "0" included
+  return setting_value<setting::TEV_DISABLE_FAST_MM>().length > 0 ? 1 : 0;  // whatever the value is, "0" included
 }
 
 uint64_t budget_of_variable() {
-  char value[kValueSize];
-  if (tev_serv_getenv("TEV_FAST_MEMORY_LIMIT", value, kValueSize) <= 0) return kNoLimit;
+  const setting_value<setting::TEV_FAST_MEMORY_LIMIT> value;
   char* end;
-  const int64_t megabytes = strtoll(value, &end, 10);
-  return end == value ? kNoLimit : budget_in_bytes(megabytes);
+  const int64_t megabytes = strtoll(value.text, &end, 10);
+  return end == value.text ? kNoLimit : budget_in_bytes(megabytes);
 }
 
 }  // namespace

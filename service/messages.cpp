@@ -13,8 +13,8 @@
 #include <cstring>
 
 #include "service/bounded_strings.h"
-#include "service/environment.h"
 #include "service/formatted_io.h"
+#include "service/settings.h"
 
 namespace {
 
@@ -56,12 +56,11 @@ bool is_open(nl_catd opened) { return opened != reinterpret_cast<nl_catd>(-1); }
 
 // Deliberate: LANG=de_DE.UTF-8 becomes LANG=de_DE for the whole process when a catalog may be found under that.
 bool cut_language() {
-  char language[64];
-  if (tev_serv_getenv("LANG", language, sizeof language) <= 0) return false;
-  char* const point = std::strchr(language, '.');
+  tev::service::setting_value<tev::service::setting::LANG> language;
+  char* const point = std::strchr(language.text, '.');
   if (!point) return false;
   *point = '\0';
-  return setenv("LANG", language, 1) == 0;
+  return setenv(language.kRow.name, language.text, 1) == 0;
 }
 
 // Messages of other threads have the built-in texts until the catalog is open.

@@ -3,9 +3,9 @@
 #include <cstring>
 
 #include "service/detection.h"
-#include "service/environment.h"
 #include "service/features.h"
 #include "service/lock.h"
+#include "service/settings.h"
 
 namespace {
 
@@ -96,8 +96,8 @@ int32_t parse_mode(const char* value) {
 }
 
 int32_t mode_from_environment() {
-  char value[128];
-  return tev_serv_getenv("TEV_CBWR", value, sizeof value) > 0 ? parse_mode(value) : 0;
+  const tev::service::setting_value<tev::service::setting::TEV_CBWR> value;
+  return value.length > 0 ? parse_mode(value.text) : 0;
 }
 
 }  // namespace

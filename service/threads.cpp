@@ -14,6 +14,7 @@
 
 #include "service/environment.h"
 #include "service/lock.h"
+#include "service/settings.h"
 #include "service/thread_key.h"
 #include "service/topology.h"
 
@@ -102,28 +103,29 @@ int32_t share_of_process(int32_t count, int32_t cores, int32_t processes) {
   return std::max(std::min(cores / processes, count), 1);
 }
 
-// The variable's value as a positive number that is followed by `end`, else 0.
-int32_t number_before(const char* name, char end) {
-  char text[256];
-  if (tev_serv_getenv(name, text, sizeof text) <= 0) return 0;
+// The launcher's value as a positive number that is followed by `end`, else 0.
+template <tev::service::setting Launcher>
+int32_t number_before(char end) {
+  const tev::service::setting_value<Launcher> value;
   char* rest;
-  const long number = strtol(text, &rest, 10);
+  const long number = strtol(value.text, &rest, 10);
   return *rest == end && number > 0 && number <= INT32_MAX ? static_cast<int32_t>(number) : 0;
 }
 
 int32_t read_processes_per_node() {
+  using tev::service::setting;
   static constexpr struct {
-    const char* name;
+    int32_t (*number_before)(char end);
     char end;
   } kLaunchers[] = {
-      {"TEV_MPI_PPN", 0},
-      {"Z_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", 0},
-      {"Z_MPI_PIN_MAPPING", ':'},  // 4:0 0,1 12: the places of 4 processes
-      {"OMPI_COMM_WORLD_LOCAL_SIZE", 0},
-      {"MPI_LOCALNRANKS", 0},
+      {number_before<setting::TEV_MPI_PPN>, 0},
+      {number_before<setting::Z_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE>, 0},
+      {number_before<setting::Z_MPI_PIN_MAPPING>, ':'},  // 4:0 0,1 12: the places of 4 processes
+      {number_before<setting::OMPI_COMM_WORLD_LOCAL_SIZE>, 0},
+      {number_before<setting::MPI_LOCALNRANKS>, 0},
   };
   for (const auto& launcher : kLaunchers)
-    if (const int32_t number = number_before(launcher.name, launcher.end)) return number;
+    if (const int32_t number = launcher.number_before(launcher.end)) return number;
   return -1;
 }
 

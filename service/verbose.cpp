@@ -3,9 +3,9 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "service/environment.h"
 #include "service/lock.h"
 #include "service/messages.h"
+#include "service/settings.h"
 
 namespace {
 
@@ -18,12 +18,10 @@ std::atomic_ref<int32_t> flag() { return std::atomic_ref<int32_t>(tev_verbose_va
 
 // The whole value is a number as C writes it, and that number is 1.
 int32_t read_setting() {
-  char value[128];
-  const int32_t length = tev_serv_getenv("TEV_VERBOSE", value, sizeof value);
-  if (length <= 0) return 0;
+  const tev::service::setting_value<tev::service::setting::TEV_VERBOSE> value;
   char* end;
-  const long number = std::strtol(value, &end, 0);
-  return end == value + length && number == 1 ? 1 : 0;
+  const long number = std::strtol(value.text, &end, 0);
+  return end == value.text + value.length && number == 1 ? 1 : 0;
 }
 
 }  // namespace
