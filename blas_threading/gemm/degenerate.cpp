@@ -116,50 +116,50 @@ bool multiply_vector(matrix_vector<T> p) {
 
 // Row i of C.
 template <class T>
-bool one_row(const gemm_arguments<T>& p, int64_t i) {
+bool one_row(const operation<T>& p, int64_t i) {
   const bool a_plain = p.op_a == kNoTrans, b_plain = p.op_b == kNoTrans;
   return multiply_vector<T>({.transposed = b_plain,
                              .conjugated = conjugates<T>(p.op_b),
                              .rows = b_plain ? p.k : p.n,
                              .columns = b_plain ? p.n : p.k,
                              .alpha = p.alpha,
-                             .a = p.b,
-                             .lda = p.ldb,
-                             .x = p.a + (a_plain ? i : i * p.lda),
-                             .incx = a_plain ? p.lda : 1,
+                             .a = elements<T>(p.b),
+                             .lda = p.b.ld,
+                             .x = elements<T>(p.a) + (a_plain ? i : i * p.a.ld),
+                             .incx = a_plain ? p.a.ld : 1,
                              .x_conjugated = conjugates<T>(p.op_a),
                              .beta = p.beta,
-                             .y = p.c + i,
-                             .incy = p.ldc});
+                             .y = elements<T>(p.c) + i,
+                             .incy = p.c.ld});
 }
 
 template <class T>
-bool one_column(const gemm_arguments<T>& p) {
+bool one_column(const operation<T>& p) {
   const bool a_plain = p.op_a == kNoTrans;
   return multiply_vector<T>({.transposed = !a_plain,
                              .conjugated = conjugates<T>(p.op_a),
                              .rows = a_plain ? p.m : p.k,
                              .columns = a_plain ? p.k : p.m,
                              .alpha = p.alpha,
-                             .a = p.a,
-                             .lda = p.lda,
-                             .x = p.b,
-                             .incx = p.op_b == kNoTrans ? 1 : p.ldb,
+                             .a = elements<T>(p.a),
+                             .lda = p.a.ld,
+                             .x = elements<T>(p.b),
+                             .incx = p.op_b == kNoTrans ? 1 : p.b.ld,
                              .x_conjugated = conjugates<T>(p.op_b),
                              .beta = p.beta,
-                             .y = p.c,
+                             .y = elements<T>(p.c),
                              .incy = 1});
 }
 
 // Few rows, and columns of B (and of A, or so few of its elements) that share cache sets.
 template <class T>
-bool is_few_rows(const gemm_arguments<T>& p) {
-  return p.op_b == kNoTrans && p.m < 8 && (p.lda < 8 || p.lda % 256 == 0) && p.ldc < 8 && p.ldb % 256 == 0 &&
+bool is_few_rows(const operation<T>& p) {
+  return p.op_b == kNoTrans && p.m < 8 && (p.a.ld < 8 || p.a.ld % 256 == 0) && p.c.ld < 8 && p.b.ld % 256 == 0 &&
          tev_serv_cpu_detect() == TEV_CPU_AVX512_ZEL;
 }
 
 template <class T>
-bool few_rows(const gemm_arguments<T>& p) {
+bool few_rows(const operation<T>& p) {
   for (int64_t i = 0; i < p.m; ++i) one_row(p, i);  // B is not transposed: no copy that could fail
   return true;
 }
@@ -167,20 +167,19 @@ bool few_rows(const gemm_arguments<T>& p) {
 // The column is read once per column of C. A strided one of more than 64 elements is first copied; plainly, since the
 // update conjugates by the letters.
 template <class T>
-bool rank_1(const gemm_arguments<T>& p) {
-  constexpr char kLetters[] = {'N', 'T', 'C'};
-  const auto letter = [&](int32_t code) { return &kLetters[code < 0 ? kernels::kTrans : code]; };
-  const int64_t a_stride = p.op_a == kNoTrans ? 1 : p.lda, b_stride = p.op_b == kNoTrans ? p.ldb : 1;
+bool rank_1(const operation<T>& p) {
+  const char transa = kernels::letter_of(p.op_a), transb = kernels::letter_of(p.op_b);
+  const int64_t a_stride = p.op_a == kNoTrans ? 1 : p.a.ld, b_stride = p.op_b == kNoTrans ? p.b.ld : 1;
   const auto update = [&](const T* x, const int64_t& stride) {
-    level2<T>::gemmger(letter(p.op_a), letter(p.op_b), &p.m, &p.n, &p.alpha, x, &stride, p.b, &b_stride, &p.beta, p.c,
-                       &p.ldc);
+    level2<T>::gemmger(&transa, &transb, &p.m, &p.n, &p.alpha, x, &stride, elements<T>(p.b), &b_stride, &p.beta,
+                       elements<T>(p.c), &p.c.ld);
     return true;
   };
-  if (a_stride == 1 || p.m <= 64) return update(p.a, a_stride);
+  if (a_stride == 1 || p.m <= 64) return update(elements<T>(p.a), a_stride);
   constexpr char kName[] = {element<T>::kLetter, 'G', 'E', 'M', 'M', '\0'};
   T* const column = allocate<T>(p.m);
-  if (tev_serv_check_ptr_and_warn(column, kName) != 0) return update(p.a, a_stride);
-  level2<T>::copy(&p.m, p.a, &a_stride, column, &kOne);
+  if (tev_serv_check_ptr_and_warn(column, kName) != 0) return update(elements<T>(p.a), a_stride);
+  level2<T>::copy(&p.m, elements<T>(p.a), &a_stride, column, &kOne);
   update(column, kOne);
   tev_serv_deallocate(column);
   return true;
@@ -189,7 +188,7 @@ bool rank_1(const gemm_arguments<T>& p) {
 }  // namespace
 
 template <class T>
-bool degenerate_product(const gemm_arguments<T>& p) {
+bool degenerate_product(const operation<T>& p) {
   if (p.m == 1) return one_row(p, 0);
   if (is_few_rows(p)) return few_rows(p);
   if (p.n == 1) return one_column(p);
@@ -197,9 +196,9 @@ bool degenerate_product(const gemm_arguments<T>& p) {
   return false;
 }
 
-template bool degenerate_product(const gemm_arguments<float>&);
-template bool degenerate_product(const gemm_arguments<double>&);
-template bool degenerate_product(const gemm_arguments<tev_complex8>&);
-template bool degenerate_product(const gemm_arguments<tev_complex16>&);
+template bool degenerate_product(const operation<float>&);
+template bool degenerate_product(const operation<double>&);
+template bool degenerate_product(const operation<tev_complex8>&);
+template bool degenerate_product(const operation<tev_complex16>&);
 
 }  // namespace tev::blas

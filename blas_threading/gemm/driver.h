@@ -21,7 +21,6 @@ void omp_driver_nocopy(const kernels::operation<T>& problem, operand a, operand 
 
 // Tiers with the version-1 kernels. Exported as tev_blas_?gemm_omp_driver_v1.
 template <class T>
-void gemm_omp_driver_v1(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a, int64_t lda,
-                        const T* b, int64_t ldb, T beta, T* c, int64_t ldc);
+void gemm_omp_driver_v1(const kernels::operation<T>& problem);
 
 }  // namespace tev::blas

@@ -15,6 +15,7 @@
 #include "blas_threading/element.h"
 #include "blas_threading/gemm/options.h"
 #include "blas_threading/kernel_calls.h"
+#include "blas_threading/operands.h"
 #include "blas_threading/team/team.h"
 #include "blas_threading/team/waiting.h"
 #include "service/xerbla.h"
@@ -24,27 +25,10 @@ namespace tev::blas {
 
 using kernels::buffers;
 using kernels::kernel_info;
-using kernels::operation;
 using kernels::strategy;
 
 inline int64_t ceil_div(int64_t x, int64_t y) { return (x + y - 1) / y; }
 inline int64_t round_up(int64_t x, int64_t step) { return ceil_div(x, step) * step; }
-
-inline operand block_of(const operand& x, int64_t row, int64_t column, int64_t rows, int64_t columns) {
-  operand block = x;
-  block.data = x.at(row, column, &x);
-  block.rows = block.extent = rows;
-  block.columns = columns;
-  block.row_offset += row;
-  block.column_offset += column;
-  return block;
-}
-inline operand rows_of(const operand& x, const span& rows) {
-  return block_of(x, rows.begin, 0, rows.end - rows.begin, x.columns);
-}
-inline operand columns_of(const operand& x, const span& columns) {
-  return block_of(x, 0, columns.begin, x.rows, columns.end - columns.begin);
-}
 
 // Rows [row, row + rows) and k [p, p + depth) of op(A) into their place in a panel that begins with row 0 of `a`'s
 // chunk `chunk`. alpha is B's.
@@ -105,13 +89,9 @@ void wait_for_work(const Word* word, Word target, int32_t spin_limit) {
 // of this shape.
 template <class T>
 void compute_alone(const operation<T>& problem, const operand& a, const operand& b, const operand& c) {
-  const auto letter_of = [](int32_t code) {
-    return code == kernels::kNoTrans ? 'N' : code == kernels::kConjTrans ? 'C' : 'T';
-  };
-  const char transa = letter_of(problem.op_a), transb = letter_of(problem.op_b);
-  kernel_calls<T>::xgemm(&transa, &transb, &c.rows, &c.columns, &a.columns, &problem.alpha,
-                         static_cast<const T*>(a.data), &a.ld, static_cast<const T*>(b.data), &b.ld, &problem.beta,
-                         static_cast<T*>(c.data), &c.ld);
+  const char transa = kernels::letter_of(problem.op_a), transb = kernels::letter_of(problem.op_b);
+  kernel_calls<T>::xgemm(&transa, &transb, &c.rows, &c.columns, &a.columns, &problem.alpha, elements<T>(a), &a.ld,
+                         elements<T>(b), &b.ld, &problem.beta, elements<T>(c), &c.ld);
 }
 
 template <class T>

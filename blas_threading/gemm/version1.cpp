@@ -9,12 +9,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "blas_threading/gemm/degenerate.h"
+#include "blas_threading/gemm/team.h"
 #include "blas_threading/gemm/thread_count.h"
 #include "blas_threading/gemm/version1_shared.h"
 #include "blas_threading/kernel_calls.h"
 #include "blas_threading/team/team.h"
 #include "blas_threading/vectors/level1.h"
+#include "kernels/operation.h"
 
 namespace tev::blas {
 
@@ -54,8 +55,7 @@ double grid_work(int64_t m, int64_t n, const version1_grid& grid, int64_t tile_r
 // The product as the threads see it.
 template <class T>
 struct product {
-  char transa, transb;
-  gemm_arguments<T> p;
+  operation<T> p;
 
   version1_grid best_grid(int64_t threads) const { return best_version1_grid(p.m, p.n, threads, kVersion1Rows<T>); }
   shared_grid best_shared(int64_t threads, bool share_a, bool share_b) const {
@@ -63,29 +63,20 @@ struct product {
   }
 };
 
-// Any other letter is addressed as transposed.
-int32_t code_of(char letter) {
-  const int upper = letter & ~0x20;
-  return upper == 'N' ? kernels::kNoTrans : upper == 'C' ? kernels::kConjTrans : kernels::kTrans;
-}
-
 template <class T>
-void compute_block(const product<T>& x, const block& part) {
+void compute_block(const operation<T>& p, const block& part) {
   if (part.rows < 1 || part.columns < 1) return;
-  const gemm_arguments<T>& p = x.p;
-  const T* const a = p.a + part.row * (p.op_a == kernels::kNoTrans ? 1 : p.lda);
-  const T* const b = p.b + part.column * (p.op_b == kernels::kNoTrans ? p.ldb : 1);
-  kernel_calls<T>::xgemm(&x.transa, &x.transb, &part.rows, &part.columns, &p.k, &p.alpha, a, &p.lda, b, &p.ldb, &p.beta,
-                         p.c + part.row + part.column * p.ldc, &p.ldc);
+  compute_alone(p, block_of(p.a, part.row, 0, part.rows, p.k), block_of(p.b, 0, part.column, p.k, part.columns),
+                block_of(p.c, part.row, part.column, part.rows, part.columns));
 }
 
 // `wanted` for a team of its size.
 template <class T>
 void compute_on_grid(const product<T>& x, const version1_grid& wanted) {
-  if (wanted.threads < 2) return compute_block(x, {0, 0, x.p.m, x.p.n});
+  if (wanted.threads < 2) return compute_block(x.p, {0, 0, x.p.m, x.p.n});
   run_team(wanted.threads, [&](int64_t thread, int64_t team) {
     const version1_grid grid = team == wanted.threads ? wanted : x.best_grid(team);
-    if (thread < grid.threads) compute_block(x, version1_block(grid, thread, x.p.m, x.p.n, kVersion1Rows<T>));
+    if (thread < grid.threads) compute_block(x.p, version1_block(grid, thread, x.p.m, x.p.n, kVersion1Rows<T>));
   });
 }
 
@@ -99,15 +90,16 @@ void compute_shared(const product<T>& x, const shared_grid& grid, int64_t thread
 template <class T>
 void compute_by_shares(const product<T>& x, const shared_grid& grid) {
   run_team(grid.threads(), [&](int64_t thread, int64_t team) {
-    const gemm_arguments<T>& p = x.p;
+    const operation<T>& p = x.p;
     const int64_t rows = team == grid.threads() ? grid.rows : 1, columns = team / rows;
     const int64_t row = thread % rows, column = thread / rows;
     const int64_t first = tile_edge(p.m, kVersion1Rows<T>, row, rows),
                   length = tile_edge(p.m, kVersion1Rows<T>, row + 1, rows) - first;
-    const T* const a = p.a + first * (p.op_a == kernels::kNoTrans ? 1 : p.lda);
-    if (length > 0)
-      kernel_calls<T>::xgemm_par(&x.transa, &x.transb, &length, &p.n, &p.k, &p.alpha, a, &p.lda, p.b, &p.ldb, &p.beta,
-                                 p.c + first, &p.ldc, &column, &columns);
+    if (length < 1) return;
+    const operand a = block_of(p.a, first, 0, length, p.k), c = block_of(p.c, first, 0, length, p.n);
+    const char transa = kernels::letter_of(p.op_a), transb = kernels::letter_of(p.op_b);
+    kernel_calls<T>::xgemm_par(&transa, &transb, &length, &p.n, &p.k, &p.alpha, elements<T>(a), &a.ld, elements<T>(p.b),
+                               &p.b.ld, &p.beta, elements<T>(c), &c.ld, &column, &columns);
   });
 }
 
@@ -124,7 +116,7 @@ double alone_work(const block& part) {
 
 // Threads that outnumber the processors would wait for each other's turns.
 template <class T>
-bool sharing_pays(const gemm_arguments<T>& p, const version1_grid& alone, const shared_grid& together) {
+bool sharing_pays(const operation<T>& p, const version1_grid& alone, const shared_grid& together) {
   const int64_t threads = together.threads();
   if (threads < 2 || threads > omp_get_num_procs()) return false;
   const auto depth = static_cast<double>(p.k);
@@ -137,11 +129,11 @@ bool sharing_pays(const gemm_arguments<T>& p, const version1_grid& alone, const 
 
 template <class T>
 void compute(const product<T>& x) {
-  const gemm_arguments<T>& p = x.p;
+  const operation<T>& p = x.p;
   if (p.m < 1 || p.n < 1) return;
-  if (p.k < 1 || is_value(p.alpha, 0)) return kernel_calls<T>::mscale(&p.m, &p.n, &p.beta, p.c, &p.ldc);
+  if (p.k < 1 || is_value(p.alpha, 0)) return kernel_calls<T>::mscale(&p.m, &p.n, &p.beta, elements<T>(p.c), &p.c.ld);
   const int32_t tier = tev_serv_cpu_detect();
-  if (never_worth_a_team(tier, p.m, p.n, p.k, kWorkPerElement<T>)) return compute_block(x, {0, 0, p.m, p.n});
+  if (never_worth_a_team(tier, p.m, p.n, p.k, kWorkPerElement<T>)) return compute_block(x.p, {0, 0, p.m, p.n});
   const int64_t threads = gemm_thread_count(tier, p.m, p.n, p.k, kWorkPerElement<T>, available_threads());
   const version1_grid alone = x.best_grid(threads);
   const shared_grid together = x.best_shared(threads, true, true);
@@ -177,9 +169,8 @@ block version1_block(const version1_grid& grid, int64_t thread, int64_t m, int64
 }
 
 template <class T>
-void gemm_omp_driver_v1(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a, int64_t lda,
-                        const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
-  compute(product<T>{transa, transb, {code_of(transa), code_of(transb), m, n, k, alpha, a, lda, b, ldb, beta, c, ldc}});
+void gemm_omp_driver_v1(const operation<T>& p) {
+  compute(product<T>{p});
 }
 
 }  // namespace tev::blas
@@ -187,11 +178,9 @@ void gemm_omp_driver_v1(char transa, char transb, int64_t m, int64_t n, int64_t 
 #define TEV_PARAMETERS(T)                                                                                       \
   const char *transa, const char *transb, const int64_t *m, const int64_t *n, const int64_t *k, const T *alpha, \
       const T *a, const int64_t *lda, const T *b, const int64_t *ldb, const T *beta, T *c, const int64_t *ldc
-#define TEV_PRODUCT(T)                                                                                               \
-  tev::blas::product<T> {                                                                                            \
-    *transa, *transb, {                                                                                              \
-      tev::blas::code_of(*transa), tev::blas::code_of(*transb), *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc \
-    }                                                                                                                \
+#define TEV_PRODUCT(T)                                                                                   \
+  tev::blas::product<T> {                                                                                \
+    tev::kernels::make_operation(*transa, *transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc) \
   }
 // The product as x, the number of threads as t.
 #define TEV_STRATEGY(p, T, name, compute)                                                \
@@ -202,19 +191,18 @@ void gemm_omp_driver_v1(char transa, char transb, int64_t m, int64_t n, int64_t 
   }
 #define TEV_SHARES(p, grid) \
   tev_blas_##p##gemm_api_support() == 1 ? compute_by_shares(x, grid) : compute_on_grid(x, x.best_grid(t))
-#define TEV_VERSION1_DRIVERS(p, T)                                                                                   \
-  template void tev::blas::gemm_omp_driver_v1(char, char, int64_t, int64_t, int64_t, T, const T*, int64_t, const T*, \
-                                              int64_t, T, T*, int64_t);                                              \
-  extern "C" void tev_blas_##p##gemm_omp_driver_v1(TEV_PARAMETERS(T)) { tev::blas::compute(TEV_PRODUCT(T)); }        \
-  TEV_STRATEGY(p, T, 1d_row, compute_on_grid(x, {t, 1}))                                                             \
-  TEV_STRATEGY(p, T, 1d_col, compute_on_grid(x, {t, t}))                                                             \
-  TEV_STRATEGY(p, T, 2d_bsrc, compute_on_grid(x, tev::blas::even_groups(x.best_shared(t, false, false))))            \
-  TEV_STRATEGY(p, T, 2d_improved_bsrc, compute_on_grid(x, x.best_grid(t)))                                           \
-  TEV_STRATEGY(p, T, 1d_with_copy_0, compute_shared(x, {t, 1, false, true}, t))                                      \
-  TEV_STRATEGY(p, T, 2d_bcopy, compute_shared(x, x.best_shared(t, false, true), t))                                  \
-  TEV_STRATEGY(p, T, 2d_acopy_n, compute_shared(x, x.best_shared(t, true, false), t))                                \
-  TEV_STRATEGY(p, T, 2d_abcopy_abx_m_km_par_p, compute_shared(x, x.best_shared(t, true, true), t))                   \
-  TEV_STRATEGY(p, T, 2d_xgemm_p, TEV_SHARES(p, x.best_shared(t, false, false)))                                      \
+#define TEV_VERSION1_DRIVERS(p, T)                                                                            \
+  template void tev::blas::gemm_omp_driver_v1(const tev::blas::operation<T>&);                                \
+  extern "C" void tev_blas_##p##gemm_omp_driver_v1(TEV_PARAMETERS(T)) { tev::blas::compute(TEV_PRODUCT(T)); } \
+  TEV_STRATEGY(p, T, 1d_row, compute_on_grid(x, {t, 1}))                                                      \
+  TEV_STRATEGY(p, T, 1d_col, compute_on_grid(x, {t, t}))                                                      \
+  TEV_STRATEGY(p, T, 2d_bsrc, compute_on_grid(x, tev::blas::even_groups(x.best_shared(t, false, false))))     \
+  TEV_STRATEGY(p, T, 2d_improved_bsrc, compute_on_grid(x, x.best_grid(t)))                                    \
+  TEV_STRATEGY(p, T, 1d_with_copy_0, compute_shared(x, {t, 1, false, true}, t))                               \
+  TEV_STRATEGY(p, T, 2d_bcopy, compute_shared(x, x.best_shared(t, false, true), t))                           \
+  TEV_STRATEGY(p, T, 2d_acopy_n, compute_shared(x, x.best_shared(t, true, false), t))                         \
+  TEV_STRATEGY(p, T, 2d_abcopy_abx_m_km_par_p, compute_shared(x, x.best_shared(t, true, true), t))            \
+  TEV_STRATEGY(p, T, 2d_xgemm_p, TEV_SHARES(p, x.best_shared(t, false, false)))                               \
   TEV_STRATEGY(p, T, xgemm_external_omp, TEV_SHARES(p, (tev::blas::shared_grid{1, t, false, false})))
 TEV_VERSION1_DRIVERS(s, float)
 TEV_VERSION1_DRIVERS(d, double)

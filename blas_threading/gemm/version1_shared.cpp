@@ -19,6 +19,8 @@ namespace tev::blas {
 
 namespace {
 
+using kernels::make_result;
+
 constexpr int64_t kDepthUnit = 4;              // steps of k
 constexpr int64_t kMostPanelBytes = 32 << 20;  // of all panels of one side
 constexpr int64_t kAlignment = 128;
@@ -34,21 +36,6 @@ constexpr int64_t kColumnsAtOnce = 1536 / static_cast<int64_t>(sizeof(T));
 // `length` in the fewest equal steps of at most `most`, which is a multiple of `unit`.
 int64_t even_step(int64_t length, int64_t most, int64_t unit) {
   return round_up(ceil_div(length, ceil_div(length, most)), unit);
-}
-
-template <class T>
-operand operand_of(int32_t code, const T* data, int64_t rows, int64_t columns, int64_t ld) {
-  operand x = {};
-  x.data = const_cast<T*>(data);
-  x.rows = x.extent = rows;
-  x.columns = columns;
-  x.ld = ld;
-  x.element_size = sizeof(T);
-  x.copy_mode = code == kernels::kNoTrans     ? kernels::kCopyPlain
-                : code == kernels::kConjTrans ? kernels::kCopyConjTrans
-                                              : kernels::kCopyTrans;
-  x.at = code == kernels::kNoTrans ? getPointer_notrans : getPointer_trans;
-  return x;
 }
 
 span part_of(const span& whole, int64_t tile, int64_t i, int64_t parts) {
@@ -125,7 +112,7 @@ struct corner {
 
 template <class T>
 struct shared_product {
-  const gemm_arguments<T>& p;
+  const operation<T>& p;
   packed_side<T> a, b;
   kernels::ker0_fn<T>* ker0;
   arrivals* groups;
@@ -153,11 +140,11 @@ struct shared_product {
   void multiply(const corner& at, const T* a_part, const span& rows, T* b_part, const span& columns) const {
     if (rows.begin >= rows.end) return;
     const T beta = at.l == 0 ? p.beta : element_of<T>(1);
-    operand target = operand_of(kernels::kNoTrans, static_cast<const T*>(nullptr), rows.end - rows.begin, 0, p.ldc);
+    operand target = make_result<T>(nullptr, rows.end - rows.begin, 0, p.c.ld);
     for (int64_t j = columns.begin; j < columns.end; j += kColumnsAtOnce<T>) {
       const span now = {j, std::min(j + kColumnsAtOnce<T>, columns.end)};
       if (!b.shared) b.pack(at.j, now, 0, b_part, at.l, at.steps);
-      target.data = p.c + at.i + rows.begin + (at.j + j) * p.ldc;
+      target.data = elements<T>(p.c) + at.i + rows.begin + (at.j + j) * p.c.ld;
       target.columns = now.end - now.begin;
       ker0(&at.steps, a_part, b.shared ? b_part + (j - columns.begin) * at.steps : b_part, &beta, &target);
     }
@@ -203,13 +190,13 @@ shared_grid best_shared_grid(int64_t m, int64_t n, int64_t threads, int64_t tile
 }
 
 template <class T>
-bool multiply_shared(const gemm_arguments<T>& p, const shared_grid& grid) {
+bool multiply_shared(const operation<T>& p, const shared_grid& grid) {
   const auto tier = kernels::version1_kernels_in_force<T>();
   if (tier.ker0 == nullptr) return false;
   const int64_t depth = even_step(p.k, kSharedDepth, kDepthUnit);
   shared_product<T> x = {p,
-                         {operand_of(p.op_a, p.a, p.m, p.k, p.lda), true, tier.copy_a, element_of<T>(1), grid, depth},
-                         {operand_of(p.op_b, p.b, p.k, p.n, p.ldb), false, tier.copy_b, p.alpha, grid, depth},
+                         {p.a, true, tier.copy_a, element_of<T>(1), grid, depth},
+                         {p.b, false, tier.copy_b, p.alpha, grid, depth},
                          tier.ker0,
                          nullptr};
   void* const memory = x.get_memory();
@@ -224,9 +211,9 @@ bool multiply_shared(const gemm_arguments<T>& p, const shared_grid& grid) {
   return complete;
 }
 
-template bool multiply_shared(const gemm_arguments<float>&, const shared_grid&);
-template bool multiply_shared(const gemm_arguments<double>&, const shared_grid&);
-template bool multiply_shared(const gemm_arguments<tev_complex8>&, const shared_grid&);
-template bool multiply_shared(const gemm_arguments<tev_complex16>&, const shared_grid&);
+template bool multiply_shared(const operation<float>&, const shared_grid&);
+template bool multiply_shared(const operation<double>&, const shared_grid&);
+template bool multiply_shared(const operation<tev_complex8>&, const shared_grid&);
+template bool multiply_shared(const operation<tev_complex16>&, const shared_grid&);
 
 }  // namespace tev::blas

@@ -39,6 +39,6 @@ double shared_work(int64_t m, int64_t n, const shared_grid& grid, int64_t tile_r
 // C := alpha op(A) op(B) + beta C; m, n and k are at least 1. False, with nothing computed, when the tier has no such
 // kernels, when there is no memory for the panels, or when the team turned out smaller than the grid.
 template <class T>
-bool multiply_shared(const gemm_arguments<T>& p, const shared_grid& grid);
+bool multiply_shared(const operation<T>& p, const shared_grid& grid);
 
 }  // namespace tev::blas

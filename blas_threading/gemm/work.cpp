@@ -302,8 +302,7 @@ void assign_groups(thread_options& options, bool in_grid, barrier_block* barrier
 template <class T>
 void compute_share(operation<T> problem, operand a, operand b, operand c, thread_options options,
                    barrier_block* barriers, shared_buffer* shared) {
-  problem.a = a, problem.b = b, problem.c = c;
-  problem.m = c.rows, problem.n = c.columns, problem.k = a.columns;
+  problem = narrowed(problem, a, b, c);
   const kernels::thread_info kind = {splits_depth(options) ? kOwnPanels : options.copy_strategy};
   strategy plan = {};
   kernel_calls<T>::map_thread_to_kernel(&kind, &plan);

@@ -6,15 +6,11 @@
 
 #include <cstdint>
 
+#include "blas_threading/operands.h"
 #include "blas_threading/team/crowding.h"
 #include "service/work_split.h"
 
 namespace tev::blas {
-
-// Half-open range of row, column or depth indices.
-struct span {
-  int64_t begin, end;
-};
 
 // The most threads that a call may use. The runtime would complain aloud about more than its limit.
 int64_t permitted_threads();

@@ -110,9 +110,6 @@ void initialize_packed_info(const operand* a, const operand* b, const strategy* 
   info->packed_product = acopiedbcopy<T>;
 }
 
-// Letter for an operand that is addressed by its code; an unknown letter means transposed, not conjugated.
-TEV_INLINE char letter_of(int32_t code) { return code == kNoTrans ? 'N' : code == kConjTrans ? 'C' : 'T'; }
-
 // Calls a routine with the argument list of the BLAS for the operands of a driver.
 template <class T>
 TEV_INLINE void call_on_operands(gemm_fn<T>* gemm, const operation<T>* op, const operand* a, const operand* b,

@@ -12,7 +12,7 @@
 
 #include "kernels/families/gemm_copy-inl.h"
 #include "kernels/families/gemm_tile-inl.h"
-#include "kernels/records.h"
+#include "kernels/operation.h"
 #include "tev/service.h"
 
 namespace tev::TEV_TIER {
@@ -22,67 +22,6 @@ using namespace tev::kernels;
 TEV_INLINE int64_t round_up(int64_t x, int64_t step) { return (x + step - 1) / step * step; }
 TEV_INLINE int64_t min_of(int64_t a, int64_t b) { return a < b ? a : b; }
 TEV_INLINE int64_t max_of(int64_t a, int64_t b) { return a > b ? a : b; }
-
-// ---- Operands ------------------------------------------------------------------------------------------------------
-
-TEV_INLINE int32_t transposition_code(char letter) {
-  switch (letter & ~0x20) {
-    case 'N':
-      return kNoTrans;
-    case 'T':
-      return kTrans;
-    case 'C':
-      return kConjTrans;
-    default:
-      return kNoSuchTrans;
-  }
-}
-
-template <class T>
-TEV_INLINE operand make_operand(int32_t code, const T* data, int64_t rows, int64_t columns, int64_t ld) {
-  constexpr int32_t kModes[] = {0, kCopyPlain, kCopyTrans, kCopyConjTrans};
-  return {.data = const_cast<T*>(data),
-          .rows = rows,
-          .columns = columns,
-          .ld = ld,
-          .row_offset = 0,
-          .column_offset = 0,
-          .extent = rows,
-          .element_size = sizeof(T),
-          .copy_mode = kModes[code + 1],
-          .at = code == kNoTrans ? getPointer_notrans : getPointer_trans};
-}
-
-// Rows [i, i + rows) and columns [j, j + columns) of op(X).
-TEV_INLINE operand block_of(const operand* x, int64_t i, int64_t j, int64_t rows, int64_t columns) {
-  operand block = *x;
-  block.data = x->at(i, j, x);
-  block.rows = block.extent = rows;
-  block.columns = columns;
-  block.row_offset += i;
-  block.column_offset += j;
-  return block;
-}
-
-template <class T>
-TEV_INLINE operation<T> make_operation(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a,
-                                       int64_t lda, const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
-  operation<T> op = {};
-  op.op_a = transposition_code(transa);
-  op.op_b = transposition_code(transb);
-  op.alpha = alpha;
-  op.beta = beta;
-  op.m = m;
-  op.n = n;
-  op.k = k;
-  op.a = make_operand(op.op_a, a, m, k, lda);
-  op.b = make_operand(op.op_b, b, k, n, ldb);
-  op.c = make_operand(kNoTrans, static_cast<const T*>(c), m, n, ldc);
-  op.c.copy_mode = 0;
-  op.side = op.uplo = op.diag = kAbsent;
-  op.code = kOpGemm;
-  return op;
-}
 
 // ---- Scaling -------------------------------------------------------------------------------------------------------
 

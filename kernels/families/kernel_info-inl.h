@@ -18,8 +18,6 @@
 
 namespace tev::TEV_TIER {
 
-TEV_INLINE char stored_triangle(const operand* x) { return x->copy_mode & kCopyUpper ? 'U' : 'L'; }
-
 template <class T, kernels::symm_fn<T>* Symm>
 int32_t symm_driver(const operation<T>* op, const operand* a, const operand* b, const operand* c, buffers*,
                     const kernel_info<T>*) {
@@ -44,9 +42,8 @@ template <class T, kernels::triangular_fn<T>* Routine>
 int32_t triangular_driver(const operation<T>* op, const operand* a, const operand* b, const operand* c, buffers*,
                           const kernel_info<T>*) {
   const operand* triangle = op->from_right != 0 ? b : a;
-  const int32_t mode = triangle->copy_mode;
   const char side = op->from_right != 0 ? 'R' : 'L', uplo = stored_triangle(triangle);
-  const char trans = mode & kCopyConjTrans ? 'C' : mode & kCopyTrans ? 'T' : 'N', diag = mode & kCopyUnit ? 'U' : 'N';
+  const char trans = stored_transposition(triangle), diag = stored_diagonal(triangle);
   Routine(&side, &uplo, &trans, &diag, &c->rows, &c->columns, &op->alpha, static_cast<const T*>(triangle->data),
           &triangle->ld, static_cast<T*>(c->data), &c->ld);
   return 0;

@@ -152,8 +152,8 @@ TEST(CopyDecision, Limits) {
 
 template <class T>
 bool small_n(int32_t tier, int32_t op_a, int32_t op_b, int64_t n, int64_t ld) {
-  gemm_arguments<T> p = {};
-  p.op_a = op_a, p.op_b = op_b, p.m = p.k = 1000, p.n = n, p.lda = p.ldb = 1001, p.ldc = ld;
+  operation<T> p = {};
+  p.op_a = op_a, p.op_b = op_b, p.m = p.k = 1000, p.n = n, p.a.ld = p.b.ld = 1001, p.c.ld = ld;
   return takes_small_n(tier, p);
 }
 

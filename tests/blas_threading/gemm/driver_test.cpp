@@ -17,6 +17,7 @@
 #include "blas_threading/gemm/work.h"
 #include "host/check.h"
 #include "kernels/dispatch/dispatch.h"
+#include "kernels/operation.h"
 #include "tests/support/blas_case.h"
 #include "tests/support/in_child.h"
 #include "tests/support/tier_list.h"
@@ -44,39 +45,13 @@ class GemmMemory : public Framework {};
 template <class T>
 using element_t = typename routines<T>::element;
 
-template <class E, class T>
-operand operand_of(char trans, const T* data, int64_t rows, int64_t columns, int64_t ld) {
-  const int32_t mode = trans == 'N'   ? kernels::kCopyPlain
-                       : trans == 'T' ? kernels::kCopyTrans
-                                      : kernels::kCopyConjTrans;
-  return {const_cast<T*>(data),
-          rows,
-          columns,
-          ld,
-          0,
-          0,
-          rows,
-          sizeof(E),
-          mode,
-          trans == 'N' ? getPointer_notrans : getPointer_trans};
-}
-
 template <class T>
 kernels::operation<element_t<T>> operation_of(const problem<T>& p, const matrix<T>& result) {
   using E = element_t<T>;
-  const auto code = [](char t) {
-    return t == 'N' ? kernels::kNoTrans : t == 'T' ? kernels::kTrans : kernels::kConjTrans;
-  };
-  kernels::operation<E> op = {};
-  op.op_a = code(p.transa), op.op_b = code(p.transb);
-  op.alpha = reinterpret_cast<const E&>(p.alpha), op.beta = reinterpret_cast<const E&>(p.beta);
-  op.m = p.m, op.n = p.n, op.k = p.k;
-  op.a = operand_of<E>(p.transa, p.a, p.m, p.k, p.lda);
-  op.b = operand_of<E>(p.transb, p.b, p.k, p.n, p.ldb);
-  op.c = operand_of<E>('N', result.data(), p.m, p.n, result.ld());
-  op.c.copy_mode = 0;
-  op.side = op.uplo = op.diag = kernels::kAbsent;
-  return op;
+  const auto data = [](const T* x) { return const_cast<E*>(reinterpret_cast<const E*>(x)); };
+  return kernels::make_operation(p.transa, p.transb, p.m, p.n, p.k, reinterpret_cast<const E&>(p.alpha), data(p.a),
+                                 p.lda, data(p.b), p.ldb, reinterpret_cast<const E&>(p.beta), data(result.data()),
+                                 result.ld());
 }
 
 thread_options options_of(int32_t tier, int64_t threads) {

@@ -122,24 +122,14 @@ void expect_right(const blas_case<T>& x, const matrix<T>& result) {
 template <class T>
 bool shares(const blas_case<T>& x, const shared_grid& grid) {
   using E = typename version1<T>::E;
-  const auto in = [](const T& e) { return reinterpret_cast<const E&>(e); };
-  const auto code = [](char letter) { return letter == 'N' ? kernels::kNoTrans : kernels::kConjTrans; };
+  const auto scalar = [](const T& x) { return reinterpret_cast<const E&>(x); };
+  const auto data = [](const T* x) { return reinterpret_cast<const E*>(x); };
   const problem<T>& p = x.p;
   matrix<T> result = x.start();
-  const gemm_arguments<E> arguments = {code(p.transa),
-                                       code(p.transb),
-                                       p.m,
-                                       p.n,
-                                       p.k,
-                                       in(p.alpha),
-                                       reinterpret_cast<const E*>(p.a),
-                                       p.lda,
-                                       reinterpret_cast<const E*>(p.b),
-                                       p.ldb,
-                                       in(p.beta),
-                                       reinterpret_cast<E*>(result.data()),
-                                       p.ldc};
-  if (!multiply_shared(arguments, grid)) return false;
+  const auto product =
+      kernels::make_operation(p.transa, p.transb, p.m, p.n, p.k, scalar(p.alpha), data(p.a), p.lda, data(p.b), p.ldb,
+                              scalar(p.beta), reinterpret_cast<E*>(result.data()), p.ldc);
+  if (!multiply_shared(product, grid)) return false;
   expect_right(x, result);
   return true;
 }
