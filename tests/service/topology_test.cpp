@@ -55,6 +55,7 @@ struct machine {
   uint32_t logical_per_package = 16, cores_per_package = 8, stride = 1;
   bool topology_leaf = false;
   bool refuses = false;  // to move threads
+  bool short_of_memory = false;
   const char* vendor = "GenuineZarik";
   bool vouched = false;
 };
@@ -87,6 +88,7 @@ void be(const machine& m) {
     for (here = 0; !where.contains(here);) ++here;
     return !at_hand.refuses;
   };
+  if (m.short_of_memory) i_malloc = [](size_t) -> void* { return nullptr; };
   if (m.vouched) tev_serv_trust_features(1);
 }
 
@@ -104,8 +106,8 @@ TEST(Topology, IsThatOfThisMachine) {
     ++logical;
   }
   if (logical == 0) GTEST_SKIP() << "the kernel does not tell";
-  const int32_t physical = static_cast<int32_t>(cores.size()), in_each = static_cast<int32_t>(packages.size());
-  EXPECT_EQ(text_in_child({}, [] { return text_of(counted()); }), text_of({logical, physical, in_each}));
+  const topology expected = {logical, static_cast<int32_t>(cores.size()), static_cast<int32_t>(packages.size())};
+  EXPECT_EQ(text_in_child({}, [] { return text_of(counted()); }), text_of(expected));
 }
 
 // A thread that OpenMP or the program has bound to one processor still counts those of its teams.
@@ -134,26 +136,9 @@ TEST(Topology, AsksTheProcessorsOfTheTeamAndBringsTheThreadBack) {
         << bind;
 }
 
-TEST(Topology, ProcessorsAreAsked) {
-  const std::pair<machine, const char*> rows[] = {
-      {{{0, 1}, 2, 1, 1}, "2/1/1"},          // two threads of a core
-      {{{0, 1}, 2, 2, 1}, "2/2/1"},          // two cores
-      {{{0, 1}, 4, 2, 4}, "2/2/2"},          // two packages of two cores of two threads
-      {{{0, 1}, 2, 2, 256}, "2/1/1"},        // eight bits do not tell the two apart,
-      {{{0, 1}, 2, 2, 256, true}, "2/2/1"},  // the topology leaf does
-  };
-  for (const auto& [on, expected] : rows)
-    EXPECT_EQ(text_in_child({},
-                            [&on = on] {
-                              be(on);
-                              return text_of(tev::service::probe_topology());
-                            }),
-              expected);
-}
-
-// Processors 0 to 15, by their identifiers two neighbours a core. So that it shows who was asked, the kernel's folders
-// tell of cores of 0 and 8, 1 and 9 ..., and its list of four packages of one core of four.
-TEST(Topology, PartOfAMachine) {
+// So that it shows who was asked: the kernel's folders tell of cores of processors 0 and 8, 1 and 9 ..., its list of
+// four packages of one core.
+TEST(Topology, AndTheThreadsThatFitIntoIt) {
   const kernel_folder kernel;
   std::string list;
   for (int number = 0; number < 16; ++number) {
@@ -167,25 +152,28 @@ TEST(Topology, PartOfAMachine) {
   const std::string cpus = kernel.path("cpus"), cpuinfo = kernel.put("cpuinfo", list),
                     quota = kernel.put("own_groups", "0::/\n");
   const std::string none = "/nonexistent";
+  constexpr const char* kForeign = "AuthenticAMD";
   const struct {
     const char* what;
     machine on;
     std::string cpus, own_groups;
     const char* expected;  // topology, threads by default, when chosen, when not dynamic
   } rows[] = {
+      {"two threads of a core", {{0, 1}, 2, 1, 1}, none, none, "2/1/1 1 1 99"},
+      {"two cores", {{0, 1}, 2, 2, 1}, none, none, "2/2/1 2 2 99"},
+      {"packages of two cores of two threads", {{0, 1}, 4, 2, 4}, none, none, "2/2/2 2 2 99"},
+      {"alike in eight bits,", {{0, 1}, 2, 2, 256}, none, none, "2/1/1 1 1 99"},
+      {"not in the topology leaf", {{0, 1}, 2, 2, 256, true}, none, none, "2/2/1 2 2 99"},
       {"every other processor", {{0, 2, 4, 6}}, none, none, "4/4/1 4 4 99"},
-      {"two threads of a core", {{6, 7}}, none, none, "2/1/1 1 1 99"},
-      {"two packages", {{1, 15, 16, 130}}, none, none, "4/4/3 4 4 99"},
+      {"a core of many", {{6, 7}}, none, none, "2/1/1 1 1 99"},
+      {"large numbers", {{1, 15, 16, 130}}, none, none, "4/4/3 4 4 99"},
       {"quota", {{0, 2, 4, 6}}, none, quota, "4/4/1 3 4 99"},
       {"threads cannot be moved", {.processors = {0, 2, 8, 9}, .refuses = true}, cpus, none, "4/3/1 3 3 99"},
+      {"memory is short", {.processors = {0, 2, 8, 9}, .short_of_memory = true}, cpus, none, "4/3/1 3 3 99"},
       {"nor are there folders", {.processors = {0, 2, 8}, .refuses = true}, none, none, "16/4/4 3 4 99"},
-      {"another maker", {.processors = {0, 2, 8, 9}, .vendor = "AuthenticAMD"}, cpus, none, "16/4/4 3 4 99"},
-      {"another maker, vouched for",
-       {.processors = {0, 2, 8, 9}, .vendor = "AuthenticAMD", .vouched = true},
-       cpus,
-       none,
-       "16/4/4 3 4 99"},
-      {"another maker, quota", {.processors = {0, 1, 2, 3, 8}, .vendor = "AuthenticAMD"}, cpus, quota, "16/4/4 3 4 99"},
+      {"another maker", {.processors = {0, 2, 8, 9}, .vendor = kForeign}, cpus, none, "16/4/4 3 4 99"},
+      {"vouched for", {.processors = {0, 2, 8, 9}, .vendor = kForeign, .vouched = true}, cpus, none, "16/4/4 3 4 99"},
+      {"another maker, quota", {.processors = {0, 1, 2, 3, 8}, .vendor = kForeign}, cpus, quota, "16/4/4 3 4 99"},
   };
   for (const auto& row : rows)
     EXPECT_EQ(text_in_child({},
@@ -248,17 +236,6 @@ TEST(Topology, QuotaOfControlGroups) {
               std::to_string(expected))
         << groups;
   }
-}
-
-TEST(Topology, KernelIsAskedWhenMemoryIsShort) {
-  EXPECT_EQ(text_in_child({},
-                          [] {
-                            i_malloc = [](size_t) -> void* { return nullptr; };
-                            be({{0, 1}});
-                            processor.cpu_folders = processor.cpuinfo = "/nonexistent";
-                            return text_of(tev::service::probe_topology());
-                          }),
-            "2/2/1");
 }
 
 TEST(Topology, IdentifiersSplitByTheRoomThatCountsTake) {
