@@ -6,6 +6,7 @@ import sys
 WANTED = {
     "be_card_invoke_handler", "ueaa_prv_card_invoke", "tev_ueaa_current_device", "ueaa_prv_post_device_time",
     "ueaa_prv_query_device_time_worker", "configure_device_threading_worker", "tev_sink_report",
+    "tev_sink_trust_features",
 } | {f"tev_blas_{p}{op}_ao_worker" for p in "sdcz" for op in ("gemm", "symm", "trmm", "trsm")}
 # Start-up code and linker; tev_serv_load_fun refuses them.
 TOOLCHAIN = {"_IO_stdin_used", "__data_start", "data_start", "__dso_handle", "__TMC_END__", "__bss_start", "_edata",
