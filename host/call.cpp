@@ -9,7 +9,9 @@
 #include <utility>
 
 #include "host/failure.h"
+#include "host/offload.h"
 #include "host/parse.h"
+#include "host/replacement_file.h"
 
 namespace tev::host {
 namespace {
@@ -67,17 +69,12 @@ int64_t agreed_size(const char* option, const std::optional<int64_t>& given, int
   return in_file;
 }
 
-int64_t chosen_size(const char* option, const std::optional<int64_t>& given) {
-  if (given && *given < 0) throw bad_input(fmt::format("{} {}: is negative", option, *given));
-  return given.value_or(kDefaultSize);
-}
-
 void set_sizes(const call_request& request, call* result) {
   const bool gemm = result->op == operation::gemm;
   if (!result->a) {
-    result->m = chosen_size("-m", request.m);
-    result->n = chosen_size("-n", request.n);
-    result->k = gemm ? chosen_size("-k", request.k) : 0;
+    result->m = request.m.value_or(kDefaultSize);
+    result->n = request.n.value_or(kDefaultSize);
+    result->k = gemm ? request.k.value_or(kDefaultSize) : 0;
     return;
   }
   const npy_file &a = *result->a, &b = *result->b;
@@ -115,13 +112,8 @@ double available_bytes() {
 
 // A shared matrix without memory behind it would end the program by a signal.
 void check_memory(const call& c) {
-  const auto bytes = [&](matrix_size size) {
-    return static_cast<double>(size.rows) * static_cast<double>(size.columns) *
-           static_cast<double>(element_bytes(c.type));
-  };
-  double needed = bytes(c.size_a()) + bytes(c.size_b()) + (is_in_place(c.op) ? 0 : bytes({c.m, c.n}));
-  if (c.check) needed *= 2;
-  if (const double available = available_bytes(); needed > available)
+  const double needed = needed_bytes(c), available = available_bytes();
+  if (needed > available)
     throw bad_input(fmt::format("{} {} x {}{}: needs {:.3g} GB of memory, but {:.3g} GB are available", name_of(c.op),
                                 c.m, c.n, c.op == operation::gemm ? fmt::format(" x {}", c.k) : "", needed / 1e9,
                                 available / 1e9));
@@ -148,7 +140,7 @@ call resolve(const call_request& request) {
   result.side = letter_or('L', "--side", request.side, "LR");
   result.uplo = letter_or('U', "--uplo", request.uplo, "UL");
   result.diag = letter_or('N', "--diag", request.diag, "NU");
-  if (!request.out.empty()) check_npy_target(request.out);
+  if (!request.out.empty()) replacement_target(request.out);
   open_files(request, &result);
   result.type = choose_type(request, result);
   result.alpha = request.alpha.empty() ? 1 : parse_scalar("--alpha", request.alpha, result.type);

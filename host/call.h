@@ -18,7 +18,7 @@ struct call_request {
   std::string operation;
   std::string precision;
   std::string transa, transb, side, uplo, diag;
-  std::optional<int64_t> m, n, k;
+  std::optional<int64_t> m, n, k;  // not negative
   std::string alpha, beta;
   std::string a, b, c;  // files
   std::string out;

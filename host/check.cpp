@@ -281,8 +281,10 @@ sum<T> expected_element(const product_form<T>& form, int64_t i, int64_t j) {
 
 // The error of one part in units of the bound; infinity for a NaN or infinity out of place, 0 for one in place.
 //
-// An infinity of a real result has its sign. In a complex product it may as well end up as NaN, and a part next to one
-// that is not finite may be anything: there alpha = 1 + 0 i makes a difference when an implementation leaves it out.
+// An infinity of a real result has its sign, unless alpha is one: terms that alpha has multiplied before they are added
+// end up as NaN when their signs differ. In a complex product an infinity may as well end up as NaN, and a part next to
+// one that is not finite may be anything: there alpha = 1 + 0 i makes a difference when an implementation leaves it
+// out.
 template <class T>
 double part_error(wide<T> got, wide<T> expected, bool other_finite, double moduli, const product_form<T>& form) {
   if (std::isfinite(expected)) {
@@ -295,7 +297,7 @@ double part_error(wide<T> got, wide<T> expected, bool other_finite, double modul
     return error / bound >= 0 ? error / bound : kInfinity;
   }
   if (std::isfinite(got)) return kInfinity;
-  if (kComplex<T> || std::isnan(expected)) return 0;
+  if (kComplex<T> || std::isnan(expected) || !std::isfinite(modulus(form.alpha))) return 0;
   return got == expected ? 0 : kInfinity;
 }
 
@@ -313,6 +315,7 @@ void keep_worse(finding& kept, const finding& other) {
 template <class T>
 double element_error(const product_form<T>& form, int64_t i, int64_t j, T result) {
   const sum<T> x = expected_element(form, i, j);
+  if (form.residual && !std::isfinite(modulus(form.beta))) return std::isfinite(modulus(result)) ? kInfinity : 0;
   if (form.residual && !std::isfinite(modulus(result))) return kInfinity;
   if (form.residual && !std::isfinite(x.total.re + x.total.im)) return kSpoiltResidual;
   const value<wide<T>> got = form.residual ? value<wide<T>>{} : widen(result);

@@ -12,8 +12,9 @@
 //
 // Elements that the wide result says are NaN or infinite must be so in the result, too: in the real precisions an
 // infinity with its sign; in the complex ones either will do, and a part next to one that is not finite may be
-// anything. Where the moduli add up to more than T can hold the result may have overflowed. The rows between m and the
-// leading dimension are not looked at.
+// anything. An infinite alpha makes every element that has a sum NaN or infinite, either will do. Where the moduli add
+// up to more than T can hold the result may have overflowed. The rows between m and the leading dimension are not
+// looked at.
 #pragma once
 
 #include <cstdint>

@@ -53,11 +53,7 @@ class npy_file {
   npy_header header_;
 };
 
-// Throws if write_npy() could not possibly succeed; changes nothing.
-void check_npy_target(const std::string& path);
-
-// Writes beside `path` under a temporary name and renames at the end: nobody ever sees half a file. On failure the
-// temporary file is removed and an earlier file at `path` is as it was.
+// Whole, or not at all (host/replacement_file.h).
 void write_npy(const std::string& path, precision type, const void* elements, int64_t rows, int64_t columns);
 
 }  // namespace tev::host

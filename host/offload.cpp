@@ -154,6 +154,20 @@ double outcome::busy_share() const {
   return total > 0 ? busy_seconds / total : 0;
 }
 
+double needed_bytes(const call& c) {
+  constexpr double kPrograms = 16e6, kPerThread = 8e6;  // measured: the work buffers of the sink's threads
+  const auto elements = [](matrix_size size) {
+    return static_cast<double>(size.rows) * static_cast<double>(size.columns);
+  };
+  const double operands = elements(c.size_a()) + elements(c.size_b()), result = elements({c.m, c.n});
+  double needed = operands;
+  if (!is_in_place(c.op)) needed += result;
+  if (c.check) needed += 2 * operands;  // the originals, and the check's copies in its own order
+  if (c.reads_c() ? c.check || c.repeat > 1 : is_in_place(c.op) && !c.check && c.repeat > 1) needed += result;
+  return kPrograms + kPerThread * std::thread::hardware_concurrency() +
+         needed * static_cast<double>(element_bytes(c.type));
+}
+
 outcome run_call(sink_client& sink, const call& c, const progress& on_progress) {
   return with_type(c.type, [&](auto zero) { return runner<decltype(zero)>(sink, c, on_progress).run(); });
 }

@@ -24,6 +24,9 @@ struct outcome {
   double busy_share() const;
 };
 
+// Memory that run_call() takes at its peak, the sink's and this program's own included.
+double needed_bytes(const call& c);
+
 // What is going on, in words; called often.
 using progress = std::function<void(const std::string&)>;
 

@@ -48,6 +48,18 @@ precision parse_precision(const std::string& text) {
   throw bad_input(fmt::format("--precision '{}': must be s, d, c or z", text));
 }
 
+template <class N>
+N parse_whole_number(const std::string& option, const std::string& text, N first, N last) {
+  N number = 0;
+  if (!read_number(text, &number) || number < first || number > last)
+    throw bad_input(fmt::format("{} '{}': must be a whole number from {} to {}", option, text, first, last));
+  return number;
+}
+
+template int parse_whole_number(const std::string&, const std::string&, int, int);
+template int64_t parse_whole_number(const std::string&, const std::string&, int64_t, int64_t);
+template uint64_t parse_whole_number(const std::string&, const std::string&, uint64_t, uint64_t);
+
 char parse_letter(const std::string& option, const std::string& text, const std::string& letters) {
   const char letter = text.size() == 1 && text[0] >= 'a' && text[0] <= 'z' ? static_cast<char>(text[0] - 'a' + 'A')
                       : text.size() == 1                                   ? text[0]

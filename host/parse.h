@@ -14,6 +14,10 @@ namespace tev::host {
 operation parse_operation(const std::string& text);
 precision parse_precision(const std::string& text);
 
+// N is int, int64_t or uint64_t.
+template <class N>
+N parse_whole_number(const std::string& option, const std::string& text, N first, N last);
+
 // One of `letters` in either case; returned in upper case.
 char parse_letter(const std::string& option, const std::string& text, const std::string& letters);
 

@@ -55,7 +55,8 @@ int complain(std::string text, int status) {
 
 int main(int argc, char** argv) {
   occupy_standard_descriptors();
-  std::signal(SIGPIPE, SIG_IGN);  // a closed output is an error like others
+  std::signal(SIGPIPE, SIG_IGN);  // a closed output is an error like others,
+  std::signal(SIGXFSZ, SIG_IGN);  // and so is a file that may not become so large
   try {
     return run(argc, argv);
   } catch (const failure& e) {

@@ -2,10 +2,14 @@
 // The commands, their options and the texts that --help shows.
 #include "host/tool/options.h"
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <sstream>
+#include <string_view>
 
 #include "host/failure.h"
 #include "host/parse.h"
@@ -43,7 +47,8 @@ constexpr char kRunFooter[] =
     "  trsm  B := the X with op(A) X = alpha B  likewise; --side R: X op(A) = alpha B\n\n"
     "Matrices come from a seed, or all of them from NumPy's .npy files (float32, float64, complex64 or complex128 in\n"
     "either storage and byte order), which then tell precision and sizes. The result is written in Fortran order, at\n"
-    "once and only when it is complete and passed the check that was asked for.\n\n"
+    "once and only when it is complete and passed the check that was asked for. A file that --out replaces keeps its\n"
+    "permissions; a symbolic link is followed.\n\n"
     "Processors for --pin are numbered as Linux does, but 0 cannot be chosen: `--pin 1-3,5` binds four threads to\n"
     "processors 1, 2, 3 and 5, in this order. `taskset` or `lscpu` show the numbers.\n\n"
     "Examples:\n"
@@ -65,10 +70,22 @@ constexpr char kBenchFooter[] =
 constexpr char kDemoFooter[] =
     "Runs all four operations in all four precisions, checks each result, and shows a short table of speeds.";
 
+constexpr int kMostThreads = 1024, kMostRepetitions = 1000000;
+
+// CLI11's own reading of numbers takes octal ones, and the largest number for any that is larger.
+template <class N, class Target>
+void add_number(CLI::App* app, const std::string& name, Target* target, const char* help, N first, N last) {
+  const auto take = [=](const std::string& text) { *target = parse_whole_number<N>(name, text, first, last); };
+  app->add_option_function<std::string>(name, take, help)->type_name("N");
+}
+
+void add_size(CLI::App* app, const char* name, std::optional<int64_t>* size, const char* help) {
+  add_number<int64_t>(app, name, size, help, 0, std::numeric_limits<int64_t>::max());
+}
+
 void add_sink_options(CLI::App* app, sink_options* options) {
-  app->add_option("--threads", options->threads, "Threads of the sink's team; default: as many as it likes")
-      ->check(CLI::Range(1, 1024).description(""))
-      ->type_name("N");
+  add_number(app, "--threads", &options->threads, "Threads of the sink's team; default: as many as it likes", 1,
+             kMostThreads);
   app->add_option("--pin", options->pin, "Processors for these threads, e.g. 1-3,5, from 1; default: no pinning")
       ->type_name("LIST");
   app->add_option("--tier", options->tier,
@@ -95,9 +112,9 @@ CLI::App* add_run(CLI::App* app, command_line* line) {
   CLI::App* run = app->add_subcommand("run", "One call, timed and checked")->footer(kRunFooter);
   run->add_option("operation", call.operation, "gemm, symm, trmm or trsm")->required()->type_name("OP");
   run->add_option("--precision", call.precision, "s, d, c or z; default: d, or what the files hold")->type_name("P");
-  run->add_option("-m", call.m, "Rows of the result; default: 1000, or as in the files")->type_name("N");
-  run->add_option("-n", call.n, "Columns of the result; likewise")->type_name("N");
-  run->add_option("-k", call.k, "Columns of op(A) in gemm; likewise")->type_name("N");
+  add_size(run, "-m", &call.m, "Rows of the result; default: 1000, or as in the files");
+  add_size(run, "-n", &call.n, "Columns of the result; likewise");
+  add_size(run, "-k", &call.k, "Columns of op(A) in gemm; likewise");
   run->add_option("--transa", call.transa, "N, T or C: op(A); not symm; default: N")->type_name("LETTER");
   run->add_option("--transb", call.transb, "N, T or C: op(B); gemm only; default: N")->type_name("LETTER");
   run->add_option("--side", call.side, "L or R: the side of A; not gemm; default: L")->type_name("LETTER");
@@ -109,11 +126,10 @@ CLI::App* add_run(CLI::App* app, command_line* line) {
   run->add_option("--b", call.b, "B from this file")->type_name("FILE.npy");
   run->add_option("--c", call.c, "C from this file; gemm and symm, needed unless beta is 0")->type_name("FILE.npy");
   run->add_option("--out", call.out, "Write the result to this file")->type_name("FILE.npy");
-  run->add_option("--seed", call.seed, "Seed of generated matrices; default: 1")->type_name("N");
+  add_number<uint64_t>(run, "--seed", &call.seed, "Seed of generated matrices; default: 1", 0,
+                       std::numeric_limits<uint64_t>::max());
   run->add_flag("--check", call.check, "Compute again on the host and compare, with a bound on the roundings");
-  run->add_option("--repeat", call.repeat, "Repetitions; the time is their best; default: 1")
-      ->check(CLI::Range(1, 1000000).description(""))
-      ->type_name("N");
+  add_number(run, "--repeat", &call.repeat, "Repetitions; the time is their best; default: 1", 1, kMostRepetitions);
   add_json(run, &line->json);
   return run;
 }
@@ -124,11 +140,20 @@ CLI::App* add_bench(CLI::App* app, command_line* line) {
   bench->add_option("--precision", line->call.precision, "s, d, c or z; default: d")->type_name("P");
   bench->add_option("--sizes", line->sizes, "Sizes and ranges FIRST:LAST:STEP; default: 256,512,1000")
       ->type_name("LIST");
-  bench->add_option("--repeat", line->call.repeat, "Repetitions of each size; default: 3")
-      ->check(CLI::Range(1, 1000000).description(""))
-      ->type_name("N");
+  add_number(bench, "--repeat", &line->call.repeat, "Repetitions of each size; default: 3", 1, kMostRepetitions);
   add_json(bench, &line->json);
   return bench;
+}
+
+// An empty text stands for an option that was not given; what is given and empty is a script's mistake. CLI11 takes the
+// word after "--option=" as its value.
+void reject_empty_values(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view word = argv[i];
+    if (word.empty()) throw bad_input(fmt::format("'': the value after {} is empty", argv[i - 1]));
+    if (word[0] == '-' && word.find('=') == word.size() - 1)
+      throw bad_input(fmt::format("{}: its value is empty", word));
+  }
 }
 
 void accept(CLI::App* app, int argc, char** argv, command_line* line) {
@@ -151,6 +176,7 @@ std::filesystem::path own_folder() {
 }  // namespace
 
 command_line parse_command_line(int argc, char** argv) {
+  reject_empty_values(argc, argv);
   command_line line;
   CLI::App app(kAbout, "tev-offload");
   app.set_version_flag("--version", "tev-offload " TEV_VERSION);

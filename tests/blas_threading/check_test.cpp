@@ -146,6 +146,21 @@ TYPED_TEST(CheckOf, FindsNanAndInfinityOutOfPlace) {
   }
 }
 
+TYPED_TEST(CheckOf, AnInfiniteAlphaLeavesNothingFinite) {
+  using T = TypeParam;
+  const T infinity(std::numeric_limits<real_part_t<T>>::infinity());
+  for (operation op : {operation::gemm, operation::symm, operation::trmm, operation::trsm}) {
+    blas_case<T> x = this->example(op, op == operation::gemm ? "NN" : "LUNN");
+    x.p.alpha = infinity;
+    const matrix<T> result = x.run();
+    for (const auto& [element, right] :
+         {std::pair(result(1, 2), true), {-result(1, 2), true}, {nan_element<T>(), true}, {T(1), false}}) {
+      result(1, 2) = element;
+      EXPECT_EQ(this->passes(x.p, result), right) << x << ": " << element;
+    }
+  }
+}
+
 TEST(Check, TellsASingularMatrix) {
   engine random(10);
   blas_case<double> x(problem_of(operation::trsm, "LUNN", 4, 3, 0, 1.0, 0.0), random, values::fractions);

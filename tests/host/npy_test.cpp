@@ -3,10 +3,15 @@
 //   Reads      versions x byte orders x storage orders x types: the same matrix each time
 //   Refuses    every kind of wrong file, each with one line that names the file and the reason
 //   Survives   a file cut at every length and a header with any byte changed: read or refused, never a crash
-//   Writes     what is read back; nothing is left or changed when it fails
+//   Writes     what is read back; nothing is left or changed when it fails or is interrupted
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include <csignal>
 #include <cstring>
@@ -15,6 +20,8 @@
 
 #include "host/failure.h"
 #include "host/npy.h"
+#include "host/replacement_file.h"
+#include "tests/support/in_child.h"
 
 namespace tev::host {
 namespace {
@@ -212,10 +219,10 @@ TEST_F(Npy, WritesWhatItReads) {
 
 TEST_F(Npy, FailedWriteLeavesNothing) {
   const double one = 1;
-  EXPECT_THROW(check_npy_target(path("none/x.npy")), failure);
-  EXPECT_THROW(check_npy_target(folder_.string()), failure);
-  EXPECT_THROW(check_npy_target(folder_.string() + "/"), failure);
-  EXPECT_THROW(write_npy(path("none/x.npy"), precision::d, &one, 1, 1), failure);
+  fs::create_symlink("nothing", path("link"));
+  for (const std::string& bad : {path("none/x.npy"), folder_.string(), folder_.string() + "/", path("link")})
+    EXPECT_THROW(write_npy(bad, precision::d, &one, 1, 1), failure) << bad;
+  fs::remove(path("link"));
 
   write_npy(path(), precision::d, &one, 1, 1);
   rlimit before = {};
@@ -232,6 +239,67 @@ TEST_F(Npy, FailedWriteLeavesNothing) {
   double kept = 0;
   npy_file(path()).read(&kept);
   EXPECT_EQ(kept, 1);
+}
+
+TEST_F(Npy, ReplacingKeepsPermissionsAndFollowsLinks) {
+  const double one = 1;
+  fs::create_symlink("x.npy", path("link"));
+  write(std::string("before"));
+  for (const auto mode : {0600, 0666, 0440}) {  // the second is more than the usual umask allows
+    fs::permissions(path(), static_cast<fs::perms>(mode));
+    write_npy(path("link"), precision::d, &one, 1, 1);
+    EXPECT_EQ(static_cast<int>(fs::status(path()).permissions()), mode);
+    EXPECT_TRUE(fs::is_symlink(path("link")));
+    EXPECT_EQ(npy_file(path()).rows(), 1);
+  }
+}
+
+// From here on this process finds no file system that can make files without a name.
+void forbid_nameless_files() {
+  const sock_filter program[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[2])),
+      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, O_TMPFILE & ~O_DIRECTORY, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EOPNOTSUPP),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog filter = {std::size(program), const_cast<sock_filter*>(program)};
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0);
+}
+
+TEST_F(Npy, InterruptedWriteLeavesNothing) {
+  const struct {
+    bool nameless;
+    int signal;
+  } rows[] = {{true, SIGKILL}, {true, SIGINT}, {false, SIGHUP}, {false, SIGINT}, {false, SIGQUIT}, {false, SIGTERM}};
+  for (const auto& row : rows) {
+    const auto child = test::in_child({}, [&] {
+      if (!row.nameless) forbid_nameless_files();
+      replacement_file file(path());
+      file.write("some", 4);
+      std::printf("%zu", files());
+      std::fflush(stdout);
+      raise(row.signal);
+      return 0;
+    });
+    EXPECT_EQ(child.status, 1000 + row.signal);
+    EXPECT_EQ(child.out, row.nameless ? "0" : "1");
+    EXPECT_EQ(files(), 0u);
+  }
+}
+
+TEST_F(Npy, WritesWithoutNamelessFilesToo) {
+  const auto child = test::in_child({}, [&] {
+    forbid_nameless_files();
+    const double two = 2;
+    write_npy(path(), precision::d, &two, 1, 1);
+    return 0;
+  });
+  EXPECT_EQ(child.status, 0) << child.err;
+  EXPECT_EQ(files(), 1u);
+  EXPECT_EQ(npy_file(path()).rows(), 1);
 }
 
 }  // namespace

@@ -38,6 +38,15 @@ TEST(Parse, Lists) {
   EXPECT_NE(refusal([] { parse_sizes("--sizes", "1:1000:1,1"); }), "");
 }
 
+TEST(Parse, WholeNumbers) {
+  EXPECT_EQ(parse_whole_number<uint64_t>("--seed", "18446744073709551615", 0, UINT64_MAX), UINT64_MAX);
+  EXPECT_EQ(parse_whole_number<int64_t>("-m", "+010", 0, INT64_MAX), 10);
+  for (const char* bad : {"", "x", "1x", " 1", "1.0", "0x10", "-1", "9223372036854775808"})
+    EXPECT_NE(refusal([&] { parse_whole_number<int64_t>("-m", bad, 0, INT64_MAX); }).find("-m '"), std::string::npos)
+        << bad;
+  EXPECT_NE(refusal([] { parse_whole_number("--threads", "1025", 1, 1024); }), "");
+}
+
 TEST(Parse, Scalars) {
   using z = std::complex<double>;
   EXPECT_EQ(parse_scalar("--alpha", "+1.5,-2e3", precision::z), z(1.5, -2000));

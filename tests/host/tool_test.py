@@ -7,6 +7,8 @@ import json
 import os
 import pathlib
 import pty
+import re
+import resource
 import signal
 import subprocess
 import sys
@@ -181,7 +183,9 @@ class Files(ToolTest):
 class Options(ToolTest):
     def test_wrong_options_are_named(self):
         for culprit, *arguments in (("subcommand",), ("gem", "run", "gem"), ("operation", "run"),
-                                    ("-m", "run", "gemm", "-m", "x"), ("-m -5", "run", "gemm", "-m", "-5"),
+                                    ("-m", "run", "gemm", "-m", "x"), ("-m '-5'", "run", "gemm", "-m", "-5"),
+                                    ("-n", "run", "gemm", "-n", "9" * 20), ("--seed", "run", "gemm", "--seed", "-1"),
+                                    ("--alpha", "run", "gemm", "--alpha="), ("--out", "run", "gemm", "--out", ""),
                                     ("--side 'X'", "run", "trsm", "--side", "X"),
                                     ("--transb", "run", "trmm", "--transb", "T"), ("-k", "run", "symm", "-k", "5"),
                                     ("--alpha", "run", "gemm", "--alpha", "1,2"), ("--foo", "run", "gemm", "--foo"),
@@ -260,10 +264,37 @@ class Options(ToolTest):
             self.assertEqual(facts("detect")["tier"], "def")
 
     def test_unwritable_output_is_a_failure(self):
-        with open("/dev/full", "w") as full:
-            done = subprocess.run(command("info"), stdout=full, stderr=subprocess.PIPE, text=True, timeout=60)
-        self.assertEqual(done.returncode, 1)
-        self.assertIn("cannot write the output", done.stderr)
+        out, matrix = self.folder / "out.npy", 8 * 100 * 100  # bytes; a file has a header, too
+        product = ("run", "gemm", "-m", 100, "-n", 100, "-k", 100, "--out", out)
+        for culprit, stdout, largest, *arguments in (
+                ("cannot write the output: No space left", "/dev/full", resource.RLIM_INFINITY, "info"),
+                ("cannot write the output: File too large", self.folder / "text", 10, "--version"),
+                ("out.npy: cannot be written: File too large", "/dev/null", matrix, *product)):
+            with self.subTest(culprit), open(stdout, "w") as output:
+                limit = (largest, resource.RLIM_INFINITY)
+                done = subprocess.run(command(*arguments), stdout=output, stderr=subprocess.PIPE, text=True, timeout=60,
+                                      preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, limit))
+                self.assertEqual(done.returncode, 1, done.stderr)
+                self.assertIn(culprit, done.stderr)
+        self.assertFalse(out.exists())
+
+    @unittest.skipIf(b"__tsan_init" in pathlib.Path(TOOL).read_bytes(), "the sanitizer takes several times as much")
+    def test_memory_is_reckoned_before_it_is_taken(self):
+        """What one more row or column takes, against what a refusal says of it."""
+        def peak(*arguments):
+            tool = subprocess.Popen(command(*arguments), stdout=subprocess.DEVNULL)
+            _, tool.returncode, usage = os.wait4(tool.pid, 0)
+            self.assertEqual(tool.returncode, 0)
+            return usage.ru_maxrss * 1024
+
+        huge = 10**11
+        for size, *arguments in (("-m", "gemm", "-n", 30, "-k", 100), ("-n", "trsm", "-m", 100)):
+            with self.subTest(arguments):
+                arguments = ("run", *arguments, "--check", size)
+                refusal = self.run_tool(*arguments, huge, status=2).stderr
+                reckoned = float(re.search(r"needs ([\d.e+]+) GB", refusal)[1]) * 1e9 / huge
+                taken = (peak(*arguments, 100000) - peak(*arguments, 50000)) / 50000
+                self.assertLess(taken, 1.2 * reckoned)  # an address sanitizer takes an eighth more
 
 
 class Computing(ToolTest):
