@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// How long the tests that go by chance go on, and from which seed: ./test sets both.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string>
+
+namespace tev::test {
+
+inline bool long_run() { return std::getenv("TEV_TEST_LONG") != nullptr; }
+
+inline uint64_t test_seed() {
+  const char* given = std::getenv("TEV_TEST_SEED");
+  static const uint64_t seed = given ? std::stoull(given) : std::random_device()();
+  return seed;
+}
+
+// For failures: how to see the same again.
+inline std::string repeat_with(uint64_t seed) { return "TEV_TEST_SEED=" + std::to_string(seed); }
+
+}  // namespace tev::test
