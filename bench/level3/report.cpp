@@ -15,14 +15,21 @@ namespace {
 std::string instruction_sets() {
   std::string all;
 #define TEV_SET(name) \
-  if (__builtin_cpu_supports(name)) all += std::string(all.empty() ? "" : " ") + name;
-  TEV_SET("sse2")
-  TEV_SET("sse3")
-  TEV_SET("ssse3")
-  TEV_SET("sse4.2") TEV_SET("avx") TEV_SET("fma") TEV_SET("avx2") TEV_SET("avx512f") TEV_SET("avx512cd")
-      TEV_SET("avx512dq") TEV_SET("avx512bw") TEV_SET("avx512vl")
+  if (__builtin_cpu_supports(name)) all += std::string(all.empty() ? "" : " ") + name
+  TEV_SET("sse2");
+  TEV_SET("sse3");
+  TEV_SET("ssse3");
+  TEV_SET("sse4.2");
+  TEV_SET("avx");
+  TEV_SET("fma");
+  TEV_SET("avx2");
+  TEV_SET("avx512f");
+  TEV_SET("avx512cd");
+  TEV_SET("avx512dq");
+  TEV_SET("avx512bw");
+  TEV_SET("avx512vl");
 #undef TEV_SET
-          return all;
+  return all;
 }
 
 std::string columns_of(const level3_case& c) {

@@ -25,8 +25,8 @@ TEV_EXPORT int32_t tev_serv_get_envmode_variable(void);
  * buffer becomes an empty string (when size is at least 1). A size above 4096 counts as 4096. */
 TEV_EXPORT int32_t tev_serv_getenv(const char* name, char* buffer, int32_t size);
 
-/* Directories, with a trailing "/", in which optional libraries are looked for first: the loader's and the executable's.
- * Empty unless the program fills them before it first uses the library. */
+/* Directories, with a trailing "/", in which optional libraries are looked for first: the loader's and the
+ * executable's. Empty unless the program fills them before it first uses the library. */
 TEV_EXPORT extern char DispLibPath[4096];
 TEV_EXPORT extern char EXEPath[4096];
 
@@ -82,7 +82,7 @@ TEV_EXPORT int32_t tev_serv_omp_in_parallel(void);
 /* Always 0: OpenMP. */
 TEV_EXPORT int32_t tev_serv_get_thread_layer(void);
 
-/* ---- Spin locks: a word that is 0 when free ----------------------------------------------------------------------- */
+/* ---- Spin locks: a word that is 0 when free --------------------------------------------------------------------- */
 
 /* After 5000 attempts a waiter yields the processor between attempts. Not recursive. */
 TEV_EXPORT void tev_serv_lock(int32_t* lock);
@@ -93,13 +93,13 @@ TEV_EXPORT int32_t tev_serv_trylock(int32_t* lock); /* 1 when taken, else 0 */
 
 /* Processor type codes: which tier of kernels runs. */
 enum {
-  TEV_CPU_DEF = 0,         /* SSE2, and every processor of another maker that is not vouched for */
-  TEV_CPU_MC = 2,          /* SSSE3 */
-  TEV_CPU_MC3 = 3,         /* SSE4.2 */
-  TEV_CPU_AVX = 4,         /* AVX */
-  TEV_CPU_AVX2 = 5,        /* AVX2 with fused multiply-add */
-  TEV_CPU_AVX512_ZEL = 6,  /* AVX-512, many cores */
-  TEV_CPU_AVX512 = 7,      /* AVX-512 with DQ, BW and VL */
+  TEV_CPU_DEF = 0,          /* SSE2, and every processor of another maker that is not vouched for */
+  TEV_CPU_MC = 2,           /* SSSE3 */
+  TEV_CPU_MC3 = 3,          /* SSE4.2 */
+  TEV_CPU_AVX = 4,          /* AVX */
+  TEV_CPU_AVX2 = 5,         /* AVX2 with fused multiply-add */
+  TEV_CPU_AVX512_ZEL = 6,   /* AVX-512, many cores */
+  TEV_CPU_AVX512 = 7,       /* AVX-512 with DQ, BW and VL */
   TEV_CPU_AVX512_ZEL_E1 = 8 /* as 6; only tev_serv_get_cpu_type(1) tells it apart */
 };
 
@@ -176,9 +176,9 @@ TEV_EXPORT extern void (*i_free)(void* block);
 /* Blocks aligned to `alignment` bytes (a power of two from 64 up; anything else means 64). Null when size is below 1
  * or memory is short. Release with tev_serv_free only. */
 TEV_EXPORT void* tev_serv_malloc(int64_t size, int64_t alignment);
-TEV_EXPORT void* tev_serv_calloc(int64_t count, int64_t size);     /* zeroed, aligned to 64 */
-TEV_EXPORT void* tev_serv_realloc(void* block, int64_t size);      /* keeps the alignment; null on failure, block kept */
-TEV_EXPORT void tev_serv_free(void* block);                        /* null is fine */
+TEV_EXPORT void* tev_serv_calloc(int64_t count, int64_t size); /* zeroed, aligned to 64 */
+TEV_EXPORT void* tev_serv_realloc(void* block, int64_t size);  /* keeps the alignment; null on failure, block kept */
+TEV_EXPORT void tev_serv_free(void* block);                    /* null is fine */
 
 /* The same, but a released buffer stays with its thread (five of up to 128 MiB), so that the next request of that size
  * costs nanoseconds. Release with tev_serv_deallocate, from any thread. */

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "kernels/dispatch/dispatch.h"
-#include "tests/support/tier_list.h"
 #include "tests/support/in_child.h"
+#include "tests/support/tier_list.h"
 #include "tev/service.h"
 
 #define TEV_DECLARE(tier) extern "C" tev::kernels::ker0_fn<double> tev_blas_##tier##_dgemm_ker0;

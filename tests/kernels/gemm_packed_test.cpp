@@ -14,8 +14,8 @@
 
 #include "host/check.h"
 #include "kernels/routine_types.h"
-#include "tests/support/tier_list.h"
 #include "tests/support/matrix.h"
+#include "tests/support/tier_list.h"
 
 namespace tev::test {
 namespace {

@@ -5,8 +5,8 @@
 
 #include "kernels/avx512_zel/tier.h"
 #include "kernels/families/gemm_qfma-inl.h"
-#include "tests/support/tier_list.h"
 #include "tests/support/blas_case.h"
+#include "tests/support/tier_list.h"
 
 extern "C" tev::kernels::mscale_fn<float> tev_blas_avx512_zel_sgemm_mscale;
 extern "C" tev::kernels::gemm_fn<float> tev_blas_avx512_zel_sgemm_unpacked,

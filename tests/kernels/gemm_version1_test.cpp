@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "kernels/version1.h"
-#include "tests/support/tier_list.h"
 #include "tests/support/matrix.h"
+#include "tests/support/tier_list.h"
 #include "tev/service.h"
 
 #define TEV_EACH_OLDER_TIER(row) row(def) row(cnr_def) row(mc) row(mc3) row(avx)

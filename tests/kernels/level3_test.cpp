@@ -13,8 +13,8 @@
 
 #include "host/check.h"
 #include "kernels/routine_types.h"
-#include "tests/support/tier_list.h"
 #include "tests/support/blas_case.h"
+#include "tests/support/tier_list.h"
 
 #define TEV_DECLARE_PRECISION(tier, p, type)                           \
   extern "C" tev::kernels::symm_fn<type> tev_blas_##tier##_x##p##symm; \

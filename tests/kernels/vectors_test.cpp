@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "kernels/routine_types.h"
-#include "tests/support/tier_list.h"
 #include "tests/support/matrix.h"
+#include "tests/support/tier_list.h"
 #include "tev/types.h"
 
 #define TEV_DECLARE_BOTH(tier, p, type)                                       \
