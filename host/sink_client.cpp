@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "host/failure.h"
+#include "tev/check.h"
 
 namespace tev::host {
 namespace {
@@ -123,7 +124,17 @@ void sink_client::apply_pinning(tev_invoke_request* request) const {
   request->pin = 1;
 }
 
+void sink_client::check(const std::vector<vro_buffer*>& buffers) const {
+  std::vector<uint64_t> lengths;
+  for (const vro_buffer* buffer : buffers) lengths.push_back(vro_buffer_size(buffer));
+  char text[TEV_CHECK_TEXT_BYTES];
+  if (tev_check_request(request_.get(), sizeof(*request_), lengths.data(), static_cast<uint32_t>(lengths.size()), text,
+                        sizeof(text)) != TEV_CHECK_OK)
+    throw failed(fmt::format("a wrong request, which was not sent: {}", text));
+}
+
 double sink_client::send(const std::vector<vro_buffer*>& buffers, size_t result_length, const tick& on_tick) {
+  check(buffers);
   const auto start = std::chrono::steady_clock::now();
   vro_completion* completion = nullptr;
   if (vro_run(process_.get(), kEntry, buffers.data(), static_cast<uint32_t>(buffers.size()), request_.get(),

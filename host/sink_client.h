@@ -61,6 +61,7 @@ class sink_client {
 
  private:
   void call(const char* function, size_t result_length);
+  void check(const std::vector<vro_buffer*>& buffers) const;  // of the request: what a sink would not notice
   double send(const std::vector<vro_buffer*>& buffers, size_t result_length, const tick& on_tick);
   void start();
   void trust_features();

@@ -2,6 +2,9 @@
 /* The offload runtime as a host program sees it (libvro_host): start a sink process, share buffers with it, run its
  * functions by name. C11 and C++20.
  *
+ * A sink trusts its host completely: it calls whatever function of its process a request names, and believes every size
+ * and offset in it (tev/check.h checks a request against its buffers before it is sent).
+ *
  * Every function that can fail returns VRO_OK or an error code, and vro_last_error() then tells the calling thread in
  * words what happened. All functions may be called from any thread; one handle must not be destroyed while another
  * thread uses it.

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """Who may include whom. A file includes only from its own layer or a lower one; service includes nothing above it;
-host and loopback share only the public headers with the sink. docs/architecture.md draws the same table."""
+host, loopback and request_check share only the public headers with the sink. docs/architecture.md draws the same
+table."""
 import pathlib
 import re
 import sys
@@ -13,6 +14,7 @@ MAY_INCLUDE = {
     "lapack_workers": {"include", "service", "kernels", "blas_threading", "lapack_workers"},
     "sink": {"include", "service", "kernels", "blas_threading", "lapack_workers", "sink"},
     "loopback": {"include", "loopback"},
+    "request_check": {"include", "request_check"},
     "host": {"include", "host"},
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]', re.M)

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 /* Compiles when every public header stands alone in C11; their own assertions check the record layouts. */
 #include "tev/blas.h"
+#include "tev/check.h"
 #include "tev/request.h"
 #include "tev/types.h"
 #include "vro/device.h"
