@@ -16,6 +16,8 @@ inline constexpr int32_t kNoTrans = 0, kTrans = 1, kConjTrans = 2, kNoSuchTrans 
 inline constexpr int32_t kCopyPlain = 1, kCopyTrans = 2, kCopyConjTrans = 4;
 // Of a symmetric or triangular matrix besides: the triangle that is stored, or written, and whether the diagonal is 1.
 inline constexpr int32_t kCopyLower = 8, kCopyUpper = 16, kCopyNonUnit = 32, kCopyUnit = 64;
+// Of a Hermitian matrix besides: what is mirrored is conjugated, and the diagonal is real.
+inline constexpr int32_t kCopyHermitian = 128;
 
 // What a product is part of. 0, 1 and 7 are fixed by the drivers; the others never leave the process.
 inline constexpr int32_t kOpGemm = 0, kOpSymm = 1, kOpSyrk = 4, kOpTrmm = 7, kOpTrsm = 8;

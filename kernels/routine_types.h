@@ -9,6 +9,10 @@
 
 namespace tev::kernels {
 
+// The real type of a complex one's parts.
+template <class T>
+using real_part = decltype(T::real);
+
 // C := alpha op(A) op(B) + beta C.
 template <class T>
 using gemm_fn = void(const char* transa, const char* transb, const int64_t* m, const int64_t* n, const int64_t* k,
@@ -51,7 +55,7 @@ using gemmger_fn = void(const char* transa, const char* transb, const int64_t* m
                         const T* x, const int64_t* incx, const T* y, const int64_t* incy, const T* beta, T* c,
                         const int64_t* ldc);
 
-// Level 3.
+// Level 3. symm and hemm:
 template <class T>
 using symm_fn = void(const char* side, const char* uplo, const int64_t* m, const int64_t* n, const T* alpha, const T* a,
                      const int64_t* lda, const T* b, const int64_t* ldb, const T* beta, T* c, const int64_t* ldc);
@@ -59,6 +63,19 @@ using symm_fn = void(const char* side, const char* uplo, const int64_t* m, const
 template <class T>
 using syrk_fn = void(const char* uplo, const char* trans, const int64_t* n, const int64_t* k, const T* alpha,
                      const T* a, const int64_t* lda, const T* beta, T* c, const int64_t* ldc, int64_t, int64_t);
+// With real scalars.
+template <class T>
+using herk_fn = void(const char* uplo, const char* trans, const int64_t* n, const int64_t* k, const real_part<T>* alpha,
+                     const T* a, const int64_t* lda, const real_part<T>* beta, T* c, const int64_t* ldc, int64_t,
+                     int64_t);
+template <class T>
+using syr2k_fn = void(const char* uplo, const char* trans, const int64_t* n, const int64_t* k, const T* alpha,
+                      const T* a, const int64_t* lda, const T* b, const int64_t* ldb, const T* beta, T* c,
+                      const int64_t* ldc);
+template <class T>
+using her2k_fn = void(const char* uplo, const char* trans, const int64_t* n, const int64_t* k, const T* alpha,
+                      const T* a, const int64_t* lda, const T* b, const int64_t* ldb, const real_part<T>* beta, T* c,
+                      const int64_t* ldc);
 // trmm and trsm.
 template <class T>
 using triangular_fn = void(const char* side, const char* uplo, const char* transa, const char* diag, const int64_t* m,

@@ -171,5 +171,6 @@ tev_blas_\name:
   __attribute__((used)) static entry_point tev_entry_##name = {nullptr, {TEV_TIERS(TEV_ADDRESS, name)}}; \
   asm("tev_entry " #name);
 #include "kernels/dispatch/entry_points.inc"
+#include "kernels/dispatch/further_entry_points.inc"
 
 }  // extern "C"

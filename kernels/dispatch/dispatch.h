@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The entry points of dispatch/entry_points.inc with their argument lists. Each does what the routine of the same name
-// does on the tier in force.
+// The entry points of dispatch/entry_points.inc and dispatch/further_entry_points.inc with their argument lists. Each
+// does what the routine of the same name does on the tier in force.
 #pragma once
 
 #include "kernels/records.h"
@@ -37,6 +37,10 @@ TEV_ALL(symm_fn, x, symm)
 TEV_ALL(syrk_fn, x, syrk)
 TEV_ALL(triangular_fn, x, trmm)
 TEV_ALL(triangular_fn, x, trsm)
+TEV_ALL(syr2k_fn, x, syr2k)
+TEV_COMPLEX(symm_fn, x, hemm)
+TEV_COMPLEX(herk_fn, x, herk)
+TEV_COMPLEX(her2k_fn, x, her2k)
 
 TEV_ALL(gemm_share_fn, x, gemm_par)
 TEV_ALL_BUT_C(gemm_fn, x, gemm_bdz)

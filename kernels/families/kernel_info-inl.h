@@ -5,7 +5,7 @@
 //
 //   operation   copies                          ker0   mscale      driver               fallback, pst
 //   gemm        op(A), op(B)                    tile   all of C    by strategy          without copies
-//   symm        symm_copy_*, B as it lies       tile   all of C    by strategy          x?symm
+//   symm        symm_copy_*, B as it lies       tile   all of C    by strategy          without copies
 //   syrk        op(A), op(A)^T                  none   a triangle  x?syrk               x?syrk
 //   trmm, trsm  none (triangle), B as it lies   none   all of B    x?trmm, x?trsm       x?trmm, x?trsm
 //
@@ -14,20 +14,9 @@
 #pragma once
 
 #include "kernels/families/gemm_driver-inl.h"
-#include "kernels/families/symm_copy-inl.h"
+#include "kernels/families/symmetric-inl.h"
 
 namespace tev::TEV_TIER {
-
-template <class T, kernels::symm_fn<T>* Symm>
-int32_t symm_driver(const operation<T>* op, const operand* a, const operand* b, const operand* c, buffers*,
-                    const kernel_info<T>*) {
-  const bool right = op->from_right != 0;
-  const operand *symmetric = right ? b : a, *other = right ? a : b;
-  const char side = right ? 'R' : 'L', uplo = stored_triangle(symmetric);
-  Symm(&side, &uplo, &c->rows, &c->columns, &op->alpha, static_cast<const T*>(symmetric->data), &symmetric->ld,
-       static_cast<const T*>(other->data), &other->ld, &op->beta, static_cast<T*>(c->data), &c->ld);
-  return 0;
-}
 
 template <class T, kernels::syrk_fn<T>* Syrk>
 int32_t syrk_driver(const operation<T>* op, const operand* a, const operand*, const operand* c, buffers*,
@@ -59,12 +48,12 @@ void mscale_triangle(const operand* c, const T* beta) {
   }
 }
 
-template <class T>
-TEV_INLINE void use_symmetric_copy(const operation<T>* op, const operand* a, const operand* b, kernel_info<T>* info) {
-  if (op->from_right != 0)
-    info->copy_b = stored_triangle(b) == 'U' ? symm_copy<T, false, false> : symm_copy<T, false, true>;
-  else
-    info->copy_a = stored_triangle(a) == 'U' ? symm_copy<T, true, false> : symm_copy<T, true, true>;
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+TEV_INLINE void use_symmetric(const operation<T>* op, const operand* symmetric, kernel_info<T>* info) {
+  const bool left = op->from_right == 0;
+  (left ? info->copy_a : info->copy_b) = symmetric_copy<kHermitian, T>(left, stored_triangle(symmetric) == 'U');
+  info->fallback = info->pst = symm_nobufs_driver<kHermitian, T, Gemm>;
+  if (info->plan.strategy_code == kNoCopy) info->driver = info->fallback;
 }
 
 // The operation is one routine: nothing of the packed product but the copies in `info` takes part.
@@ -76,15 +65,16 @@ TEV_INLINE void use_one_routine(driver_fn<T>* driver, kernel_info<T>* info) {
 }
 
 // `info` holds the row of gemm.
-template <class T, kernels::symm_fn<T>* Symm, kernels::syrk_fn<T>* Syrk, kernels::triangular_fn<T>* Trmm,
+template <class T, kernels::gemm_fn<T>* Gemm, kernels::syrk_fn<T>* Syrk, kernels::triangular_fn<T>* Trmm,
           kernels::triangular_fn<T>* Trsm>
 void use_operation(const operation<T>* op, const operand* a, const operand* b, kernel_info<T>* info) {
   switch (op->code) {
-    case kOpSymm:
-      use_symmetric_copy(op, a, b, info);
-      info->fallback = info->pst = symm_driver<T, Symm>;
-      if (info->plan.strategy_code == kNoCopy) info->driver = info->fallback;
-      return;
+    case kOpSymm: {
+      const operand* const symmetric = op->from_right != 0 ? b : a;
+      if constexpr (kComplex<T>)
+        if (symmetric->copy_mode & kCopyHermitian) return use_symmetric<true, T, Gemm>(op, symmetric, info);
+      return use_symmetric<false, T, Gemm>(op, symmetric, info);
+    }
     case kOpSyrk:
       info->mscale = mscale_triangle<T>;
       return use_one_routine<T>(syrk_driver<T, Syrk>, info);

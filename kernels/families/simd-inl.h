@@ -14,6 +14,7 @@
 #include <cstdint>
 
 #define TEV_INLINE inline __attribute__((always_inline))
+#define TEV_LAMBDA __attribute__((always_inline))
 #define TEV_UNROLL _Pragma("clang loop unroll(full)")
 
 #pragma clang diagnostic ignored "-Wpsabi"  // vectors of several registers are passed to inlined functions only
@@ -122,6 +123,23 @@ TEV_INLINE void store_first(vec<R, W> value, R* to, int64_t n) {
   TEV_UNROLL
   for (int i = 0; i < W; ++i)
     if (i < n) to[i] = value[i];
+}
+
+// One of the lanes of a register is not a number.
+template <int W, class R>
+TEV_INLINE bool any_nan(vec<R, W> v) {
+#if defined(__AVX512F__)
+  if constexpr (sizeof(R) * W == 64 && sizeof(R) == 8) return _mm512_cmp_pd_mask(v, v, _CMP_UNORD_Q) != 0;
+  if constexpr (sizeof(R) * W == 64 && sizeof(R) == 4) return _mm512_cmp_ps_mask(v, v, _CMP_UNORD_Q) != 0;
+#elif defined(__AVX__)
+  if constexpr (sizeof(R) * W == 32 && sizeof(R) == 8)
+    return _mm256_movemask_pd(_mm256_cmp_pd(v, v, _CMP_UNORD_Q)) != 0;
+  if constexpr (sizeof(R) * W == 32 && sizeof(R) == 4)
+    return _mm256_movemask_ps(_mm256_cmp_ps(v, v, _CMP_UNORD_Q)) != 0;
+#endif
+  bool any = false;
+  for (int i = 0; i < W; ++i) any |= v[i] != v[i];
+  return any;
 }
 
 // Sum of all lanes, halves first.

@@ -1,32 +1,30 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// symm and syrk as products: C := alpha A B + beta C with A symmetric (side L; B A on side R), and one triangle of
-// C := alpha op(A) op(A)^T + beta C. Both halve the symmetric matrix until its diagonal blocks are small:
+// symm and hemm: C := alpha A B + beta C (side L; B A on side R) with A symmetric or Hermitian. A product whose copy of
+// A mirrors the stored triangle (symm_copy-inl.h); where that does not pay, or memory is short, A is halved until its
+// diagonal blocks are small:
 //
-//   symm   | A1  X^T |   C1 := A1 B1, C2 := A2 B2, then C1 += X^T B2, C2 += X B1. Of X and X^T one is stored, the
-//          | X   A2  |   other is its transposed. A small diagonal block is mirrored into a full one on the stack.
-//
-//   syrk   | C1      |   X := op(A)2 op(A)1^T is a product of its own; a small diagonal block is computed in full on
-//          | X   C2  |   the stack, and its triangle merged into C: the other triangle is never touched.
+//   | A1  X^T |   C1 := A1 B1, C2 := A2 B2, then C1 += X^T B2, C2 += X B1. Of X and X^T one is stored, the other is its
+//   | X   A2  |   transposed. A small diagonal block is mirrored into a full one on the stack.
 #pragma once
 
 #include "kernels/families/in_place-inl.h"
+#include "kernels/families/packed_product-inl.h"
+#include "kernels/families/symm_copy-inl.h"
 #include "kernels/routine_types.h"
 
 namespace tev::TEV_TIER {
 
-// Largest order of a diagonal block.
-inline constexpr int64_t kDiagonalBlock = 64;
-
-// Order of the first half: whole blocks, more than half if they do not divide.
-TEV_INLINE int64_t first_half(int64_t order, int64_t block) { return (order / 2 + block - 1) / block * block; }
-
 template <class T>
 struct symm_call {
   bool left, upper;
-  int64_t across;  // columns (L) or rows (R) of B and C
+  char transposed;  // T, or C if A is Hermitian
+  int64_t across;   // columns (L) or rows (R) of B and C
   T alpha, beta;
   int64_t lda, ldb, ldc;
 };
+
+// Largest order of a diagonal block.
+inline constexpr int64_t kMirrored = 64;
 
 // The product with a block of A: side L C(rows x across) += op(A) B, side R C(across x rows) += B op(A).
 template <class T, kernels::gemm_fn<T>* Gemm>
@@ -39,92 +37,120 @@ TEV_INLINE void multiply_block(const symm_call<T>& s, char trans, int64_t rows, 
     Gemm(&plain, &trans, &s.across, &rows, &depth, &s.alpha, b, &s.ldb, a, &lda, &beta, c, &s.ldc);
 }
 
-template <class T>
+template <bool kHermitian, class T>
 TEV_INLINE void mirror(bool upper, int64_t n, const T* a, int64_t lda, T* full) {
   for (int64_t j = 0; j < n; ++j)
-    for (int64_t i = upper ? 0 : j, end = upper ? j + 1 : n; i < end; ++i)
-      full[i + j * n] = full[j + i * n] = a[i + j * lda];
-}
-
-template <class T, kernels::gemm_fn<T>* Gemm>
-void symm_diagonal(const symm_call<T>& s, int64_t order, const T* a, const T* b, T* c) {
-  if (order <= kDiagonalBlock) {
-    T full[kDiagonalBlock * kDiagonalBlock];
-    mirror(s.upper, order, a, s.lda, full);
-    return multiply_block<T, Gemm>(s, 'N', order, order, full, order, b, s.beta, c);
-  }
-  const int64_t n1 = first_half(order, kDiagonalBlock), n2 = order - n1;
-  const T *b2 = b + n1 * (s.left ? 1 : s.ldb), *x = a + n1 * (s.upper ? s.lda : 1);
-  T* c2 = c + n1 * (s.left ? 1 : s.ldc);
-  symm_diagonal<T, Gemm>(s, n1, a, b, c);
-  symm_diagonal<T, Gemm>(s, n2, a + n1 * (s.lda + 1), b2, c2);
-  // Upper A stores the block that, on side L, leads from the second half of B to the first of C; on side R
-  // from the first half to the second.
-  const bool stored_to_first = s.upper == s.left;
-  multiply_block<T, Gemm>(s, stored_to_first ? 'N' : 'T', n1, n2, x, s.lda, b2, real_element<T>(1), c);
-  multiply_block<T, Gemm>(s, stored_to_first ? 'T' : 'N', n2, n1, x, s.lda, b, real_element<T>(1), c2);
-}
-
-template <class T, kernels::gemm_fn<T>* Gemm>
-TEV_INLINE void symm(const char* side, const char* uplo, int64_t m, int64_t n, T alpha, const T* a, int64_t lda,
-                     const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
-  if (m < 1 || n < 1) return;
-  const bool left = is_letter(side, 'L');
-  const symm_call<T> s = {left, is_letter(uplo, 'U'), left ? n : m, alpha, beta, lda, ldb, ldc};
-  const int64_t order = left ? m : n;
-  if (is_zero(alpha)) return multiply_block<T, Gemm>(s, 'N', order, 0, a, lda, b, beta, c);
-  symm_diagonal<T, Gemm>(s, order, a, b, c);
-}
-
-template <class T>
-struct syrk_call {
-  bool upper, plain;
-  int64_t k;
-  T alpha, beta;
-  int64_t lda, ldc;
-};
-
-// C(m x n) := alpha op(A)(m x k) op(B)(n x k)^T + beta C, a and b within the same matrix.
-template <class T, kernels::gemm_fn<T>* Gemm>
-TEV_INLINE void multiply_parts(const syrk_call<T>& s, int64_t m, int64_t n, const T* a, const T* b, T beta, T* c,
-                               int64_t ldc) {
-  const char first = s.plain ? 'N' : 'T', second = s.plain ? 'T' : 'N';
-  Gemm(&first, &second, &m, &n, &s.k, &s.alpha, a, &s.lda, b, &s.lda, &beta, c, &ldc);
-}
-
-template <class T>
-TEV_INLINE void merge_triangle(bool upper, int64_t n, const T* full, T beta, T* c, int64_t ldc) {
-  const bool forget = is_zero(beta), keep = is_one(beta);
-  for (int64_t j = 0; j < n; ++j)
     for (int64_t i = upper ? 0 : j, end = upper ? j + 1 : n; i < end; ++i) {
-      T& to = c[i + j * ldc];
-      to = forget ? full[i + j * n] : add(keep ? to : multiply(beta, to), full[i + j * n]);
+      T x = a[i + j * lda];
+      if constexpr (kHermitian)
+        if (i == j) x.imag = 0;
+      full[j + i * n] = conjugate_if(kHermitian && i != j, x);
+      full[i + j * n] = x;
     }
 }
 
-template <class T, kernels::gemm_fn<T>* Gemm>
-void syrk_diagonal(const syrk_call<T>& s, int64_t n, const T* a, T* c) {
-  if (n <= kDiagonalBlock) {
-    T full[kDiagonalBlock * kDiagonalBlock];
-    multiply_parts<T, Gemm>(s, n, n, a, a, T{}, full, n);
-    return merge_triangle(s.upper, n, full, s.beta, c, s.ldc);
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+void halved_symm(const symm_call<T>& s, int64_t order, const T* a, const T* b, T* c) {
+  if (order <= kMirrored) {
+    T full[kMirrored * kMirrored];
+    mirror<kHermitian>(s.upper, order, a, s.lda, full);
+    return multiply_block<T, Gemm>(s, 'N', order, order, full, order, b, s.beta, c);
   }
-  const int64_t n1 = first_half(n, kDiagonalBlock), n2 = n - n1;
-  const T* a2 = a + n1 * (s.plain ? 1 : s.lda);
-  syrk_diagonal<T, Gemm>(s, n1, a, c);
-  syrk_diagonal<T, Gemm>(s, n2, a2, c + n1 * (s.ldc + 1));
-  if (s.upper)
-    multiply_parts<T, Gemm>(s, n1, n2, a, a2, s.beta, c + n1 * s.ldc, s.ldc);
-  else
-    multiply_parts<T, Gemm>(s, n2, n1, a2, a, s.beta, c + n1, s.ldc);
+  const int64_t n1 = (order / 2 + kMirrored - 1) / kMirrored * kMirrored, n2 = order - n1;
+  const T *b2 = b + n1 * (s.left ? 1 : s.ldb), *x = a + n1 * (s.upper ? s.lda : 1);
+  T* c2 = c + n1 * (s.left ? 1 : s.ldc);
+  halved_symm<kHermitian, T, Gemm>(s, n1, a, b, c);
+  halved_symm<kHermitian, T, Gemm>(s, n2, a + n1 * (s.lda + 1), b2, c2);
+  // Upper A stores the block that, on side L, leads from the second half of B to the first of C; on side R
+  // from the first half to the second.
+  const bool stored_to_first = s.upper == s.left;
+  multiply_block<T, Gemm>(s, stored_to_first ? 'N' : s.transposed, n1, n2, x, s.lda, b2, one_of<T>(), c);
+  multiply_block<T, Gemm>(s, stored_to_first ? s.transposed : 'N', n2, n1, x, s.lda, b, one_of<T>(), c2);
 }
 
-// Any letter but N means the transposed product, without conjugation.
+// Lines i .. i+count-1 of C (rows on side L, columns on side R) take from lines p .. p+depth-1 of B what A has for
+// them: a block of A beside the diagonal, of which it or its mirrored one is stored. A points to its element (0, 0).
 template <class T, kernels::gemm_fn<T>* Gemm>
-TEV_INLINE void syrk(const char* uplo, const char* trans, int64_t n, int64_t k, T alpha, const T* a, int64_t lda,
-                     T beta, T* c, int64_t ldc) {
-  if (n < 1 || (is_one(beta) && (k < 1 || is_zero(alpha)))) return;
-  syrk_diagonal<T, Gemm>({is_letter(uplo, 'U'), is_letter(trans, 'N'), k, alpha, beta, lda, ldc}, n, a, c);
+TEV_INLINE void multiply_beside(const symm_call<T>& s, int64_t i, int64_t count, int64_t p, int64_t depth, const T* a,
+                                const T* b, T beta, T* c) {
+  if (count < 1 || depth < 1) return;
+  const int64_t first = min_of(i, p), last = max_of(i, p);
+  const bool stored = s.upper == (s.left == (i < p));
+  multiply_block<T, Gemm>(s, stored ? 'N' : s.transposed, count, depth,
+                          a + (s.upper ? first + last * s.lda : last + first * s.lda), s.lda,
+                          b + p * (s.left ? 1 : s.ldb), beta, c + i * (s.left ? 1 : s.ldc));
+}
+
+// Lines [i, i + count) of C take from lines [p, p + depth) of B: those that A mirrors onto themselves, and around them
+// the others.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+void symm_nobufs(const symm_call<T>& s, int64_t i, int64_t count, int64_t p, int64_t depth, const T* a, const T* b,
+                 T* c) {
+  const int64_t end = i + count, p_end = p + depth, low = max_of(i, p), high = min_of(end, p_end);
+  if (low >= high) return multiply_beside<T, Gemm>(s, i, count, p, depth, a, b, s.beta, c);
+  multiply_beside<T, Gemm>(s, i, low - i, p, depth, a, b, s.beta, c);
+  multiply_beside<T, Gemm>(s, high, end - high, p, depth, a, b, s.beta, c);
+  halved_symm<kHermitian, T, Gemm>(s, high - low, a + low * (s.lda + 1), b + low * (s.left ? 1 : s.ldb),
+                                   c + low * (s.left ? 1 : s.ldc));
+  multiply_beside<T, Gemm>(s, low, high - low, p, low - p, a, b, one_of<T>(), c);
+  multiply_beside<T, Gemm>(s, low, high - low, high, p_end - high, a, b, one_of<T>(), c);
+}
+
+// As a driver: operands may be blocks of the whole ones.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+int32_t symm_nobufs_driver(const operation<T>* op, const operand* a, const operand* b, const operand* c, buffers*,
+                           const kernel_info<T>*) {
+  const bool left = op->from_right == 0;
+  const operand *symmetric = left ? a : b, *other = left ? b : a;
+  const symm_call<T> s = {left,
+                          stored_triangle(symmetric) == 'U',
+                          kHermitian ? 'C' : 'T',
+                          left ? c->columns : c->rows,
+                          op->alpha,
+                          op->beta,
+                          symmetric->ld,
+                          other->ld,
+                          c->ld};
+  const int64_t i = left ? symmetric->row_offset : symmetric->column_offset;
+  const int64_t p = left ? symmetric->column_offset : symmetric->row_offset;
+  symm_nobufs<kHermitian, T, Gemm>(
+      s, i, left ? c->rows : c->columns, p, a->columns,
+      static_cast<const T*>(symmetric->data) - symmetric->row_offset - symmetric->column_offset * symmetric->ld,
+      static_cast<const T*>(other->data) - p * (left ? 1 : other->ld),
+      static_cast<T*>(c->data) - i * (left ? 1 : c->ld));
+  return 0;
+}
+
+// The copy of A on its side of the product.
+template <bool kHermitian, class T>
+TEV_INLINE copy_fn<T>* symmetric_copy(bool left, bool upper) {
+  if (left) return upper ? symm_copy<T, true, false, kHermitian> : symm_copy<T, true, true, kHermitian>;
+  return upper ? symm_copy<T, false, false, kHermitian> : symm_copy<T, false, true, kHermitian>;
+}
+
+template <bool kHermitian, class T>
+__attribute__((noinline)) bool packed_symm(const operation<T>& op) {
+  kernel_info<T> info;
+  packed_info_of(op, &info);
+  const bool left = op.from_right == 0;
+  (left ? info.copy_a : info.copy_b) = symmetric_copy<kHermitian, T>(left, op.uplo == uplo_code('U'));
+  buffers buf;
+  return info.driver(&op, &op.a, &op.b, &op.c, &buf, &info) == 0;
+}
+
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+TEV_INLINE void symm(const char* side, const char* uplo, int64_t m, int64_t n, T alpha, const T* a, int64_t lda,
+                     const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
+  if (m < 1 || n < 1) return;
+  if (is_zero(alpha)) return mscale<T>(m, n, beta, c, ldc);
+  const bool left = is_letter(side, 'L');
+  const symm_call<T> s = {left, is_letter(uplo, 'U'), kHermitian ? 'C' : 'T', left ? n : m, alpha, beta, lda, ldb, ldc};
+  const int64_t order = left ? m : n;
+  if (route_of<T>('N', 'N', m, n, order, lda, ldb) == route::packed &&
+      packed_symm<kHermitian>(make_symmetric_operation(*side, *uplo, m, n, alpha, a, lda, b, ldb, beta, c, ldc,
+                                                       kHermitian ? kCopyHermitian : 0)))
+    return;
+  halved_symm<kHermitian, T, Gemm>(s, order, a, b, c);
 }
 
 }  // namespace tev::TEV_TIER

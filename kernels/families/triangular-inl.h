@@ -1,253 +1,498 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// trmm and trsm: B := alpha op(A) B and B := alpha op(A)^-1 B (side R: from the right), A triangular. A is halved until
-// its diagonal blocks are small; what lies beside the diagonal is a matrix product.
+// trmm and trsm: B := alpha op(A) B and B := alpha op(A)^-1 B (side R: from the right), A triangular.
 //
-// All sixteen forms are one. Call what A meets the "lines" of B: its rows on side L, its columns on side R. Number them
-// so that line i depends on lines 0 .. i alone, from the far end when need be: A is then lower triangular, its element
-// (i, k) being what line i takes of line k.
+// All sixteen forms are one. What A meets are the "lines" of B: its rows on side L, its columns on side R; every line
+// has a "place" for each right-hand side. L(i, k) is what line i takes of line k. L is lower triangular, and lines are
+// solved forward, first to last; or it is upper triangular, and they are solved backward. The lines are cut into
+// blocks. A block is worked out by itself, and what the other lines take of it is a matrix product:
 //
-//          1st 2nd half                             solve: first half, subtract X times it, second half
-//      1st  L1                                      multiply: second half, add X times the first half, first half
-//      2nd  X   L2
+//          block  rest                         solve:     block, then rest - X block
+//     block  D                                 multiply:  rest + X block, then block, from the last to the first
+//     rest   X    ..                           backward, the rest are the lines before the block
 //
-// A small diagonal block is packed as that lower triangle. The lines of B pass by in strips of a few registers, packed
-// so that a register holds neighbouring places of one line:
+// Where lines are worked out, a register holds neighbouring places of one line, and what is broadcast comes from the
+// triangle. D is packed in groups of G lines: for each line k that the group takes from, G elements side by side, then
+// the corner, where the group's lines take from each other. The places of B are packed in strips of a few registers,
+// line by line, and worked out in place:
 //
-//      place 0 .. W-1      line 0        Four lines (two if complex) are worked out together in registers, first what
-//      place 0 .. W-1      line 1        they take of the lines before them, then what they take of each other.
-//      ...
+//     group   0: corner      strip   line 0:    place 0 .. W-1 | W .. 2W-1 | 2W .. 3W-1
+//             1: k < G       0       line 1:    ..
+//                corner              ..
+//             2: k < 2G              each group of lines: the sums over k in registers, then the corner
+//                corner
 #pragma once
 
+#include "kernels/families/gemm_copy-inl.h"
 #include "kernels/families/in_place-inl.h"
 #include "kernels/routine_types.h"
+#include "tev/service.h"
 
 namespace tev::TEV_TIER {
 
-// Most lines of a diagonal block: triangle and strip stay in the L1 cache.
+// Registers in a strip's line, lines worked out together: 3 x 8 sums of 32 registers, 3 x 4 or, where products need
+// registers of their own, 2 x 4 of 16. A complex line is two of them.
+inline constexpr int kStripVectors = kHasFma ? 3 : 2;
 template <class T>
-inline constexpr int64_t kTriangle = 64 / kParts<T>;
+inline constexpr int kGroup = (kVectorRegisters == 32 ? 8 : 4) / kParts<T>;
 
-// Registers in a strip's line, lines worked out together.
-inline constexpr int kStripVectors = 2;
-template <class T>
-inline constexpr int kLinesTogether = 4 / kParts<T>;
+// Places of a strip that is V registers wide.
+template <class T, int V>
+inline constexpr int kPlaces = V* kLanes<real_of<T>> / kParts<T>;
+
+// Lines of a block: in memory of the allocator, where a strip and its share of the triangle stay in the second cache;
+// on the stack, also when there is no memory.
+inline constexpr int64_t kLargeBlock = 256, kSmallBlock = 32;
 
 enum class triangular { multiply, solve };
 
-// `line` and `place` are distances in B; `to` and `from` distances in A: a[i to + k from] is what line i takes of line
-// k. Distances are negative where lines count from the far end; a and b point at the first line.
+// Line i takes a[i * to + k * from] of line k; one of the two is 1, the other lda.
 template <class T>
 struct triangular_call {
-  bool left, unit, conjugated;
+  bool left, forward, unit, conjugated;
   char trans;
   int64_t places;
-  int64_t to, from, lda;
-  int64_t line, place, ldb;
+  int64_t to, from, lda, ldb;
+
+  TEV_INLINE int64_t line() const { return left ? 1 : ldb; }
+  TEV_INLINE int64_t place() const { return left ? ldb : 1; }
 };
 
-// A diagonal block: column by column, of column k the entries k .. n-1.
-template <class T>
-struct packed_triangle {
-  T at[kTriangle<T> * kTriangle<T>];
+// x / d = (same x + crossed (x with its parts exchanged, one negated)) / scale; of a real d only the last two count.
+// reciprocal is 1 / scale, or NaN where that could not stand in for the division.
+template <class R>
+struct divisor {
+  R same, crossed, scale, reciprocal;
 };
 
+// A block of L and the room for a strip, in elements of memory that the caller has.
 template <class T>
-TEV_INLINE void pack_triangle(const triangular_call<T>& t, int64_t n, const T* a, packed_triangle<T>& packed) {
-  for (int64_t k = 0; k < n; ++k) {
-    packed.at[k * kTriangle<T> + k] = t.unit ? real_element<T>(1) : conjugate_if(t.conjugated, a[k * (t.to + t.from)]);
-    for (int64_t i = k + 1; i < n; ++i)
-      packed.at[k * kTriangle<T> + i] = conjugate_if(t.conjugated, a[i * t.to + k * t.from]);
+struct triangle_block {
+  int64_t lines;  // rounded up to whole groups; the last ones take nothing and are divided by 1
+  T* groups;      // G G (1 + 2 + .. + lines / G)
+  divisor<real_of<T>>* divisors;
+  T* strip;  // lines x kPlaces<T, kStripVectors>
+};
+
+TEV_INLINE constexpr int64_t whole_groups(int64_t lines, int64_t group) { return (lines + group - 1) / group * group; }
+
+template <class T>
+TEV_INLINE constexpr int64_t packed_elements(int64_t lines) {
+  return lines * (lines + kGroup<T>) / 2;
+}
+
+// Where group g begins, and the first line that it takes from: forward it takes from the lines up to its own, backward
+// from its own on.
+template <bool kForward, class T>
+TEV_INLINE int64_t group_start(int64_t g, int64_t lines) {
+  constexpr int64_t G = kGroup<T>;
+  return G * G * (kForward ? g * (g + 1) / 2 : g * (lines / G) - g * (g - 1) / 2);
+}
+
+// ---- Packing -------------------------------------------------------------------------------------------------------
+
+// Complex by Smith's method: the modulus of d is never squared, so that it can neither overflow nor vanish.
+template <class T>
+TEV_INLINE divisor<real_of<T>> divisor_of(T d) {
+  using R = real_of<T>;
+  divisor<R> by = {1, 0, 1, 1};
+  if constexpr (kComplex<T>) {
+    const bool real_is_larger = (d.real < 0 ? -d.real : d.real) >= (d.imag < 0 ? -d.imag : d.imag);
+    const R ratio = real_is_larger ? d.imag / d.real : d.real / d.imag;
+    by.same = real_is_larger ? R(1) : ratio;
+    by.crossed = real_is_larger ? ratio : R(1);
+    by.scale = real_is_larger ? d.real + d.imag * ratio : d.imag + d.real * ratio;
+  } else {
+    by.scale = d;
+  }
+  constexpr R kLargest = sizeof(R) == 4 ? R(0x1p120) : R(0x1p1000);
+  const R size = by.scale < 0 ? -by.scale : by.scale;
+  by.reciprocal = size > 1 / kLargest && size < kLargest ? 1 / by.scale : __builtin_nanf("");
+  return by;
+}
+
+// Lines i .. i+G-1 of L over k0 <= k < k1, `rows` of them given, the others take nothing.
+template <class T, bool kConjugated>
+TEV_INLINE void pack_lines(const triangular_call<T>& c, int64_t rows, int64_t depth, const T* a, T* to) {
+  constexpr int G = kGroup<T>;
+  constexpr on_the_way<T, false, kConjugated> as_it_is = {};
+  if (rows == G) {
+    if (c.to == 1) return copy_down_strip<T, G>(depth, a, c.from, to, as_it_is);
+    return copy_right_strip<T, G>(depth, a, c.to, to, as_it_is);
+  }
+  for (int64_t k = 0; k < depth; ++k)
+    for (int64_t i = 0; i < G; ++i)
+      to[k * G + i] = i < rows ? conjugate_if(kConjugated, a[i * c.to + k * c.from]) : T{};
+}
+
+// The lines of one group take from each other: a points to L(i, i) of its first line.
+template <triangular Kind, bool kForward, bool kConjugated, class T>
+TEV_INLINE void pack_corner(const triangular_call<T>& c, int64_t rows, const T* a, T* corner,
+                            divisor<real_of<T>>* divisors) {
+  constexpr int G = kGroup<T>;
+  for (int64_t k = 0; k < G; ++k)
+    for (int64_t i = 0; i < G; ++i) {
+      const bool taken = i < rows && k < rows && (kForward ? i > k : i < k);
+      corner[k * G + i] = taken ? conjugate_if(kConjugated, a[i * c.to + k * c.from]) : T{};
+    }
+  if (c.unit) return;
+  for (int64_t i = 0; i < G; ++i) {
+    const T d = i < rows ? conjugate_if(kConjugated, a[i * (c.to + c.from)]) : real_element<T>(1);
+    if constexpr (Kind == triangular::solve)
+      divisors[i] = divisor_of(d);
+    else
+      corner[i * G + i] = d;
   }
 }
+
+template <triangular Kind, bool kForward, bool kConjugated, class T>
+__attribute__((noinline)) void pack_triangle(const triangular_call<T>& c, int64_t n, const T* a,
+                                             const triangle_block<T>& block) {
+  constexpr int64_t G = kGroup<T>;
+  const int64_t lines = block.lines;
+  T* to = block.groups;
+  for (int64_t i = 0; i < lines; i += G) {
+    const int64_t rows = n - i < G ? n - i : G;
+    const T* const own = a + i * c.to;
+    const auto corner = [&]() TEV_LAMBDA {
+      pack_corner<Kind, kForward, kConjugated>(c, rows, own + i * c.from, to, block.divisors + i);
+      to += G * G;
+    };
+    if constexpr (kForward) {
+      pack_lines<T, kConjugated>(c, rows, i, own, to);
+      to += i * G;
+      corner();
+    } else {
+      corner();
+      const int64_t behind = n - i - G > 0 ? n - i - G : 0;
+      pack_lines<T, kConjugated>(c, rows, behind, own + (i + G) * c.from, to);
+      to += behind * G;
+      for (const T* const end = to + (lines - i - G - behind) * G; to < end; ++to) *to = T{};
+    }
+  }
+}
+
+// Between n lines of B, `width` places from b on, and a strip of P places: times alpha on the way in, places that B
+// lacks are zero. A line of B is contiguous on side R, a place on side L.
+template <class T, int P, class Map>
+TEV_INLINE void load_mapped(const triangular_call<T>& c, int64_t n, int64_t width, const T* b, T* strip, Map alpha) {
+  if (width == P) {
+    if (c.left) return copy_right_strip<T, P>(n, b, c.ldb, strip, alpha);
+    return copy_down_strip<T, P>(n, b, c.ldb, strip, alpha);
+  }
+  constexpr int U = kParts<T>;
+  for (int64_t i = 0; i < n; ++i)
+    for (int64_t p = 0; p < P; ++p) {
+      vec<real_of<T>, U> x = {};
+      if (p < width) x = alpha.template operator()<U>(load<U>(reals(b + i * c.line() + p * c.place())));
+      store<U>(x, reals(strip + i * P + p));
+    }
+}
+
+template <class T, int P>
+__attribute__((noinline)) void load_strip(const triangular_call<T>& c, int64_t n, int64_t width, T alpha, const T* b,
+                                          T* strip) {
+  if (is_one(alpha))
+    load_mapped<T, P>(c, n, width, b, strip, on_the_way<T, false, false>{alpha});
+  else
+    load_mapped<T, P>(c, n, width, b, strip, on_the_way<T, true, false>{alpha});
+}
+
+// n elements of each of R columns from a strip that is R wide: undoes copy_right_strip.
+template <class T, int R>
+TEV_INLINE void spread_strip(int64_t n, const T* strip, T* to, int64_t ld) {
+  constexpr int U = kParts<T>, W = lanes_dividing<real_of<T>>(R * U), kRows = W / U;
+  int64_t p = 0;
+  if constexpr (kRows > 1)
+    for (; p + kRows <= n; p += kRows) TEV_UNROLL
+  for (int c = 0; c < R; c += kRows) {
+    vec<real_of<T>, W> square[kRows];
+    TEV_UNROLL
+    for (int i = 0; i < kRows; ++i) square[i] = load<W>(reals(strip + (p + i) * R + c));
+    transpose<W, U>(square);
+    TEV_UNROLL
+    for (int i = 0; i < kRows; ++i) store<W>(square[i], reals(to + p + (c + i) * ld));
+  }
+  for (; p < n; ++p)
+    for (int c = 0; c < R; ++c) to[p + c * ld] = strip[p * R + c];
+}
+
+template <class T, int P>
+__attribute__((noinline)) void store_strip(const triangular_call<T>& c, int64_t n, int64_t width, const T* strip,
+                                           T* b) {
+  if (width < P) {
+    for (int64_t i = 0; i < n; ++i)
+      for (int64_t p = 0; p < width; ++p) b[i * c.line() + p * c.place()] = strip[i * P + p];
+  } else if (c.left) {
+    spread_strip<T, P>(n, strip, b, c.ldb);
+  } else {
+    constexpr int kReals = P * kParts<T>, W = lanes_dividing<real_of<T>>(kReals);
+    for (int64_t i = 0; i < n; ++i, strip += P, b += c.ldb) TEV_UNROLL
+    for (int v = 0; v < kReals; v += W) store<W>(load<W>(reals(strip) + v), reals(b) + v);
+  }
+}
+
+// ---- A group of lines of one strip ---------------------------------------------------------------------------------
 
 template <class R>
 using strip_vector = vec<R, kLanes<R>>;
 
-// Lines first .. first + Lines of a strip, in registers.
-template <class T, int Lines>
-struct line_group {
-  strip_vector<real_of<T>> at[Lines][kStripVectors];
-};
-
-// What many products t v need of t: as in multiplier, but v's exchanged twin is added up apart.
-template <class T, int Lines>
+// Sums of products t x: of a complex t with its real part, and with its imaginary part.
+template <class T, int V>
 struct line_sums {
-  strip_vector<real_of<T>> direct[Lines][kStripVectors], crossed[Lines][kStripVectors];
+  strip_vector<real_of<T>> of[kGroup<T> * kParts<T>][V];
 };
 
-// Sums over k < first of what each line takes of line k.
-template <int Lines, class T>
-TEV_INLINE line_group<T, Lines> taken_from_before(const T* triangle, int64_t first, const real_of<T>* strip) {
-  using R = real_of<T>;
-  constexpr int L = kLanes<R>, V = kStripVectors;
-  line_sums<T, Lines> s = {};
-  for (int64_t k = 0; k < first; ++k, triangle += kTriangle<T>, strip += V * L) {
-    const R* factors = reals(triangle + first);
-    TEV_UNROLL
-    for (int v = 0; v < V; ++v) {
-      const auto x = load<L>(strip + v * L);
-      TEV_UNROLL
-      for (int i = 0; i < Lines; ++i) {
-        s.direct[i][v] = fma(x, splat<L>(factors[i * kParts<T>]), s.direct[i][v]);
-        if constexpr (kComplex<T>) s.crossed[i][v] = fma(x, splat<L>(factors[2 * i + 1]), s.crossed[i][v]);
-      }
-    }
-  }
-  line_group<T, Lines> g;
-  TEV_UNROLL
-  for (int i = 0; i < Lines; ++i) TEV_UNROLL
-  for (int v = 0; v < V; ++v) {
-    g.at[i][v] = s.direct[i][v];
-    if constexpr (kComplex<T>) g.at[i][v] += swap_pairs<L, R>(s.crossed[i][v]) * alternate<L>(R(-1), R(1));
-  }
-  return g;
-}
+template <class T, int V>
+struct line_values {
+  strip_vector<real_of<T>> of[kGroup<T>][V];
+};
 
-// v / d. Complex by Smith's method: the modulus of d is never squared, so that it can neither overflow nor vanish.
-template <class T, class V>
-TEV_INLINE V divided(V v, T d) {
+// What lines kFirst .. kEnd-1 of the group take of the line x; t holds its G factors.
+template <int kFirst, int kEnd, class T, int V>
+TEV_INLINE void take(const T* t, const real_of<T>* x, line_sums<T, V>& s) {
   using R = real_of<T>;
   constexpr int L = kLanes<R>;
-  if constexpr (!kComplex<T>)
-    return v / splat<L>(d);
-  else {
-    const bool real_is_larger =
-        __builtin_fabs(static_cast<double>(d.real)) >= __builtin_fabs(static_cast<double>(d.imag));
-    const R ratio = real_is_larger ? d.imag / d.real : d.real / d.imag;
-    const R scale = real_is_larger ? d.real + d.imag * ratio : d.imag + d.real * ratio;
-    const R same = real_is_larger ? R(1) : ratio, crossed = real_is_larger ? ratio : R(1);
-    return (v * splat<L>(same) + swap_pairs<L, R>(v) * alternate<L>(crossed, -crossed)) / splat<L>(scale);
+  strip_vector<R> line[V];
+  TEV_UNROLL
+  for (int v = 0; v < V; ++v) line[v] = load<L>(x + v * L);
+  TEV_UNROLL
+  for (int i = kFirst * kParts<T>; i < kEnd * kParts<T>; ++i) {
+    const auto factor = splat<L>(reals(t)[i]);
+    TEV_UNROLL
+    for (int v = 0; v < V; ++v) s.of[i][v] = fma(line[v], factor, s.of[i][v]);
   }
 }
 
-// Solves for lines first .. first + Lines; those before are solved.
-template <int Lines, class T>
-TEV_INLINE void solve_lines(const packed_triangle<T>& t, bool unit, int64_t first, real_of<T>* strip) {
+template <class T, int V>
+TEV_INLINE void take_all(int64_t depth, const T* t, const real_of<T>* x, line_sums<T, V>& s) {
+  constexpr int G = kGroup<T>, L = kLanes<real_of<T>>;
+  int64_t k = 0;
+  for (; k + 4 <= depth; k += 4) TEV_UNROLL
+  for (int u = 0; u < 4; ++u, t += G, x += V * L) take<0, G>(t, x, s);
+  for (; k < depth; ++k, t += G, x += V * L) take<0, G>(t, x, s);
+}
+
+template <class T, int V>
+TEV_INLINE auto sum_of(const line_sums<T, V>& s, int i, int v) {
   using R = real_of<T>;
-  constexpr int L = kLanes<R>, V = kStripVectors;
-  auto g = taken_from_before<Lines>(t.at, first, strip);
-  const T* corner = t.at + first * kTriangle<T> + first;
-  strip += first * V * L;
-  TEV_UNROLL
-  for (int v = 0; v < V; ++v) TEV_UNROLL
-  for (int i = 0; i < Lines; ++i) {
-    auto x = load<L>(strip + (i * V + v) * L) - g.at[i][v];
-    TEV_UNROLL
-    for (int k = 0; k < i; ++k) x -= product(multiplier_of<L>(corner[k * kTriangle<T> + i]), g.at[k][v]);
-    if (!unit) x = divided(x, corner[i * kTriangle<T> + i]);
-    g.at[i][v] = x;
-    store<L>(x, strip + (i * V + v) * L);
-  }
-}
-
-// Multiplies lines first .. first + Lines; those after are done.
-template <int Lines, class T>
-TEV_INLINE void multiply_lines(const packed_triangle<T>& t, int64_t first, real_of<T>* strip) {
-  constexpr int L = kLanes<real_of<T>>, V = kStripVectors;
-  auto g = taken_from_before<Lines>(t.at, first, strip);
-  const T* corner = t.at + first * kTriangle<T> + first;
-  strip += first * V * L;
-  TEV_UNROLL
-  for (int v = 0; v < V; ++v) TEV_UNROLL
-  for (int i = Lines - 1; i >= 0; --i) {
-    TEV_UNROLL
-    for (int k = 0; k <= i; ++k)
-      g.at[i][v] =
-          plus_product(g.at[i][v], multiplier_of<L>(corner[k * kTriangle<T> + i]), load<L>(strip + (k * V + v) * L));
-    store<L>(g.at[i][v], strip + (i * V + v) * L);
-  }
-}
-
-template <triangular Kind, class T>
-TEV_INLINE void work_out(const packed_triangle<T>& t, bool unit, int64_t n, real_of<T>* strip) {
-  constexpr int G = kLinesTogether<T>;
-  const int64_t whole = n / G * G;
-  if constexpr (Kind == triangular::solve) {
-    for (int64_t i = 0; i < whole; i += G) solve_lines<G>(t, unit, i, strip);
-    for (int64_t i = whole; i < n; ++i) solve_lines<1>(t, unit, i, strip);
-  } else {
-    for (int64_t i = n - 1; i >= whole; --i) multiply_lines<1>(t, i, strip);
-    for (int64_t i = whole - G; i >= 0; i -= G) multiply_lines<G>(t, i, strip);
-  }
-}
-
-// Between a strip, W places wide, and `width` places of n lines of B, along the columns of B; alpha is applied on the
-// way in, and places that B lacks are zero.
-template <int64_t W, class T>
-TEV_INLINE void load_strip(const triangular_call<T>& t, int64_t n, int64_t width, T alpha, const T* b, T* strip) {
-  const bool scaled = !is_one(alpha);
-  if (width < W)
-    for (int64_t i = 0; i < n * W; ++i) strip[i] = T{};
-  const auto take = [&](int64_t i, int64_t w) __attribute__((always_inline)) {
-    const T x = b[i * t.line + w * t.place];
-    strip[i * W + w] = scaled ? multiply(alpha, x) : x;
-  };
-  if (t.left) {
-    for (int64_t w = 0; w < width; ++w)
-      for (int64_t i = 0; i < n; ++i) take(i, w);
-  } else {
-    for (int64_t i = 0; i < n; ++i)
-      for (int64_t w = 0; w < width; ++w) take(i, w);
-  }
-}
-
-template <int64_t W, class T>
-TEV_INLINE void store_strip(const triangular_call<T>& t, int64_t n, int64_t width, const T* strip, T* b) {
-  if (t.left) {
-    for (int64_t w = 0; w < width; ++w)
-      for (int64_t i = 0; i < n; ++i) b[i * t.line + w * t.place] = strip[i * W + w];
-  } else {
-    for (int64_t i = 0; i < n; ++i)
-      for (int64_t w = 0; w < width; ++w) b[i * t.line + w] = strip[i * W + w];
-  }
-}
-
-template <triangular Kind, class T>
-void diagonal_block(const triangular_call<T>& t, int64_t n, T alpha, const T* a, T* b) {
-  constexpr int64_t W = kStripVectors * kLanes<real_of<T>> / kParts<T>;
-  packed_triangle<T> triangle;
-  pack_triangle(t, n, a, triangle);
-  T strip[kTriangle<T> * W];
-  for (int64_t start = 0; start < t.places; start += W, b += W * t.place) {
-    const int64_t width = t.places - start < W ? t.places - start : W;
-    load_strip<W>(t, n, width, alpha, b, strip);
-    work_out<Kind>(triangle, t.unit, n, reals(strip));
-    store_strip<W>(t, n, width, strip, b);
-  }
-}
-
-// The lines of the second half take from the first: B2 := scalar X B1 + beta B2. With lines counted from the far end a
-// matrix begins at its last line.
-template <class T, kernels::gemm_fn<T>* Gemm>
-TEV_INLINE void take_from_first(const triangular_call<T>& t, int64_t n1, int64_t n2, T scalar, const T* x, const T* b1,
-                                T beta, T* b2) {
-  if (t.line < 0) {
-    x += (n2 - 1) * t.to + (n1 - 1) * t.from;
-    b1 += (n1 - 1) * t.line, b2 += (n2 - 1) * t.line;
-  }
-  const char plain = 'N';
-  if (t.left)
-    Gemm(&t.trans, &plain, &n2, &t.places, &n1, &scalar, x, &t.lda, b1, &t.ldb, &beta, b2, &t.ldb);
+  if constexpr (kComplex<T>)
+    return s.of[2 * i][v] + swap_pairs<kLanes<R>, R>(s.of[2 * i + 1][v]) * alternate<kLanes<R>>(R(-1), R(1));
   else
-    Gemm(&plain, &t.trans, &t.places, &n2, &n1, &scalar, b1, &t.ldb, x, &t.lda, &beta, b2, &t.ldb);
+    return s.of[i][v];
+}
+
+// x := x / d. The quotient by the reciprocal and one correction is the rounded one (P. Markstein, IBM J. Res. Dev. 34,
+// 1990) where nothing leaves the range of numbers; where something did, it is a NaN, and the division proper follows.
+template <class T, int V>
+TEV_INLINE void divide(const divisor<real_of<T>>& d, strip_vector<real_of<T>> (&x)[V]) {
+  using R = real_of<T>;
+  constexpr int L = kLanes<R>;
+  const auto scale = splat<L>(d.scale);
+  if constexpr (kComplex<T>) {
+    const auto same = splat<L>(d.same), crossed = alternate<L>(d.crossed, -d.crossed);
+    TEV_UNROLL
+    for (int v = 0; v < V; ++v) x[v] = fma(swap_pairs<L, R>(x[v]), crossed, x[v] * same);
+  }
+  if constexpr (kHasFma) {
+    const auto reciprocal = splat<L>(d.reciprocal);
+    strip_vector<R> quotient[V], check = {};
+    TEV_UNROLL
+    for (int v = 0; v < V; ++v) {
+      const auto first = x[v] * reciprocal;
+      quotient[v] = fma(fma(-first, scale, x[v]), reciprocal, first);
+      check = v == 0 ? quotient[v] : check + quotient[v];
+    }
+    if (__builtin_expect(!any_nan<L, R>(check), 1)) {
+      TEV_UNROLL
+      for (int v = 0; v < V; ++v) x[v] = quotient[v];
+      return;
+    }
+  }
+  TEV_UNROLL
+  for (int v = 0; v < V; ++v) x[v] = x[v] / scale;
+}
+
+// Of the solved line i the lines after it in the order of solution take their share.
+template <bool kForward, int i, class T, int V>
+TEV_INLINE void solve_corner(const T* corner, const divisor<real_of<T>>* divisors, line_values<T, V>& x) {
+  constexpr int G = kGroup<T>, L = kLanes<real_of<T>>;
+  if (divisors != nullptr) divide<T, V>(divisors[i], x.of[i]);
+  constexpr int kFrom = kForward ? i + 1 : 0, kEnd = kForward ? G : i;
+  TEV_UNROLL
+  for (int j = kFrom; j < kEnd; ++j) {
+    T t = corner[i * G + j];
+    if constexpr (kComplex<T>)
+      t = {-t.real, -t.imag};
+    else
+      t = -t;
+    const auto factor = multiplier_of<L>(t);
+    TEV_UNROLL
+    for (int v = 0; v < V; ++v) x.of[j][v] = plus_product(x.of[j][v], factor, x.of[i][v]);
+  }
+  if constexpr (kForward ? i + 1 < G : i > 0) solve_corner<kForward, kForward ? i + 1 : i - 1>(corner, divisors, x);
+}
+
+// What the lines take of the group's own line k; with a unit diagonal line k takes itself whole, later.
+template <bool kForward, int k, class T, int V>
+TEV_INLINE void take_corner(bool unit, const T* corner, const real_of<T>* own, line_sums<T, V>& s) {
+  constexpr int G = kGroup<T>, L = kLanes<real_of<T>>;
+  if constexpr (k < G) {
+    const real_of<T>* const line = own + k * V * L;
+    take<kForward ? k + 1 : 0, kForward ? G : k>(corner + k * G, line, s);
+    if (!unit) take<k, k + 1>(corner + k * G, line, s);
+    take_corner<kForward, k + 1>(unit, corner, own, s);
+  }
+}
+
+template <triangular Kind, bool kForward, class T, int V>
+TEV_INLINE void work_out_group(const triangle_block<T>& block, bool unit, int64_t g, real_of<T>* strip) {
+  using R = real_of<T>;
+  constexpr int G = kGroup<T>, L = kLanes<R>;
+  const int64_t first = g * G, before = kForward ? first : 0, behind = kForward ? 0 : block.lines - first - G;
+  const T* const t = block.groups + group_start<kForward, T>(g, block.lines);
+  const T* const corner = t + before * G;
+  R* const own = strip + first * V * L;
+  line_sums<T, V> s = {};
+  take_all(before, t, strip, s);
+  take_all(behind, corner + G * G, own + G * V * L, s);
+  if constexpr (Kind == triangular::multiply) take_corner<kForward, 0>(unit, corner, own, s);
+  line_values<T, V> x;
+  TEV_UNROLL
+  for (int i = 0; i < G; ++i) TEV_UNROLL
+  for (int v = 0; v < V; ++v) {
+    x.of[i][v] = sum_of(s, i, v);
+    if constexpr (Kind == triangular::solve)
+      x.of[i][v] = load<L>(own + (i * V + v) * L) - x.of[i][v];
+    else if (unit)
+      x.of[i][v] += load<L>(own + (i * V + v) * L);
+  }
+  if constexpr (Kind == triangular::solve)
+    solve_corner<kForward, kForward ? 0 : G - 1>(corner, unit ? nullptr : block.divisors + first, x);
+  TEV_UNROLL
+  for (int i = 0; i < G; ++i) TEV_UNROLL
+  for (int v = 0; v < V; ++v) store<L>(x.of[i][v], own + (i * V + v) * L);
+}
+
+template <triangular Kind, bool kForward, class T, int V>
+__attribute__((noinline)) void work_out_strip(const triangle_block<T>& block, bool unit, T* strip) {
+  const int64_t groups = block.lines / kGroup<T>;
+  // Lines that others still take from are multiplied last.
+  constexpr bool kUpwards = kForward == (Kind == triangular::solve);
+  for (int64_t i = 0; i < groups; ++i)
+    work_out_group<Kind, kForward, T, V>(block, unit, kUpwards ? i : groups - 1 - i, reals(strip));
+}
+
+// ---- A block of lines ----------------------------------------------------------------------------------------------
+
+template <triangular Kind, bool kForward, int V, class T>
+TEV_INLINE void work_out_places(const triangular_call<T>& c, int64_t n, int64_t width, T alpha, T* b,
+                                const triangle_block<T>& block) {
+  constexpr int P = kPlaces<T, V>;
+  load_strip<T, P>(c, n, width, alpha, b, block.strip);
+  for (int64_t i = n * P; i < block.lines * P; ++i) block.strip[i] = T{};
+  work_out_strip<Kind, kForward, T, V>(block, c.unit, block.strip);
+  store_strip<T, P>(c, n, width, block.strip, b);
+}
+
+// Whole registers of places as long as there are any, then the rest in one.
+template <triangular Kind, bool kForward, int V, class T>
+TEV_INLINE void work_out_rest(const triangular_call<T>& c, int64_t n, int64_t places, T alpha, T* b,
+                              const triangle_block<T>& block) {
+  constexpr int P = kPlaces<T, V>;
+  for (; places >= P; places -= P, b += P * c.place()) work_out_places<Kind, kForward, V>(c, n, P, alpha, b, block);
+  if constexpr (V > 1)
+    work_out_rest<Kind, kForward, V - 1>(c, n, places, alpha, b, block);
+  else if (places > 0)
+    work_out_places<Kind, kForward, V>(c, n, places, alpha, b, block);
+}
+
+template <triangular Kind, bool kForward, class T>
+__attribute__((noinline)) void work_out_block(const triangular_call<T>& c, int64_t n, T alpha, const T* a, T* b,
+                                              triangle_block<T> block) {
+  block.lines = whole_groups(n, kGroup<T>);
+  if (c.conjugated)
+    pack_triangle<Kind, kForward, kComplex<T>>(c, n, a, block);
+  else
+    pack_triangle<Kind, kForward, false>(c, n, a, block);
+  work_out_rest<Kind, kForward, kStripVectors>(c, n, c.places, alpha, b, block);
+}
+
+// Lines i .. i+count-1 take from lines k .. k+depth-1: B(i) := scalar L(i, k) B(k) + beta B(i).
+template <class T, kernels::gemm_fn<T>* Gemm>
+TEV_INLINE void take_from_block(const triangular_call<T>& c, int64_t i, int64_t count, int64_t k, int64_t depth,
+                                T scalar, const T* a, T beta, T* b) {
+  if (count < 1) return;
+  const char plain = 'N';
+  const T* const x = a + i * c.to + k * c.from;
+  const T* const from = b + k * c.line();
+  T* const to = b + i * c.line();
+  if (c.left)
+    Gemm(&c.trans, &plain, &count, &c.places, &depth, &scalar, x, &c.lda, from, &c.ldb, &beta, to, &c.ldb);
+  else
+    Gemm(&plain, &c.trans, &c.places, &count, &depth, &scalar, from, &c.ldb, x, &c.lda, &beta, to, &c.ldb);
 }
 
 template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm>
-void triangle(const triangular_call<T>& t, int64_t n, T alpha, const T* a, T* b) {
-  if (n <= kTriangle<T>) return diagonal_block<Kind>(t, n, alpha, a, b);
-  const int64_t n1 = (n / 2 + kTriangle<T> - 1) / kTriangle<T> * kTriangle<T>, n2 = n - n1;
-  const T *x = a + n1 * t.to, *a2 = x + n1 * t.from;
-  T* b2 = b + n1 * t.line;
-  if constexpr (Kind == triangular::solve) {
-    triangle<Kind, T, Gemm>(t, n1, alpha, a, b);
-    take_from_first<T, Gemm>(t, n1, n2, real_element<T>(-1), x, b, alpha, b2);
-    triangle<Kind, T, Gemm>(t, n2, real_element<T>(1), a2, b2);
-  } else {
-    triangle<Kind, T, Gemm>(t, n2, alpha, a2, b2);
-    take_from_first<T, Gemm>(t, n1, n2, alpha, x, b, real_element<T>(1), b2);
-    triangle<Kind, T, Gemm>(t, n1, alpha, a, b);
+void block_by_block(const triangular_call<T>& c, int64_t order, int64_t step, T alpha, const T* a, T* b,
+                    const triangle_block<T>& block) {
+  const T one = real_element<T>(1);
+  const int64_t blocks = (order + step - 1) / step;
+  const bool upwards = c.forward == (Kind == triangular::solve);
+  for (int64_t q = 0; q < blocks; ++q) {
+    const int64_t k = (upwards ? q : blocks - 1 - q) * step, depth = order - k < step ? order - k : step;
+    const int64_t rest = c.forward ? k + depth : 0, count = c.forward ? order - rest : k;
+    const auto own = [&](T factor) TEV_LAMBDA {
+      (c.forward ? work_out_block<Kind, true, T>
+                 : work_out_block<Kind, false, T>)(c, depth, factor, a + k * (c.to + c.from), b + k * c.line(), block);
+    };
+    if constexpr (Kind == triangular::solve) {
+      own(q == 0 ? alpha : one);
+      take_from_block<T, Gemm>(c, rest, count, k, depth, real_element<T>(-1), a, q == 0 ? alpha : one, b);
+    } else {
+      take_from_block<T, Gemm>(c, rest, count, k, depth, alpha, a, one, b);
+      own(alpha);
+    }
   }
 }
+
+// Bytes for blocks of so many lines, whole groups of them.
+template <class T>
+TEV_INLINE constexpr int64_t block_bytes(int64_t lines) {
+  return (packed_elements<T>(lines) + lines * kPlaces<T, kStripVectors>)*static_cast<int64_t>(sizeof(T)) +
+         lines * static_cast<int64_t>(sizeof(divisor<real_of<T>>));
+}
+
+template <class T>
+TEV_INLINE triangle_block<T> place_block(void* memory, int64_t lines) {
+  T* const strip = static_cast<T*>(memory);
+  T* const groups = strip + lines * kPlaces<T, kStripVectors>;
+  return {.lines = lines,
+          .groups = groups,
+          .divisors = reinterpret_cast<divisor<real_of<T>>*>(groups + packed_elements<T>(lines)),
+          .strip = strip};
+}
+
+template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm>
+__attribute__((noinline)) void in_small_blocks(const triangular_call<T>& c, int64_t order, T alpha, const T* a, T* b) {
+  alignas(64) char memory[block_bytes<T>(kSmallBlock)];
+  block_by_block<Kind, T, Gemm>(c, order, kSmallBlock, alpha, a, b, place_block<T>(memory, kSmallBlock));
+}
+
+// Blocks of about the same size.
+template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm>
+__attribute__((noinline)) bool in_large_blocks(const triangular_call<T>& c, int64_t order, T alpha, const T* a, T* b) {
+  const int64_t blocks = (order + kLargeBlock - 1) / kLargeBlock;
+  const int64_t step = whole_groups((order + blocks - 1) / blocks, kGroup<T>);
+  void* const memory = tev_serv_allocate(block_bytes<T>(step), 128);
+  if (memory == nullptr) return false;
+  block_by_block<Kind, T, Gemm>(c, order, step, alpha, a, b, place_block<T>(memory, step));
+  tev_serv_deallocate(memory);
+  return true;
+}
+
+// A packed triangle is read once per strip: a few places do not repay it.
+template <class T>
+inline constexpr int64_t kFewPlaces = kPlaces<T, 1>;
 
 template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm>
 TEV_INLINE void triangular_call_of(const char* side, const char* uplo, const char* transa, const char* diag, int64_t m,
@@ -260,23 +505,19 @@ TEV_INLINE void triangular_call_of(const char* side, const char* uplo, const cha
   }
   const bool left = is_letter(side, 'L'), plain = is_letter(transa, 'N'), lower = is_letter(uplo, 'U') != plain;
   const bool down_a_column = left == plain;  // line i takes of line k: A(i, k), else A(k, i)
-  triangular_call<T> t = {.left = left,
-                          .unit = is_letter(diag, 'U'),
-                          .conjugated = kComplex<T> && is_letter(transa, 'C'),
-                          .trans = *transa,
-                          .places = left ? n : m,
-                          .to = down_a_column ? 1 : lda,
-                          .from = down_a_column ? lda : 1,
-                          .lda = lda,
-                          .line = left ? 1 : ldb,
-                          .place = left ? ldb : 1,
-                          .ldb = ldb};
+  const triangular_call<T> c = {.left = left,
+                                .forward = lower == left,
+                                .unit = is_letter(diag, 'U'),
+                                .conjugated = kComplex<T> && is_letter(transa, 'C'),
+                                .trans = *transa,
+                                .places = left ? n : m,
+                                .to = down_a_column ? 1 : lda,
+                                .from = down_a_column ? lda : 1,
+                                .lda = lda,
+                                .ldb = ldb};
   const int64_t order = left ? m : n;
-  if (lower != left) {  // the last line depends on itself alone
-    a += (order - 1) * (lda + 1), b += (order - 1) * t.line;
-    t.to = -t.to, t.from = -t.from, t.line = -t.line;
-  }
-  triangle<Kind, T, Gemm>(t, order, alpha, a, b);
+  if (order > kSmallBlock && c.places > kFewPlaces<T> && in_large_blocks<Kind, T, Gemm>(c, order, alpha, a, b)) return;
+  in_small_blocks<Kind, T, Gemm>(c, order, alpha, a, b);
 }
 
 }  // namespace tev::TEV_TIER

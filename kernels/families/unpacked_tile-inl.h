@@ -23,8 +23,6 @@
 
 #include "kernels/families/element-inl.h"
 
-#define TEV_LAMBDA __attribute__((always_inline))
-
 namespace tev::TEV_TIER {
 
 template <int W, class R, int... I>

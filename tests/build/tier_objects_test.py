@@ -189,7 +189,9 @@ def main(source, *arguments):
             current = objects.setdefault(argument[:-1], [])
         elif argument != "--update":
             current.append(argument)
-    entries = re.findall(r"^TEV_ENTRY\((\w+)\)", (source / "kernels/dispatch/entry_points.inc").read_text(), re.M)
+    lists = ("entry_points.inc", "further_entry_points.inc")
+    text = "".join((source / "kernels/dispatch" / name).read_text() for name in lists)
+    entries = re.findall(r"^TEV_ENTRY\((\w+)\)", text, re.M)
     strong = {}
     for tier in TIERS:
         strong[tier] = check_names(tier, objects[tier])

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The packed product of a tier, for routines beside it: the templates of gemm_driver-inl.h are compiled once, with the
+// product itself (gemm.exports.inc), and only named here.
+#pragma once
+
+#include "kernels/families/gemm_driver-inl.h"
+
+namespace tev::TEV_TIER {
+
+#define TEV_COMPILED_WITH_THE_PRODUCT(T)                                                                            \
+  extern template void initialize_packed_info<T>(const operand*, const operand*, const strategy*, kernel_info<T>*); \
+  extern template void ker0<T>(const int64_t*, const T*, const T*, const T*, const operand*);
+TEV_COMPILED_WITH_THE_PRODUCT(float)
+TEV_COMPILED_WITH_THE_PRODUCT(double)
+TEV_COMPILED_WITH_THE_PRODUCT(tev_complex8)
+TEV_COMPILED_WITH_THE_PRODUCT(tev_complex16)
+#undef TEV_COMPILED_WITH_THE_PRODUCT
+
+// The records of a packed product of op's operands.
+template <class T>
+TEV_INLINE void packed_info_of(const operation<T>& op, kernel_info<T>* info) {
+  strategy plan;
+  initialize_strategy<T>(&plan);
+  initialize_packed_info<T>(&op.a, &op.b, &plan, info);
+}
+
+}  // namespace tev::TEV_TIER
