@@ -51,6 +51,7 @@ const char* __lsan_default_suppressions() { return "leak:libomp.so"; }
 
 int LLVMFuzzerInitialize(int*, char***) {
   setenv("OMP_THREAD_LIMIT", "2", 1);  // a request may ask for any team size
+  setenv("KMP_BLOCKTIME", "0", 1);     // no thread spins while others of a busy machine could run
   setenv("KMP_WARNINGS", "0", 1);
   return 0;
 }
