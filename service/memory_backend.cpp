@@ -28,9 +28,10 @@ constexpr size_t kLargest = SIZE_MAX - kHeader;
 
 mm_block_header* header_of(void* address) { return static_cast<mm_block_header*>(address) - 1; }
 
-void* with_header(void* block, bool high_bandwidth, uint64_t total) {
+void* with_header(void* block, uint64_t total, int32_t high_bandwidth = 0, int32_t without_limit = 0) {
   auto* const header = static_cast<mm_block_header*>(block);
-  *header = {.block = block, .high_bandwidth = high_bandwidth ? 1 : 0, .reserved = 0, .total = total, .page = 4096};
+  *header = {
+      .block = block, .high_bandwidth = high_bandwidth, .without_limit = without_limit, .total = total, .page = 4096};
   return header + 1;
 }
 
@@ -52,15 +53,17 @@ extern "C" {
 void* mm_internal_malloc(size_t size) {
   if (size > kLargest) return nullptr;
   const uint64_t total = size + kHeader;
-  if (void* const block = allocate_high_bandwidth(total)) return with_header(block, true, total);
+  const high_bandwidth_block fast = allocate_high_bandwidth(total);
+  if (fast.address != nullptr) return with_header(fast.address, total, 1, fast.charged == 0 ? 1 : 0);
   void* const block = malloc(total);
-  return block == nullptr ? nullptr : with_header(block, false, total);
+  return block == nullptr ? nullptr : with_header(block, total);
 }
 
 void mm_internal_free(void* address) {
   if (address == nullptr) return;
   const mm_block_header header = *header_of(address);
-  if (is_high_bandwidth(header)) return free_high_bandwidth(header.block, header.total);
+  if (is_high_bandwidth(header))
+    return free_high_bandwidth({header.block, header.without_limit == 1 ? 0 : header.total});
   free(header.block);
 }
 
@@ -70,7 +73,7 @@ void* mm_internal_realloc(void* address, size_t size) {
   const mm_block_header header = *header_of(address);
   if (!is_high_bandwidth(header)) {
     void* const block = realloc(header.block, size + kHeader);
-    return block == nullptr ? nullptr : with_header(block, false, size + kHeader);
+    return block == nullptr ? nullptr : with_header(block, size + kHeader);
   }
   void* const moved = mm_internal_malloc(size);
   if (moved == nullptr) return nullptr;

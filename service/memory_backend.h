@@ -4,7 +4,7 @@
 //
 //   underlying allocation                address returned
 //   |                                    |
-//   | block | kind | - | total | 4096    | size bytes
+//   | block | kind | limit | total | 4096 | size bytes
 //   |  8      4      4     8       8     |
 #pragma once
 
@@ -17,12 +17,13 @@ namespace tev::service {
 struct mm_block_header {
   void* block;             // this header's own address
   int32_t high_bandwidth;  // 1: from the high-bandwidth library, 0: from the C library
-  int32_t reserved;        // not read
+  int32_t without_limit;   // 1: taken when the high-bandwidth memory had no limit, so never charged to the budget
   uint64_t total;          // bytes of the underlying allocation
   uint64_t page;           // 4096
 };
 static_assert(sizeof(mm_block_header) == 32 && offsetof(mm_block_header, high_bandwidth) == 8 &&
-              offsetof(mm_block_header, total) == 16 && offsetof(mm_block_header, page) == 24);
+              offsetof(mm_block_header, without_limit) == 12 && offsetof(mm_block_header, total) == 16 &&
+              offsetof(mm_block_header, page) == 24);
 
 // Called once, by the initialisation.
 void choose_back_end();

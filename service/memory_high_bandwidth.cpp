@@ -58,9 +58,8 @@ bool charge(uint64_t bytes) {
 }
 
 void give_back(uint64_t bytes) {
-  if (budget() == kNoLimit) return;
   const scoped_lock lock(mm_fast_memory_update_limit_lock);
-  if (budget() != kNoHighBandwidth) set_budget(budget() + bytes);
+  set_budget(budget() + bytes);
 }
 
 void* ask_library(uint64_t bytes) {
@@ -79,19 +78,18 @@ void tev::service::load_high_bandwidth_library() {
   mm_fast_memory_initialized = complete ? 1 : 0;
 }
 
-void* tev::service::allocate_high_bandwidth(uint64_t bytes) {
-  if (mm_fast_memory_initialized != 1) return nullptr;
-  const uint64_t limit = budget();
-  if (limit == kNoLimit) return ask_library(bytes);
-  if (limit == kNoHighBandwidth || !charge(bytes)) return nullptr;
+high_bandwidth_block tev::service::allocate_high_bandwidth(uint64_t bytes) {
+  if (mm_fast_memory_initialized != 1) return {};
+  const bool limited = budget() != kNoLimit;
+  if (limited && !charge(bytes)) return {};
   void* const block = ask_library(bytes);
-  if (block == nullptr) give_back(bytes);
-  return block;
+  if (limited && block == nullptr) give_back(bytes);
+  return {block, limited ? bytes : 0};
 }
 
-void tev::service::free_high_bandwidth(void* block, uint64_t bytes) {
-  give_back(bytes);
-  hbw_free(block);
+void tev::service::free_high_bandwidth(high_bandwidth_block block) {
+  if (block.charged != 0) give_back(block.charged);
+  hbw_free(block.address);
 }
 
 extern "C" {

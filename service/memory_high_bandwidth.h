@@ -21,9 +21,12 @@ namespace tev::service {
 // Called once, by the initialisation.
 void load_high_bandwidth_library();
 
-// Null when there is no such memory, or the budget or the memory does not suffice: take another kind then.
-void* allocate_high_bandwidth(uint64_t bytes);
+struct high_bandwidth_block {
+  void* address;     // null when there is no such memory, or the budget or the memory does not suffice
+  uint64_t charged;  // bytes that the budget has back when the block is freed; 0 when it was taken without a limit
+};
 
-void free_high_bandwidth(void* block, uint64_t bytes);
+high_bandwidth_block allocate_high_bandwidth(uint64_t bytes);
+void free_high_bandwidth(high_bandwidth_block block);
 
 }  // namespace tev::service
