@@ -12,9 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <optional>
-#include <set>
-#include <utility>
 
 #include "service/affinity.h"
 #include "service/cpu_quota.h"
@@ -133,10 +132,25 @@ std::optional<topology> count_folders(const processor_set& processors) {
   return topology{processors.count(), cores.count(), packages.count()};
 }
 
-int32_t count_distinct(std::span<uint32_t> values) {
+int32_t count_distinct(auto values) {
   std::sort(values.begin(), values.end());
   return static_cast<int32_t>(std::unique(values.begin(), values.end()) - values.begin());
 }
+
+// As many as there may be processors. No room when memory is short.
+class distinct_numbers {
+ public:
+  bool has_room() const { return numbers_ != nullptr; }
+  void add(int64_t number) {
+    if (used_ < processor_set::kRoom) numbers_[used_++] = number;
+  }
+  // How many different ones. To be asked once.
+  int32_t count() { return count_distinct(std::span(numbers_.get(), static_cast<size_t>(used_))); }
+
+ private:
+  std::unique_ptr<int64_t[]> numbers_{new (std::nothrow) int64_t[processor_set::kRoom]};
+  int32_t used_ = 0;
+};
 
 // The number behind the colon of a line "name : number".
 int32_t number_of(const char* line) {
@@ -169,8 +183,8 @@ topology count_identifiers(std::span<const uint32_t> identifiers, const apic_lay
 //                                     cpu cores : 4      of this processor's package
 topology count_described(FILE* cpuinfo, const topology& fallback) {
   int32_t processors = 0, package = 0, cores_per_package = 0;
-  std::set<int32_t> packages;
-  std::set<std::pair<int32_t, int32_t>> cores;
+  distinct_numbers packages, cores;
+  if (!packages.has_room() || !cores.has_room()) return fallback;
   char piece[128];  // a long line comes in pieces; only its first can name the field
   for (bool line_begins = true; fgets(piece, sizeof piece, cpuinfo); line_begins = strchr(piece, '\n') != nullptr) {
     if (!line_begins) continue;
@@ -178,17 +192,17 @@ topology count_described(FILE* cpuinfo, const topology& fallback) {
       ++processors;
     } else if (begins(piece, "physical id")) {
       package = number_of(piece);
-      packages.insert(package);
+      packages.add(package);
     } else if (begins(piece, "core id")) {
-      cores.emplace(package, number_of(piece));
+      cores.add(int64_t{package} << 32 | static_cast<uint32_t>(number_of(piece)));
     } else if (begins(piece, "cpu cores")) {
       cores_per_package = number_of(piece);
     }
   }
   if (processors == 0) return fallback;
-  topology found = {processors, processors, std::max(static_cast<int32_t>(packages.size()), 1)};
-  if (!cores.empty()) {
-    found.physical = static_cast<int32_t>(cores.size());
+  topology found = {processors, processors, std::max(packages.count(), 1)};
+  if (const int32_t described = cores.count(); described > 0) {
+    found.physical = described;
   } else if (cores_per_package > 0) {
     found.physical = cores_per_package * found.packages;
   }

@@ -24,16 +24,15 @@
 #include <omp.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdarg>
-#include <cstdio>
-#include <cstring>
-#include <string>
 
 #include "service/clock.h"
 #include "service/cpuid.h"
 #include "service/detection.h"
 #include "service/features.h"
+#include "service/formatted_io.h"
 #include "service/system_caches.h"
 #include "service/threads.h"
 #include "sink/device.h"
@@ -43,16 +42,22 @@ namespace {
 
 using namespace tev::service;
 
-__attribute__((format(printf, 2, 3))) void add(std::string& text, const char* format, ...) {
-  char line[512];
+// The room for the text, and how much of it is taken; the text always ends within it.
+struct report {
+  char* text;
+  size_t room;
+  size_t used;
+};
+
+__attribute__((format(printf, 2, 3))) void add(report& to, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  std::vsnprintf(line, sizeof line, format, arguments);
+  const int length = tev_serv_vsnprintf_s(to.text + to.used, to.room - to.used, format, arguments);
   va_end(arguments);
-  text += line;
+  to.used = std::min(to.used + static_cast<size_t>(std::max(length, 0)), to.room - 1);
 }
 
-void add_threads(std::string& text) {
+void add_threads(report& text) {
   add(text, "threads=%d\n", omp_get_max_threads());
   add(text, "blas_threads=%d\n", tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS));
   add(text, "dynamic=%d\n", tev_serv_get_dynamic());
@@ -63,15 +68,12 @@ void add_threads(std::string& text) {
   add(text, "packages=%d\n", tev_serv_get_ncpus());
 }
 
-std::string maker() {
-  if (made_by_zarik()) return "own";
+void add_maker(report& text) {
+  if (made_by_zarik()) return add(text, "maker=own\n");
   uint32_t r[4];
   processor.cpuid(0, 0, r);
-  char vendor[13] = "";
-  std::memcpy(vendor, &r[1], 4);
-  std::memcpy(vendor + 4, &r[3], 4);
-  std::memcpy(vendor + 8, &r[2], 4);
-  return vendor;
+  const uint32_t vendor[] = {r[1], r[3], r[2]};
+  add(text, "maker=%.12s\n", reinterpret_cast<const char*>(vendor));
 }
 
 const char* mode_name(int32_t mode) {
@@ -81,7 +83,7 @@ const char* mode_name(int32_t mode) {
   return mode >= 0 && mode < 14 ? kNames[mode] : "unknown";
 }
 
-std::string features() {
+void add_features(report& text) {
   static constexpr struct {
     uint64_t mask;
     const char* name;
@@ -89,34 +91,38 @@ std::string features() {
                 {kSse42, "sse4.2"},      {kAvx, "avx"},           {kAvx2, "avx2"},         {kFma, "fma"},
                 {kAvx512F, "avx512f"},   {kAvx512Cd, "avx512cd"}, {kAvx512Dq, "avx512dq"}, {kAvx512Bw, "avx512bw"},
                 {kAvx512Vl, "avx512vl"}, {kAvx512Er, "avx512er"}, {kAvx512Pf, "avx512pf"}};
-  std::string names;
-  for (const auto& feature : kShown)
-    if (has_features(feature.mask)) names += (names.empty() ? "" : " ") + std::string(feature.name);
-  return names;
+  add(text, "features=");
+  const char* separator = "";
+  for (const auto& feature : kShown) {
+    if (!has_features(feature.mask)) continue;
+    add(text, "%s%s", separator, feature.name);
+    separator = " ";
+  }
+  add(text, "\n");
 }
 
-void add_processor(std::string& text) {
+void add_processor(report& text) {
   const int32_t code = tev_serv_cpu_detect();
   const char* tier = tier_name(code);
   add(text, "tier=%s\n", tier ? tier : "none");
   add(text, "cpu_type=%d\n", code);
-  add(text, "maker=%s\n", maker().c_str());
+  add_maker(text);
   add(text, "reproducibility=%s\n", mode_name(tev_serv_cbwr_get(1)));
-  add(text, "features=%s\n", features().c_str());
+  add_features(text);
   const cache_levels caches = known_caches();
-  text += "caches=";
+  add(text, "caches=");
   for (int level = 0; level < caches.count; ++level) add(text, "%s%" PRId64, level > 0 ? " " : "", caches.bytes[level]);
-  text += "\n";
+  add(text, "\n");
 }
 
-void add_memory(std::string& text) {
+void add_memory(report& text) {
   int32_t blocks = 0;
   const int64_t bytes = tev_serv_mem_stat(&blocks);
   const uint64_t fast = tev_serv_check_fast_memory_size();
   add(text, "kept_buffers=%s\n", tev_serv_get_fast_mm_status() ? "off" : "on");
   add(text, "held_bytes=%" PRId64 "\nheld_blocks=%d\n", bytes, blocks);
   if (fast == UINT64_MAX)
-    text += "fast_memory=unlimited\n";
+    add(text, "fast_memory=unlimited\n");
   else
     add(text, "fast_memory=%" PRIu64 "\n", fast);
 }
@@ -126,13 +132,12 @@ void add_memory(std::string& text) {
 extern "C" TEV_EXPORT void tev_sink_report(char* text, uint32_t length) {
   if (length == 0) return;
   const double seconds = tev_serv_dsecnd();
-  std::string report;
-  add_threads(report);
-  add_processor(report);
-  add_memory(report);
-  add(report, "openmp=%d\npid=%d\n", _OPENMP, getpid());
+  report whole = {text, length, 0};
+  add_threads(whole);
+  add_processor(whole);
+  add_memory(whole);
+  add(whole, "openmp=%d\npid=%d\n", _OPENMP, getpid());
   if (uint32_t device; tev_ueaa_current_device(&device) == 0)
-    add(report, "device=%u\ndevices=%u\n", device, device_count());
-  add(report, "seconds=%.6f\n", seconds);
-  std::snprintf(text, length, "%s", report.c_str());
+    add(whole, "device=%u\ndevices=%u\n", device, device_count());
+  add(whole, "seconds=%.6f\n", seconds);
 }

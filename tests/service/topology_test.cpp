@@ -18,6 +18,7 @@
 #include "service/cpu_quota.h"
 #include "service/cpuid.h"
 #include "service/threads.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/fake_processor.h"
 #include "tests/support/in_child.h"
 #include "tests/support/kernel_folder.h"
@@ -271,6 +272,11 @@ TEST(Topology, KernelsDescription) {
   };
   for (auto [text, expected] : rows) {
     FILE* file = fmemopen(text.data(), text.size(), "r");
+    tev::test::new_fails = true;
+    const topology without_memory = tev::service::count_described(file, {5, 5, 1});
+    tev::test::new_fails = false;
+    if (tev::test::kNewCanFail) EXPECT_EQ(text_of(without_memory), "5/5/1");
+    std::rewind(file);
     EXPECT_EQ(text_of(tev::service::count_described(file, {5, 5, 1})), expected) << text;
     std::fclose(file);
   }

@@ -11,6 +11,7 @@
 #include "sink/device.h"
 #include "sink/threading.h"
 #include "tests/sink/request_block.h"
+#include "tests/support/failing_new.h"
 
 namespace {
 
@@ -35,6 +36,8 @@ double busy_time() {
 }  // namespace
 
 extern "C" {
+
+void tev_sink_report(char* text, uint32_t length);
 
 TEV_EXPORT int dispatcher_test_data = 7;
 
@@ -183,4 +186,18 @@ TEST(Dispatcher, CalledFunctionGetsTheResultBuffer) {
   EXPECT_EQ(seen.calls, 1);
   EXPECT_EQ(seen.result, result);
   EXPECT_EQ(seen.result_length, 65535u);
+}
+
+TEST(Report, NeedsNoMemoryAndIsCutToItsRoom) {
+  std::string whole(4096, '#');
+  tev_sink_report(whole.data(), 4096);
+  ASSERT_NE(whole.find("\nseconds="), std::string::npos);
+  for (uint32_t length : {0u, 1u, 2u, 40u, 300u}) {
+    std::string text(4096, '#');
+    tev::test::new_fails = true;
+    tev_sink_report(text.data(), length);
+    tev::test::new_fails = false;
+    const std::string end = length == 0 ? "" : std::string(1, '\0');
+    EXPECT_EQ(text.substr(0, length + 1), whole.substr(0, length - end.size()) + end + "#") << length;
+  }
 }
