@@ -62,9 +62,9 @@ TEV_EXPORT void tev_serv_set_num_stripes(int32_t n);
 TEV_EXPORT int32_t tev_serv_get_num_stripes(void);
 
 /* The machine: packages, physical cores per package, 1 when cores run more than one hardware thread, and hardware
- * threads in all. The first call of any function of this section probes the machine: where detection knows the maker,
- * the calling thread visits each processor that the process may use for a moment and gets its affinity back; only these
- * processors count then. */
+ * threads in all. The first question of this section probes the machine: where detection knows the maker, the calling
+ * thread visits each processor that the process may use for a moment and gets its affinity back; only these processors
+ * count then. There the probe also allocates: see section Memory for what a program has to do before. */
 TEV_EXPORT int32_t tev_serv_get_ncpus(void);
 TEV_EXPORT int32_t tev_serv_get_ncorespercpu(void);
 TEV_EXPORT int32_t tev_serv_get_ht(void);
@@ -167,7 +167,13 @@ TEV_EXPORT int64_t tev_serv_get_cache_size(int32_t level);
 
 /* ---- Memory --------------------------------------------------------------------------------------------------- */
 
-/* What all work buffers come from. A program may put its own functions here before the library's first allocation. */
+/* The first allocation decides for the whole process where memory comes from and whether buffers are kept. It is the
+ * first call of this section that allocates, or tev_serv_set_memory_limit; but on the maker's processors also the first
+ * question about threads (tev_serv_get_max_threads for one, which every routine of the library asks). So the order is:
+ *
+ *     i_malloc = ..., i_free = ...;  tev_serv_disable_fast_mm();     then     tev_serv_get_max_threads();
+ *
+ * What all work buffers come from. A program may put its own functions here before the library's first allocation. */
 TEV_EXPORT extern void* (*i_malloc)(size_t size);
 TEV_EXPORT extern void* (*i_calloc)(size_t count, size_t size);
 TEV_EXPORT extern void* (*i_realloc)(void* block, size_t size);
@@ -237,9 +243,9 @@ TEV_EXPORT void tev_serv_set_exit_handler(tev_serv_exit_handler handler);
 /* 1 switches verbose mode on, 0 off; returns the mode in force, or -1 for another argument. */
 TEV_EXPORT int32_t tev_serv_verbose(int32_t mode);
 
-/* Functions to be run when the program is done with the library, last registered first: up to 32 in the core's
- * registry, up to 8 in the thread layer's. One too many calls tev_serv_exit(3). Return 0. The program decides when they
- * run; nothing in the library calls the two run functions. */
+/* Functions to be run when the program is done with the library, last registered first, the library's own at the end:
+ * up to 32 of the program's in the core's registry, up to 8 in the thread layer's. One too many calls tev_serv_exit(3).
+ * Return 0. The program decides when they run; nothing in the library calls the two run functions. */
 typedef void (*tev_serv_cleanup)(void* argument);
 TEV_EXPORT int32_t tev_serv_core_register_cleanup(tev_serv_cleanup function, void* argument);
 TEV_EXPORT int32_t tev_serv_thr_register_cleanup(tev_serv_cleanup function, void* argument);

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/fake_processor.h"
 #include "tests/support/in_child.h"
 
 namespace {
@@ -156,6 +157,25 @@ TEST(Threads, SettingsAreReadOnceByWhoeverAsksFirst) {
       tev_serv_set_dynamic(1);
       EXPECT_EQ(tev_serv_get_max_threads(), std::min(__N_Physical_Cores, 300));
     });
+}
+
+// Whether the program's allocator and its wish to keep no buffers come in time.
+TEST(Threads, FirstQuestionAllocatesOnTheMakersProcessorsOnly) {
+  static int allocations;
+  for (const bool makers : {true, false})
+    for (const bool asked_first : {true, false})
+      expect_in_child({}, [=] {
+        const tev::test::fake_processor own = tev::test::sse2_processor();
+        (makers ? own : tev::test::amd(own)).install();
+        if (asked_first) tev_serv_get_max_threads();
+        i_malloc = [](size_t size) { return ++allocations, malloc(size); };
+        const int32_t in_time = !(makers && asked_first);
+        EXPECT_EQ(tev_serv_disable_fast_mm(), in_time);
+        if (!asked_first) tev_serv_get_max_threads();
+        allocations = 0;
+        tev_serv_free(tev_serv_malloc(10, 64));
+        EXPECT_EQ(allocations, in_time);
+      });
 }
 
 }  // namespace
