@@ -2,13 +2,14 @@
 // The calling thread's own thread count is 1 between enter and exit; the one before waits in a slot of the thread. A
 // thread that leaves without having entered gets "not set": 0 from an empty slot, -1 when nobody ever entered.
 #include "lapack_workers/team.h"
+#include "service/cleanup.h"
 #include "service/thread_key.h"
 #include "tev/service.h"
 
 namespace {
 
-tev::service::thread_key counts_before = {
-    .key = 0, .created = 0, .lock = 0, .at_thread_exit = nullptr, .register_cleanup = tev_serv_core_register_cleanup};
+tev::service::thread_key counts_before = {.at_thread_exit = nullptr,
+                                          .register_cleanup = tev::service::register_own_core_cleanup};
 
 int32_t count_before() {
   if (__atomic_load_n(&counts_before.created, __ATOMIC_ACQUIRE) == 0) return -1;

@@ -2,21 +2,22 @@
 // Reading the time-stamp counter and finding out how fast it runs.
 #include "service/clock.h"
 
+#include <atomic>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <mutex>
 
 #include "service/cpuid.h"
+#include "service/layer_locks.h"
+#include "service/lock.h"
 
 using tev::service::processor;
 
 namespace {
 
-constinit std::once_flag calibrated;
-constinit double counter_frequency = -1.0;  // GHz, once `calibrated` is done
+constinit std::atomic<double> counter_frequency = -1.0;  // GHz, once it is above 0
 
 // The counter and a clock, read at the same time.
 struct moment {
@@ -158,8 +159,13 @@ double tev_serv_dsecnd(void) {
 float tev_serv_second(void) { return static_cast<float>(tev_serv_dsecnd()); }
 
 double tev_serv_get_clocks_frequency(void) {
-  std::call_once(calibrated, [] { counter_frequency = calibrate(); });
-  return counter_frequency;
+  if (counter_frequency.load(std::memory_order_relaxed) < 0) {
+    const tev::service::scoped_lock guard(tev::service::calibration_lock);
+    if (counter_frequency.load(std::memory_order_relaxed) < 0) {
+      counter_frequency.store(calibrate(), std::memory_order_relaxed);
+    }
+  }
+  return counter_frequency.load(std::memory_order_relaxed);
 }
 
 double tev_serv_get_max_cpu_frequency(void) {

@@ -12,6 +12,7 @@
 #include "service/decide_once.h"
 #include "service/features.h"
 #include "service/formatted_io.h"
+#include "service/layer_locks.h"
 #include "service/lock.h"
 #include "service/messages.h"
 #include "service/settings.h"
@@ -45,7 +46,6 @@ constinit int32_t _ENABLED_AVX512 = 1;
 constinit int32_t _ENABLED_AVX512_ZEL_E1 = 1;
 constinit int32_t mei_was_called = 0;        // 1 once the flags above are valid: TEV_ENABLE_INSTRUCTIONS is out
 constinit int32_t environment_ceiling = -1;  // what TEV_ENABLE_INSTRUCTIONS said, if it was read
-constinit int32_t ceiling_lock = 0;
 
 constinit int32_t override_present = -1;
 constinit int32_t forced_code = 0;  // valid when override_present is 1

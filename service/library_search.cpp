@@ -12,8 +12,11 @@
 #include <atomic>
 #include <cstring>
 
+#include "service/decide_once.h"
 #include "service/environment.h"
 #include "service/formatted_io.h"
+#include "service/layer_locks.h"
+#include "service/lock.h"
 #include "service/settings.h"
 
 namespace {
@@ -50,8 +53,13 @@ void* open_in_directory(const char (&directory)[4096], const char* file) {
 }
 
 load_through_runtime runtime_loader() {
-  static void* const loader = find_symbol(RTLD_DEFAULT, "VROProcessLoadSinkLibraryFromFile");
-  return reinterpret_cast<load_through_runtime>(loader);
+  static constinit int32_t found = -1;
+  static constinit std::atomic<void*> loader{nullptr};
+  tev::service::decide_once(found, [] {
+    loader.store(find_symbol(RTLD_DEFAULT, "VROProcessLoadSinkLibraryFromFile"), std::memory_order_relaxed);
+    return 1;
+  });
+  return reinterpret_cast<load_through_runtime>(loader.load(std::memory_order_relaxed));
 }
 
 // The runtime's own handle is not used: a library counts as found only if the dynamic loader knows it by its name.
@@ -93,8 +101,12 @@ suppress_mark_range tev::service::tracing_hook() { return mark_range.load(std::m
 extern "C" int tev_serv_load_vigil() {
   int state = tracing_state.load(std::memory_order_acquire);
   if (state != kUntried) return state;
-  if (!tracing_state.compare_exchange_strong(state, 0)) return state;
-  state = load_tracing_library();
-  tracing_state.store(state, std::memory_order_release);
+  if (tev_serv_trylock(&tev::service::tracing_lock) == 0) return 0;
+  state = tracing_state.load(std::memory_order_relaxed);
+  if (state == kUntried) {
+    state = load_tracing_library();
+    tracing_state.store(state, std::memory_order_release);
+  }
+  tev_serv_unlock(&tev::service::tracing_lock);
   return state;
 }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "service/cleanup.h"
 #include "service/memory_backend.h"
 #include "service/memory_statistics.h"
 
@@ -14,11 +15,8 @@ using namespace tev::service;
 mm_registry mm_book = {};
 
 constinit thread_local mm_thread tev::service::this_thread = {nullptr, false};
-thread_key tev::service::mm_key = {.key = 0,
-                                   .created = 0,
-                                   .lock = 0,
-                                   .at_thread_exit = mm_cleanup_thread_cbk,
-                                   .register_cleanup = tev_serv_core_register_cleanup};
+thread_key tev::service::mm_key = {.at_thread_exit = mm_cleanup_thread_cbk,
+                                   .register_cleanup = register_own_core_cleanup};
 
 namespace {
 

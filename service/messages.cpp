@@ -14,6 +14,8 @@
 
 #include "service/bounded_strings.h"
 #include "service/formatted_io.h"
+#include "service/layer_locks.h"
+#include "service/lock.h"
 #include "service/settings.h"
 
 namespace {
@@ -45,7 +47,7 @@ constexpr int32_t kLastNumber = 1413;
 constexpr int kCatalogSet = 1;
 constexpr int kBufferSize = 512;
 
-constinit std::atomic<int32_t> first_msg{1};         // 0 once somebody opens the catalog
+constinit std::atomic<int32_t> first_msg{1};         // 0 once somebody tried to open the catalog
 constinit std::atomic<int32_t> use_internal_msg{1};  // 0 once `catalog` is open
 nl_catd catalog;                                     // never closed
 constinit thread_local char get_msg_buf[kBufferSize] = "";
@@ -63,14 +65,22 @@ bool cut_language() {
   return setenv(language.kRow.name, language.text, 1) == 0;
 }
 
-// Messages of other threads have the built-in texts until the catalog is open.
-void open_catalog_once() {
-  if (first_msg.load(std::memory_order_relaxed) == 0 || first_msg.exchange(0) == 0) return;
+void find_catalog() {
   nl_catd opened = open_catalog();
   if (!is_open(opened) && cut_language()) opened = open_catalog();
   if (!is_open(opened)) return;
   catalog = opened;
   use_internal_msg.store(0, std::memory_order_release);
+}
+
+// Messages of other threads have the built-in texts until the catalog is open.
+void open_catalog_once() {
+  if (first_msg.load(std::memory_order_relaxed) == 0 || tev_serv_trylock(&tev::service::catalog_lock) == 0) return;
+  if (first_msg.load(std::memory_order_relaxed) != 0) {
+    find_catalog();
+    first_msg.store(0, std::memory_order_relaxed);
+  }
+  tev_serv_unlock(&tev::service::catalog_lock);
 }
 
 const char* built_in_text(int32_t number) {
@@ -114,16 +124,24 @@ const char* text_of(int32_t number) {
 
 bool standard_error_exists() { return stderr && fcntl(fileno(stderr), F_GETFD) != -1; }
 
+int flush(FILE* stream) { return stream ? std::fflush(stream) : 0; }
+
+// Not all streams: one that another thread of the program is reading from is locked until its text comes.
+int32_t flush() {
+  const int out = flush(stdout), err = flush(stderr);
+  return out != 0 ? out : err;
+}
+
 // The overflow report is a guard: formatted text always ends within its buffer.
 int32_t write_text(int32_t stream, const char* text) {
   const int last = static_cast<int>(tev_serv_strnlen_s(text, kBufferSize)) - 1;
   if (last > kBufferSize) {
     tev_serv_fprintf_stdout_s("\nTEV INTERNAL ERROR: message buffer overflow.");
     tev_serv_fprintf_stdout_s("\n       Lenght: %d   Buffer size: %d\n", last, kBufferSize);
-    std::fflush(nullptr);
+    flush();
   }
   tev_serv_fprintf_s(stream == kStandardError && standard_error_exists() ? stderr : stdout, "%s", text);
-  return std::fflush(nullptr);
+  return flush();
 }
 
 }  // namespace

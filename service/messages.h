@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Numbered messages: the text comes from the system's message catalog "tev_msg.cat" when there is one, else from the
-// built-in table. A formatted text is cut at 511 characters. Printing ends with a newline and flushes all streams; the
-// lines of messages printed at the same time may mix.
+// built-in table. A formatted text is cut at 511 characters. Printing ends with a newline and flushes the two standard
+// streams; the lines of messages printed at the same time may mix.
 #pragma once
 
 #include "tev/service.h"
@@ -24,7 +24,8 @@ inline constexpr int32_t kProcessorNotSupported = 1213;  // %d type code
 
 extern "C" {
 
-// `nargs` is the number of arguments that follow; printing itself does not need it. Returns the last flush's result.
+// `nargs` is the number of arguments that follow; printing itself does not need it. Returns 0, or EOF when a stream
+// could not be flushed.
 // A process without standard error gets everything on standard output.
 int32_t tev_serv_print(int32_t stream, int32_t number, int32_t nargs, ...);
 

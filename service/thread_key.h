@@ -9,14 +9,14 @@
 namespace tev::service {
 
 struct thread_key {
-  pthread_key_t key;
-  int32_t created;                // 1 once `key` is valid
-  int32_t lock;                   // spin lock of the creation
   void (*at_thread_exit)(void*);  // destructor of a thread's value, or null
 
-  // tev_serv_core_register_cleanup or tev_serv_thr_register_cleanup: whenever the key is created, its deletion is
-  // registered there. Null: nobody deletes it.
-  int32_t (*register_cleanup)(tev_serv_cleanup function, void* argument) = nullptr;
+  // register_own_core_cleanup or register_own_thread_cleanup: whenever the key is created, its deletion is registered
+  // there.
+  void (*register_cleanup)(tev_serv_cleanup function, void* argument);
+
+  pthread_key_t key = 0;
+  int32_t created = 0;  // 1 once `key` is valid
 };
 
 // Creates the key if needed; false when the system has no more keys.

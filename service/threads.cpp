@@ -12,7 +12,9 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "service/cleanup.h"
 #include "service/environment.h"
+#include "service/layer_locks.h"
 #include "service/lock.h"
 #include "service/settings.h"
 #include "service/thread_key.h"
@@ -45,10 +47,9 @@ constinit int32_t tev::service::usable_core_count = 0;
 
 namespace {
 
-constinit int32_t threads_env_lock = 0;
 constinit int32_t processes_per_node = 0;  // 0 until asked for, -1 unknown
-constinit tev::service::thread_key own_counts = {
-    .key = 0, .created = 0, .lock = 0, .at_thread_exit = nullptr, .register_cleanup = tev_serv_thr_register_cleanup};
+constinit tev::service::thread_key own_counts = {.at_thread_exit = nullptr,
+                                                 .register_cleanup = tev::service::register_own_thread_cleanup};
 
 int32_t get(int32_t& setting) { return std::atomic_ref<int32_t>(setting).load(std::memory_order_relaxed); }
 
@@ -77,7 +78,7 @@ void store_topology(const tev::service::topology& machine) {
 }
 
 void read_settings() {
-  const tev::service::scoped_lock guard(threads_env_lock);
+  const tev::service::scoped_lock guard(tev::service::thread_settings_lock);
   if (get(__threads_env_NOT_readed) == 0) return;
   tev_read_threads_env();
   const tev::service::topology machine = tev::service::probe_topology();
@@ -87,7 +88,9 @@ void read_settings() {
 }
 
 void read_settings_once() {
-  if (std::atomic_ref<int32_t>(__threads_env_NOT_readed).load(std::memory_order_acquire) != 0) read_settings();
+  if (std::atomic_ref<int32_t>(__threads_env_NOT_readed).load(std::memory_order_acquire) == 0) return;
+  read_settings();
+  tev::service::wait_for_forks();
 }
 
 // What the program or the environment asks for; 0 leaves it to OpenMP.

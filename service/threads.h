@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The thread settings behind tev/service.h. -1 means "not set". The program's setters write them without a lock; the
-// environment fills what is still unset, once, with `threads_env_lock` held.
+// environment fills what is still unset, once, with thread_settings_lock held.
 #pragma once
 
 #include "tev/service.h"

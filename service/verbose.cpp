@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "service/layer_locks.h"
 #include "service/lock.h"
 #include "service/messages.h"
 #include "service/settings.h"
@@ -12,7 +13,6 @@ namespace {
 constexpr int32_t kUndecided = -1;
 
 constinit int32_t tev_verbose_val = kUndecided;  // then 0 or 1; read with an atomic load
-constinit int32_t verbose_lock = 0;              // guards writing it
 
 std::atomic_ref<int32_t> flag() { return std::atomic_ref<int32_t>(tev_verbose_val); }
 
@@ -29,7 +29,7 @@ int32_t read_setting() {
 extern "C" int32_t* tev_serv_verbose_mode() {
   if (flag().load(std::memory_order_relaxed) == kUndecided) {
     const int32_t setting = read_setting();
-    const tev::service::scoped_lock guard(verbose_lock);
+    const tev::service::scoped_lock guard(tev::service::verbose_lock);
     if (flag().load(std::memory_order_relaxed) == kUndecided) flag().store(setting, std::memory_order_relaxed);
   }
   return &tev_verbose_val;
@@ -39,7 +39,7 @@ extern "C" int32_t tev_serv_verbose(int32_t mode) {
   if (mode != 0 && mode != 1) return -1;
   tev_serv_verbose_mode();
   if (flag().load(std::memory_order_relaxed) != mode) {
-    const tev::service::scoped_lock guard(verbose_lock);
+    const tev::service::scoped_lock guard(tev::service::verbose_lock);
     flag().store(mode, std::memory_order_relaxed);
   }
   return flag().load(std::memory_order_relaxed);

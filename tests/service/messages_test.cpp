@@ -66,6 +66,23 @@ TEST(Messages, GoToTheirStreamAndEndWithANewline) {
   EXPECT_EQ(seen.err, "Zarik TEV FATAL ERROR: Cannot load a.so.\n\n");
 }
 
+TEST(Messages, DoNotWaitForAThreadThatReads) {
+  const child_result seen = in_child({}, [] {
+    int ends[2];
+    if (pipe(ends) != 0 || dup2(ends[0], STDIN_FILENO) < 0) return 1;
+    std::thread([] { getchar(); }).detach();
+    while (ftrylockfile(stdin) == 0) {  // until it reads
+      funlockfile(stdin);
+      std::this_thread::yield();
+    }
+    alarm(5);
+    printf("before ");  // the program's own text arrives as well
+    tev_serv_print(0, 1213, 1, 9);
+    _exit(0);
+  });
+  EXPECT_EQ(seen.out, "before Zarik TEV ERROR: CPU 9 is not supported.\n");
+}
+
 TEST(Messages, WithoutATextAreEmptyAndLongOnesAreCut) {
   const child_result seen = in_child({}, [] {
     for (const int32_t number : {INT_MIN, -1, 2, 1413, 1414, INT_MAX}) {
