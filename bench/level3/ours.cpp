@@ -6,10 +6,13 @@
 // Per routine a row: row(xsgemm), or without x, row(sgemm).
 #define TEV_COMPLEX(row, x, op) row(x##c##op) row(x##z##op)
 #define TEV_ALL(row, x, op) row(x##s##op) row(x##d##op) TEV_COMPLEX(row, x, op)
-#define TEV_ENTRY_POINTS(row)                                                                                    \
-  TEV_ALL(row, x, gemm)                                                                                          \
-  TEV_ALL(row, x, symm) TEV_ALL(row, x, syrk) TEV_ALL(row, x, trmm) TEV_ALL(row, x, trsm) TEV_ALL(row, x, syr2k) \
-      TEV_COMPLEX(row, x, hemm) TEV_COMPLEX(row, x, herk) TEV_COMPLEX(row, x, her2k)
+#define TEV_ENTRY_POINTS(row) \
+  TEV_ALL(row, x, gemm)       \
+  TEV_ALL(row, x, symm)       \
+  TEV_ALL(row, x, syrk)       \
+  TEV_ALL(row, x, trmm)       \
+  TEV_ALL(row, x, trsm)       \
+  TEV_ALL(row, x, syr2k) TEV_COMPLEX(row, x, hemm) TEV_COMPLEX(row, x, herk) TEV_COMPLEX(row, x, her2k)
 #define TEV_FRONT_ENDS(row) TEV_ALL(row, , gemm) TEV_ALL(row, , symm) TEV_ALL(row, , trmm) TEV_ALL(row, , trsm)
 
 extern "C" {
