@@ -129,7 +129,7 @@ TEST(RequestCheck, AcceptedRequestsStayInTheirBuffers) {
   arena memory[3];
   request_block sent;
   int accepted = 0;
-  const int requests = tev::test::long_run() ? 500000 : 8000;
+  const int requests = tev::test::long_run() ? 200000 : 8000;
   for (int i = 0; i < requests; ++i) {
     uint8_t bytes[64];
     std::generate(std::begin(bytes), std::end(bytes), [&] { return static_cast<uint8_t>(random()); });
