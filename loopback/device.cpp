@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -48,6 +49,13 @@ int take_channel() {
   std::exit(2);
 }
 
+[[noreturn]] void end_at_start(int channel, const char* what, int error) {
+  char why[128];
+  std::snprintf(why, sizeof(why), "it cannot get %s: %s", what, strerrordesc_np(error));
+  vro::tell_host(channel, why);
+  std::exit(1);
+}
+
 // Opens `path` unless it is empty, which would be the program itself.
 void* open_library(const std::string& path, uint32_t flags) {
   return path.empty() ? nullptr : dlopen(path.c_str(), static_cast<int>(flags));
@@ -72,11 +80,12 @@ VRO_EXPORT void VROPipelineStartExecutingRunFunctions() {
   const int channel = take_channel();
   if (channel < 0) end_without_host();
   g_pipeline = new (std::nothrow) pipeline{};
-  if (!g_pipeline) _exit(1);
+  if (!g_pipeline) end_at_start(channel, "memory for its pipeline", ENOMEM);
   g_pipeline->channel = channel;
   g_pipeline->finished = eventfd(0, EFD_CLOEXEC);
-  if (g_pipeline->finished < 0 || !vro::greet_host(channel)) _exit(1);
-  if (pthread_create(&g_pipeline->thread, nullptr, vro::serve_pipeline, g_pipeline) != 0) _exit(1);
+  if (g_pipeline->finished < 0) end_at_start(channel, "a descriptor", errno);
+  const int error = pthread_create(&g_pipeline->thread, nullptr, vro::serve_pipeline, g_pipeline);
+  if (error != 0) end_at_start(channel, "its pipeline thread", error);
 }
 
 VRO_EXPORT void VROProcessWaitForShutdown() {
@@ -84,7 +93,7 @@ VRO_EXPORT void VROProcessWaitForShutdown() {
   if (!p) return;
   pollfd watched[] = {{p->channel, 0, 0}, {p->finished, POLLIN, 0}};
   while (poll(watched, 2, -1) < 0 || !watched[1].revents)
-    if (watched[0].revents) _exit(1);
+    if (watched[0].revents) std::quick_exit(1);
   pthread_join(p->thread, nullptr);
   vro::detach_all(&p->buffers);
   close(p->channel);

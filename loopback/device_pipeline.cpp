@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "loopback/parse.h"
@@ -37,7 +38,7 @@ int send_reply(pipeline* p, const reply_header& header, const void* first, size_
                           {const_cast<void*>(first), first_bytes},
                           {const_cast<void*>(second), second_bytes}};
   const int error = send_datagram(p->channel, pieces, 3, -1, 0);
-  if (error != 0 && error != EMSGSIZE && error != ENOBUFS && error != ENOMEM) _exit(1);  // the host is gone
+  if (error != 0 && error != EMSGSIZE && error != ENOBUFS && error != ENOMEM) std::quick_exit(1);  // the host is gone
   return error;
 }
 
@@ -139,21 +140,23 @@ bool serve_one(pipeline* p) {
     p->spinning.learn(r != receipt::nothing);
   }
   if (r == receipt::nothing) r = receive_datagram(p->channel, p->inbox, sizeof(p->inbox), &got, 0);
-  if (r != receipt::message) _exit(1);
+  if (r != receipt::message) std::quick_exit(1);
   p->used = std::max(p->used, std::min(got.length, sizeof(p->inbox)));
   return handle_message(p, got);
 }
 
 }  // namespace
 
-bool greet_host(int channel) {
-  reply_header header = {kMagic, kVersion, kHello, 0, 0, 0, 0, 0};
-  const iovec piece = {&header, sizeof(header)};
-  return send_datagram(channel, &piece, 1, -1, 0) == 0;
+void tell_host(int channel, const char* why) {
+  const uint16_t length = static_cast<uint16_t>(std::min(std::strlen(why), kMaxText));
+  reply_header header = {kMagic, kVersion, kRefused, 0, 0, 0, length, 0};
+  const iovec pieces[] = {{&header, sizeof(header)}, {const_cast<char*>(why), length}};
+  send_datagram(channel, pieces, 2, -1, 0);
 }
 
 void* serve_pipeline(void* pipeline_pointer) noexcept {
   pipeline* p = static_cast<pipeline*>(pipeline_pointer);
+  send_reply(p, {kMagic, kVersion, kHello, 0, 0, 0, 0, 0}, nullptr, 0, nullptr, 0);
   while (serve_one(p)) {
   }
   eventfd_write(p->finished, 1);

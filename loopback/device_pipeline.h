@@ -32,10 +32,11 @@ struct pipeline {
 };
 static_assert(sizeof(pipeline::inbox) > kMaxRequest);
 
-// The thread's body: serves until a shutdown. Ends the process with status 1 when the host is gone.
+// The thread's body: tells the host that run functions can be called, and serves until a shutdown. Ends the process
+// with status 1 when the host is gone.
 void* serve_pipeline(void* pipeline_pointer) noexcept;
 
-// Tells the host that run functions can be called. False when it is gone.
-bool greet_host(int channel);
+// Tells the host why none of its requests will be served.
+void tell_host(int channel, const char* why);
 
 }  // namespace vro

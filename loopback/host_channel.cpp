@@ -52,6 +52,10 @@ happening await(vro_process* p, bool want_room, steady::time_point deadline, dat
 bool take_reply(vro_process* p, const datagram& got) {
   reply_view reply;
   if (parse_reply(p->inbox.get(), std::min(got.length, kMaxReply + 1), &reply)) return false;
+  if (!p->serving && reply.kind == kRefused) {
+    std::snprintf(p->complaint, sizeof(p->complaint), ": %.*s", static_cast<int>(reply.text_length), reply.text);
+    return true;
+  }
   p->serving = true;
   const auto place = std::find_if(p->pending.begin(), p->pending.end(), [&](auto* c) { return c->id == reply.id; });
   if (place == p->pending.end()) return true;  // hello, or a word about a buffer: its runs will tell

@@ -62,6 +62,7 @@ bool conclude(int pidfd, const char* if_alive, char* text, size_t room) {
   }
   siginfo_t status;
   const bool known = take_status(pidfd, &status);
+  remove_leftovers();
   const bool exited = known && status.si_code == CLD_EXITED;
   if (alive && !exited && (!known || status.si_status == SIGKILL))
     std::snprintf(text, room, "%s and was killed", if_alive);
@@ -73,13 +74,13 @@ bool conclude(int pidfd, const char* if_alive, char* text, size_t room) {
 }
 
 void mark_ended(vro_process* p, const char* how) {
-  char when[VRO_MAX_NAME + 64] = "before its first call";
+  char when[VRO_MAX_NAME + sizeof(p->complaint)] = "before its first call";
   if (!p->pending.empty())
     std::snprintf(when, sizeof(when), "while it ran '%s'", p->pending.front()->name);
   else if (*p->last_name)
     std::snprintf(when, sizeof(when), "after its last call, '%s'", p->last_name);
   else if (!p->serving)
-    std::snprintf(when, sizeof(when), "before it served");
+    std::snprintf(when, sizeof(when), "before it served%s", p->complaint);
   std::snprintf(p->end_text, sizeof(p->end_text), "the sink (process %d) %s %s", static_cast<int>(p->pid), how, when);
   p->ended = true;
   for (vro_completion* c : p->pending) {

@@ -3,6 +3,7 @@
 //
 //   host_spawn     starts the process           host_registry  every process; what a fork does to them
 //   host_channel   requests out, replies in     host_end       how a sink ended, in words
+//   host_leftovers what killed sinks left behind
 //   host_process, host_buffer, host_run, host_error: the public functions
 //
 // There is no thread of ours in the host program. Whoever waits for a reply leads: it receives, for everybody, while
@@ -70,8 +71,9 @@ struct vro_process {
   std::deque<vro_completion*> pending;  // sent, not answered; the first one is what the sink works on
   std::unordered_set<vro_completion*> completions;
   std::unordered_set<vro_buffer*> buffers;
-  char last_name[VRO_MAX_NAME + 1];  // of the last call that was answered
-  char end_text[1024];               // why it ended
+  char complaint[vro::kMaxText + 3];  // ": " and what it said instead of hello
+  char last_name[VRO_MAX_NAME + 1];   // of the last call that was answered
+  char end_text[1024];                // why it ended
 };
 
 namespace vro {
@@ -117,5 +119,9 @@ void pump(vro_process* p, process_lock& lock, steady::time_point deadline);
 bool await_end(int pidfd, steady::time_point deadline);
 bool conclude(int pidfd, const char* if_alive, char* text, size_t room);
 void mark_ended(vro_process* p, const char* how);
+
+// host_leftovers: what this user's processes that no longer exist left behind. Called when a sink has ended, and, for
+// sinks whose hosts have died too, at every start.
+void remove_leftovers();
 
 }  // namespace vro

@@ -32,6 +32,7 @@ void kill_process(vro_process* p, process_lock& lock, const char* why) {
 }
 
 int create(const vro_process_options& options, vro_process** process) {
+  remove_leftovers();
   auto p = std::make_unique<vro_process>();
   p->inbox = std::make_unique<unsigned char[]>(kMaxReply + 1);
   p->next_id = 1;

@@ -11,7 +11,8 @@
 //   sink to host
 //   hello           reply_header, once, when run functions can be called
 //   done            reply_header | misc | result
-//   refused         reply_header | text; the answer to whatever makes no sense (id 0 when it could not be read)
+//   refused         reply_header | text; the answer to whatever makes no sense (id 0 when it could not be read); in
+//                   place of a hello: why nothing will be served
 //
 // The request header fills one cache line and misc comes first behind it, so the sink hands the received bytes to the
 // run function where they lie, aligned.

@@ -10,6 +10,7 @@
 #include "service/clock.h"
 #include "service/load_fun.h"
 #include "sink/device.h"
+#include "sink/openmp_start.h"
 #include "sink/threading.h"
 #include "tev/request.h"
 
@@ -72,11 +73,8 @@ void invoke(tev_invoke_request& request, uint32_t buffer_count, void* const* buf
   ueaa_prv_post_device_time(request.post_mode, busy);
 }
 
-}  // namespace
-
-extern "C" void be_card_invoke_handler(uint32_t buffer_count, void** buffers, uint64_t*, void* block, uint16_t,
-                                       void* result, uint16_t result_length) {
-  auto& request = *static_cast<tev_card_request*>(block);
+void handle(tev_card_request& request, uint32_t buffer_count, void* const* buffers, void* result,
+            uint16_t result_length) {
   switch (request.code) {
     case TEV_REQUEST_INITIALISE:
       return initialise(request.initialise);
@@ -89,6 +87,14 @@ extern "C" void be_card_invoke_handler(uint32_t buffer_count, void** buffers, ui
     default:
       return;
   }
+}
+
+}  // namespace
+
+extern "C" void be_card_invoke_handler(uint32_t buffer_count, void** buffers, uint64_t*, void* block, uint16_t,
+                                       void* result, uint16_t result_length) {
+  handle(*static_cast<tev_card_request*>(block), buffer_count, buffers, result, result_length);
+  remove_openmp_name();  // any request may have started the OpenMP runtime
 }
 
 extern "C" void ueaa_prv_card_invoke(uint32_t buffer_count, void** buffers, uint64_t* lengths, void* block,

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "sink/openmp_start.h"
+
 namespace {
 
 // The processor of team thread t, or 0 when the mask allows fewer than t + 1. Mask byte j stands for processor j + 1:
@@ -46,6 +48,7 @@ extern "C" void configure_device_threading_worker(void* record, uint32_t, uint64
   settings[sizeof(threading.settings)] = 0;
 
   unsetenv("KMP_AFFINITY");  // it would override what follows
+  bind_from_the_start(settings);
   kmp_set_defaults(settings);
   if (threading.thread_count > 0) omp_set_num_threads(threading.thread_count);
 #pragma omp parallel

@@ -69,7 +69,8 @@ typedef union tev_card_request {
 /* A worker: (its record, the request's parameter, addresses of the buffers, how many). What it returns is ignored. */
 typedef void tev_worker(void* record, uint32_t parameter, uint64_t* buffers, uint32_t buffer_count);
 
-/* Record of `configure_device_threading_worker`. */
+/* Record of `configure_device_threading_worker`. What says where threads run (KMP_AFFINITY, OMP_PLACES, OMP_PROC_BIND,
+ * KMP_HW_SUBSET) must come before the first request that computes, pins or reports. */
 typedef struct tev_threading_record {
   char settings[1024];  /* OpenMP settings, NUL-terminated, as kmp_set_defaults takes them */
   int32_t thread_count; /* size of the team; 0 or less leaves it as it is */

@@ -19,12 +19,12 @@ typedef void vro_run_function(uint32_t buffer_count, void** buffers, uint64_t* l
                               uint16_t misc_length, void* result, uint16_t result_length);
 
 /* Starts the pipeline: from now on run functions are called, one at a time and in the host's order, on a thread of the
- * runtime. Returns at once. A process that no host started prints one line on standard error and exits with status 2.
- */
+ * runtime. Returns at once. A process that no host started prints one line on standard error and exits with status 2;
+ * one that cannot make its pipeline exits with status 1, and its host is told why. */
 void VROPipelineStartExecutingRunFunctions(void);
 
 /* Blocks until the host asks for the end and every earlier request is done. If the host dies, the process ends with
- * status 1 from here, whatever is still running. */
+ * status 1 from here, whatever is still running: nothing is called but what was registered with at_quick_exit. */
 void VROProcessWaitForShutdown(void);
 
 /* Loads a library: `file` first, then `name` in each directory of the colon-separated `search_path`.

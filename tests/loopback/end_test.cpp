@@ -127,6 +127,12 @@ TEST_F(End, CreateSaysWhyNoSinkServes) {
   EXPECT_EQ("cannot start '/tmp': Permission denied", error_of("/tmp"));
   EXPECT_EQ("no executable given", error_of(nullptr));
   EXPECT_NE(std::string::npos, error_of("/bin/false").find(") exited with status 1 before it served"));
+  setenv("TEST_VAST_STACKS", "1", 1);
+  const std::string no_thread = error_of(VRO_TEST_SINK);
+  unsetenv("TEST_VAST_STACKS");
+  EXPECT_NE(std::string::npos, no_thread.find(") exited with status 1 before it served: it cannot get its pipeline "
+                                              "thread: Resource temporarily unavailable"))
+      << no_thread;
   EXPECT_EQ(VRO_OK, call(process, "test_empty").code);
 }
 
@@ -169,6 +175,29 @@ TEST_F(End, OfTheHostEndsItsSinkAndNoOther) {
     EXPECT_TRUE(is_gone_within(sink, 1)) << name;
     EXPECT_EQ(VRO_OK, call(process, "test_empty").code);
   }
+}
+
+TEST_F(End, OfAnyProcessLeavesNoOpenMpName) {
+  const auto name = [](pid_t number, unsigned user = getuid()) {
+    return "__KMP_REGISTERED_LIB_" + std::to_string(number) + "_" + std::to_string(user);
+  };
+  const auto exists = [](const std::string& n) { return entries("/dev/shm").contains(n); };
+  const pid_t dead = fork();
+  if (dead == 0) _exit(0);
+  waitpid(dead, nullptr, 0);
+  // One to be removed by a start, one by the sink's end, and those of others: in use, of another user, no such name.
+  const std::string left = name(dead), own = name(sink_pid());
+  const std::string kept[] = {name(getpid()), name(1), name(dead, getuid() + 1), left + "_"};
+  for (const std::string& n : {left, own}) std::ofstream("/dev/shm/" + n);
+  for (const std::string& n : kept) std::ofstream("/dev/shm/" + n);
+  EXPECT_EQ(VRO_OK, vro_process_shutdown(start_sink(), kWaitMs));
+  EXPECT_FALSE(exists(left));
+  EXPECT_TRUE(exists(own));
+  kill(sink_pid(), SIGKILL);
+  EXPECT_EQ(VRO_ENDED, call(process, "test_sleep", bytes_of(10000)).code);
+  EXPECT_FALSE(exists(own));
+  for (const std::string& n : kept) EXPECT_EQ(0, unlink(("/dev/shm/" + n).c_str())) << n;
+  shut_down_ended();
 }
 
 TEST_F(End, ManyCyclesLeaveNothing) {

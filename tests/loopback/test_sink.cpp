@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // A sink whose functions do what a test needs: answer, or misbehave in one particular way.
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -167,7 +168,16 @@ RUN_FUNCTION(test_load) {
   answer(result, result_length, code == 0 && handle ? "loaded" : code == -1 && !handle ? "not found" : "inconsistent");
 }
 
+// Stacks of new threads for which no memory has room.
+static void ask_for_vast_stacks() {
+  pthread_attr_t vast;
+  pthread_attr_init(&vast);
+  pthread_attr_setstacksize(&vast, size_t{1} << 47);
+  pthread_setattr_default_np(&vast);
+}
+
 int main() {
+  if (std::getenv("TEST_VAST_STACKS")) ask_for_vast_stacks();
   VROPipelineStartExecutingRunFunctions();
   VROProcessWaitForShutdown();
   return 0;

@@ -13,17 +13,10 @@
 #include <string>
 #include <thread>
 
+#include "tests/sink/real_sink.h"
 #include "tev/request.h"
-#include "vro/host.h"
 
 namespace {
-
-vro_process* start_sink() {
-  const vro_process_options options = {TEV_SINK_PATH, nullptr, nullptr, -1};
-  vro_process* process = nullptr;
-  EXPECT_EQ(vro_process_create(&options, &process), VRO_OK) << vro_last_error();
-  return process;
-}
 
 // A product that takes minutes and little memory: the columns of A lie on each other, and so do those of B, as their
 // leading dimensions of zero say, which the sink does not judge.
