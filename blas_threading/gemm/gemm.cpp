@@ -48,7 +48,8 @@ machine_facts this_machine() {
 
 template <class T>
 void team_product(const operation<T>& p, int32_t tier) {
-  const int64_t threads = gemm_thread_count(tier, p.m, p.n, p.k, kWorkPerElement<T>, available_threads());
+  const int64_t available = available_threads(kWorkPerElement<T> * product_work(p.m, p.n, p.k));
+  const int64_t threads = gemm_thread_count(tier, p.m, p.n, p.k, kWorkPerElement<T>, available);
   if (threads == 1) return compute_alone(p, p.a, p.b, p.c);
   if constexpr (!kComplex<T>)
     if (use_smalln_kernels(tier, p) != 0) return;

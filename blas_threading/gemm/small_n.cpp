@@ -30,7 +30,7 @@ bool takes_small_n(int32_t tier, const operation<T>& p) {
 template <class T>
 int32_t use_smalln_kernels(int32_t tier, const operation<T>& p) {
   if (!takes_small_n(tier, p)) return 0;
-  const int64_t threads = available_threads(), part = small_n_rows(p.m, threads);
+  const int64_t threads = available_threads(product_work(p.m, p.n, p.k)), part = small_n_rows(p.m, threads);
   run_team(threads, [&](int64_t thread, int64_t team) {
     for (int64_t first = thread * part; first < p.m; first += team * part)
       compute_alone(p, rows_of(p.a, {first, std::min(first + part, p.m)}), p.b,

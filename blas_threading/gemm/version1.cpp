@@ -134,7 +134,8 @@ void compute(const product<T>& x) {
   if (p.k < 1 || is_value(p.alpha, 0)) return kernel_calls<T>::mscale(&p.m, &p.n, &p.beta, elements<T>(p.c), &p.c.ld);
   const int32_t tier = tev_serv_cpu_detect();
   if (never_worth_a_team(tier, p.m, p.n, p.k, kWorkPerElement<T>)) return compute_block(x.p, {0, 0, p.m, p.n});
-  const int64_t threads = gemm_thread_count(tier, p.m, p.n, p.k, kWorkPerElement<T>, available_threads());
+  const int64_t available = available_threads(kWorkPerElement<T> * product_work(p.m, p.n, p.k));
+  const int64_t threads = gemm_thread_count(tier, p.m, p.n, p.k, kWorkPerElement<T>, available);
   const version1_grid alone = x.best_grid(threads);
   const shared_grid together = x.best_shared(threads, true, true);
   if (sharing_pays<T>(p, alone, together)) return compute_shared(x, together, threads);

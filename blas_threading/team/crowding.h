@@ -1,17 +1,23 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Teams on a machine whose processors have other work too. A thread of the team that waits for its turn on a processor
 // holds up all others, for milliseconds at each meeting: a product of microseconds on two threads then takes a thousand
-// times as long as on one. So every region is timed. When two in a row have taken longer than the caller alone would
-// have, later calls get half the threads for as long as was lost; then the full team is tried again. Every trial that
-// fails in the same way doubles the rest, up to eight times the loss, and from then on one lost region ends a trial.
-// After sixteen times a loss without another one all that is forgotten:
+// times as long as on one. So every region is timed: it has lost when it took longer than the caller alone would have,
+// else it has paid. Two losses in a row halve later teams for as long as was lost; then the full team is tried again.
+// Every trial that fails doubles the rest, up to eight times the loss, and from then on one lost region ends a trial.
+// Sixteen times the last loss after it, all that is forgotten:
 //
-//   region   lost  lost    alone   lost  lost       alone        lost      alone      paid  paid
-//          |-----|-----|---------|-----|-----|-------- ... ----|-----|---- ... ----|----|----|
+//   from \ event   lost                            paid                       as time passes
+//   quiet          warned                          quiet                      quiet
+//   warned         resting                         trying                     quiet: forgotten
+//   resting        resting, with half of the half  trying, if the team was    trying: rested
+//                                                  larger than the limit
+//   trying         warned; resting, if the rest    trying                     quiet: forgotten
+//                  is the longest
 //
 // Threads that spin between regions use up their turns on a processor. So from a loss on that is longer than waking up
-// takes until it is forgotten the team sleeps between its regions: the OpenMP block time of the forking thread is zero,
-// for the program's own regions, too. Regions that are too short to wake a team for are left to half the threads.
+// takes until it is forgotten, a team sleeps after each region: the OpenMP block time of the forking thread is zero
+// while the region lasts, and the program's own again after it. Calls that are too short to wake a team for stay on
+// their own thread meanwhile.
 //
 // In a reproducible run, and where the program has forbidden that the number of threads is adjusted, teams keep their
 // size.
@@ -28,30 +34,36 @@ struct region_times {
   uint64_t waited;  // of the share, in waits for other threads
 };
 
+// Work that is not worth waking a team for, in multiply-adds of a matrix product: two threads save half of its time,
+// 100 us at 20 multiply-adds per nanosecond, and need as long to wake up.
+inline constexpr double kWakingWork = 160.0 * 160 * 160;
+
 // Team sizes that pay at present. Any thread may ask and report; what they overwrite of each other is advice.
 class crowding {
  public:
-  bool limits_teams() const { return __atomic_load_n(&limit_, __ATOMIC_RELAXED) != 0; }
+  enum state : int32_t { quiet, warned, resting, trying };
+
+  state current() const { return __atomic_load_n(&state_, __ATOMIC_RELAXED); }
   // Teams should sleep between their regions.
   bool sleeps() const;
   // At most `threads`, at least 1.
-  int64_t team(int64_t threads, uint64_t now);
+  int64_t team(int64_t threads, double work, uint64_t now);
   void report(int64_t team, const region_times& times, uint64_t now);
 
  private:
   void lost(int64_t team, uint64_t loss, uint64_t now);
-  void halve(int64_t team, uint64_t until);
+  void forget_old(uint64_t now);
 
-  int64_t limit_ = 0;         // 0: none
-  uint64_t until_ = 0;        // when the limit ends
-  uint64_t rest_ = 1;         // length of the next limit, in losses
-  uint64_t loss_ = 0;         // the last one; 0: forgotten
-  uint64_t lost_at_ = 0;      // when that was
-  bool lost_before_ = false;  // the last region, too
+  state state_ = state::quiet;
+  int64_t limit_ = 0;     // resting: of teams
+  uint64_t until_ = 0;    // resting: when that ends
+  uint64_t rest_ = 1;     // length of the next rest, in losses
+  uint64_t loss_ = 0;     // the last one; quiet: 0
+  uint64_t lost_at_ = 0;  // when that was
 };
 
-// The process's own.
-int64_t team_that_pays(int64_t threads);
+// The process's own: how many of `threads` pay for a call of so much work.
+int64_t team_that_pays(int64_t threads, double work);
 
 // Time that the calling thread has spent in waits for its team so far. Every wait adds itself.
 uint64_t ticks_waited();
@@ -61,7 +73,7 @@ uint64_t ticks_now();
 // One region: made before the fork by the thread that forks, and destroyed by it after the join.
 class region_watch {
  public:
-  region_watch() : begin_(ticks_now()) {}
+  region_watch();
   ~region_watch();
   region_watch(const region_watch&) = delete;
   region_watch& operator=(const region_watch&) = delete;
@@ -71,6 +83,8 @@ class region_watch {
   void share_ends();
 
  private:
+  static constexpr int kNotTouched = -1;
+  int usual_blocktime_ = kNotTouched;  // of the forking thread, while its team sleeps after the region
   int64_t team_ = 1;
   uint64_t begin_, share_begin_ = 0, share_end_ = 0, waited_before_ = 0, waited_ = 0;
 };

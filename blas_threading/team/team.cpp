@@ -11,6 +11,6 @@ int64_t permitted_threads() {
   return std::min(tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS), omp_get_thread_limit());
 }
 
-int64_t available_threads() { return team_that_pays(permitted_threads()); }
+int64_t available_threads(double work) { return team_that_pays(permitted_threads(), work); }
 
 }  // namespace tev::blas

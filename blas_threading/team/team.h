@@ -15,8 +15,11 @@ namespace tev::blas {
 // The most threads that a call may use. The runtime would complain aloud about more than its limit.
 int64_t permitted_threads();
 
-// The same, while other work may hold the processors.
-int64_t available_threads();
+// The same, while other work may hold the processors, for a call of so many multiply-adds.
+int64_t available_threads(double work);
+
+// What one element of a vector, or of a matrix that is used once, counts for in that: it comes from memory.
+inline constexpr double kElementWork = 16;
 
 // Multiply-adds below which forming a team costs more than it brings: 64^3, some 50 microseconds of one thread, where
 // waking a sleeping team takes up to ten.

@@ -21,7 +21,8 @@ bool processor_has_teams() { return tev_serv_cpu_detect() >= TEV_CPU_MC && tev_s
 template <class T>
 bool stays_serial(const char* trans, int64_t m, int64_t n) {
   return gemv_is_small<T>(m, n) || !processor_has_teams() ||
-         !gemv_deserves_team<T>(is_letter(trans, 'N'), m, n, available_threads(), tev_serv_get_dynamic() == 1);
+         !gemv_deserves_team<T>(is_letter(trans, 'N'), m, n, available_threads(matrix_work(m, n)),
+                                tev_serv_get_dynamic() == 1);
 }
 
 template <class T>
@@ -31,7 +32,8 @@ void gemv_omp(const char* trans, int64_t m, int64_t n, const T* alpha, const T* 
   const bool plain = is_letter(trans, 'N');
   const int64_t length = plain ? m : n, block = plain ? kRowBlock : 1, blocks = (length + block - 1) / block;
   // With an increment of zero all pieces of y are one element.
-  run_team(incy == 0 ? 1 : std::min(available_threads(), blocks), [&](int64_t thread, int64_t threads) {
+  const int64_t wanted = incy == 0 ? 1 : std::min(available_threads(matrix_work(m, n)), blocks);
+  run_team(wanted, [&](int64_t thread, int64_t threads) {
     const piece share = piece_of(blocks, thread, threads);
     const int64_t start = share.start * block;
     const piece part = {start, std::min(share.size * block, length - start)};

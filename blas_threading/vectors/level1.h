@@ -40,7 +40,8 @@ inline constexpr int64_t kScalChunkBytes = 32768, kPairChunkBytes = 16384;
 // the order of the steps is the result.
 inline int32_t level1_threads(int64_t n, int64_t chunk, bool apart) {
   if (n < 2 * chunk || !apart) return 1;
-  return static_cast<int32_t>(std::min(available_threads(), (n + chunk - 1) / chunk));
+  return static_cast<int32_t>(
+      std::min(available_threads(kElementWork * static_cast<double>(n)), (n + chunk - 1) / chunk));
 }
 
 // One call on a team; the threads only read it.

@@ -43,6 +43,9 @@ bool gemv_deserves_team(bool plain, int64_t m, int64_t n, int64_t threads, bool 
   return rows * n >= doubles<T>(4096) || (rows > 0 && dynamic);
 }
 
+// Work of a call that uses each element of an m x n matrix once.
+inline double matrix_work(int64_t m, int64_t n) { return kElementWork * product_work(m, n, 1); }
+
 // Elements of the matrix for each thread of a rank-1 update, which reads and writes them all.
 inline constexpr int64_t kRank1Chunk = 8192;
 
@@ -50,7 +53,8 @@ inline constexpr int64_t kRank1Chunk = 8192;
 inline int32_t rank1_threads(int64_t m, int64_t n) {
   const int64_t elements = m * n;
   if (elements < 2 * kRank1Chunk) return 1;
-  return static_cast<int32_t>(std::min({available_threads(), n, (elements + kRank1Chunk - 1) / kRank1Chunk}));
+  return static_cast<int32_t>(
+      std::min({available_threads(matrix_work(m, n)), n, (elements + kRank1Chunk - 1) / kRank1Chunk}));
 }
 
 }  // namespace tev::blas

@@ -2,6 +2,10 @@
 // The advice on team sizes, with a clock of the test's own.
 #include <gtest/gtest.h>
 #include <omp.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <vector>
 
 #include "blas_threading/team/crowding.h"
 #include "blas_threading/team/team.h"
@@ -11,93 +15,82 @@ namespace {
 
 using tev::blas::crowding;
 using tev::blas::region_times;
+using enum crowding::state;
 
 constexpr region_times kPaid = {100'000, 90'000, 0};        // a team of any size gained
 constexpr region_times kLost = {1'090'000, 50'000, 5'000};  // a team of two should have taken 90'000
-constexpr uint64_t kLoss = 1'000'000;
+constexpr region_times kShortLoss = {300'000, 50'000, 0};   // of 200'000, in which a team wakes up
+constexpr region_times kBitLate = {104'000, 50'000, 0};     // an interrupt
+constexpr region_times kMostlyWaiting = {104'000, 100'000, 60'000};
+constexpr double kLarge = 2 * tev::blas::kWakingWork, kSmall = kLarge / 4;
 
-TEST(Crowding, TwoLossesInARowHalveTheTeamForAWhile) {
+// What happens in turn to one crowding, time in the loss of kLost; then what callers are given, and its state.
+struct step {
+  double time;
+  const region_times* region;  // reported; null: a caller asks
+  int64_t team;                // that reported, or that a large call may have
+  crowding::state state;
+};
+
+struct story {
+  const char* name;
+  int64_t threads;
+  std::vector<step> steps;
+};
+
+// clang-format off
+const story kStories[] = {
+    {"two losses in a row halve the team for a while", 2,
+     {{0, &kLost, 2, warned}, {0, &kPaid, 2, trying}, {0, &kLost, 2, warned}, {0, nullptr, 2, warned},
+      {1, &kLost, 2, resting}, {1.99, nullptr, 1, resting}, {2, nullptr, 2, trying}}},
+    {"trials that fail get shorter and rarer", 2,
+     {{0, &kLost, 2, warned}, {0, &kLost, 2, resting},
+      {1, nullptr, 2, trying}, {1, &kLost, 2, warned}, {1, &kLost, 2, resting}, {2.99, nullptr, 1, resting},
+      {3, nullptr, 2, trying}, {3, &kLost, 2, warned}, {3, &kLost, 2, resting}, {6.99, nullptr, 1, resting},
+      {7, nullptr, 2, trying}, {7, &kLost, 2, resting}, {14.99, nullptr, 1, resting},
+      {15, nullptr, 2, trying}, {15, &kPaid, 2, trying}, {15, &kLost, 2, resting}}},
+    {"sixteen losses later all is forgotten", 2,
+     {{0, &kLost, 2, warned}, {0, &kLost, 2, resting}, {1, nullptr, 2, trying}, {1, &kLost, 2, warned},
+      {17, nullptr, 2, warned}, {17.01, nullptr, 2, quiet}, {17.01, &kLost, 2, warned}, {17.01, &kLost, 2, resting},
+      {19, nullptr, 2, trying}, {40, &kLost, 2, warned}}},
+    {"large teams shrink by halves, and only a larger one that pays lifts the limit", 16,
+     {{0, &kLost, 16, warned}, {0, &kLost, 16, resting}, {0, nullptr, 8, resting}, {0, &kPaid, 8, resting},
+      {0, &kLost, 8, resting}, {0, nullptr, 4, resting}, {0, &kLost, 2, resting}, {0, nullptr, 1, resting},
+      {0, &kPaid, 2, trying}, {0, nullptr, 16, trying}}},
+    {"interrupts and waking up are no losses", 2,
+     {{0, &kBitLate, 2, quiet}, {0, &kShortLoss, 2, warned}, {0, &kLost, 2, resting}, {1, nullptr, 2, trying},
+      {1, &kShortLoss, 2, trying}, {1, &kShortLoss, 2, trying}, {1, nullptr, 2, trying}}},
+    {"waits are no work", 2, {{0, &kMostlyWaiting, 2, warned}, {0, &kMostlyWaiting, 2, resting}}},
+};
+// clang-format on
+
+TEST(Crowding, Stories) {
+  for (const story& s : kStories) {
+    crowding c;
+    for (size_t i = 0; i < s.steps.size(); ++i) {
+      const step& x = s.steps[i];
+      const auto now = static_cast<uint64_t>(x.time * 1e6);
+      if (x.region)
+        c.report(x.team, *x.region, now);
+      else
+        EXPECT_EQ(c.team(s.threads, kLarge, now), x.team) << s.name << ", step " << i;
+      EXPECT_EQ(c.current(), x.state) << s.name << ", step " << i;
+    }
+  }
+}
+
+TEST(Crowding, ASleepingTeamIsWokenForLargeCallsOnly) {
   crowding c;
-  c.report(2, kLost, 0);
+  c.report(2, kShortLoss, 0);
+  EXPECT_EQ(c.team(2, kSmall, 0), 2) << "it does not sleep";
   c.report(2, kPaid, 0);
   c.report(2, kLost, 0);
-  EXPECT_EQ(c.team(2, 0), 2) << "a single loss says nothing";
-  c.report(2, kLost, 10);
-  EXPECT_EQ(c.team(2, 10), 1);
-  EXPECT_EQ(c.team(2, 10 + kLoss - 1), 1);
-  EXPECT_EQ(c.team(2, 10 + kLoss), 2) << "a trial";
-}
-
-TEST(Crowding, TrialsThatFailGetShorterAndRarerUntilTheyAreForgotten) {
-  crowding c;
-  uint64_t now = 0;
-  const struct {
-    int losses;
-    uint64_t rest;
-  } trials[] = {{2, 1}, {2, 2}, {2, 4}, {1, 8}, {1, 8}};
-  for (const auto& [losses, rest] : trials) {
-    for (int i = 0; i < losses; ++i) {
-      EXPECT_EQ(c.team(2, now), 2) << "rest " << rest << ", loss " << i;
-      c.report(2, kLost, now);
-    }
-    EXPECT_EQ(c.team(2, now + rest * kLoss - 1), 1) << rest;
-    now += rest * kLoss;
+  for (int i = 0; i < 9; ++i) {
+    c.report(2, kShortLoss, 1);  // of small calls
+    EXPECT_EQ(c.team(2, kSmall, 1), 1);
+    EXPECT_EQ(c.team(2, kLarge, 1), 2);
   }
-  now += 8 * kLoss;
-  EXPECT_EQ(c.team(2, now), 2);
-  c.report(2, kLost, now);
-  c.report(2, kPaid, now);
-  c.report(2, kLost, now);
-  EXPECT_EQ(c.team(2, now + 8 * kLoss - 1), 1) << "one paid region does not clear the team";
-  now += 8 * kLoss;
-  EXPECT_EQ(c.team(2, now), 2);
-  c.report(2, kPaid, now);
-  EXPECT_TRUE(c.sleeps());
-  now += 8 * kLoss + 1;
-  c.report(2, kPaid, now);
-  EXPECT_FALSE(c.sleeps()) << "16 losses later";
-  for (int i = 0; i < 2; ++i) c.report(2, kLost, now);
-  EXPECT_EQ(c.team(2, now + kLoss - 1), 1);
-  EXPECT_EQ(c.team(2, now + kLoss), 2);
-}
-
-TEST(Crowding, OnlyLongLossesSendATeamToSleepAndWakingItIsNoLoss) {
-  crowding c;
-  c.report(2, {300'000, 50'000, 0}, 0);
-  EXPECT_FALSE(c.sleeps());
-  c.report(2, kLost, 0);
-  EXPECT_EQ(c.team(2, 0), 1) << "the short one counts for the team's size";
-  EXPECT_TRUE(c.sleeps());
-  uint64_t now = kLoss;
-  EXPECT_EQ(c.team(2, now), 2);
-  c.report(2, {300'000, 50'000, 0}, now);
-  EXPECT_EQ(c.team(2, now), 1) << "not worth waking the team for";
-  EXPECT_EQ(c.team(2, 16 * kLoss - 1), 1);
-  now = 16 * kLoss + 1;
-  EXPECT_EQ(c.team(2, now), 2);
-  c.report(2, {300'000, 50'000, 0}, now);
-  EXPECT_FALSE(c.sleeps());
-}
-
-TEST(Crowding, LargeTeamsShrinkByHalvesAndAreNeverAskedToGrow) {
-  crowding c;
-  const region_times lost = {100'000'000, 10'000, 0};
-  c.report(16, lost, 0);
-  for (int64_t team = 16; team > 1; team /= 2) {
-    EXPECT_EQ(c.team(16, 0), team);
-    c.report(team, lost, 0);
-    c.report(team, kPaid, 0);  // under a limit that says nothing about the whole team
-  }
-  EXPECT_EQ(c.team(16, 0), 1);
-  EXPECT_EQ(c.team(1, 0), 1);
-}
-
-TEST(Crowding, WaitsAreNoWorkAndShortLossesAreNoise) {
-  crowding c;
-  for (int i = 0; i < 9; ++i) c.report(2, {104'000, 50'000, 0}, 0);
-  EXPECT_EQ(c.team(2, 0), 2);
-  for (int i = 0; i < 2; ++i) c.report(2, {104'000, 100'000, 60'000}, 0);
-  EXPECT_EQ(c.team(2, 0), 1);
+  EXPECT_EQ(c.team(2, kSmall, 16'000'001), 2);
 }
 
 // Regions whose second thread is late, as many as it takes; then what a caller would be given.
@@ -107,7 +100,7 @@ int64_t team_after_late_regions() {
       for (const uint64_t begin = tev::blas::ticks_now(); index == 1 && size == 2;)
         if (tev::blas::ticks_now() - begin > 20'000'000) break;
     });
-  return tev::blas::team_that_pays(2);
+  return tev::blas::team_that_pays(2, kLarge);
 }
 
 TEST(Crowding, OnlyAProgramThatLeavesTheNumberOpenGetsFewerThreads) {
@@ -121,13 +114,29 @@ TEST(Crowding, OnlyAProgramThatLeavesTheNumberOpenGetsFewerThreads) {
   }
 }
 
-TEST(Crowding, ALateTeamSleepsBetweenItsRegions) {
-  const auto run = [] {
-    const int usual = kmp_get_blocktime();
-    team_after_late_regions();
-    return usual > 0 && kmp_get_blocktime() == 0 ? 1 : 0;
+// Processor time that all threads of the process use while the caller sleeps, in seconds.
+double spent_in(int milliseconds) {
+  const auto spent = [] {
+    timespec t;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
   };
-  EXPECT_EQ(tev::test::in_child({}, run).status, 1);
+  const double before = spent();
+  usleep(1000 * static_cast<unsigned>(milliseconds));
+  return spent() - before;
+}
+
+TEST(Crowding, ALateTeamSleepsAndTheProgramsOwnBlocktimeStays) {
+  const auto run = [] {
+    kmp_set_blocktime(5000);
+    team_after_late_regions();
+    const bool asleep = spent_in(50) < 0.005;
+    const int usual = kmp_get_blocktime();
+    kmp_set_defaults("KMP_BLOCKTIME=7");
+    team_after_late_regions();
+    return asleep && usual == 5000 && kmp_get_blocktime() == 7 ? 0 : 1;
+  };
+  EXPECT_EQ(tev::test::in_child({}, run).status, 0);
 }
 
 }  // namespace
