@@ -46,7 +46,9 @@ TEV_INLINE void copy_right_strip(int64_t depth, const T* source, int64_t ld, T* 
   constexpr int U = kParts<T>, W = lanes_dividing<real_of<T>>(R * U), kRows = W / U;
   int64_t p = 0;
   if constexpr (kRows > 1) {
-    for (; p + kRows <= depth; p += kRows) {
+    // The last square overlaps the one before it.
+    for (const int64_t last = depth - kRows; p < depth && last >= 0; p += kRows) {
+      if (p > last) p = last;
       if (R <= kNarrow && p * sizeof(T) % kLineBytes == 0) {
         TEV_UNROLL
         for (int c = 0; c < R; ++c) __builtin_prefetch(source + p + (c + R) * ld, 0, 2);

@@ -133,7 +133,7 @@ struct rank_call {
 };
 
 // Largest order of a diagonal block.
-inline constexpr int64_t kDiagonalBlock = 16;
+inline constexpr int64_t kDiagonalBlock = 32;
 
 // Order of the first half: whole blocks, more than half if they do not divide.
 TEV_INLINE int64_t first_half(int64_t order, int64_t block) { return (order / 2 + block - 1) / block * block; }

@@ -22,7 +22,7 @@
 //                corner
 #pragma once
 
-#include "kernels/families/gemm_copy-inl.h"
+#include "kernels/families/gemm_framework-inl.h"
 #include "kernels/families/in_place-inl.h"
 #include "kernels/routine_types.h"
 #include "tev/service.h"
@@ -38,6 +38,9 @@ inline constexpr int kGroup = (kVectorRegisters == 32 ? 8 : 4) / kParts<T>;
 // Places of a strip that is V registers wide.
 template <class T, int V>
 inline constexpr int kPlaces = V* kLanes<real_of<T>> / kParts<T>;
+
+template <class R>
+using strip_vector = vec<R, kLanes<R>>;
 
 // Lines of a block: in memory of the allocator, where a strip and its share of the triangle stay in the second cache;
 // on the stack, also when there is no memory.
@@ -110,7 +113,7 @@ TEV_INLINE divisor<real_of<T>> divisor_of(T d) {
   return by;
 }
 
-// Lines i .. i+G-1 of L over k0 <= k < k1, `rows` of them given, the others take nothing.
+// `rows` lines of L over `depth` lines that they take from; lines that lack to a group take nothing.
 template <class T, bool kConjugated>
 TEV_INLINE void pack_lines(const triangular_call<T>& c, int64_t rows, int64_t depth, const T* a, T* to) {
   constexpr int G = kGroup<T>;
@@ -124,70 +127,96 @@ TEV_INLINE void pack_lines(const triangular_call<T>& c, int64_t rows, int64_t de
       to[k * G + i] = i < rows ? conjugate_if(kConjugated, a[i * c.to + k * c.from]) : T{};
 }
 
-// The lines of one group take from each other: a points to L(i, i) of its first line.
-template <triangular Kind, bool kForward, bool kConjugated, class T>
-TEV_INLINE void pack_corner(const triangular_call<T>& c, int64_t rows, const T* a, T* corner,
-                            divisor<real_of<T>>* divisors) {
-  constexpr int G = kGroup<T>;
-  for (int64_t k = 0; k < G; ++k)
-    for (int64_t i = 0; i < G; ++i) {
-      const bool taken = i < rows && k < rows && (kForward ? i > k : i < k);
-      corner[k * G + i] = taken ? conjugate_if(kConjugated, a[i * c.to + k * c.from]) : T{};
-    }
-  if (c.unit) return;
-  for (int64_t i = 0; i < G; ++i) {
-    const T d = i < rows ? conjugate_if(kConjugated, a[i * (c.to + c.from)]) : real_element<T>(1);
-    if constexpr (Kind == triangular::solve)
-      divisors[i] = divisor_of(d);
-    else
-      corner[i * G + i] = d;
-  }
-}
-
+// What lies on the other side of the diagonal is copied with a corner, and used by nobody.
 template <triangular Kind, bool kForward, bool kConjugated, class T>
 __attribute__((noinline)) void pack_triangle(const triangular_call<T>& c, int64_t n, const T* a,
                                              const triangle_block<T>& block) {
   constexpr int64_t G = kGroup<T>;
-  const int64_t lines = block.lines;
   T* to = block.groups;
-  for (int64_t i = 0; i < lines; i += G) {
-    const int64_t rows = n - i < G ? n - i : G;
-    const T* const own = a + i * c.to;
-    const auto corner = [&]() TEV_LAMBDA {
-      pack_corner<Kind, kForward, kConjugated>(c, rows, own + i * c.from, to, block.divisors + i);
-      to += G * G;
-    };
-    if constexpr (kForward) {
-      pack_lines<T, kConjugated>(c, rows, i, own, to);
-      to += i * G;
-      corner();
-    } else {
-      corner();
-      const int64_t behind = n - i - G > 0 ? n - i - G : 0;
-      pack_lines<T, kConjugated>(c, rows, behind, own + (i + G) * c.from, to);
-      to += behind * G;
-      for (const T* const end = to + (lines - i - G - behind) * G; to < end; ++to) *to = T{};
-    }
+  for (int64_t i = 0; i < block.lines; i += G) {
+    const int64_t rows = min_of(n - i, G), first = kForward ? 0 : i, end = kForward ? i + rows : n;
+    pack_lines<T, kConjugated>(c, rows, end - first, a + i * c.to + first * c.from, to);
+    to += (end - first) * G;
+    T* const packed_end = to + ((kForward ? i + G : block.lines) - end) * G;
+    while (to < packed_end) *to++ = T{};
   }
+  if (Kind == triangular::multiply || c.unit) return;
+  for (int64_t i = 0; i < block.lines; ++i)
+    block.divisors[i] = divisor_of(i < n ? conjugate_if(kConjugated, a[i * (c.to + c.from)]) : real_element<T>(1));
 }
 
-// Between n lines of B, `width` places from b on, and a strip of P places: times alpha on the way in, places that B
-// lacks are zero. A line of B is contiguous on side R, a place on side L.
+// The places of a strip that is one register wide, of which B has `width`; the last one stands for those that it lacks.
+template <class T>
+struct partial_strip {
+  static constexpr int P = kPlaces<T, 1>;
+  T* at[P];
+
+  TEV_INLINE partial_strip(int64_t width, T* b, int64_t ldb) {
+    TEV_UNROLL
+    for (int p = 0; p < P; ++p) at[p] = b + (p < width ? p : width - 1) * ldb;
+  }
+};
+
+// Between n lines of B, places from b on, and a strip; a line of B is contiguous on side R, a place on side L.
+template <class T, class Map>
+TEV_INLINE void load_part(const triangular_call<T>& c, int64_t n, int64_t width, const T* b, T* strip, Map alpha) {
+  using R = real_of<T>;
+  constexpr int U = kParts<T>, L = kLanes<R>, P = kPlaces<T, 1>;
+  if (!c.left) {
+    for (int64_t i = 0; i < n; ++i)
+      store<L>(alpha.template operator()<L>(load_first<L>(reals(b + i * c.ldb), width * U)), reals(strip + i * P));
+    return;
+  }
+  const partial_strip<const T> place(width, b, c.ldb);
+  int64_t i = 0;
+  for (; i < n && n >= P; i += P) {
+    i = min_of(i, n - P);  // the last square overlaps the one before it
+    strip_vector<R> square[P];
+    TEV_UNROLL
+    for (int p = 0; p < P; ++p) square[p] = alpha.template operator()<L>(load<L>(reals(place.at[p] + i)));
+    transpose<L, U>(square);
+    TEV_UNROLL
+    for (int p = 0; p < P; ++p) store<L>(square[p], reals(strip + (i + p) * P));
+  }
+  for (; i < n; ++i)
+    for (int p = 0; p < P; ++p)
+      store<U>(alpha.template operator()<U>(load<U>(reals(place.at[p] + i))), reals(strip + i * P + p));
+}
+
+template <class T>
+__attribute__((noinline)) void store_part(const triangular_call<T>& c, int64_t n, int64_t width, const T* strip, T* b) {
+  using R = real_of<T>;
+  constexpr int U = kParts<T>, L = kLanes<R>, P = kPlaces<T, 1>;
+  if (!c.left) {
+    for (int64_t i = 0; i < n; ++i) store_first<L>(load<L>(reals(strip + i * P)), reals(b + i * c.ldb), width * U);
+    return;
+  }
+  int64_t i = 0;
+  for (; i < n && n >= P; i += P) {
+    i = min_of(i, n - P);
+    strip_vector<R> square[P];
+    TEV_UNROLL
+    for (int p = 0; p < P; ++p) square[p] = load<L>(reals(strip + (i + p) * P));
+    transpose<L, U>(square);
+    TEV_UNROLL
+    for (int p = 0; p < P; ++p)
+      if (p < width) store<L>(square[p], reals(b + p * c.ldb + i));
+  }
+  for (; i < n; ++i)
+    for (int64_t p = 0; p < width; ++p) b[i + p * c.ldb] = strip[i * P + p];
+}
+
 template <class T, int P, class Map>
 TEV_INLINE void load_mapped(const triangular_call<T>& c, int64_t n, int64_t width, const T* b, T* strip, Map alpha) {
-  if (width == P) {
-    if (c.left) return copy_right_strip<T, P>(n, b, c.ldb, strip, alpha);
-    return copy_down_strip<T, P>(n, b, c.ldb, strip, alpha);
-  }
-  constexpr int U = kParts<T>;
-  for (int64_t i = 0; i < n; ++i)
-    for (int64_t p = 0; p < P; ++p) {
-      vec<real_of<T>, U> x = {};
-      if (p < width) x = alpha.template operator()<U>(load<U>(reals(b + i * c.line() + p * c.place())));
-      store<U>(x, reals(strip + i * P + p));
-    }
+  if constexpr (P == kPlaces<T, 1>)
+    if (width < P) return load_part(c, n, width, b, strip, alpha);
+  if (c.left)
+    copy_right_strip<T, P>(n, b, c.ldb, strip, alpha);
+  else
+    copy_down_strip<T, P>(n, b, c.ldb, strip, alpha);
 }
 
+// Times alpha on the way in.
 template <class T, int P>
 __attribute__((noinline)) void load_strip(const triangular_call<T>& c, int64_t n, int64_t width, T alpha, const T* b,
                                           T* strip) {
@@ -203,15 +232,18 @@ TEV_INLINE void spread_strip(int64_t n, const T* strip, T* to, int64_t ld) {
   constexpr int U = kParts<T>, W = lanes_dividing<real_of<T>>(R * U), kRows = W / U;
   int64_t p = 0;
   if constexpr (kRows > 1)
-    for (; p + kRows <= n; p += kRows) TEV_UNROLL
-  for (int c = 0; c < R; c += kRows) {
-    vec<real_of<T>, W> square[kRows];
-    TEV_UNROLL
-    for (int i = 0; i < kRows; ++i) square[i] = load<W>(reals(strip + (p + i) * R + c));
-    transpose<W, U>(square);
-    TEV_UNROLL
-    for (int i = 0; i < kRows; ++i) store<W>(square[i], reals(to + p + (c + i) * ld));
-  }
+    for (; p < n && n >= kRows; p += kRows) {
+      p = min_of(p, n - kRows);
+      TEV_UNROLL
+      for (int c = 0; c < R; c += kRows) {
+        vec<real_of<T>, W> square[kRows];
+        TEV_UNROLL
+        for (int i = 0; i < kRows; ++i) square[i] = load<W>(reals(strip + (p + i) * R + c));
+        transpose<W, U>(square);
+        TEV_UNROLL
+        for (int i = 0; i < kRows; ++i) store<W>(square[i], reals(to + p + (c + i) * ld));
+      }
+    }
   for (; p < n; ++p)
     for (int c = 0; c < R; ++c) to[p + c * ld] = strip[p * R + c];
 }
@@ -219,22 +251,17 @@ TEV_INLINE void spread_strip(int64_t n, const T* strip, T* to, int64_t ld) {
 template <class T, int P>
 __attribute__((noinline)) void store_strip(const triangular_call<T>& c, int64_t n, int64_t width, const T* strip,
                                            T* b) {
-  if (width < P) {
-    for (int64_t i = 0; i < n; ++i)
-      for (int64_t p = 0; p < width; ++p) b[i * c.line() + p * c.place()] = strip[i * P + p];
-  } else if (c.left) {
-    spread_strip<T, P>(n, strip, b, c.ldb);
-  } else {
-    constexpr int kReals = P * kParts<T>, W = lanes_dividing<real_of<T>>(kReals);
-    for (int64_t i = 0; i < n; ++i, strip += P, b += c.ldb) TEV_UNROLL
+  if constexpr (P == kPlaces<T, 1>)
+    if (width < P) return store_part(c, n, width, strip, b);
+  if (c.left) return spread_strip<T, P>(n, strip, b, c.ldb);
+  constexpr int kReals = P * kParts<T>, W = lanes_dividing<real_of<T>>(kReals);
+  for (int64_t i = 0; i < n; ++i, strip += P, b += c.ldb) {
+    TEV_UNROLL
     for (int v = 0; v < kReals; v += W) store<W>(load<W>(reals(strip) + v), reals(b) + v);
   }
 }
 
 // ---- A group of lines of one strip ---------------------------------------------------------------------------------
-
-template <class R>
-using strip_vector = vec<R, kLanes<R>>;
 
 // Sums of products t x: of a complex t with its real part, and with its imaginary part.
 template <class T, int V>
