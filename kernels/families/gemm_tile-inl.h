@@ -250,10 +250,40 @@ void multiply_last_rows(int64_t rows, int64_t n, int64_t k, const T* a, const T*
   }
 }
 
+// Several strips of A against one strip of B after the other, down the columns of C: row by row the tiles of a shallow
+// product would touch a new page of C for every few cycles of work.
+inline constexpr int kStripsDown = 8;
+template <class T, int MR, int NR>
+TEV_INLINE void multiply_down(int64_t strips, int64_t n, int64_t k, const T* a, const T* b, const T* beta,
+                              beta_class kind, T* c, int64_t ldc) {
+  constexpr int P = kParts<T>;
+  for_columns<T, MR, NR>(
+      n, [&](auto columns, auto pitch, int64_t j) __attribute__((always_inline)) {
+        constexpr int kColumns = decltype(columns)::value, kPitch = decltype(pitch)::value;
+        const auto* next = reinterpret_cast<const char*>(b + (j + kColumns) * k);
+        for (int64_t s = 0; s < strips; ++s, next += k / 4 * kLineBytes)
+          multiply_strips<T, 1, MR, kColumns, kPitch>(k, k, reals(a + s * MR * k), reals(b + j * k), beta, kind,
+                                                      reals(c + s * MR + j * ldc), P * ldc, next);
+      });
+}
+
+// That pays as long as a strip of A and one of B fit in the smallest first cache together.
+template <class T, int MR, int NR>
+TEV_INLINE bool is_walked_down(int64_t k) {
+  constexpr int64_t kFirstCache = 32 * 1024;
+  return kLargeStrips && k * (MR + NR) * static_cast<int64_t>(sizeof(T)) <= kFirstCache;
+}
+
 template <class T, int MR, int NR>
 void packed_kernel(int64_t m, int64_t n, int64_t k, const T* a, const T* b, T beta, beta_class kind, T* c,
                    int64_t ldc) {
   int64_t i = 0;
+  if constexpr (kLargeStrips)
+    if (is_walked_down<T, MR, NR>(k))
+      for (int64_t strips; (strips = (m - i) / MR) > 0; i += strips * MR) {
+        if (strips > kStripsDown) strips = kStripsDown;
+        multiply_down<T, MR, NR>(strips, n, k, a + i * k, b, &beta, kind, c + i, ldc);
+      }
   if constexpr (kStripsTogether > 1)
     for (; i + kStripsTogether * MR <= m; i += kStripsTogether * MR)
       multiply_row<T, kStripsTogether, MR, NR>(n, k, a + i * k, b, &beta, kind, c + i, ldc);

@@ -62,32 +62,40 @@ void merge_triangle(bool upper, int64_t below, const T* full, int64_t ld, T beta
 
 // ---- Packed --------------------------------------------------------------------------------------------------------
 
-// A block of C whose offsets say where the diagonal is. Strips of B begin at multiples of nr.
+// A block of C whose offsets say where the diagonal is. Strips of B begin at multiples of nr. What several strips of A
+// need whole is one call, so that a shallow product is walked down the columns of C.
 template <bool kUpper, bool kHermitian, class T>
 void triangle_ker0(const int64_t* k, const T* a_panel, const T* b_panel, const T* beta, const operand* c) {
   constexpr int64_t MR = kGemm<T>.mr, NR = kGemm<T>.nr, kWidest = MR + 2 * NR;
+  constexpr int64_t kRows = kLargeStrips ? kStripsDown * MR : MR;
   const int64_t below = c->row_offset - c->column_offset, columns = c->columns;
   const T zero = {};
   T tile[MR * kWidest];
   const auto in_block = [=](int64_t j) TEV_LAMBDA { return min_of(max_of(j, 0), columns); };
-  for (int64_t i = 0; i < c->rows; i += MR) {
-    const int64_t rows = min_of(MR, c->rows - i);
-    // Columns that the diagonal crosses in these rows, in whole strips; those before or behind are needed whole.
-    const int64_t begin = in_block(i + below + !kUpper) / NR * NR,
-                  end = in_block(round_up(in_block(i + rows + below), NR));
-    const int64_t first = kUpper ? end : 0, last = kUpper ? columns : begin;
-    const auto multiply = [&](int64_t j, int64_t count, const T* factor, const operand* to) TEV_LAMBDA {
-      if (count > 0) ker0<T>(k, a_panel + i * *k, b_panel + j * *k, factor, to);
-    };
-    const operand full = block_of(c, i, first, rows, last - first);
-    multiply(first, last - first, beta, &full);
-    if (begin >= end) continue;
-    const operand crossed = block_of(c, i, begin, rows, end - begin);
-    operand apart = crossed;
-    apart.data = tile;
-    apart.ld = MR;
-    multiply(begin, end - begin, &zero, &apart);
-    merge_triangle<kHermitian>(kUpper, i + below - begin, tile, MR, *beta, &crossed);
+  // Columns that the diagonal crosses in rows i .. i+rows-1, in whole strips, begin and end here.
+  const auto begin_of = [=](int64_t i) TEV_LAMBDA { return in_block(i + below + !kUpper) / NR * NR; };
+  const auto end_of = [=](int64_t i, int64_t rows)
+                          TEV_LAMBDA { return in_block(round_up(in_block(i + rows + below), NR)); };
+  const auto multiply = [&](int64_t i, int64_t j, const T* factor, const operand& to) TEV_LAMBDA {
+    if (to.columns > 0) ker0<T>(k, a_panel + i * *k, b_panel + j * *k, factor, &to);
+  };
+  const auto add_whole = [&](int64_t i, int64_t rows, int64_t j, int64_t end)
+                             TEV_LAMBDA { multiply(i, j, beta, block_of(c, i, j, rows, end - j)); };
+  for (int64_t g = 0; g < c->rows; g += kRows) {
+    const int64_t rows_together = min_of(kRows, c->rows - g);
+    const int64_t whole = kUpper ? end_of(g, rows_together) : begin_of(g);
+    add_whole(g, rows_together, kUpper ? whole : 0, kUpper ? columns : whole);
+    for (int64_t i = g; i < g + rows_together; i += MR) {
+      const int64_t rows = min_of(MR, c->rows - i), begin = begin_of(i), end = end_of(i, rows);
+      add_whole(i, rows, kUpper ? end : whole, kUpper ? whole : begin);
+      if (begin >= end) continue;
+      const operand crossed = block_of(c, i, begin, rows, end - begin);
+      operand apart = crossed;
+      apart.data = tile;
+      apart.ld = MR;
+      multiply(i, begin, &zero, apart);
+      merge_triangle<kHermitian>(kUpper, i + below - begin, tile, MR, *beta, &crossed);
+    }
   }
 }
 
