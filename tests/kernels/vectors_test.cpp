@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "kernels/routine_types.h"
-#include "tests/support/matrix.h"
+#include "tests/support/strided.h"
 #include "tests/support/tier_list.h"
 #include "tev/types.h"
 
@@ -93,37 +93,6 @@ struct precision<std::complex<double>> {
   using element = tev_complex16;
   using wide = std::complex<long double>;
   static std::vector<tier_routines<element>> tiers() { return {TEV_EACH_TIER(TEV_ROW_z)}; }
-};
-
-// n elements inc apart, counted from the far end if inc is negative. The gaps are NaN. inc 0: one element.
-template <class T>
-class strided {
- public:
-  strided(int64_t n, int64_t inc) : n_(n), inc_(inc), storage_(length()) {
-    std::fill_n(data(), length(), nan_element<T>());
-  }
-  strided(const strided& other) : strided(other.n_, other.inc_) {
-    std::memcpy(static_cast<void*>(data()), other.data(), length() * sizeof(T));
-  }
-  T& operator[](int64_t i) const { return data()[inc_ < 0 ? (i - n_ + 1) * inc_ : i * inc_]; }
-  T* data() const { return storage_.data(); }
-  auto* address() const { return reinterpret_cast<typename precision<T>::element*>(data()); }
-  const int64_t* inc() const { return &inc_; }
-  strided& fill(engine& random, values kind) {
-    for (int64_t i = 0; i < n_; ++i) (*this)[i] = random_element<T>(random, kind);
-    return *this;
-  }
-  bool same_bits(const strided& other) const { return std::memcmp(other.data(), data(), length() * sizeof(T)) == 0; }
-  bool gaps_are_intact() const {
-    strided expected(n_, inc_);
-    for (int64_t i = 0; i < n_; ++i) expected[i] = (*this)[i];
-    return same_bits(expected);
-  }
-
- private:
-  int64_t length() const { return n_ < 1 ? 0 : 1 + (n_ - 1) * std::abs(inc_); }
-  int64_t n_, inc_;
-  guarded_array<T> storage_;
 };
 
 template <class T>

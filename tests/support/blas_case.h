@@ -38,10 +38,9 @@ TEV_ROUTINES(std::complex<double>, tev_complex16, z)
 
 inline bool in_place(operation op) { return op == operation::trmm || op == operation::trsm; }
 
-// Calls the routine; `result` holds C, or B of trmm and trsm.
-template <class T>
+// Calls the routine of R; `result` holds C, or B of trmm and trsm.
+template <class T, class R = routines<T>>
 void call(const problem<T>& p, T* result) {
-  using R = routines<T>;
   using E = typename R::element;
   const auto in = [](const T* x) { return reinterpret_cast<const E*>(x); };
   E* out = reinterpret_cast<E*>(result);
@@ -73,8 +72,8 @@ template <class T>
 class blas_case {
  public:
   // Off-diagonal entries of a trsm matrix are small, so that the solution does not grow.
-  blas_case(const problem<T>& shape, engine& random, values kind)
-      : p(shape), a(a_rows(), a_columns()), b(b_rows(), b_columns()), c(p.m, p.n) {
+  blas_case(const problem<T>& shape, engine& random, values kind, int64_t padding = matrix<T>::kPadding)
+      : p(shape), a(a_rows(), a_columns(), padding), b(b_rows(), b_columns(), padding), c(p.m, p.n, padding) {
     const int64_t order = std::max<int64_t>(a.rows(), 1);
     a.fill(random, kind, p.op == operation::trsm ? T(1) / T(static_cast<real_part_t<T>>(order)) : T(1));
     b.fill(random, kind);

@@ -64,11 +64,14 @@ class matrix {
   static constexpr int64_t kPadding = 3;
 
   // All elements NaN. Non-positive sizes make an empty matrix.
-  matrix(int64_t rows, int64_t columns)
-      : rows_(std::max<int64_t>(rows, 0)), columns_(std::max<int64_t>(columns, 0)), storage_(size()) {
+  matrix(int64_t rows, int64_t columns, int64_t padding = kPadding)
+      : rows_(std::max<int64_t>(rows, 0)),
+        columns_(std::max<int64_t>(columns, 0)),
+        ld_(std::max<int64_t>(rows_ + padding, 1)),
+        storage_(size()) {
     std::fill_n(data(), size(), nan_element<T>());
   }
-  matrix(const matrix& other) : matrix(other.rows_, other.columns_) {
+  matrix(const matrix& other) : matrix(other.rows_, other.columns_, other.ld_ - other.rows_) {
     std::memcpy(static_cast<void*>(data()), other.data(), size() * sizeof(T));
   }
   matrix& operator=(const matrix&) = delete;
@@ -76,7 +79,7 @@ class matrix {
   T* data() const { return storage_.data(); }
   int64_t rows() const { return rows_; }
   int64_t columns() const { return columns_; }
-  int64_t ld() const { return rows_ + kPadding; }
+  int64_t ld() const { return ld_; }
   T& operator()(int64_t i, int64_t j) const { return data()[i + j * ld()]; }
 
   void fill(engine& random, values kind, T factor = T(1)) {
@@ -100,7 +103,7 @@ class matrix {
  private:
   int64_t size() const { return columns_ == 0 ? 0 : ld() * (columns_ - 1) + rows_; }
 
-  int64_t rows_, columns_;
+  int64_t rows_, columns_, ld_;
   guarded_array<T> storage_;
 };
 

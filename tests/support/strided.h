@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Vectors whose elements stand apart: the array ends at an unmapped page, its gaps are NaN.
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+
+#include "tests/support/matrix.h"
+#include "tev/types.h"
+
+namespace tev::test {
+
+// The element type of the library's C interface.
+template <class T>
+struct c_element {
+  using type = T;
+};
+template <>
+struct c_element<std::complex<float>> {
+  using type = tev_complex8;
+};
+template <>
+struct c_element<std::complex<double>> {
+  using type = tev_complex16;
+};
+template <class T>
+using c_element_t = typename c_element<T>::type;
+
+// n elements inc apart, counted from the far end if inc is negative. inc 0: one element.
+template <class T>
+class strided {
+ public:
+  strided(int64_t n, int64_t inc) : n_(n), inc_(inc), storage_(length()) {
+    std::fill_n(data(), length(), nan_element<T>());
+  }
+  strided(const strided& other) : strided(other.n_, other.inc_) {
+    std::memcpy(static_cast<void*>(data()), other.data(), length() * sizeof(T));
+  }
+  T& operator[](int64_t i) const { return data()[inc_ < 0 ? (i - n_ + 1) * inc_ : i * inc_]; }
+  T* data() const { return storage_.data(); }
+  auto* address() const { return reinterpret_cast<c_element_t<T>*>(data()); }
+  int64_t size() const { return n_; }
+  const int64_t* inc() const { return &inc_; }
+  strided& fill(engine& random, values kind) {
+    for (int64_t i = 0; i < n_; ++i) (*this)[i] = random_element<T>(random, kind);
+    return *this;
+  }
+  bool same_bits(const strided& other) const { return std::memcmp(other.data(), data(), length() * sizeof(T)) == 0; }
+  bool gaps_are_intact() const {
+    strided expected(n_, inc_);
+    for (int64_t i = 0; i < n_; ++i) expected[i] = (*this)[i];
+    return same_bits(expected);
+  }
+
+ private:
+  int64_t length() const { return n_ < 1 ? 0 : 1 + (n_ - 1) * std::abs(inc_); }
+  int64_t n_, inc_;
+  guarded_array<T> storage_;
+};
+
+}  // namespace tev::test
