@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "loopback/parse.h"
 #include "vro/device.h"
@@ -56,7 +57,10 @@ bool is_function(pipeline* p, void* address) {
   if (!dladdr1(address, &info, &entry, RTLD_DL_SYMENT) || !entry || info.dli_saddr != address) return false;
   const auto type = ELF64_ST_TYPE(static_cast<const ElfW(Sym)*>(entry)->st_info);
   if (type != STT_FUNC && type != STT_GNU_IFUNC) return false;
-  p->functions.insert(address);
+  try {
+    p->functions.insert(address);
+  } catch (const std::bad_alloc&) {  // it will be looked at again
+  }
   return true;
 }
 
@@ -112,11 +116,13 @@ void run(pipeline* p, const request_view& request) {
 }
 
 // Keeps the buffer table. Returns what is wrong with the request, or nullptr.
-const char* change_buffers(pipeline* p, const request_view& request, const datagram& got) {
+const char* change_buffers(pipeline* p, const request_view& request, const datagram& got) try {
   if (request.kind == kBufferCreate)
     return attach_buffer(&p->buffers, request.id, request.bytes, got.descriptor_count > 0 ? got.descriptors[0] : -1);
   if (request.kind == kBufferDestroy) return detach_buffer(&p->buffers, request.id);
   return nullptr;
+} catch (const std::bad_alloc&) {
+  return "the sink has no memory to note the buffer";
 }
 
 // Carries one message out. False after a shutdown.

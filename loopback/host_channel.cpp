@@ -43,7 +43,8 @@ happening await(vro_process* p, bool want_room, steady::time_point deadline, dat
     if (watched[0].revents & POLLOUT) return happening::room;
     const timespec left = until(deadline);
     const int ready = ppoll(watched, 2, &left, nullptr);
-    if (ready == 0 && steady::now() >= deadline) return happening::timeout;
+    if (ready < 0 && errno != EINTR) pause_instead_of_poll();
+    if (ready <= 0 && steady::now() >= deadline) return happening::timeout;
     if (ready < 0) watched[0].revents = watched[1].revents = 0;
   }
 }

@@ -116,6 +116,8 @@ void pump(vro_process* p, process_lock& lock, steady::time_point deadline);
 // host_end. await_end waits for the process itself. conclude kills one that is still alive, takes its status and says
 // in *text how it ended ("exited with status 3"); true when that was status 0. mark_ended, under the lock, fails every
 // pending and later call: the sink `how` ended, and during which call.
+// pause_instead_of_poll: a program with fewer open files allowed than a poll() names has it refused.
+void pause_instead_of_poll();
 bool await_end(int pidfd, steady::time_point deadline);
 bool conclude(int pidfd, const char* if_alive, char* text, size_t room);
 void mark_ended(vro_process* p, const char* how);

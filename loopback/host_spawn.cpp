@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -48,7 +49,7 @@ std::vector<std::string> make_environment(const vro_process_options& options, in
 }
 
 // Returns the error number of the start, which includes that of the exec.
-int start_program(const vro_process_options& options, int channel, pid_t* pid) {
+int start_program(const vro_process_options& options, int channel, pid_t* pid) try {
   const std::vector<std::string> environment = make_environment(options, channel);
   std::vector<char*> pointers;
   pointers.reserve(environment.size() + 1);
@@ -73,6 +74,8 @@ int start_program(const vro_process_options& options, int channel, pid_t* pid) {
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
   return error;
+} catch (const std::bad_alloc&) {  // thrown before anything was made
+  return ENOMEM;
 }
 
 // A program that runs with closed standard descriptors must not get its channel there.

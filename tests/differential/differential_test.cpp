@@ -8,89 +8,22 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
-#include <algorithm>
 #include <array>
 #include <cctype>
 #include <chrono>
-#include <cmath>
-#include <functional>
-#include <numeric>
-#include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/check.h"
 #include "kernels/dispatch/dispatch.h"
-#include "tests/support/blas_case.h"
 #include "tests/support/effort.h"
 #include "tests/support/in_child.h"
-#include "tests/support/strided.h"
+#include "tests/support/sample.h"
 #include "tests/support/tier_list.h"
 #include "tev/service.h"
 
 namespace tev::test {
 namespace {
-
-// ---- What is drawn -------------------------------------------------------------------------------------------------
-
-// One call: where its chances come from, and its description for a failure.
-struct sample {
-  engine& random;
-  values kind;
-  std::ostringstream words;
-
-  int64_t below(int64_t n) { return static_cast<int64_t>(random() % static_cast<uint64_t>(n)); }
-
-  template <class Choices>
-  auto& one_of(Choices& choices) {
-    return choices[static_cast<size_t>(below(std::ssize(choices)))];
-  }
-
-  // Small sizes are as likely as large ones of the same ratio; now and then nothing.
-  int64_t size(double largest) {
-    if (below(32) == 0) return 0;
-    return static_cast<int64_t>(std::exp(std::uniform_real_distribution(0.0, std::log(largest + 1))(random)));
-  }
-
-  // Sizes whose product is bounded: the oracle is slow.
-  template <size_t N>
-  std::array<int64_t, N> sizes() {
-    std::array<int64_t, N> drawn;
-    for (int64_t& n : drawn) n = size(1200);
-    const int64_t most = below(32) == 0 ? 8'000'000 : 200'000;
-    while (std::accumulate(drawn.begin(), drawn.end(), int64_t{1}, std::multiplies()) > most)
-      *std::max_element(drawn.begin(), drawn.end()) /= 2;
-    return drawn;
-  }
-
-  char letter(std::string_view letters) {
-    const char chosen = one_of(letters);
-    words << chosen;
-    return below(4) == 0 ? static_cast<char>(std::tolower(chosen)) : chosen;
-  }
-
-  template <class T>
-  T scalar() {
-    const T choices[] = {T(0), T(1), T(-1), random_element<T>(random, kind), random_element<T>(random, kind)};
-    return one_of(choices);
-  }
-
-  template <class T>
-  strided<T> vector(int64_t n, bool filled = true) {
-    const int64_t choices[] = {1, 1, -1, 2, -3, 7};
-    strided<T> x(n, one_of(choices));
-    words << " inc " << *x.inc();
-    return filled ? std::move(x.fill(random, kind)) : std::move(x);
-  }
-
-  template <class T>
-  matrix<T> general(int64_t rows, int64_t columns, bool filled = true) {
-    matrix<T> x(rows, columns, below(20));
-    if (filled) x.fill(random, kind);
-    return x;
-  }
-};
 
 // ---- Judging -------------------------------------------------------------------------------------------------------
 
@@ -308,15 +241,7 @@ void syrk(sample& s) {
 
 template <class T, operation Op>
 void level3(sample& s) {
-  constexpr std::string_view kLetters[][4] = {
-      {"NTC", "NTC"}, {"LR", "UL"}, {"LR", "UL", "NTC", "NU"}, {"LR", "UL", "NTC", "NU"}};
-  std::string options;
-  for (const std::string_view letters : kLetters[static_cast<int>(Op)])
-    if (!letters.empty()) options += s.letter(letters);
-  const auto [m, n, k] = s.sizes<3>();
-  const T alpha = s.scalar<T>(), beta = in_place(Op) ? T(0) : s.scalar<T>();
-  const blas_case<T> x(problem_of(Op, options, m, n, Op == operation::gemm ? k : 0, alpha, beta), s.random, s.kind,
-                       s.below(20));
+  const blas_case<T> x = s.level3<T>(Op);
   const matrix<T> result = x.start();
   if (s.below(2) == 0)
     call(x.p, result.data());

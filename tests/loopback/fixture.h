@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // What the tests of the offload runtime share: a sink, a call in one line, and the rule that nothing is left behind.
 #pragma once
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -9,15 +8,18 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <fstream>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "tests/support/left_behind.h"
 #include "vro/host.h"
 
 namespace loopback_test {
 
+using tev::test::entries;
+using tev::test::open_descriptors;
+using tev::test::shared_mappings;
 using steady = std::chrono::steady_clock;
 inline constexpr int kWaitMs = 60000;  // bounds a test that went wrong, also on a slow machine
 
@@ -70,28 +72,6 @@ inline outcome call(vro_process* p, const char* name, const std::string& misc = 
   return finish(c, misc.size(), result_length);
 }
 
-inline std::set<std::string> entries(const char* folder) {
-  std::set<std::string> names;
-  DIR* d = opendir(folder);
-  while (const dirent* e = d ? readdir(d) : nullptr) names.insert(e->d_name);
-  if (d) closedir(d);
-  return names;
-}
-
-// Shared-memory names, but for those of the OpenMP runtimes of other tests that come and go meanwhile.
-inline std::set<std::string> shared_names() {
-  std::set<std::string> names = entries("/dev/shm");
-  std::erase_if(names, [](const std::string& name) { return name.starts_with("__KMP_"); });
-  return names;
-}
-
-inline int shared_mappings() {
-  std::ifstream maps("/proc/self/maps");
-  int count = 0;
-  for (std::string line; std::getline(maps, line);) count += line.find("memfd:vro") != std::string::npos;
-  return count;
-}
-
 // The process is our child, or becomes it when its parent dies (main makes us a subreaper). False after `seconds`.
 inline bool is_gone_within(pid_t pid, double seconds) {
   const auto begin = steady::now();
@@ -103,21 +83,20 @@ inline bool is_gone_within(pid_t pid, double seconds) {
   return false;
 }
 
-// Starts one sink before each test; afterwards neither a descriptor, a mapping, a shared-memory name nor a child is
-// left.
+// Starts one sink before each test; afterwards neither a descriptor, a mapping, a shared-memory name of this process or
+// a sink nor a child is left.
 class Loopback : public testing::Test {
  protected:
   void SetUp() override {
-    descriptors_ = entries("/proc/self/fd");
-    shared_names_ = shared_names();
+    descriptors_ = open_descriptors();
     process = start_sink();
     ASSERT_TRUE(process) << vro_last_error();
   }
 
   void TearDown() override {
     if (process) EXPECT_EQ(VRO_OK, vro_process_shutdown(process, kWaitMs)) << vro_last_error();
-    EXPECT_EQ(descriptors_, entries("/proc/self/fd"));
-    EXPECT_EQ(shared_names_, shared_names());
+    EXPECT_EQ(descriptors_, open_descriptors());
+    EXPECT_EQ(std::set<std::string>(), tev::test::shared_names_of(started()));
     EXPECT_EQ(0, shared_mappings());
     EXPECT_TRUE(waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD) << "a child is left";
   }
@@ -126,7 +105,7 @@ class Loopback : public testing::Test {
                                  const char* const* environment = nullptr) {
     const vro_process_options options = {VRO_TEST_SINK, environment, library_path, output};
     vro_process* p = nullptr;
-    vro_process_create(&options, &p);
+    if (vro_process_create(&options, &p) == VRO_OK) started().insert(static_cast<pid_t>(vro_process_id(p)));
     return p;
   }
 
@@ -141,7 +120,12 @@ class Loopback : public testing::Test {
   vro_process* process = nullptr;
 
  private:
-  std::set<std::string> descriptors_, shared_names_;
+  static std::set<pid_t>& started() {
+    static std::set<pid_t> processes = {getpid()};
+    return processes;
+  }
+
+  std::set<std::string> descriptors_;
 };
 
 }  // namespace loopback_test

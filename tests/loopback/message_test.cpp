@@ -172,7 +172,7 @@ TEST_F(Message, BuffersAreTakenOnlyWhenTheyAreSafeToMap) {
   send(make_request(kRun, 500, 0, "test_empty"), std::vector<int>(60, good));
   EXPECT_EQ(kDone, receive().kind);
   const std::string folder = "/proc/" + std::to_string(sink_) + "/fd";
-  EXPECT_LT(entries(folder.c_str()).size(), 16u);
+  EXPECT_LT(entries(folder).size(), 16u);
   EXPECT_EQ("the buffer exists", ask(make_request(kBufferCreate, 1, 4096), {good}).text);
   EXPECT_EQ(bytes_of(uint64_t{4096}), ask(make_request(kRun, 500, 0, "test_touch", {1}, "", 8)).text);
   char first = 0;

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The real sink's death, and its host's, while it computes with its team: nothing may be left of either.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 #include <thread>
 
 #include "tests/sink/real_sink.h"
+#include "tests/support/left_behind.h"
 #include "tev/request.h"
 
 namespace {
@@ -53,15 +53,6 @@ bool ends_within(int64_t pid, std::chrono::milliseconds limit) {
   return false;
 }
 
-// Shared-memory names that contain the process number.
-int shared_names_of(int64_t pid) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/dev/shm"), closedir);
-  const std::string number = "_" + std::to_string(pid) + "_";
-  int found = 0;
-  while (const dirent* entry = readdir(folder.get())) found += std::strstr(entry->d_name, number.c_str()) != nullptr;
-  return found;
-}
-
 TEST(Process, KilledWhileItComputes) {
   vro_process* process = start_sink();
   const int64_t pid = vro_process_id(process);
@@ -72,7 +63,7 @@ TEST(Process, KilledWhileItComputes) {
   EXPECT_NE(std::string(vro_last_error()).find("killed by signal 9"), std::string::npos) << vro_last_error();
   EXPECT_EQ(vro_process_shutdown(process, 1000), VRO_ENDED);
   EXPECT_EQ(state_of(pid), 0);
-  EXPECT_EQ(shared_names_of(pid), 0);
+  EXPECT_TRUE(tev::test::shared_names_of({static_cast<pid_t>(pid)}).empty());
 }
 
 TEST(Process, EndsWithItsHostWhileItComputes) {
@@ -94,7 +85,7 @@ TEST(Process, EndsWithItsHostWhileItComputes) {
   kill(host, SIGKILL);
   waitpid(host, nullptr, 0);
   EXPECT_TRUE(ends_within(pid, std::chrono::seconds(2)));
-  EXPECT_EQ(shared_names_of(pid), 0);
+  EXPECT_TRUE(tev::test::shared_names_of({static_cast<pid_t>(pid)}).empty());
   close(channel[0]);
   close(channel[1]);
 }

@@ -80,6 +80,7 @@ class matrix {
   int64_t rows() const { return rows_; }
   int64_t columns() const { return columns_; }
   int64_t ld() const { return ld_; }
+  int64_t size() const { return columns_ == 0 ? 0 : ld() * (columns_ - 1) + rows_; }  // elements, padding included
   T& operator()(int64_t i, int64_t j) const { return data()[i + j * ld()]; }
 
   void fill(engine& random, values kind, T factor = T(1)) {
@@ -101,8 +102,6 @@ class matrix {
   }
 
  private:
-  int64_t size() const { return columns_ == 0 ? 0 : ld() * (columns_ - 1) + rows_; }
-
   int64_t rows_, columns_, ld_;
   guarded_array<T> storage_;
 };
