@@ -140,7 +140,7 @@ TEST(Failures, EveryAllocationOfTheSink) {
   const std::string variable = std::string(kPlanVariable) + "=" + plan.path();
   const char* const environment[] = {preload.c_str(), variable.c_str(), "OMP_NUM_THREADS=2", nullptr};
   fail_each_allocation(
-      plan, 40, [&] { return in_child({}, [&] { return tell(offload(environment, nothing, nothing, nothing)); }); });
+      plan, 10, [&] { return in_child({}, [&] { return tell(offload(environment, nothing, nothing, nothing)); }); });
 }
 
 #endif
