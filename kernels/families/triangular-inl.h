@@ -67,20 +67,30 @@ struct divisor {
   R same, crossed, scale, reciprocal;
 };
 
-// A block of L and the room for a strip, in elements of memory that the caller has.
+// Where a broadcast takes a shuffle, every number of the triangle is packed as a vector of its copies.
+template <class R>
+inline constexpr int kCopies = kRotatesB<R> ? kLanes<R> : 1;
+
+// A block of L and the room for a strip, in memory that the caller has.
 template <class T>
 struct triangle_block {
-  int64_t lines;  // rounded up to whole groups; the last ones take nothing and are divided by 1
-  T* groups;      // G G (1 + 2 + .. + lines / G)
+  int64_t lines;       // rounded up to whole groups; the last ones take nothing and are divided by 1
+  real_of<T>* groups;  // G G (1 + 2 + .. + lines / G) elements, every number of them kCopies times
   divisor<real_of<T>>* divisors;
   T* strip;  // lines x kPlaces<T, kStripVectors>
 };
 
 TEV_INLINE constexpr int64_t whole_groups(int64_t lines, int64_t group) { return (lines + group - 1) / group * group; }
 
+// Numbers that n elements of the packed triangle take.
 template <class T>
-TEV_INLINE constexpr int64_t packed_elements(int64_t lines) {
-  return lines * (lines + kGroup<T>) / 2;
+TEV_INLINE constexpr int64_t packed_numbers(int64_t n) {
+  return n * kParts<T> * kCopies<real_of<T>>;
+}
+
+template <class T>
+TEV_INLINE constexpr int64_t triangle_numbers(int64_t lines) {
+  return packed_numbers<T>(lines * (lines + kGroup<T>) / 2);
 }
 
 // Where group g begins, and the first line that it takes from: forward it takes from the lines up to its own, backward
@@ -127,18 +137,27 @@ TEV_INLINE void pack_lines(const triangular_call<T>& c, int64_t rows, int64_t de
       to[k * G + i] = i < rows ? conjugate_if(kConjugated, a[i * c.to + k * c.from]) : T{};
 }
 
+// Numbers become vectors of their copies, from the last on: they have the room behind them.
+template <class R>
+TEV_INLINE void spread_numbers(int64_t count, R* numbers) {
+  if constexpr (kCopies < R >> 1)
+    for (int64_t i = count - 1; i >= 0; --i) store<kCopies<R>>(splat<kCopies<R>>(numbers[i]), numbers + i * kCopies<R>);
+}
+
 // What lies on the other side of the diagonal is copied with a corner, and used by nobody.
 template <triangular Kind, bool kForward, bool kConjugated, class T>
 __attribute__((noinline)) void pack_triangle(const triangular_call<T>& c, int64_t n, const T* a,
                                              const triangle_block<T>& block) {
   constexpr int64_t G = kGroup<T>;
-  T* to = block.groups;
+  real_of<T>* group = block.groups;
   for (int64_t i = 0; i < block.lines; i += G) {
     const int64_t rows = min_of(n - i, G), first = kForward ? 0 : i, end = kForward ? i + rows : n;
-    pack_lines<T, kConjugated>(c, rows, end - first, a + i * c.to + first * c.from, to);
-    to += (end - first) * G;
-    T* const packed_end = to + ((kForward ? i + G : block.lines) - end) * G;
-    while (to < packed_end) *to++ = T{};
+    const int64_t depth = end - first, whole_depth = (kForward ? i + G : block.lines) - first;
+    T* const to = reinterpret_cast<T*>(group);
+    pack_lines<T, kConjugated>(c, rows, depth, a + i * c.to + first * c.from, to);
+    for (int64_t k = depth * G; k < whole_depth * G; ++k) to[k] = T{};
+    spread_numbers(whole_depth * G * kParts<T>, group);
+    group += packed_numbers<T>(whole_depth * G);
   }
   if (Kind == triangular::multiply || c.unit) return;
   for (int64_t i = 0; i < block.lines; ++i)
@@ -274,9 +293,18 @@ struct line_values {
   strip_vector<real_of<T>> of[kGroup<T>][V];
 };
 
+// Number i of a packed triangle.
+template <class R>
+TEV_INLINE auto factor_of(const R* t, int i) {
+  if constexpr (kCopies < R >> 1)
+    return load<kLanes<R>>(t + i * kCopies<R>);
+  else
+    return splat<kLanes<R>>(t[i]);
+}
+
 // What lines kFirst .. kEnd-1 of the group take of the line x; t holds its G factors.
 template <int kFirst, int kEnd, class T, int V>
-TEV_INLINE void take(const T* t, const real_of<T>* x, line_sums<T, V>& s) {
+TEV_INLINE void take(const real_of<T>* t, const real_of<T>* x, line_sums<T, V>& s) {
   using R = real_of<T>;
   constexpr int L = kLanes<R>;
   strip_vector<R> line[V];
@@ -284,19 +312,19 @@ TEV_INLINE void take(const T* t, const real_of<T>* x, line_sums<T, V>& s) {
   for (int v = 0; v < V; ++v) line[v] = load<L>(x + v * L);
   TEV_UNROLL
   for (int i = kFirst * kParts<T>; i < kEnd * kParts<T>; ++i) {
-    const auto factor = splat<L>(reals(t)[i]);
+    const auto factor = factor_of(t, i);
     TEV_UNROLL
     for (int v = 0; v < V; ++v) s.of[i][v] = fma(line[v], factor, s.of[i][v]);
   }
 }
 
 template <class T, int V>
-TEV_INLINE void take_all(int64_t depth, const T* t, const real_of<T>* x, line_sums<T, V>& s) {
-  constexpr int G = kGroup<T>, L = kLanes<real_of<T>>;
+TEV_INLINE void take_all(int64_t depth, const real_of<T>* t, const real_of<T>* x, line_sums<T, V>& s) {
+  constexpr int G = kGroup<T>, L = kLanes<real_of<T>>, kStep = packed_numbers<T>(G);
   int64_t k = 0;
   for (; k + 4 <= depth; k += 4) TEV_UNROLL
-  for (int u = 0; u < 4; ++u, t += G, x += V * L) take<0, G>(t, x, s);
-  for (; k < depth; ++k, t += G, x += V * L) take<0, G>(t, x, s);
+  for (int u = 0; u < 4; ++u, t += kStep, x += V * L) take<0, G>(t, x, s);
+  for (; k < depth; ++k, t += kStep, x += V * L) take<0, G>(t, x, s);
 }
 
 template <class T, int V>
@@ -341,17 +369,18 @@ TEV_INLINE void divide(const divisor<real_of<T>>& d, strip_vector<real_of<T>> (&
 
 // Of the solved line i the lines after it in the order of solution take their share.
 template <bool kForward, int i, class T, int V>
-TEV_INLINE void solve_corner(const T* corner, const divisor<real_of<T>>* divisors, line_values<T, V>& x) {
+TEV_INLINE void solve_corner(const real_of<T>* corner, const divisor<real_of<T>>* divisors, line_values<T, V>& x) {
   constexpr int G = kGroup<T>, L = kLanes<real_of<T>>;
   if (divisors != nullptr) divide<T, V>(divisors[i], x.of[i]);
   constexpr int kFrom = kForward ? i + 1 : 0, kEnd = kForward ? G : i;
   TEV_UNROLL
   for (int j = kFrom; j < kEnd; ++j) {
-    T t = corner[i * G + j];
+    const real_of<T>* const packed = corner + packed_numbers<T>(i * G + j);
+    T t;
     if constexpr (kComplex<T>)
-      t = {-t.real, -t.imag};
+      t = {-packed[0], -packed[kCopies<real_of<T>>]};
     else
-      t = -t;
+      t = -packed[0];
     const auto factor = multiplier_of<L>(t);
     TEV_UNROLL
     for (int v = 0; v < V; ++v) x.of[j][v] = plus_product(x.of[j][v], factor, x.of[i][v]);
@@ -361,12 +390,12 @@ TEV_INLINE void solve_corner(const T* corner, const divisor<real_of<T>>* divisor
 
 // What the lines take of the group's own line k; with a unit diagonal line k takes itself whole, later.
 template <bool kForward, int k, class T, int V>
-TEV_INLINE void take_corner(bool unit, const T* corner, const real_of<T>* own, line_sums<T, V>& s) {
+TEV_INLINE void take_corner(bool unit, const real_of<T>* corner, const real_of<T>* own, line_sums<T, V>& s) {
   constexpr int G = kGroup<T>, L = kLanes<real_of<T>>;
   if constexpr (k < G) {
     const real_of<T>* const line = own + k * V * L;
-    take<kForward ? k + 1 : 0, kForward ? G : k>(corner + k * G, line, s);
-    if (!unit) take<k, k + 1>(corner + k * G, line, s);
+    take<kForward ? k + 1 : 0, kForward ? G : k>(corner + packed_numbers<T>(k * G), line, s);
+    if (!unit) take<k, k + 1>(corner + packed_numbers<T>(k * G), line, s);
     take_corner<kForward, k + 1>(unit, corner, own, s);
   }
 }
@@ -376,12 +405,12 @@ TEV_INLINE void work_out_group(const triangle_block<T>& block, bool unit, int64_
   using R = real_of<T>;
   constexpr int G = kGroup<T>, L = kLanes<R>;
   const int64_t first = g * G, before = kForward ? first : 0, behind = kForward ? 0 : block.lines - first - G;
-  const T* const t = block.groups + group_start<kForward, T>(g, block.lines);
-  const T* const corner = t + before * G;
+  const R* const t = block.groups + packed_numbers<T>(group_start<kForward, T>(g, block.lines));
+  const R* const corner = t + packed_numbers<T>(before * G);
   R* const own = strip + first * V * L;
   line_sums<T, V> s = {};
   take_all(before, t, strip, s);
-  take_all(behind, corner + G * G, own + G * V * L, s);
+  take_all(behind, corner + packed_numbers<T>(G * G), own + G * V * L, s);
   if constexpr (Kind == triangular::multiply) take_corner<kForward, 0>(unit, corner, own, s);
   line_values<T, V> x;
   TEV_UNROLL
@@ -485,17 +514,18 @@ void block_by_block(const triangular_call<T>& c, int64_t order, int64_t step, T 
 // Bytes for blocks of so many lines, whole groups of them.
 template <class T>
 TEV_INLINE constexpr int64_t block_bytes(int64_t lines) {
-  return (packed_elements<T>(lines) + lines * kPlaces<T, kStripVectors>)*static_cast<int64_t>(sizeof(T)) +
-         lines * static_cast<int64_t>(sizeof(divisor<real_of<T>>));
+  using R = real_of<T>;
+  return (triangle_numbers<T>(lines) + lines * kStripVectors * kLanes<R>)*static_cast<int64_t>(sizeof(R)) +
+         lines * static_cast<int64_t>(sizeof(divisor<R>));
 }
 
 template <class T>
 TEV_INLINE triangle_block<T> place_block(void* memory, int64_t lines) {
   T* const strip = static_cast<T*>(memory);
-  T* const groups = strip + lines * kPlaces<T, kStripVectors>;
+  real_of<T>* const groups = reals(strip + lines * kPlaces<T, kStripVectors>);
   return {.lines = lines,
           .groups = groups,
-          .divisors = reinterpret_cast<divisor<real_of<T>>*>(groups + packed_elements<T>(lines)),
+          .divisors = reinterpret_cast<divisor<real_of<T>>*>(groups + triangle_numbers<T>(lines)),
           .strip = strip};
 }
 
