@@ -19,6 +19,7 @@ import unittest
 import numpy as np
 
 TOOL, SINK = sys.argv[1:3]
+THREAD_SANITIZER = b"__tsan_init" in pathlib.Path(TOOL).read_bytes()
 DTYPES = {"s": np.float32, "d": np.float64, "c": np.complex64, "z": np.complex128}
 OPERATIONS = ("gemm", "symm", "trmm", "trsm")
 
@@ -270,6 +271,8 @@ class Options(ToolTest):
                 ("cannot write the output: No space left", "/dev/full", resource.RLIM_INFINITY, "info"),
                 ("cannot write the output: File too large", self.folder / "text", 10, "--version"),
                 ("out.npy: cannot be written: File too large", "/dev/null", matrix, *product)):
+            if THREAD_SANITIZER and largest == matrix:
+                continue  # its runtime maps a file of its own in the sink, which the limit cuts off
             with self.subTest(culprit), open(stdout, "w") as output:
                 limit = (largest, resource.RLIM_INFINITY)
                 done = subprocess.run(command(*arguments), stdout=output, stderr=subprocess.PIPE, text=True, timeout=60,
@@ -278,7 +281,7 @@ class Options(ToolTest):
                 self.assertIn(culprit, done.stderr)
         self.assertFalse(out.exists())
 
-    @unittest.skipIf(b"__tsan_init" in pathlib.Path(TOOL).read_bytes(), "the sanitizer takes several times as much")
+    @unittest.skipIf(THREAD_SANITIZER, "the sanitizer takes several times as much")
     def test_memory_is_reckoned_before_it_is_taken(self):
         """What one more row or column takes, against what a refusal says of it."""
         def peak(*arguments):
@@ -352,7 +355,9 @@ class Death(ToolTest):
         tool, sink = self.start("-m", 300, "-n", 300, "-k", 300, "--repeat", 1000000, stdout=subprocess.PIPE,
                                 stderr=theirs)
         os.close(theirs)
-        self.assertIn(b"dgemm: the sink computes", os.read(ours, 200))
+        shown = b""
+        while b"dgemm: the sink computes" not in shown:
+            shown += os.read(ours, 200)
         tool.send_signal(signal.SIGINT)
         self.assertEqual(tool.wait(10), -signal.SIGINT)
         tool.stdout.close()
