@@ -29,10 +29,16 @@ T* elements(const operand& x) {
   return static_cast<T*>(x.data);
 }
 
-// C := alpha A B + beta C of operands that are neither symmetric nor triangular.
+// X as a general matrix, whatever it is a block of.
+inline operand general(operand x) {
+  x.copy_mode = kernels::transposition_bit(kernels::transposition_code(kernels::stored_transposition(&x)));
+  return x;
+}
+
+// C := alpha A B + beta C of general matrices.
 template <class T>
 operation<T> matrix_product(T alpha, const operand& a, const operand& b, T beta, const operand& c) {
-  operation<T> op = kernels::product_of(kernels::kOpGemm, alpha, a, b, beta, c);
+  operation<T> op = kernels::product_of(kernels::kOpGemm, alpha, general(a), general(b), beta, c);
   op.op_a = kernels::transposition_code(kernels::stored_transposition(&a));
   op.op_b = kernels::transposition_code(kernels::stored_transposition(&b));
   return op;

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The judgement of check.h. Every operation is brought to one form, a product of two general matrices,
 //
-//   gemm, symm, trmm   Xref = alpha (L R) + beta C0
-//   trsm               0    =        L R  - alpha B      L = op(A), R = X (side L) or L = X, R = op(A) (side R)
+//   trsm     0    =        L R  - alpha B      L = op(A), R = X (side L) or L = X, R = op(A) (side R)
+//   others   Xref = alpha (L R) + beta C0
+//
+// The two products of a rank-2k update are one: L = [op(A) op(B)], and R holds one transpose above the other; from the
+// middle of the sum on its terms are multiplied by the other alpha.
 //
 // where L is kept by rows and R by columns, so that an element is a product of two contiguous vectors. A triangle
 // restricts the sum to the entries that exist: the others are neither read nor taken as zeros, which would turn an
@@ -96,10 +99,29 @@ T general_at(const T* a, int64_t lda, char trans, int64_t i, int64_t j) {
   return transformed(trans, is_transposed(trans) ? a[j + i * lda] : a[i + j * lda]);
 }
 
+bool is_hermitian(operation op) { return op == operation::hemm || op == operation::herk || op == operation::her2k; }
+bool has_two_terms(operation op) { return op == operation::syr2k || op == operation::her2k; }
+bool is_rank_k(operation op) { return op == operation::syrk || op == operation::herk || has_two_terms(op); }
+
+template <class T>
+T conjugate_of(T x) {
+  return transformed('C', x);
+}
+
+// Element (i, j) of a Hermitian matrix as it is stored: the imaginary parts of its diagonal do not count.
+template <class T>
+T hermitian_part(bool hermitian, int64_t i, int64_t j, T x) {
+  if constexpr (kComplex<T>)
+    return hermitian && i == j ? T(x.real()) : x;
+  else
+    return x;
+}
+
 template <class T>
 T symmetric_at(const problem<T>& p, int64_t i, int64_t j) {
-  const bool swap = is_letter(p.uplo, 'U') ? i > j : i < j;
-  return swap ? p.a[j + i * p.lda] : p.a[i + j * p.lda];
+  const bool swap = is_letter(p.uplo, 'U') ? i > j : i < j, hermitian = is_hermitian(p.op);
+  if (swap) return hermitian ? conjugate_of(p.a[j + i * p.lda]) : p.a[j + i * p.lda];
+  return hermitian_part(hermitian, i, j, p.a[i + j * p.lda]);
 }
 
 // Entries outside the triangle of op(A) are zeros that no sum uses.
@@ -109,7 +131,8 @@ T triangular_at(const problem<T>& p, bool upper, int64_t i, int64_t j) {
   return (upper ? i > j : i < j) ? T(0) : general_at(p.a, p.lda, p.transa, i, j);
 }
 
-enum class triangle { none, left_upper, left_lower, right_upper, right_lower };
+// Of an operand, or of the result.
+enum class triangle { none, left_upper, left_lower, right_upper, right_lower, result_upper, result_lower };
 
 // The operation in the form that the file's head describes.
 template <class T>
@@ -117,12 +140,16 @@ struct product_form {
   int64_t m, n, k;
   std::vector<T> left;   // by rows
   std::vector<T> right;  // by columns
-  triangle shape;        // which of them is triangular
-  T alpha, beta;         // of the sum, of the added matrix
-  const T* added;        // C0, or B of trsm; null when nothing is added
+  triangle shape;        // what is triangular
+  int64_t k_other;       // terms from here on have the other alpha
+  T alpha_other;
+  bool hermitian;  // the result
+  T alpha, beta;   // of the sum, of the added matrix
+  const T* added;  // C0, or B of trsm; null when nothing is added
   int64_t ld_added;
   bool residual;  // the sum must vanish, else it must match the result
   double gamma;
+  bool untouched;    // neither a sum nor a factor: the result is what it was
   double underflow;  // what roundings below the normal range can add to an error
 };
 
@@ -163,6 +190,23 @@ void set_bounds(product_form<T>& form) {
   form.underflow = roundings * factor * static_cast<double>(std::numeric_limits<real<T>>::denorm_min());
   // No sum and a trivial beta: nothing is rounded.
   if (form.k == 0 && (form.added == nullptr || form.beta == T(1))) form.gamma = form.underflow = 0;
+  form.untouched = form.k == 0 && form.added != nullptr && form.beta == T(1);
+}
+
+// Of a rank-k update: both operands by rows of op(A) and op(B), the right one conjugated where it is for herk.
+template <class T>
+void set_rank_k_operands(const problem<T>& p, product_form<T>& form) {
+  const T* second = has_two_terms(p.op) ? p.b : p.a;
+  const int64_t ld_second = has_two_terms(p.op) ? p.ldb : p.lda;
+  const auto at = [&](bool swapped, int64_t i, int64_t l) {
+    const bool other = (l >= p.k) != swapped;
+    return general_at(other ? second : p.a, other ? ld_second : p.lda, p.transa, i, l % p.k);
+  };
+  form.left = by_rows<T>(form.n, form.k, [&](int64_t i, int64_t l) { return at(false, i, l); });
+  form.right = by_columns<T>(form.k, form.n, [&](int64_t l, int64_t j) {
+    const T x = at(true, j, l);
+    return form.hermitian ? conjugate_of(x) : x;
+  });
 }
 
 template <class T>
@@ -170,13 +214,27 @@ product_form<T> make_form(const problem<T>& p, const T* result) {
   const bool in_place = p.op == operation::trmm || p.op == operation::trsm;
   const bool left_side = is_letter(p.side, 'L');
   product_form<T> form = {};
-  form.m = std::max<int64_t>(p.m, 0);
+  form.m = std::max<int64_t>(is_rank_k(p.op) ? p.n : p.m, 0);
   form.n = std::max<int64_t>(p.n, 0);
   form.alpha = p.alpha;
   if (!in_place && p.beta != T(0)) form.beta = p.beta, form.added = p.c, form.ld_added = p.ldc;
-  if (p.alpha != T(0)) form.k = p.op == operation::gemm ? std::max<int64_t>(p.k, 0) : left_side ? p.m : p.n;
+  const bool own_k = p.op == operation::gemm || is_rank_k(p.op);
+  if (p.alpha != T(0)) form.k = own_k ? std::max<int64_t>(p.k, 0) : left_side ? p.m : p.n;
+  form.k_other = form.k;
+  if (has_two_terms(p.op)) form.k *= 2;
+  if (is_rank_k(p.op)) {
+    form.hermitian = is_hermitian(p.op);
+    form.shape = is_letter(p.uplo, 'U') ? triangle::result_upper : triangle::result_lower;
+    form.alpha_other = form.hermitian ? conjugate_of(p.alpha) : p.alpha;
+  }
 
   if (form.k == 0 || form.m == 0 || form.n == 0) {  // nothing is read but C
+    set_bounds(form);
+    return form;
+  }
+
+  if (is_rank_k(p.op)) {
+    set_rank_k_operands(p, form);
     set_bounds(form);
     return form;
   }
@@ -193,6 +251,7 @@ product_form<T> make_form(const problem<T>& p, const T* result) {
       case operation::gemm:
         return general_at(p.a, p.lda, p.transa, i, j);
       case operation::symm:
+      case operation::hemm:
         return symmetric_at(p, i, j);
       default:
         return triangular_at(p, upper, i, j);
@@ -266,12 +325,17 @@ sum<T> expected_element(const product_form<T>& form, int64_t i, int64_t j) {
   sum<T> x = {};
   if (form.k > 0) {
     const auto [begin, end] = terms(form, i, j);
-    x = dot(end - begin, form.left.data() + i * form.k + begin, form.right.data() + j * form.k + begin);
-    x.total = multiply<T>(widen(form.alpha), x.total);
-    x.moduli *= modulus(form.alpha);
+    const auto add_terms = [&, &row = i, &column = j](int64_t first, int64_t last, T alpha) {
+      const sum<T> part =
+          dot(last - first, form.left.data() + row * form.k + first, form.right.data() + column * form.k + first);
+      const value<wide<T>> scaled = multiply<T>(widen(alpha), part.total);
+      x = {{x.total.re + scaled.re, x.total.im + scaled.im}, x.moduli + part.moduli * modulus(alpha)};
+    };
+    add_terms(begin, std::min(end, form.k_other), form.alpha);
+    if (end > form.k_other) add_terms(form.k_other, end, form.alpha_other);
   }
   if (form.added != nullptr) {
-    const T c = form.added[i + j * form.ld_added];
+    const T c = hermitian_part(form.hermitian, i, j, form.added[i + j * form.ld_added]);
     const value<wide<T>> term = form.beta == T(1) ? widen(c) : multiply<T>(widen(form.beta), widen(c));
     x.total = form.k > 0 ? value<wide<T>>{x.total.re + term.re, x.total.im + term.im} : term;
     x.moduli += modulus(form.beta) * modulus(c);
@@ -321,13 +385,16 @@ double element_error(const product_form<T>& form, int64_t i, int64_t j, T result
   const value<wide<T>> got = form.residual ? value<wide<T>>{} : widen(result);
   const double re = part_error(got.re, x.total.re, std::isfinite(x.total.im), x.moduli, form);
   if constexpr (!kComplex<T>) return re;
+  if (form.hermitian && i == j) return got.im == 0 || form.untouched || !std::isfinite(x.total.re) ? re : kInfinity;
   return std::max(re, part_error(got.im, x.total.im, std::isfinite(x.total.re), x.moduli, form));
 }
 
 template <class T>
 finding check_column(const product_form<T>& form, int64_t j, const T* column) {
   finding worst;
-  for (int64_t i = 0; i < form.m; ++i) keep_worse(worst, {element_error(form, i, j, column[i]), i, j});
+  const int64_t begin = form.shape == triangle::result_lower ? j : 0;
+  const int64_t end = form.shape == triangle::result_upper ? j + 1 : form.m;
+  for (int64_t i = begin; i < end; ++i) keep_worse(worst, {element_error(form, i, j, column[i]), i, j});
   return worst;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The four precisions and the four operations: letters, names, element types, the count of arithmetic.
+// The four precisions and the operations: letters, names, element types, the count of arithmetic.
 #pragma once
 
 #include <complex>
@@ -28,7 +28,7 @@ inline int64_t element_bytes(precision p) {
 }
 
 inline const char* name_of(operation op) {
-  constexpr const char* kNames[] = {"gemm", "symm", "trmm", "trsm"};
+  constexpr const char* kNames[] = {"gemm", "symm", "trmm", "trsm", "hemm", "syrk", "herk", "syr2k", "her2k"};
   return kNames[static_cast<int>(op)];
 }
 

@@ -42,20 +42,29 @@ __attribute__((noinline)) void form_teams() {
   { (void)omp_get_num_threads(); }
 }
 
-[[noreturn]] void start_in_silence() {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
+// A trial whose sink is killed takes its name along.
+[[noreturn]] void end_trial(int) {
+  remove_name_of(getpid());
+  _exit(1);
+}
+
+[[noreturn]] void start_in_silence(pid_t sink) {
+  std::signal(SIGTERM, end_trial);
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (getppid() != sink) _exit(1);
   prctl(PR_SET_DUMPABLE, 0);  // no core files of a trial
   const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
   dup2(nowhere, STDOUT_FILENO);
   dup2(nowhere, STDERR_FILENO);
   form_teams();
+  remove_name_of(getpid());
   _exit(0);
 }
 
 // Whether the runtime starts in the present environment, and soon: a child tries.
 bool runtime_starts() {
-  const pid_t child = fork();
-  if (child == 0) start_in_silence();
+  const pid_t sink = getpid(), child = fork();
+  if (child == 0) start_in_silence(sink);
   if (child < 0) return true;  // nothing learnt
   pollfd end = {pidfd_open(child, 0), POLLIN, 0};
   if (poll(&end, 1, kTrialMs) == 0) kill(child, SIGKILL);

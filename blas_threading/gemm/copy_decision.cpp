@@ -2,8 +2,8 @@
 // The tests by tier. Each compares the sizes with what a thread of the team gets of them.
 #include "blas_threading/gemm/copy_decision.h"
 
+#include "blas_threading/gemm/tier_row.h"
 #include "kernels/records.h"
-#include "tev/service.h"
 
 namespace tev::blas {
 
@@ -19,7 +19,11 @@ bool clashes_in_cache(const product_shape& s) {
   return s.lda % kSetStride == 0 || s.ldb % kSetStride == 0 || s.ldc % kSetStride == 0;
 }
 
-bool avx2_wants_panels(const product_shape& s, int64_t t) {
+}  // namespace
+
+bool always_panels(const product_shape&, int64_t, bool) { return true; }
+
+bool avx2_wants_panels(const product_shape& s, int64_t t, bool) {
   const bool one_block = s.m <= kBlock && s.n <= kBlock;
   const int64_t large = kBlock * t;
   if (s.k >= large && (one_block || s.m >= large)) return true;
@@ -27,7 +31,7 @@ bool avx2_wants_panels(const product_shape& s, int64_t t) {
   return s.op_b == kNoTrans ? s.n > 16 * t && s.k > 2 * t : s.n > t && s.k > t;
 }
 
-bool avx512_wants_panels(const product_shape& s, int64_t t) {
+bool avx512_wants_panels(const product_shape& s, int64_t t, bool) {
   if (clashes_in_cache(s)) return true;
   const int64_t large = kBlock * t;
   const bool wide_but_short = (s.m > kBlock || s.n > kBlock) && s.m < large;
@@ -45,19 +49,8 @@ bool many_core_wants_panels(const product_shape& s, int64_t t, bool vesta) {
   return s.m > 6 * t && s.n > least_n && s.k > least_k;
 }
 
-}  // namespace
-
 bool wants_panels(int32_t tier, const product_shape& shape, int64_t threads, bool vesta) {
-  switch (tier) {
-    case TEV_CPU_AVX2:
-      return avx2_wants_panels(shape, threads);
-    case TEV_CPU_AVX512_ZEL:
-      return many_core_wants_panels(shape, threads, vesta);
-    case TEV_CPU_AVX512:
-      return avx512_wants_panels(shape, threads);
-    default:
-      return true;
-  }
+  return row_of(tier).wants_panels(shape, threads, vesta);
 }
 
 }  // namespace tev::blas

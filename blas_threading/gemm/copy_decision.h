@@ -20,4 +20,10 @@ struct product_shape {
 // in place.
 bool wants_panels(int32_t tier, const product_shape& shape, int64_t threads, bool vesta);
 
+// The tiers' own tests.
+bool always_panels(const product_shape& shape, int64_t threads, bool vesta);
+bool avx2_wants_panels(const product_shape& shape, int64_t threads, bool vesta);
+bool avx512_wants_panels(const product_shape& shape, int64_t threads, bool vesta);
+bool many_core_wants_panels(const product_shape& shape, int64_t threads, bool vesta);
+
 }  // namespace tev::blas

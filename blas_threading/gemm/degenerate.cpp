@@ -10,6 +10,7 @@
 // so the result is conjugated in place around the call; only a product with A as stored and conj(x) needs a copy of x.
 #include "blas_threading/gemm/degenerate.h"
 
+#include "blas_threading/gemm/tier_row.h"
 #include "kernels/records.h"
 #include "service/xerbla.h"
 #include "tev/blas.h"
@@ -155,7 +156,7 @@ bool one_column(const operation<T>& p) {
 template <class T>
 bool is_few_rows(const operation<T>& p) {
   return p.op_b == kNoTrans && p.m < 8 && (p.a.ld < 8 || p.a.ld % 256 == 0) && p.c.ld < 8 && p.b.ld % 256 == 0 &&
-         tev_serv_cpu_detect() == TEV_CPU_AVX512_ZEL;
+         row_of(tev_serv_cpu_detect()).few_rows;
 }
 
 template <class T>

@@ -18,7 +18,7 @@ namespace tev::blas {
 namespace {
 
 // Teams up to this size find their shared words on the caller's stack; larger ones that get no memory shrink to it.
-constexpr int64_t kTeamOnStack = 256;
+constexpr int64_t kTeamOnStack = 16;
 
 // Never more threads than the runtime would give: the counts may come from the environment.
 int64_t possible_team(int64_t threads) { return std::clamp<int64_t>(threads, 1, std::max(omp_get_thread_limit(), 1)); }
@@ -120,7 +120,8 @@ template <class T>
 void gemm_omp_driver_v2(const operation<T>& problem, operand a, operand b, operand c, thread_options options) {
   const product_shape shape = shape_of(problem, a, b, c);
   if constexpr (!kComplex<T>)
-    if (!wants_panels(options.tier, shape, options.threads, options.machine.vesta != 0))
+    if (problem.code == kernels::kOpGemm &&
+        !wants_panels(options.tier, shape, options.threads, options.machine.vesta != 0))
       return omp_driver_nocopy(problem, a, b, c, options);
 
   options.threads = possible_team(options.threads);

@@ -52,7 +52,7 @@ void team_product(const operation<T>& p, int32_t tier) {
   const int64_t threads = gemm_thread_count(tier, p.m, p.n, p.k, kWorkPerElement<T>, available);
   if (threads == 1) return compute_alone(p, p.a, p.b, p.c);
   if constexpr (!kComplex<T>)
-    if (use_smalln_kernels(tier, p) != 0) return;
+    if (p.code == kernels::kOpGemm && use_smalln_kernels(tier, p) != 0) return;
   thread_options options = {};
   options.machine = this_machine();
   options.tier = tier;

@@ -14,14 +14,14 @@
 #include <algorithm>
 #include <cmath>
 
+#include "blas_threading/team/team.h"
+#include "tev/service.h"
+
 namespace tev::blas {
 
 namespace {
 
 constexpr int32_t kSpinLimit = 10000;
-
-int64_t ceil_div(int64_t x, int64_t y) { return (x + y - 1) / y; }
-int64_t round_up(int64_t x, int64_t step) { return ceil_div(x, step) * step; }
 
 // The largest divisor of `whole` that is at most `count`, at least 1.
 int64_t lower_to_divisor(int64_t count, int64_t whole) {
@@ -195,6 +195,22 @@ void build_grid(const product_shape& s, thread_options& o) {
   store_grid(correct_for_shape(grid_by_quarters(s, o), s, o.threads), o);
 }
 
+// The longest of `parts` parts of a length in whole tiles.
+int64_t longest_part(int64_t length, int64_t parts, int64_t tile) {
+  return std::min(length, ceil_div(ceil_div(length, tile), parts) * tile);
+}
+
+// The grid of the whole team whose largest block is the smallest.
+grid grid_of_small_blocks(const product_shape& s, int64_t p) {
+  const auto largest_block = [&](const grid& g) {
+    return longest_part(s.m, g.rows, s.mb) * longest_part(s.n, g.columns, s.nb);
+  };
+  grid best = {1, p};
+  for (int64_t rows = 2; rows <= std::min(p, ceil_div(s.m, s.mb)); ++rows)
+    if (const grid g = {rows, p / rows}; largest_block(g) < largest_block(best)) best = g;
+  return {best.rows, std::min(best.columns, ceil_div(s.n, s.nb))};
+}
+
 // avx2 and avx512: the same grid, but no thread is left out, and threads that share nothing split the longer side of C
 // into equal parts: each packs the whole operand of the other side, so that one should be short. (Sharing it instead
 // takes two barriers for each panel of k, which cost milliseconds as soon as another process holds a core.)
@@ -206,6 +222,7 @@ void build_private_grid(const product_shape& s, thread_options& o) {
     g.rows = p / g.columns;
   }
   g = correct_for_shape(g, s, p);
+  if (g.blocks() < p) g = grid_of_small_blocks(s, p);
   if (g.columns == 1 && s.n > s.m) g = {1, std::min(p, ceil_div(s.n, s.nb))};
   store_grid(g, o);
   if (o.copy_strategy == kSharedAB) return;

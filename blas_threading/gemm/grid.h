@@ -6,8 +6,8 @@
 
 #include "blas_threading/gemm/copy_decision.h"
 #include "blas_threading/gemm/options.h"
+#include "blas_threading/gemm/tier_row.h"
 #include "blas_threading/kernel_calls.h"
-#include "tev/service.h"
 
 namespace tev::blas {
 
@@ -34,14 +34,7 @@ product_shape shape_of(const kernels::operation<T>& problem, const operand& a, c
 }
 
 inline void set_thread_opts(const product_shape& shape, thread_options& options) {
-  switch (options.tier) {
-    case TEV_CPU_AVX512_ZEL:
-      return set_thread_opts_avx512_zel(shape, options);
-    case TEV_CPU_AVX512:
-      return set_thread_opts_avx512(shape, options);
-    default:
-      return set_thread_opts_avx2(shape, options);
-  }
+  row_of(options.tier).set_thread_opts(shape, options);
 }
 
 }  // namespace tev::blas

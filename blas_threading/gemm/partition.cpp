@@ -4,11 +4,11 @@
 
 #include <algorithm>
 
+#include "blas_threading/team/team.h"
+
 namespace tev::blas {
 
 namespace {
-
-int64_t ceil_div(int64_t x, int64_t y) { return (x + y - 1) / y; }
 
 struct range {
   int64_t start, size;

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "blas_threading/gemm/team.h"
+#include "blas_threading/gemm/tier_row.h"
 #include "blas_threading/vectors/level1.h"
 #include "tev/service.h"
 
@@ -22,9 +23,9 @@ bool clashes_in_cache(int64_t lda, int64_t ldb, int64_t ldc) {
 template <class T>
 bool takes_small_n(int32_t tier, const operation<T>& p) {
   if (p.op_a < kernels::kTrans || p.op_b != kernels::kNoTrans) return false;
-  const bool two_or_three = p.n == 2 || p.n == 3;
-  if (tier == TEV_CPU_AVX512) return two_or_three || (p.n < 16 && clashes_in_cache(p.a.ld, p.b.ld, p.c.ld));
-  return tier == TEV_CPU_AVX512_ZEL && two_or_three;
+  const tier_row& row = row_of(tier);
+  if (row.two_or_three && (p.n == 2 || p.n == 3)) return true;
+  return p.n < row.clashing && clashes_in_cache(p.a.ld, p.b.ld, p.c.ld);
 }
 
 template <class T>

@@ -1,31 +1,39 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Argument errors: what the routines that check their arguments have in common.
+// Argument errors of level 3: what each routine checks, in which order, and the number that it reports.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
-#include <string>
 
 #include "blas_threading/element.h"
-#include "blas_threading/level3/operands.h"
-#include "service/xerbla.h"
 
 namespace tev::blas {
 
-inline bool is_one_of(const char* option, const char* letters) {
-  return std::any_of(letters, letters + std::char_traits<char>::length(letters),
-                     [option](char letter) { return is_letter(option, letter); });
-}
+enum class level3_kind { product, triangle, rank_k, rank_2k };  // a symmetric product, a triangular one ...
 
-inline bool holds_rows(int64_t leading_dimension, int64_t rows) {
-  return leading_dimension >= std::max<int64_t>(1, rows);
-}
-
-// `stem`: the routine's name after its precision letter, four characters.
+struct level3_routine {
+  level3_kind kind;
+  const char* stem;            // its name without the precision
+  const char* transpositions;  // the letters it knows, "" where it has none
+};
+inline constexpr level3_routine kSymm = {level3_kind::product, "SYMM", ""}, kHemm = {level3_kind::product, "HEMM", ""},
+                                kTrmm = {level3_kind::triangle, "TRMM", "NTC"},
+                                kTrsm = {level3_kind::triangle, "TRSM", "NTC"},
+                                kHerk = {level3_kind::rank_k, "HERK", "NC"},
+                                kHer2k = {level3_kind::rank_2k, "HER2K", "NC"};
+// The complex ones have no "C": that is herk and her2k.
 template <class T>
-void report_wrong_argument(const char* stem, int32_t position) {
-  const char name[] = {element<T>::kLetter, stem[0], stem[1], stem[2], stem[3], '\0'};
-  tev_serv_xerbla(name, &position, 5);
-}
+inline constexpr level3_routine kSyrk = {level3_kind::rank_k, "SYRK", kComplex<T> ? "NT" : "NTC"};
+template <class T>
+inline constexpr level3_routine kSyr2k = {level3_kind::rank_2k, "SYR2K", kComplex<T> ? "NT" : "NTC"};
+
+// The arguments that are checked. Those that a routine lacks are not looked at.
+struct level3_arguments {
+  char side, uplo, trans, diag;
+  int64_t m, n, k, lda, ldb, ldc;
+};
+
+// Reports the first wrong argument, if there is one. False: nothing is to be computed.
+template <class T>
+bool arguments_are_right(const level3_routine& routine, const level3_arguments& x);
 
 }  // namespace tev::blas

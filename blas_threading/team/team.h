@@ -21,10 +21,6 @@ int64_t available_threads(double work);
 // What one element of a vector, or of a matrix that is used once, counts for in that: it comes from memory.
 inline constexpr double kElementWork = 16;
 
-// Multiply-adds below which forming a team costs more than it brings: 64^3, some 50 microseconds of one thread, where
-// waking a sleeping team takes up to ten.
-inline constexpr double kForkWork = 64.0 * 64 * 64;
-
 // Multiply-adds of a product; in double, since three sizes of 64 bits overflow an integer.
 inline double product_work(int64_t m, int64_t n, int64_t k) {
   return static_cast<double>(m) * static_cast<double>(n) * static_cast<double>(k);
@@ -44,13 +40,8 @@ void run_team(int64_t threads, const Body& body) {
   }
 }
 
-// Runs body(index, threads) on every thread of a team. `threads` is the size of the team that really formed: one for
-// small work and inside a parallel region, and possibly fewer than asked for anywhere.
-template <class Body>
-void on_team(double work, const Body& body) {
-#pragma omp parallel if (work >= kForkWork && !omp_in_parallel())
-  body(static_cast<int64_t>(omp_get_thread_num()), static_cast<int64_t>(omp_get_num_threads()));
-}
+inline int64_t ceil_div(int64_t x, int64_t y) { return (x + y - 1) / y; }
+inline int64_t round_up(int64_t x, int64_t step) { return ceil_div(x, step) * step; }
 
 // The part of [0, length) of thread `index` of `threads`, in whole blocks but for the last.
 inline span part_of(int64_t index, int64_t threads, int64_t length, int64_t block) {

@@ -7,8 +7,8 @@
 //      A [ thread 0 ]   y [ 0 ]         A [ 0 | 1 | 2 ]   y [ 0 | 1 | 2 ]
 //        [ thread 1 ]     [ 1 ]
 #include "blas_threading/kernel_calls.h"
-#include "blas_threading/level3/operands.h"
 #include "blas_threading/vectors/level2.h"
+#include "kernels/operation.h"
 #include "service/detection.h"
 #include "tev/blas.h"
 
@@ -21,15 +21,15 @@ bool processor_has_teams() { return tev_serv_cpu_detect() >= TEV_CPU_MC && tev_s
 template <class T>
 bool stays_serial(const char* trans, int64_t m, int64_t n) {
   return gemv_is_small<T>(m, n) || !processor_has_teams() ||
-         !gemv_deserves_team<T>(is_letter(trans, 'N'), m, n, available_threads(matrix_work(m, n)),
-                                tev_serv_get_dynamic() == 1);
+         !gemv_deserves_team<T>(kernels::transposition_code(*trans) == kernels::kNoTrans, m, n,
+                                available_threads(matrix_work(m, n)), tev_serv_get_dynamic() == 1);
 }
 
 template <class T>
 void gemv_omp(const char* trans, int64_t m, int64_t n, const T* alpha, const T* a, int64_t lda, const T* x,
               int64_t incx, const T* beta, T* y, int64_t incy) {
   if (m < 1 || n < 1) return;
-  const bool plain = is_letter(trans, 'N');
+  const bool plain = kernels::transposition_code(*trans) == kernels::kNoTrans;
   const int64_t length = plain ? m : n, block = plain ? kRowBlock : 1, blocks = (length + block - 1) / block;
   // With an increment of zero all pieces of y are one element.
   const int64_t wanted = incy == 0 ? 1 : std::min(available_threads(matrix_work(m, n)), blocks);

@@ -4,11 +4,13 @@
  * routine and option is that of the reference BLAS routine of the same name. The caller owns all arrays; operands
  * may not overlap the result. C11 and C++20.
  *
- * Work is spread over the OpenMP team; a call from inside a parallel region runs on the calling thread.
+ * Work is spread over the OpenMP team; a call from inside a parallel region runs on the calling thread. On the
+ * same number of threads the same call gives the same bits. That number goes down while other work holds the
+ * processors, but not in a reproducible run, nor where TEV_DYNAMIC forbids it.
  *
- * Errors: ?symm, ?trmm and ?trsm report the first wrong argument through `tev_serv_xerbla` (routine name in capitals,
- * 1-based argument number) and return without touching the result. ?gemm checks nothing: m < 1 or n < 1 is an empty
- * product, k < 1 an empty sum; a transposition letter other than N, T, C counts as T. */
+ * Errors: the level-3 routines but ?gemm report the first wrong argument through `tev_serv_xerbla` (routine name in
+ * capitals, 1-based argument number) and return without touching the result. ?gemm checks nothing: m < 1 or n < 1 is an
+ * empty product, k < 1 an empty sum; a transposition letter other than N, T, C counts as T. */
 #ifndef TEV_BLAS_H
 #define TEV_BLAS_H
 
@@ -132,6 +134,68 @@ TEV_EXPORT void tev_blas_zsymm(const char* side, const char* uplo, const int64_t
                                const tev_complex16* alpha, const tev_complex16* a, const int64_t* lda,
                                const tev_complex16* b, const int64_t* ldb, const tev_complex16* beta, tev_complex16* c,
                                const int64_t* ldc);
+
+/* The same with a Hermitian A; the imaginary parts of its diagonal are not read. */
+TEV_EXPORT void tev_blas_chemm(const char* side, const char* uplo, const int64_t* m, const int64_t* n,
+                               const tev_complex8* alpha, const tev_complex8* a, const int64_t* lda,
+                               const tev_complex8* b, const int64_t* ldb, const tev_complex8* beta, tev_complex8* c,
+                               const int64_t* ldc);
+TEV_EXPORT void tev_blas_zhemm(const char* side, const char* uplo, const int64_t* m, const int64_t* n,
+                               const tev_complex16* alpha, const tev_complex16* a, const int64_t* lda,
+                               const tev_complex16* b, const int64_t* ldb, const tev_complex16* beta, tev_complex16* c,
+                               const int64_t* ldc);
+
+/* C := alpha A A^T + beta C for trans N, alpha A^T A + beta C for T (C: the same, real precisions only). C is
+ * symmetric, n x n; the triangle uplo of it is read and written. op(A) is n x k. beta = 0 never reads C; alpha = 0
+ * never reads A. */
+TEV_EXPORT void tev_blas_ssyrk(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                               const float* alpha, const float* a, const int64_t* lda, const float* beta, float* c,
+                               const int64_t* ldc);
+TEV_EXPORT void tev_blas_dsyrk(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                               const double* alpha, const double* a, const int64_t* lda, const double* beta, double* c,
+                               const int64_t* ldc);
+TEV_EXPORT void tev_blas_csyrk(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                               const tev_complex8* alpha, const tev_complex8* a, const int64_t* lda,
+                               const tev_complex8* beta, tev_complex8* c, const int64_t* ldc);
+TEV_EXPORT void tev_blas_zsyrk(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                               const tev_complex16* alpha, const tev_complex16* a, const int64_t* lda,
+                               const tev_complex16* beta, tev_complex16* c, const int64_t* ldc);
+
+/* C := alpha A A^H + beta C for trans N, alpha A^H A + beta C for C. C is Hermitian, alpha and beta are real. The
+ * imaginary parts of the diagonal of C are not read; they become zero. */
+TEV_EXPORT void tev_blas_cherk(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                               const float* alpha, const tev_complex8* a, const int64_t* lda, const float* beta,
+                               tev_complex8* c, const int64_t* ldc);
+TEV_EXPORT void tev_blas_zherk(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                               const double* alpha, const tev_complex16* a, const int64_t* lda, const double* beta,
+                               tev_complex16* c, const int64_t* ldc);
+
+/* C := alpha A B^T + alpha B A^T + beta C for trans N, alpha A^T B + alpha B^T A + beta C for T; otherwise as syrk. */
+TEV_EXPORT void tev_blas_ssyr2k(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                                const float* alpha, const float* a, const int64_t* lda, const float* b,
+                                const int64_t* ldb, const float* beta, float* c, const int64_t* ldc);
+TEV_EXPORT void tev_blas_dsyr2k(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                                const double* alpha, const double* a, const int64_t* lda, const double* b,
+                                const int64_t* ldb, const double* beta, double* c, const int64_t* ldc);
+TEV_EXPORT void tev_blas_csyr2k(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                                const tev_complex8* alpha, const tev_complex8* a, const int64_t* lda,
+                                const tev_complex8* b, const int64_t* ldb, const tev_complex8* beta, tev_complex8* c,
+                                const int64_t* ldc);
+TEV_EXPORT void tev_blas_zsyr2k(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                                const tev_complex16* alpha, const tev_complex16* a, const int64_t* lda,
+                                const tev_complex16* b, const int64_t* ldb, const tev_complex16* beta, tev_complex16* c,
+                                const int64_t* ldc);
+
+/* C := alpha A B^H + conj(alpha) B A^H + beta C for trans N, alpha A^H B + conj(alpha) B^H A + beta C for C; otherwise
+ * as herk, but for alpha, which is complex. */
+TEV_EXPORT void tev_blas_cher2k(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                                const tev_complex8* alpha, const tev_complex8* a, const int64_t* lda,
+                                const tev_complex8* b, const int64_t* ldb, const float* beta, tev_complex8* c,
+                                const int64_t* ldc);
+TEV_EXPORT void tev_blas_zher2k(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,
+                                const tev_complex16* alpha, const tev_complex16* a, const int64_t* lda,
+                                const tev_complex16* b, const int64_t* ldb, const double* beta, tev_complex16* c,
+                                const int64_t* ldc);
 
 /* B := alpha op(A) B (side L) or alpha B op(A) (side R); A triangular, its diagonal taken as ones when diag is U;
  * B is m x n. alpha = 0 stores zeros and reads neither. */

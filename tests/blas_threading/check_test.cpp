@@ -31,14 +31,36 @@ TEST(Check, AgreesWithHandCalculation) {
         example{operation::gemm, "NT", {31, 33, 36, 38}}, example{operation::symm, "LU", {28, 39, 38, 53}},
         example{operation::symm, "RU", {31, 36, 43, 50}}, example{operation::trmm, "LUNN", {28, 24, 38, 32}},
         example{operation::trmm, "RUTU", {26, 30, 7, 8}}, example{operation::trmm, "RUNN", {10, 12, 43, 50}},
-        example{operation::trsm, "LUNN", {0.25, 1.5, 0.5, 2}}, example{operation::trsm, "LUTU", {5, -9, 7, -13}}}) {
+        example{operation::trsm, "LUNN", {0.25, 1.5, 0.5, 2}}, example{operation::trsm, "LUTU", {5, -9, 7, -13}},
+        example{operation::syrk, "UN", {13, nan, 14, 17}}, example{operation::syrk, "LT", {5, 10, nan, 25}},
+        example{operation::syr2k, "UN", {62, nan, 69, 76}}}) {
     problem<double> p = problem_of(e.op, e.options, 2, 2, 2, 1.0, 0.0);
-    p.a = e.op == operation::gemm ? full.data() : a.data(), p.b = b.data(), p.lda = p.ldb = p.ldc = 2;
+    p.a = e.op == operation::gemm || is_rank_k(e.op) ? full.data() : a.data(), p.b = b.data(),
+    p.lda = p.ldb = p.ldc = 2;
     EXPECT_EQ(check(p, e.result.data(), 1).worst, 0) << e.options << ": " << check(p, e.result.data(), 1).text;
     std::vector<double> wrong = e.result;
     wrong[3] += 1e-6;
     EXPECT_FALSE(check(p, wrong.data(), 1).passed) << e.options;
   }
+}
+
+// A = [1+i 2], B = [i 3]: A A^H, A B^H + B A^H with alpha = i and with alpha = 1, and a product with the Hermitian
+// matrix [2 1+i; . 3] (upper). Diagonals keep nothing imaginary.
+TEST(Check, KnowsHermitianResults) {
+  using T = std::complex<double>;
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const std::vector<T> a = {T(1, 1), 2}, b = {T(0, 1), 3}, h = {T(2, nan), nan, T(1, 1), T(3, nan)};
+  const auto passes = [](problem<T> p, std::vector<T> result) { return check(p, result.data(), 1).passed; };
+  problem<T> p = problem_of<T>(operation::herk, "UN", 1, 1, 2, 1, 0);
+  p.a = a.data(), p.b = b.data(), p.lda = p.ldb = p.ldc = 1;
+  EXPECT_TRUE(passes(p, {6}) && !passes(p, {T(6, 1e-30)}) && !passes(p, {T(4, 2)}));
+  p.op = operation::her2k;
+  EXPECT_TRUE(passes(p, {14}));
+  p.alpha = T(0, 1);  // i (7 - i) and its conjugate
+  EXPECT_TRUE(passes(p, {2}) && !passes(p, {T(0, 14)}));
+  p = problem_of<T>(operation::hemm, "LU", 2, 1, 0, 1, 0);
+  p.a = h.data(), p.b = b.data(), p.lda = p.ldb = p.ldc = 2;
+  EXPECT_TRUE(passes(p, {T(3, 5), T(10, 1)}) && !passes(p, {T(3, 5), T(8, 1)}));
 }
 
 template <class T>

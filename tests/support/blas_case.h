@@ -7,10 +7,12 @@
 #include <cctype>
 #include <complex>
 #include <cstdint>
+#include <cstring>
+#include <limits>
 #include <ostream>
 #include <string>
 
-#include "host/problem.h"
+#include "host/kinds.h"
 #include "tests/support/matrix.h"
 #include "tev/blas.h"
 
@@ -19,24 +21,52 @@ namespace tev::test {
 using host::operation;
 using host::problem;
 
-// The routines of one precision.
+// The routines of one precision; the real ones have no Hermitian ones.
 template <class T>
 struct routines;
-#define TEV_ROUTINES(type, parts, p)                 \
-  template <>                                        \
-  struct routines<type> {                            \
-    using element = parts;                           \
-    static constexpr auto gemm = tev_blas_##p##gemm; \
-    static constexpr auto symm = tev_blas_##p##symm; \
-    static constexpr auto trmm = tev_blas_##p##trmm; \
-    static constexpr auto trsm = tev_blas_##p##trsm; \
+#define TEV_ROUTINES(type, parts, p, more)             \
+  template <>                                          \
+  struct routines<type> {                              \
+    using element = parts;                             \
+    static constexpr auto gemm = tev_blas_##p##gemm;   \
+    static constexpr auto symm = tev_blas_##p##symm;   \
+    static constexpr auto trmm = tev_blas_##p##trmm;   \
+    static constexpr auto trsm = tev_blas_##p##trsm;   \
+    static constexpr auto syrk = tev_blas_##p##syrk;   \
+    static constexpr auto syr2k = tev_blas_##p##syr2k; \
+    more                                               \
   };
-TEV_ROUTINES(float, float, s)
-TEV_ROUTINES(double, double, d)
-TEV_ROUTINES(std::complex<float>, tev_complex8, c)
-TEV_ROUTINES(std::complex<double>, tev_complex16, z)
+#define TEV_HERMITIAN(p)                           \
+  static constexpr auto hemm = tev_blas_##p##hemm; \
+  static constexpr auto herk = tev_blas_##p##herk; \
+  static constexpr auto her2k = tev_blas_##p##her2k;
+TEV_ROUTINES(float, float, s, )
+TEV_ROUTINES(double, double, d, )
+TEV_ROUTINES(std::complex<float>, tev_complex8, c, TEV_HERMITIAN(c))
+TEV_ROUTINES(std::complex<double>, tev_complex16, z, TEV_HERMITIAN(z))
 
 inline bool in_place(operation op) { return op == operation::trmm || op == operation::trsm; }
+inline bool is_hermitian(operation op) {
+  return op == operation::hemm || op == operation::herk || op == operation::her2k;
+}
+inline bool is_rank_2k(operation op) { return op == operation::syr2k || op == operation::her2k; }
+inline bool is_rank_k(operation op) { return op == operation::syrk || op == operation::herk || is_rank_2k(op); }
+
+// The real scalars are the first parts of the complex ones.
+template <class R, class T, class In, class E>
+void call_hermitian(const problem<T>& p, const In& in, E* out) {
+  const auto real = [](const T& x) { return reinterpret_cast<const real_part_t<T>*>(&x); };
+  switch (p.op) {
+    case operation::hemm:
+      return R::hemm(&p.side, &p.uplo, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
+                     &p.ldc);
+    case operation::herk:
+      return R::herk(&p.uplo, &p.transa, &p.n, &p.k, real(p.alpha), in(p.a), &p.lda, real(p.beta), out, &p.ldc);
+    default:
+      return R::her2k(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, real(p.beta), out,
+                      &p.ldc);
+  }
+}
 
 // Calls the routine of R; `result` holds C, or B of trmm and trsm.
 template <class T, class R = routines<T>>
@@ -55,14 +85,28 @@ void call(const problem<T>& p, T* result) {
       return R::trmm(&p.side, &p.uplo, &p.transa, &p.diag, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, out, &p.ldb);
     case operation::trsm:
       return R::trsm(&p.side, &p.uplo, &p.transa, &p.diag, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, out, &p.ldb);
+    case operation::syrk:
+      return R::syrk(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(&p.beta), out, &p.ldc);
+    case operation::syr2k:
+      return R::syr2k(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
+                      &p.ldc);
+    default:
+      if constexpr (kIsComplex<T>) call_hermitian<R>(p, in, out);
   }
 }
 
-// An option string has transa, transb (gemm), side, uplo (symm) or side, uplo, transa, diag (trmm, trsm).
+// An option string has transa, transb (gemm), side, uplo (symm, hemm), side, uplo, transa, diag (trmm, trsm) or uplo,
+// transa (the rank-k updates, whose m is n). Scalars that a Hermitian result wants real lose their imaginary part.
 template <class T>
 problem<T> problem_of(operation op, const std::string& options, int64_t m, int64_t n, int64_t k, T alpha, T beta) {
   problem<T> p = {.op = op, .m = m, .n = n, .k = k, .alpha = alpha, .beta = beta};
   if (op == operation::gemm) return p.transa = options[0], p.transb = options[1], p;
+  if (is_rank_k(op)) {
+    p.uplo = options[0], p.transa = options[1], p.m = n;
+    if (is_hermitian(op)) p.beta = T(std::real(beta));
+    if (op == operation::herk) p.alpha = T(std::real(alpha));
+    return p;
+  }
   p.side = options[0], p.uplo = options[1];
   if (in_place(op)) p.transa = options[2], p.diag = options[3];
   return p;
@@ -78,7 +122,10 @@ class blas_case {
     a.fill(random, kind, p.op == operation::trsm ? T(1) / T(static_cast<real_part_t<T>>(order)) : T(1));
     b.fill(random, kind);
     if (p.beta != T(0)) c.fill(random, kind);
-    if (p.op != operation::gemm) hide_unread_part();
+    if (is_rank_k(p.op))
+      hide_unread_part(c);
+    else if (p.op != operation::gemm)
+      hide_unread_part(a);
     p.a = a.data(), p.lda = a.ld();
     p.b = b.data(), p.ldb = b.ld();
     p.c = c.data(), p.ldc = c.ld();
@@ -86,6 +133,16 @@ class blas_case {
 
   // The result matrix as it is before the call.
   matrix<T> start() const { return in_place(p.op) ? b : c; }
+
+  // The elements that a rank-k update does not write have their bits.
+  bool unwritten_is_intact(const matrix<T>& result) const {
+    const matrix<T> before = start();
+    const bool upper = std::toupper(p.uplo) == 'U';
+    for (int64_t j = 0; is_rank_k(p.op) && j < result.columns(); ++j)
+      for (int64_t i = 0; i < result.rows(); ++i)
+        if (i != j && (i < j) != upper && std::memcmp(&result(i, j), &before(i, j), sizeof(T)) != 0) return false;
+    return result.padding_is_intact();
+  }
 
   matrix<T> run() const {
     matrix<T> result = start();
@@ -98,12 +155,19 @@ class blas_case {
 
  private:
   static bool plain(char trans) { return std::toupper(trans) != 'T' && std::toupper(trans) != 'C'; }
-  bool gemm() const { return p.op == operation::gemm; }
+  // Are A and B general matrices?
+  bool gemm() const { return p.op == operation::gemm || is_rank_k(p.op); }
   int64_t order() const { return std::toupper(p.side) == 'L' ? p.m : p.n; }
   int64_t a_rows() const { return !gemm() ? order() : plain(p.transa) ? p.m : p.k; }
   int64_t a_columns() const { return !gemm() ? order() : plain(p.transa) ? p.k : p.m; }
-  int64_t b_rows() const { return !gemm() ? p.m : plain(p.transb) ? p.k : p.n; }
-  int64_t b_columns() const { return !gemm() ? p.n : plain(p.transb) ? p.n : p.k; }
+  int64_t b_rows() const {
+    if (is_rank_k(p.op)) return is_rank_2k(p.op) ? a_rows() : 0;
+    return !gemm() ? p.m : plain(p.transb) ? p.k : p.n;
+  }
+  int64_t b_columns() const {
+    if (is_rank_k(p.op)) return is_rank_2k(p.op) ? a_columns() : 0;
+    return !gemm() ? p.n : plain(p.transb) ? p.n : p.k;
+  }
 
   // Complex: now the real part is the larger one, now the imaginary part.
   static T large_pivot(int64_t j) {
@@ -113,21 +177,23 @@ class blas_case {
       return 2;
   }
 
-  void hide_unread_part() {
+  // Of the matrix of which one triangle is read.
+  void hide_unread_part(matrix<T>& x) {
     const bool upper = std::toupper(p.uplo) == 'U', unit = in_place(p.op) && std::toupper(p.diag) == 'U';
-    for (int64_t j = 0; j < a.columns(); ++j) {
-      for (int64_t i = 0; i < a.rows(); ++i)
-        if (i != j && (i < j) != upper) a(i, j) = nan_element<T>();
-      if (unit) a(j, j) = nan_element<T>();
-      if (p.op == operation::trsm && !unit) a(j, j) += large_pivot(j);
+    for (int64_t j = 0; j < x.columns(); ++j) {
+      for (int64_t i = 0; i < x.rows(); ++i)
+        if (i != j && (i < j) != upper) x(i, j) = nan_element<T>();
+      if (unit) x(j, j) = nan_element<T>();
+      if constexpr (kIsComplex<T>)
+        if (is_hermitian(p.op)) x(j, j).imag(std::numeric_limits<real_part_t<T>>::quiet_NaN());
+      if (p.op == operation::trsm && !unit) x(j, j) += large_pivot(j);
     }
   }
 };
 
 template <class T>
 std::ostream& operator<<(std::ostream& out, const blas_case<T>& x) {
-  const char* const names[] = {"gemm", "symm", "trmm", "trsm"};
-  out << names[static_cast<int>(x.p.op)] << ' ';
+  out << host::name_of(x.p.op) << ' ';
   for (char letter : {x.p.transa, x.p.transb, x.p.side, x.p.uplo, x.p.diag})
     if (letter != 0) out << letter;
   return out << ' ' << x.p.m << 'x' << x.p.n << 'x' << x.p.k << " alpha " << x.p.alpha << " beta " << x.p.beta;

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tests/support/blas_case.h"
 #include "tests/support/strided.h"
@@ -74,17 +75,23 @@ struct sample {
     return x;
   }
 
+  // Of each option of an operation those that it takes.
+  template <class T>
+  static std::vector<const char*> letters_of(operation op) {
+    if (op == operation::gemm) return {"NTC", "NTC"};
+    if (in_place(op)) return {"LR", "UL", "NTC", "NU"};
+    if (is_rank_k(op)) return {"UL", is_hermitian(op) ? "NC" : kIsComplex<T> ? "NT" : "NTC"};
+    return {"LR", "UL"};
+  }
+
   template <class T>
   blas_case<T> level3(operation op) {
-    constexpr std::string_view kLetters[][4] = {
-        {"NTC", "NTC"}, {"LR", "UL"}, {"LR", "UL", "NTC", "NU"}, {"LR", "UL", "NTC", "NU"}};
     std::string options;
-    for (const std::string_view letters : kLetters[static_cast<int>(op)])
-      if (!letters.empty()) options += letter(letters);
+    for (const char* letters : letters_of<T>(op)) options += letter(letters);
     const auto [m, n, k] = sizes<3>();
     const T alpha = scalar<T>(), beta = in_place(op) ? T(0) : scalar<T>();
-    return blas_case<T>(problem_of(op, options, m, n, op == operation::gemm ? k : 0, alpha, beta), random, kind,
-                        below(20));
+    return blas_case<T>(problem_of(op, options, m, n, op == operation::gemm || is_rank_k(op) ? k : 0, alpha, beta),
+                        random, kind, below(20));
   }
 };
 

@@ -17,6 +17,7 @@
 #include "blas_threading/gemm/partition.h"
 #include "blas_threading/gemm/small_n.h"
 #include "blas_threading/gemm/thread_count.h"
+#include "tev/service.h"
 
 namespace tev::blas {
 
@@ -247,6 +248,18 @@ TEST_P(Grid, StaysWithinTheTeam) {
   EXPECT_GT(mode_seen[kGridByRows], 0);
   EXPECT_GT(mode_seen[kByDepthGroups], 0);
   EXPECT_EQ(mode_seen[kLookaheadSplit] > 0, GetParam() == kZel);
+}
+
+// A C of few rows or columns has work for all, since the other side is long.
+TEST(GridOf, WideShortAndTallNarrowProductsUseTheWholeTeam) {
+  for (const int32_t tier : {kAvx2, kAvx512})
+    for (const auto& [m, n] : {std::pair<int64_t, int64_t>{16, 2000}, {30, 1000}, {2000, 16}, {1500, 40}}) {
+      thread_options o = {};
+      o.tier = tier, o.threads = o.machine.cores = 16, o.machine.dynamic = 1;
+      const bool wide = tier == kAvx512;
+      set_thread_opts({m, n, 300, 0, 0, 1001, 1001, 1001, wide ? 24 : 12, wide ? 8 : 4, 8}, o);
+      EXPECT_GE(o.threads, 15) << tier << ": " << m << " x " << n;
+    }
 }
 
 TEST_P(Grid, WithoutPanelsItsChunksCoverTheProductOnce) {
