@@ -13,10 +13,12 @@
   TEV_ALL(row, x, trmm)       \
   TEV_ALL(row, x, trsm)       \
   TEV_ALL(row, x, syr2k) TEV_COMPLEX(row, x, hemm) TEV_COMPLEX(row, x, herk) TEV_COMPLEX(row, x, her2k)
-#define TEV_FRONT_ENDS(row)                                                                                 \
-  TEV_ALL(row, , gemm)                                                                                      \
-  TEV_ALL(row, , symm) TEV_ALL(row, , syrk) TEV_ALL(row, , trmm) TEV_ALL(row, , trsm) TEV_ALL(row, , syr2k) \
-      TEV_COMPLEX(row, , hemm) TEV_COMPLEX(row, , herk) TEV_COMPLEX(row, , her2k)
+#define TEV_FRONT_ENDS(row) \
+  TEV_ALL(row, , gemm)      \
+  TEV_ALL(row, , symm)      \
+  TEV_ALL(row, , syrk)      \
+  TEV_ALL(row, , trmm)      \
+  TEV_ALL(row, , trsm) TEV_ALL(row, , syr2k) TEV_COMPLEX(row, , hemm) TEV_COMPLEX(row, , herk) TEV_COMPLEX(row, , her2k)
 
 extern "C" {
 
