@@ -385,7 +385,7 @@ double element_error(const product_form<T>& form, int64_t i, int64_t j, T result
   const value<wide<T>> got = form.residual ? value<wide<T>>{} : widen(result);
   const double re = part_error(got.re, x.total.re, std::isfinite(x.total.im), x.moduli, form);
   if constexpr (!kComplex<T>) return re;
-  if (form.hermitian && i == j) return got.im == 0 || form.untouched || !std::isfinite(x.total.re) ? re : kInfinity;
+  if (form.hermitian && i == j) return got.im == 0 || form.untouched ? re : kInfinity;
   return std::max(re, part_error(got.im, x.total.im, std::isfinite(x.total.re), x.moduli, form));
 }
 

@@ -32,12 +32,13 @@ template <bool kHermitian, class T>
 void scale_triangle(bool upper, int64_t n, T beta, T* c, int64_t ldc) {
   using R = real_of<T>;
   for_triangle(upper, n, [&](int64_t j, int64_t i, int64_t rows) TEV_LAMBDA {
-    if constexpr (kHermitian) c[j * (ldc + 1)].imag = 0;
     T* const column = c + i + j * ldc;
-    if constexpr (kHermitian)
+    if constexpr (kHermitian) {
       mscale<R>(2 * rows, 1, beta.real, reals(column), ldc);
-    else
+      c[j * (ldc + 1)].imag = 0;
+    } else {
       mscale<T>(rows, 1, beta, column, ldc);
+    }
   });
 }
 
