@@ -93,8 +93,7 @@ TEV_INLINE constexpr int64_t triangle_numbers(int64_t lines) {
   return packed_numbers<T>(lines * (lines + kGroup<T>) / 2);
 }
 
-// Where group g begins, and the first line that it takes from: forward it takes from the lines up to its own, backward
-// from its own on.
+// Where group g begins, in elements: forward a group takes from the lines up to its own, backward from its own on.
 template <bool kForward, class T>
 TEV_INLINE int64_t group_start(int64_t g, int64_t lines) {
   constexpr int64_t G = kGroup<T>;
