@@ -169,12 +169,13 @@ class blas_case {
     return !gemm() ? p.n : plain(p.transb) ? p.n : p.k;
   }
 
-  // Complex: now the real part is the larger one, now the imaginary part.
+  // Added to an entry of at most 3, it leaves a pivot. Complex: now the real part is the larger one, now the imaginary
+  // part.
   static T large_pivot(int64_t j) {
     if constexpr (kIsComplex<T>)
-      return j % 2 == 0 ? T(2, 0) : T(0, 2);
+      return j % 2 == 0 ? T(4, 0) : T(0, 4);
     else
-      return 2;
+      return 4;
   }
 
   // Of the matrix of which one triangle is read.
