@@ -10,28 +10,28 @@ int32_t TEV_KN(get_ikernel_api_version)() { return tev::TEV_TIER::kApiVersion; }
 }
 
 #define TEV_P s
-#include "kernels/families/gemm_version1.exports.inc"
-#include "kernels/families/gemm_version1_only.exports.inc"
-#include "kernels/families/gemm_bdz.exports.inc"
-#include "kernels/families/gemm_bdz_copies.exports.inc"
-#include "kernels/families/gemm_brc.exports.inc"
-#include "kernels/families/gemm_brc_copies.exports.inc"
+#include "kernels/exports/gemm_version1.inc"
+#include "kernels/exports/gemm_version1_only.inc"
+#include "kernels/exports/gemm_bdz.inc"
+#include "kernels/exports/gemm_bdz_copies.inc"
+#include "kernels/exports/gemm_brc.inc"
+#include "kernels/exports/gemm_brc_copies.inc"
 #undef TEV_P
 #define TEV_P d
-#include "kernels/families/gemm_version1.exports.inc"
-#include "kernels/families/gemm_version1_only.exports.inc"
-#include "kernels/families/gemm_bdz.exports.inc"
-#include "kernels/families/gemm_bdz_copies.exports.inc"
-#include "kernels/families/gemm_brc.exports.inc"
-#include "kernels/families/gemm_brc_copies.exports.inc"
+#include "kernels/exports/gemm_version1.inc"
+#include "kernels/exports/gemm_version1_only.inc"
+#include "kernels/exports/gemm_bdz.inc"
+#include "kernels/exports/gemm_bdz_copies.inc"
+#include "kernels/exports/gemm_brc.inc"
+#include "kernels/exports/gemm_brc_copies.inc"
 #undef TEV_P
 #define TEV_P c
-#include "kernels/families/gemm_version1.exports.inc"
-#include "kernels/families/gemm_version1_only.exports.inc"
+#include "kernels/exports/gemm_version1.inc"
+#include "kernels/exports/gemm_version1_only.inc"
 #undef TEV_P
 #define TEV_P z
-#include "kernels/families/gemm_version1.exports.inc"
-#include "kernels/families/gemm_version1_only.exports.inc"
-#include "kernels/families/gemm_bdz.exports.inc"
-#include "kernels/families/gemm_bdz_copies.exports.inc"
+#include "kernels/exports/gemm_version1.inc"
+#include "kernels/exports/gemm_version1_only.inc"
+#include "kernels/exports/gemm_bdz.inc"
+#include "kernels/exports/gemm_bdz_copies.inc"
 #undef TEV_P

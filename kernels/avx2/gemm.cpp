@@ -9,8 +9,8 @@
 #define TEV_P s
 #define TEV_MR 24
 #define TEV_NR 4
-#include "kernels/families/gemm.exports.inc"
-#include "kernels/families/gemm_framework.exports.inc"
+#include "kernels/exports/gemm.inc"
+#include "kernels/exports/gemm_framework.inc"
 #undef TEV_P
 #undef TEV_MR
 #undef TEV_NR
@@ -18,8 +18,8 @@
 #define TEV_P d
 #define TEV_MR 12
 #define TEV_NR 4
-#include "kernels/families/gemm.exports.inc"
-#include "kernels/families/gemm_framework.exports.inc"
+#include "kernels/exports/gemm.inc"
+#include "kernels/exports/gemm_framework.inc"
 #undef TEV_P
 #undef TEV_MR
 #undef TEV_NR
@@ -27,8 +27,8 @@
 #define TEV_P c
 #define TEV_MR 12
 #define TEV_NR 2
-#include "kernels/families/gemm.exports.inc"
-#include "kernels/families/gemm_framework.exports.inc"
+#include "kernels/exports/gemm.inc"
+#include "kernels/exports/gemm_framework.inc"
 #undef TEV_P
 #undef TEV_MR
 #undef TEV_NR
@@ -36,8 +36,8 @@
 #define TEV_P z
 #define TEV_MR 6
 #define TEV_NR 2
-#include "kernels/families/gemm.exports.inc"
-#include "kernels/families/gemm_framework.exports.inc"
+#include "kernels/exports/gemm.inc"
+#include "kernels/exports/gemm_framework.inc"
 #undef TEV_P
 #undef TEV_MR
 #undef TEV_NR

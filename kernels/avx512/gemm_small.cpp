@@ -6,33 +6,33 @@
 #include "kernels/families/gemm_unpacked-inl.h"
 
 #define TEV_P s
-#include "kernels/families/gemm_unpacked.exports.inc"
-#include "kernels/families/gemm_tiny.exports.inc"
+#include "kernels/exports/gemm_unpacked.inc"
+#include "kernels/exports/gemm_tiny.inc"
 
-#include "kernels/families/gemm_nocopy.exports.inc"
-#include "kernels/families/gemm_nocopy_driver.exports.inc"
-#include "kernels/families/gemm_t_smalln.exports.inc"
+#include "kernels/exports/gemm_nocopy.inc"
+#include "kernels/exports/gemm_nocopy_driver.inc"
+#include "kernels/exports/gemm_t_smalln.inc"
 #undef TEV_P
 #define TEV_P d
-#include "kernels/families/gemm_unpacked.exports.inc"
-#include "kernels/families/gemm_tiny.exports.inc"
+#include "kernels/exports/gemm_unpacked.inc"
+#include "kernels/exports/gemm_tiny.inc"
 
-#include "kernels/families/gemm_n_smalln.exports.inc"
-#include "kernels/families/gemm_nocopy.exports.inc"
-#include "kernels/families/gemm_nocopy_driver.exports.inc"
-#include "kernels/families/gemm_t_smalln.exports.inc"
+#include "kernels/exports/gemm_n_smalln.inc"
+#include "kernels/exports/gemm_nocopy.inc"
+#include "kernels/exports/gemm_nocopy_driver.inc"
+#include "kernels/exports/gemm_t_smalln.inc"
 #undef TEV_P
 #define TEV_P c
-#include "kernels/families/gemm_unpacked.exports.inc"
-#include "kernels/families/gemm_tiny.exports.inc"
+#include "kernels/exports/gemm_unpacked.inc"
+#include "kernels/exports/gemm_tiny.inc"
 
-#include "kernels/families/gemm_nocopy_driver.exports.inc"
-#include "kernels/families/gemm_sm.exports.inc"
+#include "kernels/exports/gemm_nocopy_driver.inc"
+#include "kernels/exports/gemm_sm.inc"
 #undef TEV_P
 #define TEV_P z
-#include "kernels/families/gemm_unpacked.exports.inc"
-#include "kernels/families/gemm_tiny.exports.inc"
+#include "kernels/exports/gemm_unpacked.inc"
+#include "kernels/exports/gemm_tiny.inc"
 
-#include "kernels/families/gemm_nocopy_driver.exports.inc"
-#include "kernels/families/gemm_sm.exports.inc"
+#include "kernels/exports/gemm_nocopy_driver.inc"
+#include "kernels/exports/gemm_sm.inc"
 #undef TEV_P

@@ -9,15 +9,15 @@
 
 #define TEV_COMPLEX 0
 #define TEV_P s
-#include "kernels/families/vectors.exports.inc"
+#include "kernels/exports/vectors.inc"
 #undef TEV_P
 #define TEV_P d
-#include "kernels/families/vectors.exports.inc"
+#include "kernels/exports/vectors.inc"
 #undef TEV_P
 #undef TEV_COMPLEX
 #define TEV_COMPLEX 1
 #define TEV_P c
-#include "kernels/families/vectors.exports.inc"
+#include "kernels/exports/vectors.inc"
 #undef TEV_P
 #define TEV_P z
-#include "kernels/families/vectors.exports.inc"
+#include "kernels/exports/vectors.inc"

@@ -5,14 +5,14 @@
 #include "kernels/families/gemm_driver-inl.h"
 
 #define TEV_P s
-#include "kernels/families/gemm.exports.inc"
+#include "kernels/exports/gemm.inc"
 #undef TEV_P
 #define TEV_P d
-#include "kernels/families/gemm.exports.inc"
+#include "kernels/exports/gemm.inc"
 #undef TEV_P
 #define TEV_P c
-#include "kernels/families/gemm.exports.inc"
+#include "kernels/exports/gemm.inc"
 #undef TEV_P
 #define TEV_P z
-#include "kernels/families/gemm.exports.inc"
+#include "kernels/exports/gemm.inc"
 #undef TEV_P

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The argument list of a matrix product, for exports files that have many routines with it.
+// The argument list of a matrix product, for lists of exports/ that have many routines with it.
 #pragma once
 
 #define TEV_GEMM_PARAMETERS                                                                                      \

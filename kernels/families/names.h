@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The C names of a tier's routines. A translation unit of a tier includes its tier.h (which sets TEV_TIER), defines
-// TEV_P as a precision letter and includes exports files, in which
+// TEV_P as a precision letter and includes lists of kernels/exports/, in which
 //
 //   TEV_K(gemm_ker0)   is tev_blas_avx2_dgemm_ker0      TEV_T   is double, the element type
 //   TEV_KX(gemm)       is tev_blas_avx2_xdgemm          TEV_KG(generic_fullacopybcopy) is ..._d_generic_fullacopybcopy

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The packed product of a tier, for routines beside it: the templates of gemm_driver-inl.h are compiled once, with the
-// product itself (gemm.exports.inc), and only named here.
+// product itself (exports/gemm.inc), and only named here.
 #pragma once
 
 #include "kernels/families/gemm_driver-inl.h"

@@ -6,26 +6,26 @@
 #include "kernels/families/gemm_unpacked-inl.h"
 
 #define TEV_P s
-#include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/exports/gemm_unpacked.inc"
 
-#include "kernels/families/gemm_nocopy_driver.exports.inc"
-#include "kernels/families/gemm_sm.exports.inc"
+#include "kernels/exports/gemm_nocopy_driver.inc"
+#include "kernels/exports/gemm_sm.inc"
 #undef TEV_P
 #define TEV_P d
-#include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/exports/gemm_unpacked.inc"
 
-#include "kernels/families/gemm_nocopy_driver.exports.inc"
-#include "kernels/families/gemm_sm.exports.inc"
+#include "kernels/exports/gemm_nocopy_driver.inc"
+#include "kernels/exports/gemm_sm.inc"
 #undef TEV_P
 #define TEV_P c
-#include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/exports/gemm_unpacked.inc"
 
-#include "kernels/families/gemm_nocopy_driver.exports.inc"
-#include "kernels/families/gemm_sm.exports.inc"
+#include "kernels/exports/gemm_nocopy_driver.inc"
+#include "kernels/exports/gemm_sm.inc"
 #undef TEV_P
 #define TEV_P z
-#include "kernels/families/gemm_unpacked.exports.inc"
+#include "kernels/exports/gemm_unpacked.inc"
 
-#include "kernels/families/gemm_nocopy_driver.exports.inc"
-#include "kernels/families/gemm_sm.exports.inc"
+#include "kernels/exports/gemm_nocopy_driver.inc"
+#include "kernels/exports/gemm_sm.inc"
 #undef TEV_P

@@ -1,4 +1,4 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "kernels/mc3/tier.h"
 
-#include "kernels/families/level3.inc"
+#include "kernels/exports/level3_all.inc"
