@@ -2,6 +2,7 @@
 /* Compiles when every public header stands alone in C11; their own assertions check the record layouts. */
 #include "tev/blas.h"
 #include "tev/check.h"
+#include "tev/lapack.h"
 #include "tev/request.h"
 #include "tev/types.h"
 #include "vro/device.h"

@@ -1,0 +1,46 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+/* The LAPACK routines of the library, in the calling style of the reference LAPACK: every argument by address, options
+ * as single letters in either case, column-major matrices, sizes, leading dimensions and pivots 64-bit. The meaning of
+ * every routine and option is that of the reference routine of the same name. The caller owns all arrays. C11 and
+ * C++20.
+ *
+ * Work is spread over the OpenMP team as that of tev/blas.h; a call from inside a parallel region runs on the calling
+ * thread. Wrong arguments are reported through `tev_serv_xerbla`. */
+#ifndef TEV_LAPACK_H
+#define TEV_LAPACK_H
+
+#include "tev/types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Row interchanges on the n columns of A: row i is exchanged with the row that its pivot names, counted from 1, for i =
+ * k1 .. k2, or down from k2 to k1 when incx is negative. The pivot of row i is element k1 + (i - k1) |incx| of ipiv,
+ * counted from 1. incx = 0, k1 > k2 and n < 1 do nothing.
+ *
+ * A row or a pivot outside 1 .. lda is reported as argument 6; every column then has the interchanges before it. */
+TEV_EXPORT void tev_lapack_slaswp(const int64_t* n, float* a, const int64_t* lda, const int64_t* k1, const int64_t* k2,
+                                  const int64_t* ipiv, const int64_t* incx);
+TEV_EXPORT void tev_lapack_dlaswp(const int64_t* n, double* a, const int64_t* lda, const int64_t* k1, const int64_t* k2,
+                                  const int64_t* ipiv, const int64_t* incx);
+TEV_EXPORT void tev_lapack_claswp(const int64_t* n, tev_complex8* a, const int64_t* lda, const int64_t* k1,
+                                  const int64_t* k2, const int64_t* ipiv, const int64_t* incx);
+TEV_EXPORT void tev_lapack_zlaswp(const int64_t* n, tev_complex16* a, const int64_t* lda, const int64_t* k1,
+                                  const int64_t* k2, const int64_t* ipiv, const int64_t* incx);
+
+/* The same on the calling thread alone. */
+TEV_EXPORT void tev_lapack_xslaswp(const int64_t* n, float* a, const int64_t* lda, const int64_t* k1, const int64_t* k2,
+                                   const int64_t* ipiv, const int64_t* incx);
+TEV_EXPORT void tev_lapack_xdlaswp(const int64_t* n, double* a, const int64_t* lda, const int64_t* k1,
+                                   const int64_t* k2, const int64_t* ipiv, const int64_t* incx);
+TEV_EXPORT void tev_lapack_xclaswp(const int64_t* n, tev_complex8* a, const int64_t* lda, const int64_t* k1,
+                                   const int64_t* k2, const int64_t* ipiv, const int64_t* incx);
+TEV_EXPORT void tev_lapack_xzlaswp(const int64_t* n, tev_complex16* a, const int64_t* lda, const int64_t* k1,
+                                   const int64_t* k2, const int64_t* ipiv, const int64_t* incx);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
