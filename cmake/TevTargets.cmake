@@ -22,10 +22,11 @@ function(tev_layer target)
   target_link_libraries(${target} PUBLIC tev_flags OpenMP::OpenMP_CXX)
 endfunction()
 
-# tev_test(<name> SOURCES <file>... [LIBS <target>...] [TIMEOUT <seconds>]): a GoogleTest program, one ctest
-# entry per test case. Its label is the folder it stands in, so `ctest -L sink` runs what covers sink/.
+# tev_test(<name> SOURCES <file>... [LIBS <target>...] [TIMEOUT <seconds>] [WHOLE_SECONDS]): a GoogleTest program, one
+# ctest entry per test case. Its label is the folder it stands in, so `ctest -L sink` runs what covers sink/.
+# WHOLE_SECONDS: not with the short ones of tests/support/short_seconds.cpp.
 function(tev_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "WHOLE_SECONDS" "TIMEOUT" "SOURCES;LIBS" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
@@ -34,7 +35,11 @@ function(tev_test name)
   target_link_libraries(${name} PRIVATE tev_flags ${ARG_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   get_filename_component(label ${CMAKE_CURRENT_SOURCE_DIR} NAME)
+  if(NOT ARG_WHOLE_SECONDS)
+    set(environment ENVIRONMENT LD_PRELOAD=${TEV_SHORT_SECONDS})
+    add_dependencies(${name} short_seconds)
+  endif()
   include(GoogleTest)
   gtest_discover_tests(${name} TEST_PREFIX ${label}/ DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS ${label} TIMEOUT ${ARG_TIMEOUT})
+    PROPERTIES LABELS ${label} TIMEOUT ${ARG_TIMEOUT} ${environment})
 endfunction()
