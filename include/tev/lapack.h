@@ -39,6 +39,32 @@ TEV_EXPORT void tev_lapack_xclaswp(const int64_t* n, tev_complex8* a, const int6
 TEV_EXPORT void tev_lapack_xzlaswp(const int64_t* n, tev_complex16* a, const int64_t* lda, const int64_t* k1,
                                    const int64_t* k2, const int64_t* ipiv, const int64_t* incx);
 
+/* C := H C or H^H C (side L), C H or C H^H (side R) with the block reflector H = I - V T V^H (storev C, reflectors in
+ * the columns of V) or I - V^H T V (storev R, in its rows). H is the product of its k reflectors from first to last
+ * (direct F, T upper triangular) or from last to first (B, T lower triangular). Trans N means H, any other letter H^H.
+ * C is m x n. Of V the trapezoid is read without its ones, of T the triangle. work: n rows (side L) or m rows (side R)
+ * and k columns. Nothing is checked or reported. The trailing lengths of the option letters are not read. */
+TEV_EXPORT void tev_lapack_slarfb(const char* side, const char* trans, const char* direct, const char* storev,
+                                  const int64_t* m, const int64_t* n, const int64_t* k, const float* v,
+                                  const int64_t* ldv, const float* t, const int64_t* ldt, float* c, const int64_t* ldc,
+                                  float* work, const int64_t* ldwork, int64_t side_length, int64_t trans_length,
+                                  int64_t direct_length, int64_t storev_length);
+TEV_EXPORT void tev_lapack_dlarfb(const char* side, const char* trans, const char* direct, const char* storev,
+                                  const int64_t* m, const int64_t* n, const int64_t* k, const double* v,
+                                  const int64_t* ldv, const double* t, const int64_t* ldt, double* c,
+                                  const int64_t* ldc, double* work, const int64_t* ldwork, int64_t side_length,
+                                  int64_t trans_length, int64_t direct_length, int64_t storev_length);
+TEV_EXPORT void tev_lapack_clarfb(const char* side, const char* trans, const char* direct, const char* storev,
+                                  const int64_t* m, const int64_t* n, const int64_t* k, const tev_complex8* v,
+                                  const int64_t* ldv, const tev_complex8* t, const int64_t* ldt, tev_complex8* c,
+                                  const int64_t* ldc, tev_complex8* work, const int64_t* ldwork, int64_t side_length,
+                                  int64_t trans_length, int64_t direct_length, int64_t storev_length);
+TEV_EXPORT void tev_lapack_zlarfb(const char* side, const char* trans, const char* direct, const char* storev,
+                                  const int64_t* m, const int64_t* n, const int64_t* k, const tev_complex16* v,
+                                  const int64_t* ldv, const tev_complex16* t, const int64_t* ldt, tev_complex16* c,
+                                  const int64_t* ldc, tev_complex16* work, const int64_t* ldwork, int64_t side_length,
+                                  int64_t trans_length, int64_t direct_length, int64_t storev_length);
+
 #ifdef __cplusplus
 }
 #endif
