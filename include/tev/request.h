@@ -147,6 +147,77 @@ typedef struct tev_zlevel3_record {
   int64_t lda, ldb, ldc;
 } tev_zlevel3_record;
 
+/* Record of `tev_lapack_?getrf_worker`, one block step of an LU factorization: interchanges, then a triangular solve,
+ * then C := C - A B. Buffers: the columns to interchange, their pivots (int64_t, from 1), the unit lower triangle, the
+ * right-hand block that the solve overwrites, A, B and C. The same in every precision. */
+typedef struct tev_getrf_record {
+  int64_t update_n, update_m, update_k;
+  int64_t update_lda, update_ldb, update_ldc;
+  int64_t solve_m, solve_n;
+  int64_t solve_lda, solve_ldb; /* of the triangle, of the right-hand block */
+  int64_t swap_n, swap_lda;
+  int64_t swap_k1, swap_k2; /* the first and the last row that is interchanged with its pivot, from 1 */
+  int64_t update_guards[2]; /* the update happens only when the first is less than the second */
+} tev_getrf_record;
+
+/* An option of a step. */
+typedef struct tev_option_slot {
+  char letter;
+  char unused[7];
+} tev_option_slot;
+
+/* Sixteen slots of 8 bytes as each of the step workers reads them. Slots without a name are not read. */
+typedef union tev_step_slots {
+  struct {
+    tev_option_slot transa, transb; /* 'N', 'T', 'C' */
+    int64_t m, n, k, lda, ldb, ldc;
+  } gemm;
+  struct {
+    tev_option_slot side, uplo, transa, diag; /* 'L' 'R', 'U' 'L', 'N' 'T' 'C', 'N' 'U' */
+    int64_t m, n, lda, ldb;
+  } trsm;
+  struct {
+    tev_option_slot uplo, trans; /* 'U' 'L', 'N' 'T' */
+    int64_t n, k, lda, ldc;
+  } syrk;
+  struct {
+    tev_option_slot side, trans, direct, storev; /* 'L' 'R', 'N' 'T' 'C', 'F' 'B', 'C' 'R' */
+    int64_t m, n, k, ldv, ldt, ldc, ldwork;
+  } larfb;
+  uint64_t slots[16];
+} tev_step_slots;
+
+/* Records of `tev_lapack_?{gemm,trsm,syrk,larfb}_worker`: one call of the routine of that name. The request's parameter
+ * must be the size of the record, and the buffers exactly those of the operation, else nothing happens: A, B, C for
+ * gemm; A, B for trsm; A, C for syrk; V, T, C and the work array for larfb. */
+typedef struct tev_sstep_record {
+  tev_step_slots step;
+  float alpha; /* not larfb */
+  float beta;  /* gemm, syrk */
+  float unused[14];
+} tev_sstep_record;
+
+typedef struct tev_dstep_record {
+  tev_step_slots step;
+  double alpha; /* not larfb */
+  double beta;  /* gemm, syrk */
+  double unused[14];
+} tev_dstep_record;
+
+typedef struct tev_cstep_record {
+  tev_step_slots step;
+  tev_complex8 alpha; /* not larfb */
+  tev_complex8 beta;  /* gemm, syrk */
+  tev_complex8 unused[14];
+} tev_cstep_record;
+
+typedef struct tev_zstep_record {
+  tev_step_slots step;
+  tev_complex16 alpha; /* not larfb */
+  tev_complex16 beta;  /* gemm, syrk */
+  tev_complex16 unused[14];
+} tev_zstep_record;
+
 #define TEV_AT(record, field, offset) \
   TEV_STATIC_ASSERT(offsetof(record, field) == (offset), #record "." #field " moved")
 
@@ -266,6 +337,71 @@ TEV_AT(tev_zlevel3_record, beta, 48);
 TEV_AT(tev_zlevel3_record, lda, 64);
 TEV_AT(tev_zlevel3_record, ldb, 72);
 TEV_AT(tev_zlevel3_record, ldc, 80);
+
+TEV_AT(tev_getrf_record, update_n, 0);
+TEV_AT(tev_getrf_record, update_m, 8);
+TEV_AT(tev_getrf_record, update_k, 16);
+TEV_AT(tev_getrf_record, update_lda, 24);
+TEV_AT(tev_getrf_record, update_ldb, 32);
+TEV_AT(tev_getrf_record, update_ldc, 40);
+TEV_AT(tev_getrf_record, solve_m, 48);
+TEV_AT(tev_getrf_record, solve_n, 56);
+TEV_AT(tev_getrf_record, solve_lda, 64);
+TEV_AT(tev_getrf_record, solve_ldb, 72);
+TEV_AT(tev_getrf_record, swap_n, 80);
+TEV_AT(tev_getrf_record, swap_lda, 88);
+TEV_AT(tev_getrf_record, swap_k1, 96);
+TEV_AT(tev_getrf_record, swap_k2, 104);
+TEV_AT(tev_getrf_record, update_guards, 112);
+TEV_STATIC_ASSERT(sizeof(tev_getrf_record) == 128, "the LU record changed its size");
+
+TEV_AT(tev_step_slots, gemm.transa, 0);
+TEV_AT(tev_step_slots, gemm.transb, 8);
+TEV_AT(tev_step_slots, gemm.m, 16);
+TEV_AT(tev_step_slots, gemm.n, 24);
+TEV_AT(tev_step_slots, gemm.k, 32);
+TEV_AT(tev_step_slots, gemm.lda, 40);
+TEV_AT(tev_step_slots, gemm.ldb, 48);
+TEV_AT(tev_step_slots, gemm.ldc, 56);
+TEV_AT(tev_step_slots, trsm.side, 0);
+TEV_AT(tev_step_slots, trsm.uplo, 8);
+TEV_AT(tev_step_slots, trsm.transa, 16);
+TEV_AT(tev_step_slots, trsm.diag, 24);
+TEV_AT(tev_step_slots, trsm.m, 32);
+TEV_AT(tev_step_slots, trsm.n, 40);
+TEV_AT(tev_step_slots, trsm.lda, 48);
+TEV_AT(tev_step_slots, trsm.ldb, 56);
+TEV_AT(tev_step_slots, syrk.uplo, 0);
+TEV_AT(tev_step_slots, syrk.trans, 8);
+TEV_AT(tev_step_slots, syrk.n, 16);
+TEV_AT(tev_step_slots, syrk.k, 24);
+TEV_AT(tev_step_slots, syrk.lda, 32);
+TEV_AT(tev_step_slots, syrk.ldc, 40);
+TEV_AT(tev_step_slots, larfb.side, 0);
+TEV_AT(tev_step_slots, larfb.trans, 8);
+TEV_AT(tev_step_slots, larfb.direct, 16);
+TEV_AT(tev_step_slots, larfb.storev, 24);
+TEV_AT(tev_step_slots, larfb.m, 32);
+TEV_AT(tev_step_slots, larfb.n, 40);
+TEV_AT(tev_step_slots, larfb.k, 48);
+TEV_AT(tev_step_slots, larfb.ldv, 56);
+TEV_AT(tev_step_slots, larfb.ldt, 64);
+TEV_AT(tev_step_slots, larfb.ldc, 72);
+TEV_AT(tev_step_slots, larfb.ldwork, 80);
+TEV_STATIC_ASSERT(sizeof(tev_step_slots) == 128, "the slots of a step changed their size");
+
+TEV_AT(tev_sstep_record, alpha, 128);
+TEV_AT(tev_sstep_record, beta, 132);
+TEV_STATIC_ASSERT(sizeof(tev_sstep_record) == 192, "a step record changed its size");
+TEV_AT(tev_dstep_record, alpha, 128);
+TEV_AT(tev_dstep_record, beta, 136);
+TEV_STATIC_ASSERT(sizeof(tev_dstep_record) == 256, "a step record changed its size");
+TEV_AT(tev_cstep_record, alpha, 128);
+TEV_AT(tev_cstep_record, beta, 136);
+TEV_STATIC_ASSERT(sizeof(tev_cstep_record) == 256, "a step record changed its size");
+TEV_AT(tev_zstep_record, alpha, 128);
+TEV_AT(tev_zstep_record, beta, 144);
+TEV_STATIC_ASSERT(sizeof(tev_zstep_record) == 384, "a step record changed its size");
 
 #undef TEV_AT
 

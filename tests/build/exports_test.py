@@ -7,7 +7,10 @@ WANTED = {
     "be_card_invoke_handler", "ueaa_prv_card_invoke", "tev_ueaa_current_device", "ueaa_prv_post_device_time",
     "ueaa_prv_query_device_time_worker", "configure_device_threading_worker", "tev_sink_report",
     "tev_sink_trust_features",
-} | {f"tev_blas_{p}{op}_ao_worker" for p in "sdcz" for op in ("gemm", "symm", "trmm", "trsm")}
+} | {f"tev_blas_{p}{op}_ao_worker" for p in "sdcz" for op in ("gemm", "symm", "trmm", "trsm")} | {
+    f"tev_lapack_{name}" for p in "sdcz" for name in (
+        f"{p}getrf_worker", f"{p}gemm_worker", f"{p}trsm_worker", f"{p}syrk_worker", f"{p}larfb_worker", f"{p}laswp",
+        f"x{p}laswp", f"{p}larfb")}
 # Start-up code and linker; tev_serv_load_fun refuses them.
 TOOLCHAIN = {"_IO_stdin_used", "__data_start", "data_start", "__dso_handle", "__TMC_END__", "__bss_start", "_edata",
              "_end"}

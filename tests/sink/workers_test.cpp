@@ -1,16 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Every BLAS worker of the real sink, called as a foreign host would: records written byte by byte from the table
 // below, not through the structs that both sides share.
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <random>
-#include <string>
-#include <vector>
-
 #include "host/check.h"
-#include "tev/request.h"
-#include "vro/host.h"
+#include "tests/sink/foreign_host.h"
 
 namespace {
 
@@ -28,47 +20,32 @@ template <class T>
 struct layout;
 template <>
 struct layout<float> {
-  static constexpr char letter = 's';
   static constexpr gemm_offsets gemm = {32, 40, 48, 56, 64};
   static constexpr level3_offsets level3 = {32, 36, 40, 48, 56};
 };
 template <>
 struct layout<double> {
-  static constexpr char letter = 'd';
   static constexpr gemm_offsets gemm = {32, 40, 48, 56, 64};
   static constexpr level3_offsets level3 = {32, 40, 48, 56, 64};
 };
 template <>
 struct layout<std::complex<float>> {
-  static constexpr char letter = 'c';
   static constexpr gemm_offsets gemm = {32, 40, 48, 56, 64};
   static constexpr level3_offsets level3 = {32, 40, 48, 56, 64};
 };
 template <>
 struct layout<std::complex<double>> {
-  static constexpr char letter = 'z';
   static constexpr gemm_offsets gemm = {32, 48, 56, 64, 80};
   static constexpr level3_offsets level3 = {32, 48, 64, 72, 80};
 };
 
 constexpr const char* kNames[] = {"gemm", "symm", "trmm", "trsm"};
 
-template <class V>
-void put(std::vector<unsigned char>& block, size_t offset, const V& value) {
-  std::memcpy(block.data() + offset, &value, sizeof(value));
-}
-
 template <class T>
-std::vector<unsigned char> request_for(const problem<T>& p) {
-  std::vector<unsigned char> block(32320, 0xee);  // whatever a worker must not read is not zero
-  std::memset(block.data() + 30264, 0, 1016);
-  put(block, 0, uint32_t{1});
-  const std::string worker =
-      std::string("tev_blas_") + layout<T>::letter + kNames[static_cast<int>(p.op)] + "_ao_worker";
-  std::memcpy(block.data() + 8, worker.c_str(), worker.size() + 1);
-  put(block, 31280, int32_t{1});
-  put(block, 32316, int32_t{0});
-  const size_t r = 264;
+request_bytes request_for(const problem<T>& p) {
+  const std::string name = kNames[static_cast<int>(p.op)];
+  request_bytes block = invoke_request(std::string("tev_blas_") + kLetter<T> + name + "_ao_worker");
+  const size_t r = kRecordAt;
   put(block, r + 8, p.m);
   put(block, r + 16, p.n);
   if (p.op == operation::gemm) {
@@ -99,26 +76,11 @@ std::vector<unsigned char> request_for(const problem<T>& p) {
 }
 
 template <class T>
-T random_value(std::mt19937_64& source) {
-  std::uniform_real_distribution<double> range(-1.0, 1.0);
-  if constexpr (std::is_floating_point_v<T>)
-    return static_cast<T>(range(source));
-  else
-    return T(static_cast<typename T::value_type>(range(source)), static_cast<typename T::value_type>(range(source)));
-}
-
-template <class T>
-class Workers : public testing::Test {
+class Workers : public foreign_host<T, 3, 64 * 1024> {
  protected:
-  void SetUp() override {
-    const vro_process_options options = {TEV_SINK_PATH, nullptr, nullptr, -1};
-    ASSERT_EQ(vro_process_create(&options, &process_), VRO_OK) << vro_last_error();
-    for (vro_buffer*& buffer : buffers_)
-      ASSERT_EQ(vro_buffer_create(process_, kBytes, &buffer), VRO_OK) << vro_last_error();
-  }
-  void TearDown() override { EXPECT_EQ(vro_process_shutdown(process_, 10000), VRO_OK) << vro_last_error(); }
-
-  T* matrix(int i) { return static_cast<T*>(vro_buffer_map(buffers_[i])); }
+  using Host = foreign_host<T, 3, 64 * 1024>;
+  using Host::kElements;
+  using Host::matrix;
 
   // Fills the operands, sends the request, judges the result; B or C beyond the result must keep its bits.
   void run(problem<T> p) {
@@ -128,42 +90,30 @@ class Workers : public testing::Test {
     p.lda = (p.op == operation::gemm ? (plain_a ? p.m : p.k) : order) + 2;
     p.ldb = (p.op == operation::gemm && !plain_b ? p.n : p.op == operation::gemm ? p.k : p.m) + 1;
     p.ldc = p.m + 3;
-    const size_t elements = kBytes / sizeof(T);
-    for (int i = 0; i < 3; ++i)
-      for (size_t e = 0; e < elements; ++e) matrix(i)[e] = random_value<T>(random_);
+    for (int i = 0; i < 3; ++i) this->fill(i, kElements);
     if (p.op == operation::trsm)
       for (int64_t i = 0; i < order; ++i) matrix(0)[i + i * p.lda] += T(4);
     const int result = three ? 2 : 1;
-    const std::vector<T> before(matrix(result), matrix(result) + elements);
+    const std::vector<T> before = this->contents(result, kElements);
     p.a = matrix(0);
     p.b = three ? matrix(1) : before.data();
     p.c = three ? before.data() : nullptr;
 
-    const std::vector<unsigned char> block = request_for(p);
-    vro_completion* done = nullptr;
-    ASSERT_EQ(vro_run(process_, "ueaa_prv_card_invoke", buffers_, 3, block.data(), block.size(), 0, &done), VRO_OK);
-    ASSERT_EQ(vro_completion_wait(done, 60000), VRO_OK) << vro_last_error();
-    vro_completion_release(done);
+    this->send(request_for(p), 3);
 
-    const std::string where = std::string() + layout<T>::letter + kNames[static_cast<int>(p.op)] + " " + p.transa +
-                              p.transb + p.side + p.uplo + p.diag + " " + std::to_string(p.m) + " x " +
-                              std::to_string(p.n) + " x " + std::to_string(p.k);
+    const std::string where = std::string() + kLetter<T> + kNames[static_cast<int>(p.op)] + " " + p.transa + p.transb +
+                              p.side + p.uplo + p.diag + " " + std::to_string(p.m) + " x " + std::to_string(p.n) +
+                              " x " + std::to_string(p.k);
     const tev::host::verdict judged = tev::host::check(p, matrix(result), 1);
     EXPECT_TRUE(judged.passed) << where << ": " << judged.text;
     const int64_t ld = three ? p.ldc : p.ldb;
-    for (size_t e = 0; e < elements; ++e) {
+    for (size_t e = 0; e < kElements; ++e) {
       const bool inside = static_cast<int64_t>(e) % ld < p.m && static_cast<int64_t>(e) / ld < p.n;
       if (!inside) ASSERT_EQ(std::memcmp(&before[e], matrix(result) + e, sizeof(T)), 0) << where << ": element " << e;
     }
   }
-
-  static constexpr size_t kBytes = 64 * 1024;
-  vro_process* process_ = nullptr;
-  vro_buffer* buffers_[3] = {};
-  std::mt19937_64 random_{20260407};
 };
 
-using precisions = testing::Types<float, double, std::complex<float>, std::complex<double>>;
 TYPED_TEST_SUITE(Workers, precisions);
 
 constexpr int64_t kSizes[][3] = {{1, 1, 1}, {2, 3, 5}, {17, 9, 31}, {40, 33, 7}, {0, 4, 3}, {5, 0, 3}, {7, 6, 0}};
