@@ -4,48 +4,33 @@
 #pragma once
 
 #define TEV_TIER avx512_zel
-#include "kernels/families/gemm_shape.h"
-#include "kernels/families/names.h"
-#include "kernels/families/simd-inl.h"
+#include "kernels/avx512_zel/roster.h"
+#include "kernels/families/tier_numbers.h"
 
 namespace tev::avx512_zel {
 
-inline constexpr int kVectorBytes = 64;
-inline constexpr int kVectorRegisters = 32;
-inline constexpr bool kPeelsToAlignment = false;
-inline constexpr bool kHasFma = true;
-inline constexpr int32_t kApiVersion = 2, kApiSupport = 4;  // what the drivers ask for
-inline constexpr bool kBdzOnlyInDouble = false;
-
-// A strip of A as deep as a panel outgrows the first cache: fetch ahead.
-inline constexpr bool kLargeStrips = true;
-// Strips of A that share a register tile: a tile of one strip is as wide as that of B and bound by its loads.
-inline constexpr int kStripsTogether = 2;
-// Broadcasts come with the load.
-template <class R>
-inline constexpr bool kRotatesB = false;
-
-// mr nr, t1 t2, kc mc nc, wide kc nc, in place mr nr: gemm_shape.h says what each is.
-template <class T>
-inline constexpr gemm_shape kGemm = {};
-template <>
-inline constexpr gemm_shape kGemm<float> = {16, 28, 336, 672, 336, 9884, 224, 432, 336, 48, 8};
-template <>
-inline constexpr gemm_shape kGemm<double> = {8, 28, 336, 672, 336, 4992, 112, 336, 112, 24, 8};
-template <>
-inline constexpr gemm_shape kGemm<tev_complex8> = {8, 14, 336, 672, 336, 4992, 112, 336, 112, 8, 14};
-template <>
-inline constexpr gemm_shape kGemm<tev_complex16> = {4, 14, 336, 672, 336, 2496, 56, 336, 56, 4, 14};
-
-// Kernels of fixed sizes that the sequential product may use: m = k = 6; 2 or 3 columns; k from 1 to 10.
-template <class T>
-inline constexpr bool kHasMeq6 = false;
-template <class T>
-inline constexpr bool kHasSmallN = sizeof(T) == alignof(T);
-template <class T>
-inline constexpr bool kHasFixedDepth = sizeof(T) == 2 * alignof(T);
-
-template <class T>
-inline constexpr least_packed kLeastPacked = {72, 56, 193};
+inline constexpr tier_numbers kTier = {
+    .vector_bytes = 64,
+    .vector_registers = 32,
+    .fused_multiply_add = true,
+    .peels_to_alignment = false,
+    .api_version = 2,
+    .api_support = 4,
+    .large_strips = true,  // a strip of A as deep as a panel outgrows the first cache: fetch ahead
+    .strips_together = 2,  // a tile of one strip is as wide as that of B and bound by its loads
+    .rotates_floats = false,  // broadcasts come with the load
+    .rotates_doubles = false,
+    .packs_from = least_packed{.plain = 72, .transposed = 56, .both = 193},
+    .s = gemm_shape{.mr = 16, .nr = 28, .one_panel_to = 336, .full_panels_from = 672, .kc = 336, .mc = 9884, .nc = 224,
+          .wide_kc = 432, .wide_nc = 336, .unpacked_rows = 48, .unpacked_columns = 8},
+    .d = gemm_shape{.mr = 8, .nr = 28, .one_panel_to = 336, .full_panels_from = 672, .kc = 336, .mc = 4992, .nc = 112,
+          .wide_kc = 336, .wide_nc = 112, .unpacked_rows = 24, .unpacked_columns = 8},
+    .c = gemm_shape{.mr = 8, .nr = 14, .one_panel_to = 336, .full_panels_from = 672, .kc = 336, .mc = 4992, .nc = 112,
+          .wide_kc = 336, .wide_nc = 112, .unpacked_rows = 8, .unpacked_columns = 14},
+    .z = gemm_shape{.mr = 4, .nr = 14, .one_panel_to = 336, .full_panels_from = 672, .kc = 336, .mc = 2496, .nc = 56,
+          .wide_kc = 336, .wide_nc = 56, .unpacked_rows = 4, .unpacked_columns = 14},
+};
 
 }  // namespace tev::avx512_zel
+
+#include "kernels/families/tier-inl.h"

@@ -3,48 +3,33 @@
 #pragma once
 
 #define TEV_TIER cnr_def
-#include "kernels/families/gemm_shape.h"
-#include "kernels/families/names.h"
-#include "kernels/families/simd-inl.h"
+#include "kernels/cnr_def/roster.h"
+#include "kernels/families/tier_numbers.h"
 
 namespace tev::cnr_def {
 
-inline constexpr int kVectorBytes = 16;
-inline constexpr int kVectorRegisters = 16;
-inline constexpr bool kPeelsToAlignment = false;
-inline constexpr bool kHasFma = false;
-inline constexpr int32_t kApiVersion = 1, kApiSupport = 0;  // what the drivers ask for
-inline constexpr bool kBdzOnlyInDouble = true;
-
-// A strip of A stays in the first cache.
-inline constexpr bool kLargeStrips = false;
-// Strips of A that share a register tile.
-inline constexpr int kStripsTogether = 1;
-// A broadcast takes a shuffle: rotate rows of B instead.
-template <class R>
-inline constexpr bool kRotatesB = true;
-
-// mr nr, t1 t2, kc mc nc, wide kc nc, in place mr nr: gemm_shape.h says what each is.
-template <class T>
-inline constexpr gemm_shape kGemm = {};
-template <>
-inline constexpr gemm_shape kGemm<float> = {8, 4, 256, 384, 256, 4992, 384, 256, 384, 8, 4};
-template <>
-inline constexpr gemm_shape kGemm<double> = {4, 4, 256, 384, 256, 4992, 192, 256, 192, 4, 4};
-template <>
-inline constexpr gemm_shape kGemm<tev_complex8> = {4, 2, 256, 384, 256, 4992, 192, 256, 192, 4, 2};
-template <>
-inline constexpr gemm_shape kGemm<tev_complex16> = {2, 2, 256, 384, 256, 2496, 96, 256, 96, 2, 2};
-
-// Kernels of fixed sizes that the sequential product may use: m = k = 6; 2 or 3 columns; k from 1 to 10.
-template <class T>
-inline constexpr bool kHasMeq6 = false;
-template <class T>
-inline constexpr bool kHasSmallN = false;
-template <class T>
-inline constexpr bool kHasFixedDepth = false;
-
-template <class T>
-inline constexpr least_packed kLeastPacked = {40, 40, 40};
+inline constexpr tier_numbers kTier = {
+    .vector_bytes = 16,
+    .vector_registers = 16,
+    .fused_multiply_add = false,
+    .peels_to_alignment = false,
+    .api_version = 1,
+    .api_support = 0,
+    .large_strips = false,  // a strip of A stays in the first cache
+    .strips_together = 1,
+    .rotates_floats = true,  // a broadcast takes a shuffle: rotate rows of B instead
+    .rotates_doubles = true,
+    .packs_from = least_packed{.plain = 40, .transposed = 40, .both = 40},
+    .s = gemm_shape{.mr = 8, .nr = 4, .one_panel_to = 256, .full_panels_from = 384, .kc = 256, .mc = 4992, .nc = 384,
+          .wide_kc = 256, .wide_nc = 384, .unpacked_rows = 8, .unpacked_columns = 4},
+    .d = gemm_shape{.mr = 4, .nr = 4, .one_panel_to = 256, .full_panels_from = 384, .kc = 256, .mc = 4992, .nc = 192,
+          .wide_kc = 256, .wide_nc = 192, .unpacked_rows = 4, .unpacked_columns = 4},
+    .c = gemm_shape{.mr = 4, .nr = 2, .one_panel_to = 256, .full_panels_from = 384, .kc = 256, .mc = 4992, .nc = 192,
+          .wide_kc = 256, .wide_nc = 192, .unpacked_rows = 4, .unpacked_columns = 2},
+    .z = gemm_shape{.mr = 2, .nr = 2, .one_panel_to = 256, .full_panels_from = 384, .kc = 256, .mc = 2496, .nc = 96,
+          .wide_kc = 256, .wide_nc = 96, .unpacked_rows = 2, .unpacked_columns = 2},
+};
 
 }  // namespace tev::cnr_def
+
+#include "kernels/families/tier-inl.h"

@@ -84,7 +84,8 @@ int32_t check_strategy(strategy* s) {
   if (s->strategy_code == kNoCopy && kParts<T> == 2) s->strategy_code = kFullCopy;
   const bool in_place = s->strategy_code == kNoCopy;
   if (in_place) s->first = 4;
-  const int64_t mr = in_place ? kGemm<T>.in_place_mr : kGemm<T>.mr, nr = in_place ? kGemm<T>.in_place_nr : kGemm<T>.nr;
+  const int64_t mr = in_place ? kGemm<T>.unpacked_rows : kGemm<T>.mr;
+  const int64_t nr = in_place ? kGemm<T>.unpacked_columns : kGemm<T>.nr;
   const bool unchanged = s->mr == mr && s->nr == nr && s->ku == 1;
   s->mr = mr;
   s->nr = nr;
@@ -258,7 +259,9 @@ int32_t initialize_buffers(const operand* a, const operand* b, const strategy* s
   const int64_t m = a->rows, k = a->columns, n = b->columns;
   const int64_t kc_cap = s->wide_block != 0 ? shape.wide_kc : shape.kc;
   const int64_t nc_cap = k < kShallow ? kShallowColumns : s->wide_block != 0 ? shape.wide_nc : shape.nc;
-  const int64_t kc = k <= shape.t1 ? max_of(round_up(k, s->ku), 128) : k < shape.t2 ? round_up(k / 2, s->ku) : kc_cap;
+  const int64_t kc = k <= shape.one_panel_to      ? max_of(round_up(k, s->ku), 128)
+                     : k < shape.full_panels_from ? round_up(k / 2, s->ku)
+                                                  : kc_cap;
   const int64_t mc = round_up(min_of(max_of(s->mr, m), shape.mc), s->mr);
   const int64_t nc = round_up(min_of(max_of(s->nr, n), nc_cap), s->nr);
   const bool packs = s->pack == 2;

@@ -25,9 +25,6 @@ inline constexpr bool kIsDouble = false;
 template <>
 inline constexpr bool kIsDouble<double> = true;
 
-template <class T>
-inline constexpr bool kHasBdz = kVersion1 && (!kBdzOnlyInDouble || kIsDouble<T>);
-
 inline constexpr int64_t kPanelAlignment = 128;  // bytes
 inline constexpr int64_t kDepthUnit = 2;
 

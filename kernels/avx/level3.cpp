@@ -1,4 +1,0 @@
-// SPDX-License-Identifier: BSD-3-Clause
-#include "kernels/avx/tier.h"
-
-#include "kernels/exports/level3_all.inc"

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What avx512 has by name beside the families of every tier: each list of kernels/exports with the precisions that have it.
+#pragma once
+
+#define TEV_MR_s 48
+#define TEV_NR_s 8
+#define TEV_MR_d 24
+#define TEV_NR_d 8
+#define TEV_MR_c 24
+#define TEV_NR_c 4
+#define TEV_MR_z 12
+#define TEV_NR_z 4
+
+#define TEV_HAS_gemm_framework(s, d, c, z) 1
+#define TEV_HAS_gemm_nocopy(s, d, c, z) s || d
+#define TEV_HAS_gemm_qfma(s, d, c, z) 0
+#define TEV_HAS_gemm_anbn(s, d, c, z) 0
+#define TEV_HAS_gemm_meq6(s, d, c, z) 0
+#define TEV_HAS_gemm_meq9_12(s, d, c, z) 0
+#define TEV_HAS_gemm_n_smalln(s, d, c, z) d
+#define TEV_HAS_gemm_t_smalln(s, d, c, z) s || d
+#define TEV_HAS_gemm_tiny(s, d, c, z) 1
+#define TEV_HAS_gemm_sm(s, d, c, z) c || z
+#define TEV_HAS_gemm_version1_only(s, d, c, z) 0
+#define TEV_HAS_gemm_bdz_copies(s, d, c, z) 0
+#define TEV_HAS_gemm_brc_copies(s, d, c, z) 0
+#define TEV_HAS_gemm_htn(s, d, c, z) 0

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Level 1 and 2.
+#include "tier.h"
+
+#include "kernels/families/gemv-inl.h"
+#include "kernels/families/ger-inl.h"
+#include "kernels/families/vector-inl.h"
+#include "kernels/routine_types.h"
+
+#define TEV_LIST "kernels/exports/vectors.inc"
+#include "kernels/units/each_precision.inc"
