@@ -65,6 +65,33 @@ TEV_EXPORT void tev_lapack_zlarfb(const char* side, const char* trans, const cha
                                   const int64_t* ldc, tev_complex16* work, const int64_t* ldwork, int64_t side_length,
                                   int64_t trans_length, int64_t direct_length, int64_t storev_length);
 
+/* ---- LU ------------------------------------------------------------------------------------------------------------
+ */
+
+/* A = P L U in place, A m x n: row i was exchanged with row ipiv[i], counted from 1, for i = 0, 1, ... Pivots are the
+ * largest by |re| + |im|. info: 0; j: u(j, j) is zero, the factors are complete but U is singular; -i: argument i is
+ * wrong. */
+TEV_EXPORT void tev_lapack_sgetrf(const int64_t* m, const int64_t* n, float* a, const int64_t* lda, int64_t* ipiv,
+                                  int64_t* info);
+TEV_EXPORT void tev_lapack_dgetrf(const int64_t* m, const int64_t* n, double* a, const int64_t* lda, int64_t* ipiv,
+                                  int64_t* info);
+TEV_EXPORT void tev_lapack_cgetrf(const int64_t* m, const int64_t* n, tev_complex8* a, const int64_t* lda,
+                                  int64_t* ipiv, int64_t* info);
+TEV_EXPORT void tev_lapack_zgetrf(const int64_t* m, const int64_t* n, tev_complex16* a, const int64_t* lda,
+                                  int64_t* ipiv, int64_t* info);
+
+/* ---- Cholesky ------------------------------------------------------------------------------------------------------
+ */
+
+/* A = L L^H (uplo L) or U^H U (U) in place; the other triangle is neither read nor written. info: 0; j: the leading
+ * minor of order j is not positive definite; -i: argument i is wrong. */
+TEV_EXPORT void tev_lapack_spotrf(const char* uplo, const int64_t* n, float* a, const int64_t* lda, int64_t* info);
+TEV_EXPORT void tev_lapack_dpotrf(const char* uplo, const int64_t* n, double* a, const int64_t* lda, int64_t* info);
+TEV_EXPORT void tev_lapack_cpotrf(const char* uplo, const int64_t* n, tev_complex8* a, const int64_t* lda,
+                                  int64_t* info);
+TEV_EXPORT void tev_lapack_zpotrf(const char* uplo, const int64_t* n, tev_complex16* a, const int64_t* lda,
+                                  int64_t* info);
+
 #ifdef __cplusplus
 }
 #endif

@@ -12,6 +12,7 @@ MAY_INCLUDE = {
     "kernels": {"include", "service", "kernels"},
     "blas_threading": {"include", "service", "kernels", "blas_threading"},
     "lapack_workers": {"include", "service", "kernels", "blas_threading", "lapack_workers"},
+    "factorizations": {"include", "service", "kernels", "blas_threading", "factorizations"},
     "sink": {"include", "service", "kernels", "blas_threading", "lapack_workers", "sink"},
     "loopback": {"include", "loopback"},
     "request_check": {"include", "request_check"},

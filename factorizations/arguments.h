@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Argument errors of the LAPACK routines.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <initializer_list>
+#include <string_view>
+
+#include "blas_threading/element.h"
+#include "tev/service.h"
+
+namespace tev::lapack {
+
+struct argument {
+  int32_t position;  // from 1
+  bool is_right;
+};
+
+// Reports the first wrong one under the routine's name and makes *info minus its position, or 0 when all are right.
+template <class T>
+bool are_right(const char* stem, int64_t* info, std::initializer_list<argument> arguments) {
+  const auto wrong = std::find_if(arguments.begin(), arguments.end(), [](const argument& a) { return !a.is_right; });
+  *info = wrong == arguments.end() ? 0 : -wrong->position;
+  if (*info == 0) return true;
+  char name[16] = {blas::element<T>::kLetter};
+  std::strncpy(name + 1, stem, sizeof name - 2);
+  tev_serv_xerbla(name, &wrong->position, static_cast<int32_t>(std::strlen(name)));
+  return false;
+}
+
+inline char upper_case(char letter) { return static_cast<char>(letter & ~0x20); }
+
+inline bool is_one_of(char letter, std::string_view letters) {
+  return letters.find(upper_case(letter)) != std::string_view::npos;
+}
+
+inline bool holds(int64_t leading_dimension, int64_t rows) { return leading_dimension >= std::max<int64_t>(1, rows); }
+
+}  // namespace tev::lapack

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Cholesky and what stands on it.
+#include "tests/factorizations/factored.h"
+#include "tev/lapack.h"
+
+namespace tev::test {
+namespace {
+
+template <class T>
+struct cholesky_of;
+#define TEV_CHOLESKY_OF(T, p)                            \
+  template <>                                            \
+  struct cholesky_of<T> {                                \
+    static constexpr auto potrf = tev_lapack_##p##potrf; \
+  };
+TEV_CHOLESKY_OF(float, s)
+TEV_CHOLESKY_OF(double, d)
+TEV_CHOLESKY_OF(std::complex<float>, c)
+TEV_CHOLESKY_OF(std::complex<double>, z)
+
+template <class T>
+class Cholesky : public testing::Test {};
+TYPED_TEST_SUITE(Cholesky, Elements);
+
+bool stored(char uplo, int64_t i, int64_t j) { return uplo == 'L' ? i >= j : i <= j; }
+
+// Hermitian and positive definite, by a dominant diagonal or barely; scaled from both sides by factors of the kind.
+// NaN wherever it must not be read.
+template <class T>
+matrix<T> definite_matrix(char uplo, int64_t n, const kind& k, engine& random) {
+  using R = real_part_t<T>;
+  matrix<T> a(n, n);
+  const auto scale = [&](int64_t i) {
+    return std::sqrt(static_cast<R>(k.factor(i, i, std::numeric_limits<R>::max_exponent)));
+  };
+  for (int64_t j = 0; j < n; ++j)
+    for (int64_t i = 0; i < n; ++i) {
+      if (!stored(uplo, i, j)) continue;
+      a(i, j) = random_element<T>(random, values::fractions) * scale(i) * scale(j);
+      if (i != j) continue;
+      a(j, j) = scale(j) * scale(j) * (static_cast<R>(2 * n) + R(1));
+      if constexpr (kIsComplex<T>) a(j, j).imag(std::numeric_limits<R>::quiet_NaN());
+    }
+  return a;
+}
+
+// All of the Hermitian matrix, or of the factor L or U: its triangle.
+template <class T>
+wide_matrix<wide_t<T>> whole(char uplo, const matrix<T>& a, bool hermitian) {
+  wide_matrix<wide_t<T>> w(a.rows(), a.columns());
+  for (int64_t j = 0; j < a.columns(); ++j)
+    for (int64_t i = 0; i < a.rows(); ++i) {
+      if (!stored(uplo, i, j)) continue;
+      w(i, j) = a(i, j);
+      if (hermitian) w(j, i) = i == j ? wide_t<T>(std::real(a(j, j))) : conjugate(wide_t<T>(a(i, j)));
+    }
+  return w;
+}
+
+template <class T>
+int64_t potrf(char uplo, matrix<T>& a) {
+  const int64_t n = a.rows(), lda = a.ld();
+  int64_t info = 7;
+  cholesky_of<T>::potrf(&uplo, &n, at(a), &lda, &info);
+  return info;
+}
+
+template <class T>
+void factor_and_judge(char uplo, int64_t n, const kind& k, engine& random) {
+  const std::string what = std::string(k.name) + ' ' + uplo + ' ' + std::to_string(n);
+  const matrix<T> start = definite_matrix<T>(uplo, n, k, random);
+  matrix<T> a = start;
+  ASSERT_EQ(potrf(uplo, a), 0) << what;
+  const wide_matrix<wide_t<T>> factor = whole(uplo, a, false), other = adjoint(factor);
+  expect_product<T>(whole(uplo, start, true), uplo == 'L' ? factor : other, uplo == 'L' ? other : factor, n + 4, random,
+                    what);
+  EXPECT_TRUE(a.padding_is_intact()) << what;
+  for (int64_t j = 0; j < n; ++j)
+    for (int64_t i = 0; i < n; ++i)
+      ASSERT_EQ(stored(uplo, i, j), a(i, j) == a(i, j)) << what << " at " << i << ", " << j;
+}
+
+TYPED_TEST(Cholesky, FactorsOfEveryKindOfMatrix) {
+  engine random(15);
+  for (const kind& k : kKinds)
+    for (const char uplo : {'L', 'U'})
+      for (int64_t n = 0; n <= 70; n += 1 + static_cast<int64_t>(random() % 4))
+        factor_and_judge<TypeParam>(uplo, n, k, random);
+}
+
+TYPED_TEST(Cholesky, FactorsOverATeam) {
+  engine random(16);
+  for (const auto& [n, threads] : {std::pair(255, 2), {256, 2}, {257, 3}, {450, 5}, {1025, 2}}) {
+    const own_threads team(threads);
+    for (const char uplo : {'L', 'U'}) factor_and_judge<TypeParam>(uplo, n, kKinds[0], random);
+  }
+}
+
+// Zero, negative, NaN: the first pivot that is not above zero is reported; what was factored before it stays.
+TYPED_TEST(Cholesky, TheFirstMinorThatIsNotPositiveIsReported) {
+  using R = real_part_t<TypeParam>;
+  engine random(17);
+  const own_threads team(3);
+  for (const char uplo : {'l', 'u'})
+    for (const int64_t n : {1, 5, 60, 300})
+      for (const R pivot : {R(0), R(-1), std::numeric_limits<R>::quiet_NaN()}) {
+        const int64_t bad = n * 2 / 3;
+        matrix<TypeParam> a = definite_matrix<TypeParam>(uplo == 'l' ? 'L' : 'U', n, kKinds[4], random);
+        for (int64_t i = 0; i < n; ++i)
+          if (i != bad) (stored(uplo == 'l' ? 'L' : 'U', i, bad) ? a(i, bad) : a(bad, i)) = TypeParam(0);
+        a(bad, bad) = pivot;
+        EXPECT_EQ(potrf(uplo, a), bad + 1) << uplo << n;
+        if (bad > 0) EXPECT_GT(std::real(a(bad - 1, bad - 1)), R(0));
+      }
+}
+
+}  // namespace
+}  // namespace tev::test
