@@ -4,8 +4,9 @@
 //
 //   every request    length, code, number of buffers, strings that end
 //   code 1           and pinning, and what its worker says:
-//   BLAS workers     buffers >= those used; option letters; m, n, k >= 0; for each matrix: leading dimension >= rows,
+//   BLAS, LAPACK     buffers >= those used; option letters; m, n, k >= 0; for each matrix: leading dimension >= rows,
 //                    relocation + ((columns - 1) leading dimension + rows) elements <= buffer
+//   steps            and parameter and number of buffers as the worker demands them
 #include "tev/check.h"
 
 #include <cstdarg>
@@ -24,11 +25,23 @@ constexpr size_t kK = offsetof(tev_dgemm_record, k);
 // What the precision of a record decides.
 struct layout {
   uint32_t element, part;  // bytes of an element, and of each number in it
-  size_t leading[3];       // offsets of lda, ldb, ldc
+  size_t leading[3];       // offsets of lda, ldb, ldc; not steps
+  uint32_t record;         // bytes; steps only
 };
 
 template <class Record, uint32_t kElement, uint32_t kPart>
-constexpr layout kLayout = {kElement, kPart, {offsetof(Record, lda), offsetof(Record, ldb), offsetof(Record, ldc)}};
+constexpr layout kLayout = {kElement, kPart, {offsetof(Record, lda), offsetof(Record, ldb), offsetof(Record, ldc)}, 0};
+template <class Record, uint32_t kElement, uint32_t kPart>
+constexpr layout kStepLayout = {kElement, kPart, {}, sizeof(Record)};
+
+// A matrix of a request: its buffer, its name, and where its leading dimension is.
+struct operand {
+  uint32_t buffer;
+  const char* name;
+  const char* leading_name;
+  size_t leading;
+  int64_t rows, columns;
+};
 
 class checker {
  public:
@@ -48,6 +61,11 @@ class checker {
   bool check_gemm(const layout& at);
   bool check_symm(const layout& at);
   bool check_in_place(const layout& at);
+  bool check_lu_step(const layout& at);
+  bool check_gemm_step(const layout& at);
+  bool check_trsm_step(const layout& at);
+  bool check_syrk_step(const layout& at);
+  bool check_larfb_step(const layout& at);
   bool check_threading(const layout&);
   bool check_nothing(const layout&) { return true; }
 
@@ -68,8 +86,13 @@ class checker {
   bool check_option(const char* name, size_t offset, const char* letters);
   bool check_size(const char* name, size_t offset);
   bool check_square_and_block(const layout& at);
+  bool check_at_most(const char* name, size_t offset, const char* bound_name, int64_t bound);
+  bool check_step(const layout& at, uint32_t buffers);
+  bool check_interchanges(const layout& at);
+  bool check_update(const layout& at);
   bool check_matrix(uint32_t buffer, int64_t rows, int64_t columns, const layout& at);
-  bool check_place(uint32_t buffer, int64_t rows, int64_t columns, int64_t leading, const layout& at);
+  bool check_operand(const operand& x, const layout& at);
+  bool check_place(const operand& x, int64_t leading, uint32_t element, uint32_t part);
 
   __attribute__((format(printf, 3, 4))) bool refuse(int code, const char* format, ...) {
     code_ = code;
@@ -103,14 +126,27 @@ struct known_worker {
     "tev_blas_" #p "trsm_ao_worker", &checker::check_in_place, kLayout<tev_##p##level3_record, element, part>        \
   }
 
+#define TEV_LAPACK_WORKERS(p, element, part)                                                                           \
+  {"tev_lapack_" #p "getrf_worker", &checker::check_lu_step, kStepLayout<tev_getrf_record, element, part>},            \
+      {"tev_lapack_" #p "gemm_worker", &checker::check_gemm_step, kStepLayout<tev_##p##step_record, element, part>},   \
+      {"tev_lapack_" #p "trsm_worker", &checker::check_trsm_step, kStepLayout<tev_##p##step_record, element, part>},   \
+      {"tev_lapack_" #p "syrk_worker", &checker::check_syrk_step, kStepLayout<tev_##p##step_record, element, part>}, { \
+    "tev_lapack_" #p "larfb_worker", &checker::check_larfb_step, kStepLayout<tev_##p##step_record, element, part>      \
+  }
+
 constexpr known_worker kWorkers[] = {
     TEV_BLAS_WORKERS(s, 4, 4),
     TEV_BLAS_WORKERS(d, 8, 8),
     TEV_BLAS_WORKERS(c, 8, 4),
     TEV_BLAS_WORKERS(z, 16, 8),
+    TEV_LAPACK_WORKERS(s, 4, 4),
+    TEV_LAPACK_WORKERS(d, 8, 8),
+    TEV_LAPACK_WORKERS(c, 8, 4),
+    TEV_LAPACK_WORKERS(z, 16, 8),
     {"configure_device_threading_worker", &checker::check_threading, {}},
     {"ueaa_prv_query_device_time_worker", &checker::check_nothing, {}},
 };
+#undef TEV_LAPACK_WORKERS
 #undef TEV_BLAS_WORKERS
 
 bool checker::check_gemm(const layout& at) {
@@ -140,6 +176,105 @@ bool checker::check_square_and_block(const layout& at) {
   const int64_t m = size_at(kM), n = size_at(kN), order = is_letter(offsetof(tev_dlevel3_record, side), 'L') ? m : n;
   return check_matrix(0, order, order, at) && check_matrix(1, m, n, at);
 }
+
+// ---- Steps of a factorization
+
+#define TEV_AT(field) offsetof(tev_step_slots, field)
+
+bool checker::check_gemm_step(const layout& at) {
+  if (!(check_step(at, 3) && check_option("transa", TEV_AT(gemm.transa), "NTC") &&
+        check_option("transb", TEV_AT(gemm.transb), "NTC") && check_size("m", TEV_AT(gemm.m)) &&
+        check_size("n", TEV_AT(gemm.n)) && check_size("k", TEV_AT(gemm.k))))
+    return false;
+  const int64_t m = size_at(TEV_AT(gemm.m)), n = size_at(TEV_AT(gemm.n)), k = size_at(TEV_AT(gemm.k));
+  const bool plain_a = is_letter(TEV_AT(gemm.transa), 'N'), plain_b = is_letter(TEV_AT(gemm.transb), 'N');
+  return check_operand({0, "A", "lda", TEV_AT(gemm.lda), plain_a ? m : k, plain_a ? k : m}, at) &&
+         check_operand({1, "B", "ldb", TEV_AT(gemm.ldb), plain_b ? k : n, plain_b ? n : k}, at) &&
+         check_operand({2, "C", "ldc", TEV_AT(gemm.ldc), m, n}, at);
+}
+
+bool checker::check_trsm_step(const layout& at) {
+  if (!(check_step(at, 2) && check_option("side", TEV_AT(trsm.side), "LR") &&
+        check_option("uplo", TEV_AT(trsm.uplo), "UL") && check_option("transa", TEV_AT(trsm.transa), "NTC") &&
+        check_option("diag", TEV_AT(trsm.diag), "NU") && check_size("m", TEV_AT(trsm.m)) &&
+        check_size("n", TEV_AT(trsm.n))))
+    return false;
+  const int64_t m = size_at(TEV_AT(trsm.m)), n = size_at(TEV_AT(trsm.n));
+  const int64_t order = is_letter(TEV_AT(trsm.side), 'L') ? m : n;
+  return check_operand({0, "A", "lda", TEV_AT(trsm.lda), order, order}, at) &&
+         check_operand({1, "B", "ldb", TEV_AT(trsm.ldb), m, n}, at);
+}
+
+bool checker::check_syrk_step(const layout& at) {
+  const bool is_complex = at.element != at.part;
+  if (!(check_step(at, 2) && check_option("uplo", TEV_AT(syrk.uplo), "UL") &&
+        check_option("trans", TEV_AT(syrk.trans), is_complex ? "NT" : "NTC") && check_size("n", TEV_AT(syrk.n)) &&
+        check_size("k", TEV_AT(syrk.k))))
+    return false;
+  const int64_t n = size_at(TEV_AT(syrk.n)), k = size_at(TEV_AT(syrk.k));
+  const bool plain = is_letter(TEV_AT(syrk.trans), 'N');
+  return check_operand({0, "A", "lda", TEV_AT(syrk.lda), plain ? n : k, plain ? k : n}, at) &&
+         check_operand({1, "C", "ldc", TEV_AT(syrk.ldc), n, n}, at);
+}
+
+bool checker::check_larfb_step(const layout& at) {
+  if (!(check_step(at, 4) && check_option("side", TEV_AT(larfb.side), "LR") &&
+        check_option("trans", TEV_AT(larfb.trans), "NTC") && check_option("direct", TEV_AT(larfb.direct), "FB") &&
+        check_option("storev", TEV_AT(larfb.storev), "CR") && check_size("m", TEV_AT(larfb.m)) &&
+        check_size("n", TEV_AT(larfb.n)) && check_size("k", TEV_AT(larfb.k))))
+    return false;
+  const bool left = is_letter(TEV_AT(larfb.side), 'L'), columns = is_letter(TEV_AT(larfb.storev), 'C');
+  const int64_t m = size_at(TEV_AT(larfb.m)), n = size_at(TEV_AT(larfb.n)), k = size_at(TEV_AT(larfb.k));
+  const int64_t length = left ? m : n;
+  return check_at_most("k", TEV_AT(larfb.k), left ? "m" : "n", length) &&
+         check_operand({0, "V", "ldv", TEV_AT(larfb.ldv), columns ? length : k, columns ? k : length}, at) &&
+         check_operand({1, "T", "ldt", TEV_AT(larfb.ldt), k, k}, at) &&
+         check_operand({2, "C", "ldc", TEV_AT(larfb.ldc), m, n}, at) &&
+         check_operand({3, "the work array", "ldwork", TEV_AT(larfb.ldwork), left ? n : m, k}, at);
+}
+
+#undef TEV_AT
+#define TEV_AT(field) offsetof(tev_getrf_record, field)
+
+bool checker::check_lu_step(const layout& at) {
+  const bool updates = size_at(TEV_AT(update_guards[0])) < size_at(TEV_AT(update_guards[1]));
+  if (!(check_buffers(updates ? 7 : 4) && check_interchanges(at) && check_size("m of the solve", TEV_AT(solve_m)) &&
+        check_size("n of the solve", TEV_AT(solve_n))))
+    return false;
+  const int64_t m = size_at(TEV_AT(solve_m)), n = size_at(TEV_AT(solve_n));
+  return check_operand({2, "the triangle", "its leading dimension", TEV_AT(solve_lda), m, m}, at) &&
+         check_operand({3, "the right side", "its leading dimension", TEV_AT(solve_ldb), m, n}, at) &&
+         (!updates || check_update(at));
+}
+
+// The pivots may name any row up to the leading dimension, so all of these must be there.
+bool checker::check_interchanges(const layout& at) {
+  if (!check_size("columns to interchange", TEV_AT(swap_n))) return false;
+  const int64_t n = size_at(TEV_AT(swap_n)), lda = size_at(TEV_AT(swap_lda));
+  const int64_t first = size_at(TEV_AT(swap_k1)), last = size_at(TEV_AT(swap_k2));
+  if (!check_operand({0, "the columns to interchange", "their leading dimension", TEV_AT(swap_lda), lda, n}, at) ||
+      n == 0 || first > last)
+    return code_ == TEV_CHECK_OK;
+  if (first < 1)
+    return refuse(TEV_CHECK_SIZE, "byte %zu, first row: found %lld, expected at least 1", kRecord + TEV_AT(swap_k1),
+                  static_cast<long long>(first));
+  return check_at_most("last row", TEV_AT(swap_k2), "the leading dimension", lda) &&
+         check_place({1, "the pivots", "", 0, last, 1}, last, sizeof(int64_t), sizeof(int64_t));
+}
+
+bool checker::check_update(const layout& at) {
+  if (!(check_size("m of the update", TEV_AT(update_m)) && check_size("n of the update", TEV_AT(update_n)) &&
+        check_size("k of the update", TEV_AT(update_k))))
+    return false;
+  const int64_t m = size_at(TEV_AT(update_m)), n = size_at(TEV_AT(update_n)), k = size_at(TEV_AT(update_k));
+  return check_operand({4, "A", "lda", TEV_AT(update_lda), m, k}, at) &&
+         check_operand({5, "B", "ldb", TEV_AT(update_ldb), k, n}, at) &&
+         check_operand({6, "C", "ldc", TEV_AT(update_ldc), m, n}, at);
+}
+
+#undef TEV_AT
+
+// ---- Other workers
 
 bool checker::check_threading(const layout&) {
   return check_string("OpenMP settings", kRecord + offsetof(tev_threading_record, settings),
@@ -219,35 +354,56 @@ bool checker::check_size(const char* name, size_t offset) {
                 static_cast<long long>(size));
 }
 
-// Buffer 0, 1 or 2 holds the matrix A, B or C.
-bool checker::check_matrix(uint32_t buffer, int64_t rows, int64_t columns, const layout& at) {
-  const int64_t leading = size_at(at.leading[buffer]), least = rows > 1 ? rows : 1;
-  if (leading < least)
-    return refuse(TEV_CHECK_LEADING, "byte %zu, ld%c: found %lld, expected at least %lld", kRecord + at.leading[buffer],
-                  "abc"[buffer], static_cast<long long>(leading), static_cast<long long>(least));
-  return check_place(buffer, rows, columns, leading, at);
+bool checker::check_at_most(const char* name, size_t offset, const char* bound_name, int64_t bound) {
+  const int64_t size = size_at(offset);
+  if (size <= bound) return true;
+  return refuse(TEV_CHECK_SIZE, "byte %zu, %s: found %lld, expected at most %s, %lld", kRecord + offset, name,
+                static_cast<long long>(size), bound_name, static_cast<long long>(bound));
 }
 
-bool checker::check_place(uint32_t buffer, int64_t rows, int64_t columns, int64_t leading, const layout& at) {
-  const size_t position = offsetof(tev_invoke_request, relocation) + buffer * sizeof(uint64_t);
-  const uint64_t offset = read<uint64_t>(position), length = buffer_bytes_[buffer];
-  if (offset > length || offset % at.part != 0)
+// The step workers do nothing for any other parameter or number of buffers.
+bool checker::check_step(const layout& at, uint32_t buffers) {
+  constexpr size_t kParameter = offsetof(tev_invoke_request, parameter);
+  if (const uint32_t parameter = read<uint32_t>(kParameter); parameter != at.record)
+    return refuse(TEV_CHECK_PARAMETER, "byte %zu, parameter: found %u, expected the size of the record, %u", kParameter,
+                  parameter, at.record);
+  if (buffer_count_ == buffers) return true;
+  return refuse(TEV_CHECK_COUNT, "buffers: found %u, expected exactly %u", buffer_count_, buffers);
+}
+
+// Buffer 0, 1 or 2 holds the matrix A, B or C.
+bool checker::check_matrix(uint32_t buffer, int64_t rows, int64_t columns, const layout& at) {
+  constexpr const char *kNames[] = {"A", "B", "C"}, *kLeadingNames[] = {"lda", "ldb", "ldc"};
+  return check_operand({buffer, kNames[buffer], kLeadingNames[buffer], at.leading[buffer], rows, columns}, at);
+}
+
+bool checker::check_operand(const operand& x, const layout& at) {
+  const int64_t leading = size_at(x.leading), least = x.rows > 1 ? x.rows : 1;
+  if (leading < least)
+    return refuse(TEV_CHECK_LEADING, "byte %zu, %s: found %lld, expected at least %lld", kRecord + x.leading,
+                  x.leading_name, static_cast<long long>(leading), static_cast<long long>(least));
+  return check_place(x, leading, at.element, at.part);
+}
+
+bool checker::check_place(const operand& x, int64_t leading, uint32_t element, uint32_t part) {
+  const size_t position = offsetof(tev_invoke_request, relocation) + x.buffer * sizeof(uint64_t);
+  const uint64_t offset = read<uint64_t>(position), length = buffer_bytes_[x.buffer];
+  if (offset > length || offset % part != 0)
     return refuse(TEV_CHECK_OFFSET,
                   "byte %zu, relocation of buffer %u: found %llu, expected a multiple of %u up to %llu", position,
-                  buffer, static_cast<unsigned long long>(offset), at.part, static_cast<unsigned long long>(length));
+                  x.buffer, static_cast<unsigned long long>(offset), part, static_cast<unsigned long long>(length));
   uint64_t bytes = 0;
   const bool countable =
-      rows == 0 || columns == 0 ||
-      !(__builtin_mul_overflow(columns - 1, leading, &bytes) || __builtin_add_overflow(bytes, rows, &bytes) ||
-        __builtin_mul_overflow(bytes, at.element, &bytes));
+      x.rows == 0 || x.columns == 0 ||
+      !(__builtin_mul_overflow(x.columns - 1, leading, &bytes) || __builtin_add_overflow(bytes, x.rows, &bytes) ||
+        __builtin_mul_overflow(bytes, element, &bytes));
   if (countable && bytes <= length - offset) return true;
-  return refuse(
-      TEV_CHECK_BUFFER,
-      "buffer %u: found %llu bytes behind the relocation, expected %s%llu for %c with %lld rows, %lld columns, "
-      "leading dimension %lld",
-      buffer, static_cast<unsigned long long>(length - offset), countable ? "" : "more than ",
-      countable ? static_cast<unsigned long long>(bytes) : ~0ULL, "ABC"[buffer], static_cast<long long>(rows),
-      static_cast<long long>(columns), static_cast<long long>(leading));
+  return refuse(TEV_CHECK_BUFFER,
+                "buffer %u: found %llu bytes behind the relocation, expected %s%llu for %s with %lld rows, %lld "
+                "columns, leading dimension %lld",
+                x.buffer, static_cast<unsigned long long>(length - offset), countable ? "" : "more than ",
+                countable ? static_cast<unsigned long long>(bytes) : ~0ULL, x.name, static_cast<long long>(x.rows),
+                static_cast<long long>(x.columns), static_cast<long long>(leading));
 }
 
 }  // namespace

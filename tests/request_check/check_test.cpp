@@ -28,7 +28,7 @@ int check(const attempt& a, std::string* text) {
 
 // A dgemm of 7 x 5 and 6 in depth, A transposed.
 attempt good() {
-  attempt a = {"gemm", 'd', {}, {400, 400, 400}};
+  attempt a = {&kForms[0], 'd', {}, {400, 400, 400}};
   a.block.invoke.code = TEV_REQUEST_INVOKE;
   std::strcpy(a.block.invoke.worker, "tev_blas_dgemm_ao_worker");
   std::memcpy(a.record(), "tn", 2);
@@ -38,6 +38,11 @@ attempt good() {
 
 TEST(RequestCheck, SaysWhatIsWrongAndWhere) {
   const auto worker = [](attempt& a, const char* name) { std::strcpy(a.block.invoke.worker, name); };
+  const auto lu_step = [=](attempt& a, tev_invoke_request& r) {  // interchanges of rows 1 to 7 in no columns
+    worker(a, "tev_lapack_sgetrf_worker"), std::memset(r.record, 0, sizeof(r.record)), a.lengths.resize(4, 400);
+    for (const size_t leading : {64, 72, 88, 104}) a.put(leading, 7);
+    a.put(96, 1);
+  };
   const auto all_sevens = [](attempt& a) { std::memset(&a.block, 7, sizeof(a.block)); };
   const struct {
     std::function<void(attempt&, tev_invoke_request&)> change;
@@ -71,7 +76,19 @@ TEST(RequestCheck, SaysWhatIsWrongAndWhere) {
       {[](auto& a, auto&) { a.put(64, INT64_MAX); }, 9,
        "buffer 2: found 400 bytes behind the relocation, expected more than 18446744073709551615 for C with 7 rows, 5 "
        "columns, leading dimension 9223372036854775807"},
+      {[=](auto& a, auto&) { worker(a, "tev_lapack_dsyrk_worker"); }, 10,
+       "byte 4, parameter: found 0, expected the size of the record, 256"},
+      {[=](auto& a, auto& r) { worker(a, "tev_lapack_zsyrk_worker"), r.parameter = 384; }, 3,
+       "buffers: found 3, expected exactly 2"},
+      {[=](auto& a, auto& r) { lu_step(a, r), a.put(80, 2), a.put(96, 0); }, 6,
+       "byte 360, first row: found 0, expected at least 1"},
+      {[=](auto& a, auto& r) { lu_step(a, r), a.put(80, 2), a.put(104, 8); }, 6,
+       "byte 368, last row: found 8, expected at most the leading dimension, 7"},
+      {[=](auto& a, auto& r) { lu_step(a, r), a.put(80, 2), r.relocation[1] = 352; }, 9,
+       "buffer 1: found 48 bytes behind the relocation, expected 56 for the pivots with 7 rows, 1 columns, leading "
+       "dimension 7"},
       // Nothing:
+      {[=](auto& a, auto& r) { lu_step(a, r); }, 0, ""},
       {[](auto&, auto&) {}, 0, ""},
       {[](auto& a, auto&) { a.lengths.resize(127); }, 0, ""},
       {[](auto& a, auto&) { a.block.code = 0, a.lengths.clear(); }, 0, ""},
@@ -122,11 +139,16 @@ class arena {
 
 int g_argument_errors;
 
+// The pivots are what happens to lie there.
+void note_error(const char* name, const int32_t*, int32_t length) {
+  if (std::string(name, static_cast<size_t>(length)).substr(1) != "LASWP") ++g_argument_errors;
+}
+
 TEST(RequestCheck, AcceptedRequestsStayInTheirBuffers) {
-  tev_serv_set_xerbla([](const char*, const int32_t*, int32_t) { ++g_argument_errors; });
+  tev_serv_set_xerbla(note_error);
   std::mt19937_64 random(tev::test::test_seed());
   SCOPED_TRACE(tev::test::repeat_with(tev::test::test_seed()));
-  arena memory[3];
+  arena memory[8];
   request_block sent;
   int accepted = 0;
   const int requests = tev::test::long_run() ? 200000 : 8000;
@@ -137,7 +159,7 @@ TEST(RequestCheck, AcceptedRequestsStayInTheirBuffers) {
     const attempt a = make_attempt(source, arena::kBytes);
     std::string text;
     ASSERT_EQ(a.is_sound(), check(a, &text) == TEV_CHECK_OK)
-        << a.precision << a.op << ", request " << i << ": " << text;
+        << a.block.invoke.worker << ", request " << i << ": " << text;
     if (!a.is_sound()) continue;
     ++accepted;
     std::vector<void*> buffers;
