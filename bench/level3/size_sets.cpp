@@ -9,6 +9,7 @@
 //   lu       k = 128 ... 384   128 ... 384 x 4000                                 k = 128 ... 384
 //   badld    leading dimensions that are powers of two
 //   rhs      none              16 ... 1024 x 1 ... 64, triangular only            none
+//   odd      1 to 24 wide, 1 to 8 deep   none                                     none
 #include "bench/level3/size_sets.h"
 
 #include <algorithm>
@@ -46,6 +47,13 @@ std::vector<level3_case> product_cases(const std::string& set) {
     add(256, 256, 256, "NN", 4096), add(500, 500, 500, "NN", 512), add(1000, 1000, 1000, "NN", 1024);
     add(1000, 1000, 1000, "NN", 4096), add(1000, 1000, 1000, "TN", 4096), add(1000, 1000, 1000, "NT", 4096);
     add(2048, 2048, 256, "NN", 4096);
+  } else if (set == "odd") {
+    for (const char* t : {"NN", "TN", "NT", "TT"}) {
+      add(1, 1, 4000, t), add(1, 1000, 1000, t), add(1000, 1, 1000, t), add(3, 1000, 1000, t), add(1000, 5, 1000, t);
+      add(4, 4, 4000, t), add(8, 8, 10000, t), add(24, 24, 4000, t), add(24, 200, 8192, t);
+      add(1000, 1000, 1, t), add(1000, 1000, 2, t), add(200, 200, 8, t), add(5, 5, 5, t), add(14, 14, 14, t);
+    }
+    add(320, 320, 320, "TT"), add(768, 768, 768);
   }
   return cases;
 }
@@ -135,7 +143,7 @@ std::vector<level3_case> cases_of(const operation& op, char precision, const std
 
 std::vector<std::string> sets_of(const operation& op) {
   std::vector<std::string> sets;
-  for (const char* set : {"small", "mid", "skinny", "deepk", "lu", "badld", "rhs", "large"})
+  for (const char* set : {"small", "mid", "skinny", "deepk", "lu", "badld", "rhs", "odd", "large"})
     if (!cases_of(op, 's', set).empty()) sets.push_back(set);
   return sets;
 }

@@ -26,6 +26,9 @@ inline constexpr int kDotColumns = kVectorRegisters == 32 || kParts<T> == 1 ? 4
                                    : kHasFma                                ? 3
                                                                             : 2;
 
+// So many sums at least, or the additions wait for each other.
+inline constexpr int kChains = 4;
+
 // What is fetched while a tile is computed: of rows that are longer than kShortRow, so many bytes on along k; of
 // shorter ones the same stretch of the rows (columns) of the next tile.
 inline constexpr int kDotAhead = 768, kShortRow = 4096;
@@ -126,8 +129,9 @@ TEV_INLINE vec<R, W> finished(vec<R, W> v) {
 template <class T, int MR, int NR, class R>
 __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const R* b, R* c, const finish<R>& f) {
   constexpr int W = kLanesOf<R>, U = kParts<T>, N = W / U;
-  vec<R, W> acc[NR][U][MR] = {};
-  const auto step = [&](int64_t p, auto load_vector) TEV_LAMBDA {
+  constexpr int kSums = kChains <= NR * U * MR ? 1 : kChains / (NR * U * MR);  // of each element
+  vec<R, W> sum[kSums][NR][U][MR] = {};
+  const auto step = [&](auto& acc, int64_t p, auto load_vector) TEV_LAMBDA {
     vec<R, W> av[MR];
     TEV_UNROLL
     for (int i = 0; i < MR; ++i) av[i] = load_vector(a + i * x.a_row + p);
@@ -145,17 +149,26 @@ __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const
   };
   const auto whole = [](const R* from) TEV_LAMBDA { return load<W>(from); };
   constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
+  constexpr int kStretch = kLine > kSums * W ? kLine : kSums * W;
   int64_t p = 0;
-  for (; p + kLine <= x.depth; p += kLine) {
+  for (; p + kStretch <= x.depth; p += kStretch) {
     TEV_UNROLL
-    for (int i = 0; i < MR; ++i) __builtin_prefetch(a + i * x.a_row + p + x.a_ahead);
+    for (int q = 0; q < kStretch; q += kLine) {
+      TEV_UNROLL
+      for (int i = 0; i < MR; ++i) __builtin_prefetch(a + i * x.a_row + p + q + x.a_ahead);
+      TEV_UNROLL
+      for (int j = 0; j < NR; ++j) __builtin_prefetch(b + j * x.b_column + p + q + x.b_ahead);
+    }
     TEV_UNROLL
-    for (int j = 0; j < NR; ++j) __builtin_prefetch(b + j * x.b_column + p + x.b_ahead);
-    TEV_UNROLL
-    for (int q = 0; q < kLine; q += W) step(p + q, whole);
+    for (int q = 0; q < kStretch; q += W) step(sum[q / W % kSums], p + q, whole);
   }
-  for (; p + W <= x.depth; p += W) step(p, whole);
-  if (p < x.depth) step(p, [&](const R* from) TEV_LAMBDA { return load_first<W>(from, x.depth - p); });
+  auto& acc = sum[0];
+  TEV_UNROLL
+  for (int q = 1; q < kSums; ++q) TEV_UNROLL
+  for (int j = 0; j < NR; ++j) TEV_UNROLL
+  for (int i = 0; i < U * MR; ++i) acc[j][i / MR][i % MR] += sum[q][j][i / MR][i % MR];
+  for (; p + W <= x.depth; p += W) step(acc, p, whole);
+  if (p < x.depth) step(acc, p, [&](const R* from) TEV_LAMBDA { return load_first<W>(from, x.depth - p); });
   constexpr int kGroup = MR < N ? MR : N;  // as many sums as a vector holds
   TEV_UNROLL
   for (int j = 0; j < NR; ++j) {

@@ -179,13 +179,15 @@ TEV_INLINE void by_panels(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
 // C(m x n) from rows of A and columns of B that are contiguous along k. One of them may have to be made so first: it
 // is the one with few rows (columns): kFewPackedDots at most.
 //
-// Longest stretch of k, in bytes of a row: with many rows on both sides what is read again has to stay in the caches.
-inline constexpr int64_t kDotBytes = 1024, kLongDotBytes = 64 * 1024;
+// Longest stretch of k, in bytes of a row: with many rows on both sides what is read again has to stay in the first
+// cache, as long as a stretch repays the sums at its end.
+inline constexpr int64_t kDotBytes = 1024, kLongDotBytes = 64 * 1024, kDotCacheBytes = 32 * 1024;
 
 template <class T, class R>
 TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
                                  finish<R> f) {
-  const int64_t bytes = m <= kDotRows<T> || n <= kDotColumns<T> ? kLongDotBytes : kDotBytes;
+  const int64_t held = kDotCacheBytes / (m + n);
+  const int64_t bytes = m <= kDotRows<T> || n <= kDotColumns<T> ? kLongDotBytes : held > kDotBytes ? held : kDotBytes;
   const int64_t deepest = stretch(k, bytes / static_cast<int64_t>(sizeof(T)));
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
@@ -230,7 +232,8 @@ __attribute__((noinline)) void gemm_unpacked(char transa, char transb, int64_t m
   const walk<R> aw = walk_of(a, ta != 'N', lda), bw = walk_of(b, tb != 'N', ldb);
   R* c_real = reinterpret_cast<R*>(c);
   const int64_t ldc_real = ldc * kParts<T>;
-  const bool na = ta == 'N', nb = tb == 'N';
+  // A single row of A (column of B) without gaps lies along k, whatever its letter.
+  const bool na = ta == 'N' && (m > 1 || lda > 1), nb = tb == 'N' || (n == 1 && ldb == 1);
   const auto f = [&](bool swapped) TEV_LAMBDA {
     return swapped ? finish_of<T>(alpha, beta, tb == 'C', ta == 'C') : finish_of<T>(alpha, beta, ta == 'C', tb == 'C');
   };

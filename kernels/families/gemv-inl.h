@@ -118,7 +118,7 @@ TEV_INLINE T dot_of(vec<real_of<T>, L> direct, vec<real_of<T>, L> crossed, bool 
 template <int J, class T>
 TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const T* a, int64_t lda, const T* x, T* y, int64_t incy) {
   using R = real_of<T>;
-  constexpr int L = kLanes<R>, U = 2 / kParts<T>;
+  constexpr int L = kLanes<R>, U = (J == 1 ? kColumnsTogether : 2) / kParts<T>;  // a single sum waits for its additions
   const R* column[J];
   TEV_UNROLL
   for (int j = 0; j < J; ++j) column[j] = reals(a + j * lda);
@@ -133,7 +133,10 @@ TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const T* a, int64_
   TEV_UNROLL
   for (int j = 0; j < J; ++j) {
     TEV_UNROLL
-    for (int u = 1; u < U; ++u) sums.direct[j][0] += sums.direct[j][u];
+    for (int u = 1; u < U; ++u) {
+      sums.direct[j][0] += sums.direct[j][u];
+      if constexpr (kComplex<T>) sums.crossed[j][0] += sums.crossed[j][u];
+    }
     const T dot = dot_of<L, T>(sums.direct[j][0], sums.crossed[j][0], conjugated);
     y[j * incy] = add(y[j * incy], multiply(alpha, dot));
   }
@@ -167,6 +170,8 @@ TEV_INLINE void gemv(const char* trans, int64_t m, int64_t n, T alpha, const T* 
   scale_result(rows, beta, y, incy);
   if (is_zero(alpha)) return;
   x = first_of(columns, x, incx), y = first_of(rows, y, incy);
+  if (m == 1 && plain && lda == 1) return gemv_t(false, n, 1, alpha, a, n, x, incx, y, incy);
+  if (m == 1 && plain && incx == 1) return gemv_t(false, n, 1, alpha, x, n, a, lda, y, incy);
   if (plain) return gemv_n(m, n, alpha, a, lda, x, incx, y, incy);
   gemv_t(kComplex<T> && is_letter(trans, 'C'), m, n, alpha, a, lda, x, incx, y, incy);
 }
