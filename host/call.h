@@ -17,7 +17,7 @@ namespace tev::host {
 struct call_request {
   std::string operation;
   std::string precision;
-  std::string transa, transb, side, uplo, diag;
+  std::string transa, transb, side, uplo, diag, direct, storev;
   std::optional<int64_t> m, n, k;  // not negative
   std::string alpha, beta;
   std::string a, b, c;  // files
@@ -33,9 +33,10 @@ struct matrix_size {
 
 struct call {
   operation op;
+  bool is_step;  // sent to the worker of that step of a factorization
   precision type;
-  char transa, transb, side, uplo, diag;
-  int64_t m, n, k;  // k: gemm only, else 0
+  char transa, transb, side, uplo, diag, direct, storev;
+  int64_t m, n, k;  // k: 0 where there is none; m of syrk: n
   std::complex<double> alpha, beta;
   std::optional<npy_file> a, b, c;  // none: generated from the seed
   std::string out;                  // empty: the result is not kept
@@ -45,6 +46,7 @@ struct call {
 
   matrix_size size_a() const;
   matrix_size size_b() const;
+  bool has_b() const { return op != operation::syrk && !is_lapack(op); }
   bool reads_c() const { return !is_in_place(op) && beta != 0.0; }
   double flop_count() const { return flops(op, type, side, m, n, k); }
 };

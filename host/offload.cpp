@@ -11,23 +11,12 @@
 #include <type_traits>
 
 #include "host/fill.h"
+#include "host/lapack_step.h"
+#include "host/operand.h"
 #include "host/records.h"
 
 namespace tev::host {
 namespace {
-
-template <class T>
-struct operand {
-  shared_buffer buffer;
-  matrix_size size;
-  std::vector<T> original;  // empty when nobody needs it
-
-  T* elements() const { return static_cast<T*>(vro_buffer_map(buffer.get())); }
-  int64_t count() const { return size.rows * size.columns; }
-  int64_t leading_dimension() const { return std::max<int64_t>(size.rows, 1); }
-  void keep_original() { original.assign(elements(), elements() + count()); }
-  void restore() { std::copy(original.begin(), original.end(), elements()); }
-};
 
 template <class T>
 T scalar(std::complex<double> x) {
@@ -60,34 +49,31 @@ class runner {
     if (on_progress_) on_progress_(fmt::format("{}{}: {}", letter_of(call_.type), name_of(call_.op), what));
   }
 
-  operand<T> make_operand(matrix_size size) {
-    return {sink_.make_buffer(size.rows * size.columns * static_cast<int64_t>(sizeof(T))), size, {}};
-  }
-
   void make_operands() {
     tell("preparing the operands");
-    a_ = make_operand(call_.size_a());
-    b_ = make_operand(call_.size_b());
-    if (!is_in_place(call_.op)) c_ = make_operand({call_.m, call_.n});
+    a_ = make_operand<T>(sink_, call_.size_a());
+    if (call_.has_b()) b_ = make_operand<T>(sink_, call_.size_b());
+    if (!is_in_place(call_.op)) c_ = make_operand<T>(sink_, {call_.m, call_.n});
     if (call_.a) {
       call_.a->read(a_.elements());
-      call_.b->read(b_.elements());
+      if (call_.has_b()) call_.b->read(b_.elements());
       if (call_.reads_c()) call_.c->read(c_.elements());
     } else {
       generate();
     }
-    if (call_.check) a_.keep_original(), b_.keep_original();
+    if (call_.check) a_.keep_original();
+    if (call_.check && call_.has_b()) b_.keep_original();
     if (reads_result() && (call_.check || call_.repeat > 1)) result_operand().keep_original();
   }
 
   void generate() {
-    if (call_.op == operation::gemm)
+    if (has_depth(call_.op))
       fill_general(a_.elements(), a_.size.rows, a_.size.columns, call_.seed);
     else
       fill_triangle(a_.elements(), a_.size.rows, call_.uplo, call_.op == operation::symm ? 'N' : call_.diag,
                     call_.seed);
     if (call_.op == operation::trsm) make_solvable(a_.elements(), a_.size.rows);
-    fill_general(b_.elements(), b_.size.rows, b_.size.columns, call_.seed + 1);
+    if (call_.has_b()) fill_general(b_.elements(), b_.size.rows, b_.size.columns, call_.seed + 1);
     if (call_.reads_c())
       fill_general(c_.elements(), c_.size.rows, c_.size.columns, call_.seed + 2);
     else if (!is_in_place(call_.op))
@@ -109,30 +95,22 @@ class runner {
             a,
             a_.leading_dimension(),
             b,
-            b_.leading_dimension(),
+            call_.has_b() ? b_.leading_dimension() : 1,
             c,
             std::max<int64_t>(call_.m, 1)};
   }
 
   outcome compute() {
-    worker_call call = make_worker_call(describe(nullptr, nullptr, nullptr));
-    std::vector<vro_buffer*> buffers = {a_.buffer.get(), b_.buffer.get()};
-    if (c_.buffer) buffers.push_back(c_.buffer.get());
-    outcome result = {};
-    const double busy_before = sink_.busy_seconds();
-    for (int i = 0; i < call_.repeat; ++i) {
-      if (i > 0 && reads_result()) result_operand().restore();
-      const auto on_tick = [&](double seconds) {
-        tell(call_.repeat == 1 ? fmt::format("the sink computes, {:.1f} s", seconds)
-                               : fmt::format("the sink computes, {} of {}, {:.1f} s", i + 1, call_.repeat, seconds));
-      };
-      on_tick(0);
-      result.seconds.push_back(
-          sink_.invoke(call.worker, call.record.data(), call.record.size(), buffers, TEV_POST_ADD, on_tick));
-    }
-    result.busy_seconds = sink_.busy_seconds() - busy_before;
-    std::sort(result.seconds.begin(), result.seconds.end());
-    return result;
+    const problem<T> p = describe(nullptr, nullptr, nullptr);
+    std::vector<buffer_part> parts = {{a_.buffer.get()}};
+    if (call_.has_b()) parts.push_back({b_.buffer.get()});
+    if (c_.buffer) parts.push_back({c_.buffer.get()});
+    return repeat_request(
+        sink_, call_, call_.is_step ? make_step_call(p) : make_worker_call(p), parts,
+        [this] {
+          if (reads_result()) result_operand().restore();
+        },
+        [this](const std::string& text) { tell(text); });
   }
 
   verdict judge() {
@@ -149,6 +127,25 @@ class runner {
 
 }  // namespace
 
+outcome repeat_request(sink_client& sink, const call& c, const worker_call& request,
+                       const std::vector<buffer_part>& parts, const std::function<void()>& restore,
+                       const progress& tell) {
+  outcome result = {};
+  const double busy_before = sink.busy_seconds();
+  for (int i = 0; i < c.repeat; ++i) {
+    if (i > 0) restore();
+    const auto on_tick = [&](double seconds) {
+      tell(c.repeat == 1 ? fmt::format("the sink computes, {:.1f} s", seconds)
+                         : fmt::format("the sink computes, {} of {}, {:.1f} s", i + 1, c.repeat, seconds));
+    };
+    on_tick(0);
+    result.seconds.push_back(sink.invoke(request, parts, TEV_POST_ADD, on_tick));
+  }
+  result.busy_seconds = sink.busy_seconds() - busy_before;
+  std::sort(result.seconds.begin(), result.seconds.end());
+  return result;
+}
+
 double outcome::busy_share() const {
   const double total = std::accumulate(seconds.begin(), seconds.end(), 0.0);
   return total > 0 ? busy_seconds / total : 0;
@@ -163,12 +160,14 @@ double needed_bytes(const call& c) {
   double needed = operands;
   if (!is_in_place(c.op)) needed += result;
   if (c.check) needed += 2 * operands;  // the originals, and the check's copies in its own order
+  if (is_lapack(c.op) && (c.check || c.repeat > 1)) needed += c.check ? 3 * result : result;
   if (c.reads_c() ? c.check || c.repeat > 1 : is_in_place(c.op) && !c.check && c.repeat > 1) needed += result;
   return kPrograms + kPerThread * std::thread::hardware_concurrency() +
          needed * static_cast<double>(element_bytes(c.type));
 }
 
 outcome run_call(sink_client& sink, const call& c, const progress& on_progress) {
+  if (is_lapack(c.op)) return run_lapack_step(sink, c, on_progress);
   return with_type(c.type, [&](auto zero) { return runner<decltype(zero)>(sink, c, on_progress).run(); });
 }
 

@@ -30,6 +30,11 @@ double needed_bytes(const call& c);
 // What is going on, in words; called often.
 using progress = std::function<void(const std::string&)>;
 
+// A request sent c.repeat times and timed; what it changed is restored in between.
+outcome repeat_request(sink_client& sink, const call& c, const worker_call& request,
+                       const std::vector<buffer_part>& parts, const std::function<void()>& restore,
+                       const progress& tell);
+
 // Throws when the sink fails. A result that does not pass the check is not kept; the caller finds the verdict.
 outcome run_call(sink_client& sink, const call& c, const progress& on_progress);
 

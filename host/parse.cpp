@@ -36,10 +36,17 @@ bool read_number(std::string_view text, N* number) {
 
 }  // namespace
 
-operation parse_operation(const std::string& text) {
+named_operation parse_operation(const std::string& text) {
   for (const operation op : {operation::gemm, operation::symm, operation::trmm, operation::trsm})
-    if (text == name_of(op)) return op;
-  throw bad_input(fmt::format("'{}': no such operation; there are gemm, symm, trmm and trsm", text));
+    if (text == name_of(op)) return {op, false};
+  for (const operation op : {operation::syrk, operation::larfb, operation::laswp, operation::lu_step})
+    if (text == name_of(op)) return {op, true};
+  if (text == "gemm_step") return {operation::gemm, true};
+  if (text == "trsm_step") return {operation::trsm, true};
+  throw bad_input(
+      fmt::format("'{}': no such operation; there are gemm, symm, trmm and trsm, and the steps gemm_step, trsm_step, "
+                  "syrk, larfb, laswp and lu_step",
+                  text));
 }
 
 precision parse_precision(const std::string& text) {

@@ -11,7 +11,12 @@
 
 namespace tev::host {
 
-operation parse_operation(const std::string& text);
+// What the user calls an operation: gemm and trsm come as a worker of their own and as a step of a factorization.
+struct named_operation {
+  operation op;
+  bool is_step;
+};
+named_operation parse_operation(const std::string& text);
 precision parse_precision(const std::string& text);
 
 // N is int, int64_t or uint64_t.

@@ -7,7 +7,8 @@
 
 namespace tev::host {
 
-enum class operation { gemm, symm, trmm, trsm, hemm, syrk, herk, syr2k, her2k };
+// The last three are steps of a factorization that are no BLAS calls; host/lapack_step.h has them.
+enum class operation { gemm, symm, trmm, trsm, hemm, syrk, herk, syr2k, her2k, larfb, laswp, lu_step };
 
 // Column-major operands; T is float, double, std::complex<float> or std::complex<double>.
 //

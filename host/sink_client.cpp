@@ -156,8 +156,7 @@ shared_buffer sink_client::make_buffer(int64_t bytes) {
   return shared_buffer(buffer);
 }
 
-double sink_client::invoke(const std::string& worker, void* record, size_t record_bytes,
-                           const std::vector<vro_buffer*>& buffers, int post_mode, const tick& on_tick) {
+void sink_client::prepare_invoke(const std::string& worker, const void* record, size_t record_bytes, int post_mode) {
   *request_ = {};
   tev_invoke_request& invoke = request_->invoke;
   invoke.code = TEV_REQUEST_INVOKE;
@@ -165,6 +164,23 @@ double sink_client::invoke(const std::string& worker, void* record, size_t recor
   std::memcpy(invoke.record, record, record_bytes);
   invoke.post_mode = post_mode;
   apply_pinning(&invoke);
+}
+
+double sink_client::invoke(const worker_call& call, const std::vector<buffer_part>& parts, int post_mode,
+                           const tick& on_tick) {
+  prepare_invoke(call.worker, call.record.data(), call.record.size(), post_mode);
+  request_->invoke.parameter = call.parameter;
+  std::vector<vro_buffer*> buffers;
+  for (const buffer_part& part : parts) {
+    request_->invoke.relocation[buffers.size()] = static_cast<uint64_t>(part.offset);
+    buffers.push_back(part.buffer);
+  }
+  return send(buffers, 0, on_tick);
+}
+
+double sink_client::invoke(const std::string& worker, void* record, size_t record_bytes,
+                           const std::vector<vro_buffer*>& buffers, int post_mode, const tick& on_tick) {
+  prepare_invoke(worker, record, record_bytes, post_mode);
   const double seconds = send(buffers, 0, on_tick);
   const auto* left = static_cast<const unsigned char*>(vro_completion_misc(answer_.get()));
   std::memcpy(record, left + offsetof(tev_invoke_request, record), record_bytes);

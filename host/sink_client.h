@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/worker_call.h"
 #include "tev/request.h"
 #include "vro/host.h"
 
@@ -49,6 +50,7 @@ class sink_client {
   // from the request to its completion.
   double invoke(const std::string& worker, void* record, size_t record_bytes, const std::vector<vro_buffer*>& buffers,
                 int post_mode, const tick& on_tick = {});
+  double invoke(const worker_call& call, const std::vector<buffer_part>& parts, int post_mode, const tick& on_tick);
 
   // Seconds that the sink spent in requests that were posted.
   double busy_seconds();
@@ -61,6 +63,7 @@ class sink_client {
 
  private:
   void call(const char* function, size_t result_length);
+  void prepare_invoke(const std::string& worker, const void* record, size_t record_bytes, int post_mode);
   void check(const std::vector<vro_buffer*>& buffers) const;  // of the request: what a sink would not notice
   double send(const std::vector<vro_buffer*>& buffers, size_t result_length, const tick& on_tick);
   void start();

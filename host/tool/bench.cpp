@@ -14,10 +14,12 @@ namespace tev::host::tool {
 
 int run_bench(const command_line& line) {
   call_request request = line.call;
+  const operation op = parse_operation(request.operation).op;
   std::vector<call> calls;
   for (const int64_t size : parse_sizes("--sizes", line.sizes)) {
     request.m = request.n = size;
-    if (parse_operation(request.operation) == operation::gemm) request.k = size;
+    if (op == operation::syrk) request.m.reset();
+    if (op == operation::gemm || op == operation::syrk) request.k = size;
     calls.push_back(host::resolve(request));
   }
   progress_line shown;
@@ -28,11 +30,11 @@ int run_bench(const command_line& line) {
     const outcome o = run_call(sink, c, [&](const std::string& text) {
       shown.show(fmt::format("size {} ({} of {}): {}", c.m, rows.size() + 1, calls.size(), text));
     });
-    rows.push_back({c.m, gflops(c, o), o});
+    rows.push_back({c.m, speed(c, o), o});
     shown.clear();
     if (!line.json) put(bench_text(rows.back()));
   }
-  if (line.json) put(bench_json(request.operation, calls.front().type, request.repeat, rows));
+  if (line.json) put(bench_json(calls.front(), rows));
   sink.shut_down();
   return 0;
 }

@@ -44,7 +44,13 @@ constexpr char kRunFooter[] =
     "  symm  C := alpha A B + beta C            A symmetric, only the triangle --uplo is read; --side R: B A\n"
     "  trmm  B := alpha op(A) B                 A triangular (--uplo, --diag U: ones on the diagonal); --side R: B "
     "op(A)\n"
-    "  trsm  B := the X with op(A) X = alpha B  likewise; --side R: X op(A) = alpha B\n\n"
+    "  trsm  B := the X with op(A) X = alpha B  likewise; --side R: X op(A) = alpha B\n"
+    "Steps of a factorization, by the workers for them; the last three on generated matrices:\n"
+    "  gemm_step, trsm_step                     as gemm and trsm\n"
+    "  syrk     C := alpha op(A) op(A)^T + beta C  the triangle --uplo of C, n x n; op(A) is n x k\n"
+    "  larfb    C := op(H) C, --side R: C op(H)  op by --transa; H of k reflectors, --direct, --storev\n"
+    "  laswp    rows 1 to k of an m x n matrix are exchanged with their pivots\n"
+    "  lu_step  laswp on [B; C], then L X = B with k rows and C := C - A X with m - k\n\n"
     "Matrices come from a seed, or all of them from NumPy's .npy files (float32, float64, complex64 or complex128 in\n"
     "either storage and byte order), which then tell precision and sizes. The result is written in Fortran order, at\n"
     "once and only when it is complete and passed the check that was asked for. A file that --out replaces keeps its\n"
@@ -110,16 +116,22 @@ CLI::App* add_info(CLI::App* app, command_line* line) {
 CLI::App* add_run(CLI::App* app, command_line* line) {
   call_request& call = line->call;
   CLI::App* run = app->add_subcommand("run", "One call, timed and checked")->footer(kRunFooter);
-  run->add_option("operation", call.operation, "gemm, symm, trmm or trsm")->required()->type_name("OP");
+  run->add_option("operation", call.operation, "gemm, symm, trmm, trsm, or a step of a factorization")
+      ->required()
+      ->type_name("OP");
   run->add_option("--precision", call.precision, "s, d, c or z; default: d, or what the files hold")->type_name("P");
   add_size(run, "-m", &call.m, "Rows of the result; default: 1000, or as in the files");
   add_size(run, "-n", &call.n, "Columns of the result; likewise");
-  add_size(run, "-k", &call.k, "Columns of op(A) in gemm; likewise");
+  add_size(run, "-k", &call.k, "Columns of op(A) in gemm and syrk; of a step's panel");
   run->add_option("--transa", call.transa, "N, T or C: op(A); not symm; default: N")->type_name("LETTER");
   run->add_option("--transb", call.transb, "N, T or C: op(B); gemm only; default: N")->type_name("LETTER");
   run->add_option("--side", call.side, "L or R: the side of A; not gemm; default: L")->type_name("LETTER");
   run->add_option("--uplo", call.uplo, "U or L: the triangle of A; not gemm; default: U")->type_name("LETTER");
   run->add_option("--diag", call.diag, "N, or U: ones; trmm and trsm; default: N")->type_name("LETTER");
+  run->add_option("--direct", call.direct, "F or B: first or last reflector first; larfb; default: F")
+      ->type_name("LETTER");
+  run->add_option("--storev", call.storev, "C or R: reflectors in columns or rows; larfb; default: C")
+      ->type_name("LETTER");
   run->add_option("--alpha", call.alpha, "RE or RE,IM; default: 1")->type_name("NUMBER");
   run->add_option("--beta", call.beta, "RE or RE,IM; gemm and symm; default: 0")->type_name("NUMBER");
   run->add_option("--a", call.a, "A from this file")->type_name("FILE.npy");
@@ -136,7 +148,7 @@ CLI::App* add_run(CLI::App* app, command_line* line) {
 
 CLI::App* add_bench(CLI::App* app, command_line* line) {
   CLI::App* bench = app->add_subcommand("bench", "A table over sizes")->footer(kBenchFooter);
-  bench->add_option("--op", line->call.operation, "gemm, symm, trmm or trsm; default: gemm")->type_name("OP");
+  bench->add_option("--op", line->call.operation, "As for run; default: gemm")->type_name("OP");
   bench->add_option("--precision", line->call.precision, "s, d, c or z; default: d")->type_name("P");
   bench->add_option("--sizes", line->sizes, "Sizes and ranges FIRST:LAST:STEP; default: 256,512,1000")
       ->type_name("LIST");

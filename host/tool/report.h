@@ -32,14 +32,15 @@ std::string demo_row(const call& c, const outcome& o);
 
 struct bench_row {
   int64_t size;
-  double gflops;
+  double speed;
   outcome result;
 };
 
 std::string bench_heading(const call& first);
 std::string bench_text(const bench_row& row);
-std::string bench_json(const std::string& operation, precision type, int repeat, const std::vector<bench_row>& rows);
+std::string bench_json(const call& first, const std::vector<bench_row>& rows);
 
-double gflops(const call& c, const outcome& o);
+// GFLOP/s; of interchanges GB/s that are read or written.
+double speed(const call& c, const outcome& o);
 
 }  // namespace tev::host::tool

@@ -189,6 +189,9 @@ class Options(ToolTest):
                                     ("--alpha", "run", "gemm", "--alpha="), ("--out", "run", "gemm", "--out", ""),
                                     ("--side 'X'", "run", "trsm", "--side", "X"),
                                     ("--transb", "run", "trmm", "--transb", "T"), ("-k", "run", "symm", "-k", "5"),
+                                    ("-m", "run", "syrk", "-m", "5"), ("--out", "run", "laswp", "--out", "x"),
+                                    ("-k 9: must not be greater than 8", "run", "lu_step", "-m", "8", "-k", "9"),
+                                    ("complex syrk", "run", "syrk", "--transa", "C", "--precision", "z"),
                                     ("--alpha", "run", "gemm", "--alpha", "1,2"), ("--foo", "run", "gemm", "--foo"),
                                     ("processor 0", "run", "gemm", "--pin", "0-1"),
                                     ("processor 1024", "run", "gemm", "--pin", "1024"),
@@ -305,27 +308,38 @@ class Computing(ToolTest):
         options = {"gemm": ("-k", 45, "--transa", "C", "--transb", "T", "--beta", "0.5"),
                    "symm": ("--side", "R", "--uplo", "L", "--beta", "0.5"),
                    "trmm": ("--side", "R", "--transa", "C", "--diag", "U"),
-                   "trsm": ("--uplo", "L", "--transa", "C")}
-        for operation in OPERATIONS:
+                   "trsm": ("--uplo", "L", "--transa", "C"),
+                   "gemm_step": ("-k", 45, "--transa", "C", "--beta", "0.5"), "trsm_step": ("--side", "R"),
+                   "syrk": ("-k", 45, "--uplo", "L", "--transa", "T", "--beta", "0.5"),
+                   "larfb": ("-k", 33, "--side", "R", "--transa", "C", "--direct", "B", "--storev", "R"),
+                   "laswp": ("-k", 33), "lu_step": ("-k", 33)}
+        for operation in options:
             for letter in DTYPES:
                 with self.subTest(operation=operation, precision=letter):
-                    done = self.run_tool("run", operation, "--precision", letter, "-m", 130, "-n", 77, "--alpha",
-                                         "-1.5,2" if letter in "cz" else "-1.5", "--check", "--json", "--repeat", 2,
-                                         *options[operation])
+                    sizes = ("-n", 77) if operation == "syrk" else ("-m", 130, "-n", 77)
+                    alpha = () if operation in ("larfb", "laswp", "lu_step") else (
+                        "--alpha", "-1.5,2" if letter in "cz" else "-1.5")
+                    done = self.run_tool("run", operation, "--precision", letter, *sizes, *alpha, "--check", "--json",
+                                         "--repeat", 2, *options[operation])
                     report = json.loads(done.stdout)
                     self.assertTrue(report["check"]["passed"])
-                    self.assertGreater(report["gflops"], 0)
+                    self.assertGreater(report["gbytes_per_second" if operation == "laswp" else "gflops"], 0)
                     self.assertTrue(0 < report["busy_share"] <= 1, report)
 
     def test_empty_problems(self):
-        for arguments in (("gemm", "-m", 0), ("gemm", "-k", 0, "--beta", "2"), ("trsm", "-n", 0), ("symm", "-m", 0)):
+        for arguments in (("gemm", "-m", 0), ("gemm", "-k", 0, "--beta", "2"), ("trsm", "-n", 0), ("symm", "-m", 0),
+                          ("syrk", "-n", 0)):
             self.run_tool("run", *arguments, "--check", "--out", self.folder / "out.npy")
+        for step in ("laswp", "lu_step", "larfb"):
+            for size in ("-m", "-n", "-k"):
+                self.run_tool("run", step, size, 0, "--check")
 
     def test_bench_and_demo(self):
         rows = json.loads(self.run_tool("bench", "--op", "trmm", "--sizes", "50,100:200:50", "--json").stdout)["rows"]
         self.assertEqual([row["size"] for row in rows], [50, 100, 150, 200])
         table = self.run_tool("bench", "--sizes", "60,70", "--repeat", 1).stdout.splitlines()
         self.assertEqual([line.split()[0] for line in table[-2:]], ["60", "70"])
+        self.assertIn("GB/s", self.run_tool("bench", "--op", "laswp", "--sizes", 60).stdout)
         demo = self.run_tool("demo").stdout
         self.assertEqual(demo.count("passed"), 16)
 
