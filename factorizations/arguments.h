@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "blas_threading/element.h"
+#include "service/xerbla.h"
 #include "tev/service.h"
 
 namespace tev::lapack {
@@ -18,16 +19,28 @@ struct argument {
   bool is_right;
 };
 
+template <class T>
+void report(const char* stem, int32_t code) {
+  char name[16] = {blas::element<T>::kLetter};
+  std::strncpy(name + 1, stem, sizeof name - 2);
+  tev_serv_xerbla(name, &code, static_cast<int32_t>(std::strlen(name)));
+}
+
 // Reports the first wrong one under the routine's name and makes *info minus its position, or 0 when all are right.
 template <class T>
 bool are_right(const char* stem, int64_t* info, std::initializer_list<argument> arguments) {
   const auto wrong = std::find_if(arguments.begin(), arguments.end(), [](const argument& a) { return !a.is_right; });
   *info = wrong == arguments.end() ? 0 : -wrong->position;
   if (*info == 0) return true;
-  char name[16] = {blas::element<T>::kLetter};
-  std::strncpy(name + 1, stem, sizeof name - 2);
-  tev_serv_xerbla(name, &wrong->position, static_cast<int32_t>(std::strlen(name)));
+  report<T>(stem, wrong->position);
   return false;
+}
+
+// Makes *info its code, too, negative as that of an argument.
+template <class T>
+void report_no_memory(const char* stem, int64_t* info) {
+  report<T>(stem, service::kNotEnoughMemory);
+  *info = -service::kNotEnoughMemory;
 }
 
 inline char upper_case(char letter) { return static_cast<char>(letter & ~0x20); }

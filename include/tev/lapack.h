@@ -92,6 +92,51 @@ TEV_EXPORT void tev_lapack_cpotrf(const char* uplo, const int64_t* n, tev_comple
 TEV_EXPORT void tev_lapack_zpotrf(const char* uplo, const int64_t* n, tev_complex16* a, const int64_t* lda,
                                   int64_t* info);
 
+/* ---- QR ------------------------------------------------------------------------------------------------------------
+ *
+ * lwork is the length of work, at least what a call with lwork = -1, which does nothing else, stores in its first
+ * element. info: 0; -i: argument i is wrong; -1089: there is no memory, nothing was changed. */
+
+/* A = Q R in place, A m x n: R in the upper triangle or trapezoid, below it the min(m, n) reflectors whose product Q
+ * is, without their ones; tau has their factors. */
+TEV_EXPORT void tev_lapack_sgeqrf(const int64_t* m, const int64_t* n, float* a, const int64_t* lda, float* tau,
+                                  float* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_dgeqrf(const int64_t* m, const int64_t* n, double* a, const int64_t* lda, double* tau,
+                                  double* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_cgeqrf(const int64_t* m, const int64_t* n, tev_complex8* a, const int64_t* lda,
+                                  tev_complex8* tau, tev_complex8* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_zgeqrf(const int64_t* m, const int64_t* n, tev_complex16* a, const int64_t* lda,
+                                  tev_complex16* tau, tev_complex16* work, const int64_t* lwork, int64_t* info);
+
+/* The first n columns of the Q of k reflectors, in their place; A is m x n, m >= n >= k. */
+TEV_EXPORT void tev_lapack_sorgqr(const int64_t* m, const int64_t* n, const int64_t* k, float* a, const int64_t* lda,
+                                  const float* tau, float* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_dorgqr(const int64_t* m, const int64_t* n, const int64_t* k, double* a, const int64_t* lda,
+                                  const double* tau, double* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_cungqr(const int64_t* m, const int64_t* n, const int64_t* k, tev_complex8* a,
+                                  const int64_t* lda, const tev_complex8* tau, tev_complex8* work, const int64_t* lwork,
+                                  int64_t* info);
+TEV_EXPORT void tev_lapack_zungqr(const int64_t* m, const int64_t* n, const int64_t* k, tev_complex16* a,
+                                  const int64_t* lda, const tev_complex16* tau, tev_complex16* work,
+                                  const int64_t* lwork, int64_t* info);
+
+/* C := Q C (side L), C Q (R), with trans N, or the same with Q^H: trans T in the real precisions, C in the complex
+ * ones. C is m x n, a has the k reflectors. */
+TEV_EXPORT void tev_lapack_sormqr(const char* side, const char* trans, const int64_t* m, const int64_t* n,
+                                  const int64_t* k, const float* a, const int64_t* lda, const float* tau, float* c,
+                                  const int64_t* ldc, float* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_dormqr(const char* side, const char* trans, const int64_t* m, const int64_t* n,
+                                  const int64_t* k, const double* a, const int64_t* lda, const double* tau, double* c,
+                                  const int64_t* ldc, double* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_cunmqr(const char* side, const char* trans, const int64_t* m, const int64_t* n,
+                                  const int64_t* k, const tev_complex8* a, const int64_t* lda, const tev_complex8* tau,
+                                  tev_complex8* c, const int64_t* ldc, tev_complex8* work, const int64_t* lwork,
+                                  int64_t* info);
+TEV_EXPORT void tev_lapack_zunmqr(const char* side, const char* trans, const int64_t* m, const int64_t* n,
+                                  const int64_t* k, const tev_complex16* a, const int64_t* lda,
+                                  const tev_complex16* tau, tev_complex16* c, const int64_t* ldc, tev_complex16* work,
+                                  const int64_t* lwork, int64_t* info);
+
 #ifdef __cplusplus
 }
 #endif
