@@ -10,15 +10,20 @@ namespace tev::blas {
 template <class T>
 struct kernel_calls;
 
-// geru, gerc: the names of the rank-1 updates, which the real types have only one of. The Hermitian operations are
-// those of the complex types.
-#define TEV_KERNEL_CALLS(T, p, geru, gerc, more)                                              \
+// What the real types have by one name is two in the complex ones: with op u and c. The products of Hermitian matrices
+// are those of symmetric ones there.
+#define TEV_KERNEL_CALLS(T, p, geru, gerc, dotu, dotc, hemv_columns, more)                    \
   template <>                                                                                 \
   struct kernel_calls<T> {                                                                    \
     static constexpr auto xaxpy = tev_blas_x##p##axpy;                                        \
     static constexpr auto xcopy = tev_blas_x##p##copy;                                        \
     static constexpr auto xscal = tev_blas_x##p##scal;                                        \
+    static constexpr auto xswap = tev_blas_x##p##swap;                                        \
+    static constexpr auto xdotu = tev_blas_x##p##dotu;                                        \
+    static constexpr auto xdotc = tev_blas_x##p##dotc;                                        \
+    static constexpr auto xiamax = tev_blas_x##p##iamax;                                      \
     static constexpr auto xgemv = tev_blas_x##p##gemv;                                        \
+    static constexpr auto xhemv_columns = tev_blas_x##p##hemv_columns;                        \
     static constexpr auto xgeru = tev_blas_x##p##geru;                                        \
     static constexpr auto xgerc = tev_blas_x##p##gerc;                                        \
     static constexpr auto xgemmger = tev_blas_x##p##gemmger;                                  \
@@ -40,10 +45,15 @@ struct kernel_calls;
   static constexpr auto xhemm = tev_blas_x##p##hemm; \
   static constexpr auto xherk = tev_blas_x##p##herk; \
   static constexpr auto xher2k = tev_blas_x##p##her2k;
-TEV_KERNEL_CALLS(float, s, ger, ger, )
-TEV_KERNEL_CALLS(double, d, ger, ger, )
-TEV_KERNEL_CALLS(tev_complex8, c, geru, gerc, TEV_HERMITIAN(c))
-TEV_KERNEL_CALLS(tev_complex16, z, geru, gerc, TEV_HERMITIAN(z))
+// Sums and rotations of real numbers; complex ones are pairs of them.
+#define TEV_REALS(p)                                 \
+  static constexpr auto xasum = tev_blas_x##p##asum; \
+  static constexpr auto xrotate = tev_blas_x##p##rotate;
+TEV_KERNEL_CALLS(float, s, ger, ger, dot, dot, symv_columns, TEV_REALS(s))
+TEV_KERNEL_CALLS(double, d, ger, ger, dot, dot, symv_columns, TEV_REALS(d))
+TEV_KERNEL_CALLS(tev_complex8, c, geru, gerc, dotu, dotc, hemv_columns, TEV_HERMITIAN(c))
+TEV_KERNEL_CALLS(tev_complex16, z, geru, gerc, dotu, dotc, hemv_columns, TEV_HERMITIAN(z))
+#undef TEV_REALS
 #undef TEV_HERMITIAN
 #undef TEV_KERNEL_CALLS
 

@@ -43,11 +43,30 @@ using scal_fn = void(const int64_t* n, const T* alpha, T* x, const int64_t* incx
 template <class T>
 using swap_fn = void(const int64_t* n, T* x, const int64_t* incx, T* y, const int64_t* incy);
 template <class T>
+using dot_fn = T(const int64_t* n, const T* x, const int64_t* incx, const T* y, const int64_t* incy);
+using dot_in_double_fn = double(const int64_t* n, const float* x, const int64_t* incx, const float* y,
+                                const int64_t* incy);
+template <class T>
+using asum_fn = T(const int64_t* n, const T* x, const int64_t* incx);
+// The number, from 0, of the first element whose modulus is the largest, |re| + |im| of a complex one. NaN is passed
+// over; 0 when there is nothing else.
+template <class T>
+using iamax_fn = int64_t(const int64_t* n, const T* x, const int64_t* incx);
+// (x, y) := (h[0] x + h[2] y, h[1] x + h[3] y).
+template <class T>
+using rotate_fn = void(const int64_t* n, T* x, const int64_t* incx, T* y, const int64_t* incy, const T* h);
+template <class T>
 using gemv_fn = void(const char* trans, const int64_t* m, const int64_t* n, const T* alpha, const T* a,
                      const int64_t* lda, const T* x, const int64_t* incx, const T* beta, T* y, const int64_t* incy);
 template <class T>
 using ger_fn = void(const int64_t* m, const int64_t* n, const T* alpha, const T* x, const int64_t* incx, const T* y,
                     const int64_t* incy, T* a, const int64_t* lda);
+
+// y += alpha A x, as far as it comes from columns [*begin, *end) of the triangle uplo of A and their mirror images. A is
+// symmetric, in the complex precisions Hermitian; x and y have no gaps.
+template <class T>
+using symv_columns_fn = void(const char* uplo, const int64_t* n, const int64_t* begin, const int64_t* end,
+                             const T* alpha, const T* a, const int64_t* lda, const T* x, T* y);
 
 // C := alpha op(x) op(y)^T + beta C: a product with k = 1. x has m elements, y has n; "C" conjugates its vector.
 template <class T>

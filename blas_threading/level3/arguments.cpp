@@ -2,11 +2,10 @@
 #include "blas_threading/level3/arguments.h"
 
 #include <algorithm>
-#include <cstring>
 #include <string_view>
 
+#include "blas_threading/wrong_argument.h"
 #include "kernels/operation.h"
-#include "service/xerbla.h"
 
 namespace tev::blas {
 
@@ -90,9 +89,7 @@ template <class T>
 bool arguments_are_right(const level3_routine& routine, const level3_arguments& x) {
   for (const check* c = kChecks[static_cast<int>(routine.kind)]; c->argument != what::end; ++c) {
     if (is_right(c->argument, routine, x)) continue;
-    char name[8] = {element<T>::kLetter};
-    std::strcpy(name + 1, routine.stem);
-    tev_serv_xerbla(name, &c->position, static_cast<int32_t>(std::strlen(name)));
+    report_wrong_argument<T>(routine.stem, c->position);
     return false;
   }
   return true;

@@ -21,6 +21,15 @@ void scal(int64_t n, const T* alpha, T* x, int64_t incx) {
   run_on_team(call);
 }
 
+// A complex vector without gaps is a real one of twice the length; real and imaginary parts of others are scaled apart.
+template <class T, class R>
+void scal_by_real(int64_t n, const R* alpha, T* x, int64_t incx) {
+  R* const parts = reinterpret_cast<R*>(x);
+  if (incx < 1) return;
+  if (incx == 1) return scal(2 * n, alpha, parts, 1);
+  for (int64_t part = 0; part < 2; ++part) scal(n, alpha, parts + part, 2 * incx);
+}
+
 template <class T>
 void copy(int64_t n, const T* x, int64_t incx, T* y, int64_t incy) {
   if (n < 1) return;
@@ -65,3 +74,10 @@ TEV_LEVEL1(s, float)
 TEV_LEVEL1(d, double)
 TEV_LEVEL1(c, tev_complex8)
 TEV_LEVEL1(z, tev_complex16)
+
+#define TEV_SCAL_BY_REAL(name, T, R)                                                  \
+  void tev_blas_##name(const int64_t* n, const R* alpha, T* x, const int64_t* incx) { \
+    tev::blas::scal_by_real(*n, alpha, x, *incx);                                     \
+  }
+TEV_SCAL_BY_REAL(csscal, tev_complex8, float)
+TEV_SCAL_BY_REAL(zdscal, tev_complex16, double)

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Matrix-vector products and rank-1 updates over the OpenMP team: when a team is worth forming, and the drivers that
-// form one.
+// Matrix-vector products and rank-1 updates over the OpenMP team: when a team is worth forming, the drivers that form
+// one, and what routines of other matrices take from them.
 #pragma once
 
 #include <cstdint>
 
+#include "blas_threading/element.h"
+#include "blas_threading/kernel_calls.h"
 #include "blas_threading/vectors/level1.h"
-#include "kernels/routine_types.h"
+#include "tev/blas.h"
 
 namespace tev::blas {
 
@@ -73,3 +75,27 @@ TEV_LEVEL2_DRIVERS(z, tev_complex16)
 #undef TEV_LEVEL2_DRIVERS
 
 }  // extern "C"
+
+namespace tev::blas {
+
+// tev_blas_?gemv.
+template <class T>
+inline constexpr kernels::gemv_fn<T>* kGemv = nullptr;
+template <>
+inline constexpr kernels::gemv_fn<float>* kGemv<float> = tev_blas_sgemv;
+template <>
+inline constexpr kernels::gemv_fn<double>* kGemv<double> = tev_blas_dgemv;
+template <>
+inline constexpr kernels::gemv_fn<tev_complex8>* kGemv<tev_complex8> = tev_blas_cgemv;
+template <>
+inline constexpr kernels::gemv_fn<tev_complex16>* kGemv<tev_complex16> = tev_blas_zgemv;
+
+// y := beta y; zero forgets y. A product with alpha = 0 does just that.
+template <class T>
+void scale_result(int64_t n, const T& beta, T* y, int64_t incy) {
+  constexpr int64_t kOne = 1;
+  const T zero = element_of<T>(0);
+  kernel_calls<T>::xgemv("N", &n, &kOne, &zero, nullptr, &n, nullptr, &kOne, &beta, y, &incy);
+}
+
+}  // namespace tev::blas

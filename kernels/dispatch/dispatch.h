@@ -23,13 +23,21 @@ extern "C" {
 TEV_ALL(axpy_fn, x, axpy)
 TEV_ALL(copy_vector_fn, x, copy)
 TEV_ALL(scal_fn, x, scal)
-TEV_COMPLEX(swap_fn, x, swap)
+TEV_ALL(swap_fn, x, swap)
+TEV_REAL(dot_fn, x, dot)
+TEV_COMPLEX(dot_fn, x, dotu)
+TEV_COMPLEX(dot_fn, x, dotc)
+TEV_REAL(asum_fn, x, asum)
+TEV_ALL(iamax_fn, x, iamax)
+TEV_REAL(rotate_fn, x, rotate)
 
 TEV_ALL(gemv_fn, x, gemv)
 TEV_REAL(ger_fn, x, ger)
 TEV_COMPLEX(ger_fn, x, gerc)
 TEV_COMPLEX(ger_fn, x, geru)
 TEV_ALL(gemmger_fn, x, gemmger)
+TEV_REAL(symv_columns_fn, x, symv_columns)
+TEV_COMPLEX(symv_columns_fn, x, hemv_columns)
 
 TEV_ALL(gemm_fn, x, gemm)
 TEV_ALL(gemm_team_fn, x, gemm_internal_team)
@@ -57,6 +65,7 @@ TEV_ALL(initialize_kernel_info_fn, , gemm_initialize_kernel_info)
 #define TEV_PLAIN_ALL(type, name) \
   TEV_PLAIN(type, s##name) TEV_PLAIN(type, d##name) TEV_PLAIN(type, c##name) TEV_PLAIN(type, z##name)
 
+TEV_PLAIN(dot_in_double_fn, xsdot_in_double)
 TEV_PLAIN(number_fn, get_kernel_api_version)  // 1 or 2
 TEV_PLAIN_ALL(number_fn, gemm_api_support)    // 0, 1 or 4
 TEV_PLAIN_ALL(buffers_size_fn, gemm_get_bufs_size)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Level 1: y := alpha x + y, y := x, x := alpha x, x <-> y, for n elements at a distance of inc elements. Vectors of
+// Level 1: y := alpha x + y, y := x, x := alpha x, x <-> y, rotations of x and y, for n elements at a distance of inc elements. Vectors of
 // elements that follow each other go through registers; others element by element, in order, so that an increment of
 // zero means what it means to a plain loop.
 #pragma once
@@ -39,6 +39,18 @@ TEV_INLINE void swap_contiguous(int64_t n, T* x, T* y) {
       });
 }
 
+// x := h11 x + h12 y, y := h21 x + h22 y; h by columns.
+template <class R>
+TEV_INLINE void rotate_contiguous(int64_t n, R* x, R* y, const R* h) {
+  for_own_parts<R, 4>(
+      n, x, [=](auto part, int64_t i) __attribute__((always_inline)) {
+        constexpr int W = part.W;
+        const auto old_x = part.load(x + i), old_y = part.load(y + i);
+        part.store(fma(old_y, splat<W>(h[2]), old_x * splat<W>(h[0])), x + i);
+        part.store(fma(old_y, splat<W>(h[3]), old_x * splat<W>(h[1])), y + i);
+      });
+}
+
 template <class T>
 TEV_INLINE void axpy(int64_t n, T alpha, const T* x, int64_t incx, T* y, int64_t incy) {
   if (n < 1 || is_zero(alpha)) return;
@@ -75,6 +87,18 @@ TEV_INLINE void swap(int64_t n, T* x, int64_t incx, T* y, int64_t incy) {
     const T old_x = *x;
     *x = *y;
     *y = old_x;
+  }
+}
+
+template <class R>
+TEV_INLINE void rotate(int64_t n, R* x, int64_t incx, R* y, int64_t incy, const R* h) {
+  if (n < 1) return;
+  if (incx == 1 && incy == 1) return rotate_contiguous(n, x, y, h);
+  x = first_of(n, x, incx), y = first_of(n, y, incy);
+  for (; n > 0; --n, x += incx, y += incy) {
+    const R old_x = *x, old_y = *y;
+    *x = fma(old_y, h[2], old_x * h[0]);
+    *y = fma(old_y, h[3], old_x * h[1]);
   }
 }
 

@@ -4,8 +4,13 @@
 
 #include "kernels/families/gemv-inl.h"
 #include "kernels/families/ger-inl.h"
+#include "kernels/families/reduction-inl.h"
+#include "kernels/families/symv-inl.h"
 #include "kernels/families/vector-inl.h"
 #include "kernels/routine_types.h"
 
 #define TEV_LIST "kernels/exports/vectors.inc"
 #include "kernels/units/each_precision.inc"
+
+#define TEV_P s
+#include "kernels/exports/dot_in_double.inc"

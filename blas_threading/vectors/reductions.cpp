@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// ?dot, ?asum, ?nrm2, i?amax: one number of vectors. Long vectors are cut into pieces for a team; what the pieces give
+// is put together in their order, so that the result depends on the number of threads, not on who was first.
+#include <cmath>
+#include <limits>
+
+#include "blas_threading/element.h"
+#include "blas_threading/kernel_calls.h"
+#include "blas_threading/vectors/level1.h"
+#include "tev/blas.h"
+
+namespace tev::blas {
+namespace {
+
+template <class T>
+using real_of = typename element<T>::real;
+
+// Bytes of the vectors for each thread; a team forms from twice as many on. Nothing is written, and the result is
+// waited for, so pieces are larger than those of axpy.
+constexpr int64_t kReadChunkBytes = 131072;
+
+// Results that are put together after the team has gone: those of the largest team that is asked for.
+constexpr int64_t kMostPieces = 64;
+
+// Puts together what of_piece(piece) gives for the pieces of n elements, of `bytes` each.
+template <class Result, class OfPiece, class Combine>
+Result reduce(int64_t n, int64_t bytes, const OfPiece& of_piece, const Combine& combine) {
+  const int64_t threads = std::min<int64_t>(level1_threads(n, kReadChunkBytes / bytes, true), kMostPieces);
+  if (threads < 2) return of_piece(piece{0, n});
+  Result results[kMostPieces];
+  int64_t pieces = 1;
+  run_team(threads, [&](int64_t thread, int64_t team) {
+    if (thread == 0) pieces = team;
+    results[thread] = of_piece(piece_of(n, thread, team));
+  });
+  for (int64_t i = 1; i < pieces; ++i) results[0] = combine(results[0], results[i]);
+  return results[0];
+}
+
+// kernel: xdotu, xdotc, or the one in double.
+template <class T, class Result>
+Result dot(Result (*kernel)(const int64_t*, const T*, const int64_t*, const T*, const int64_t*), int64_t n, const T* x,
+           int64_t incx, const T* y, int64_t incy) {
+  if (n < 1) return {};
+  return reduce<Result>(
+      n, 2 * sizeof(T),
+      [&](piece p) { return kernel(&p.size, address_of(p, n, x, incx), &incx, address_of(p, n, y, incy), &incy); },
+      add<Result>);
+}
+
+// ---- Real numbers --------------------------------------------------------------------------------------------------
+
+// A vector's numbers: a complex vector without gaps is a real one of twice the length; one with gaps is two, the real
+// parts and the imaginary parts.
+template <class R>
+struct numbers {
+  int64_t vectors, n, inc;
+  const R* at;  // the second vector begins one further
+};
+template <class T>
+numbers<real_of<T>> numbers_of(int64_t n, const T* x, int64_t inc) {
+  const auto* const at = reinterpret_cast<const real_of<T>*>(x);
+  if (kComplex<T> && inc == 1) return {1, 2 * n, 1, at};
+  return {element<T>::kParts, n, inc * element<T>::kParts, at};
+}
+
+template <class T>
+real_of<T> asum(int64_t n, const T* x, int64_t incx) {
+  if (n < 1 || incx < 1) return 0;
+  const auto v = numbers_of(n, x, incx);
+  real_of<T> sum = 0;
+  for (int64_t i = 0; i < v.vectors; ++i)
+    sum += reduce<real_of<T>>(
+        v.n, sizeof(real_of<T>),
+        [&](piece p) { return kernel_calls<real_of<T>>::xasum(&p.size, address_of(p, v.n, v.at + i, v.inc), &v.inc); },
+        add<real_of<T>>);
+  return sum;
+}
+
+// Squares are summed in double as they are, and that is the norm if nothing over- or underflowed in a way that shows:
+// always in single precision, nearly always in double.
+double sum_of_squares(int64_t n, const float* x, int64_t incx) {
+  return dot(tev_blas_xsdot_in_double, n, x, incx, x, incx);
+}
+double sum_of_squares(int64_t n, const double* x, int64_t incx) { return dot(tev_blas_xddot, n, x, incx, x, incx); }
+
+// Between these no square that is lost below the smallest number can be missed: 2^40 of them are less than half a unit
+// in the last place.
+constexpr double kLeastSum = 0x1p-900, kLargestSum = 0x1p+1000;
+
+// Otherwise sums by range: of small numbers times 2^537, medium ones, large ones times 2^-538, so that no square of
+// them overflows or loses digits. (J. L. Blue, ACM TOMS 4, 1978; the limits are those of E. Anderson, ACM TOMS 44,
+// 2017.)
+constexpr double kSmall = 0x1p-511, kLarge = 0x1p+486, kSmallTimes = 0x1p+537, kLargeTimes = 0x1p-538;
+
+struct ranges {
+  double small = 0, medium = 0, large = 0;
+
+  void add(double x) {
+    x = std::abs(x);
+    if (x > kLarge)
+      large += x * kLargeTimes * (x * kLargeTimes);
+    else if (x < kSmall)
+      small += x * kSmallTimes * (x * kSmallTimes);
+    else  // also NaN
+      medium += x * x;
+  }
+  double norm() const {
+    if (large > 0) return std::sqrt(large + medium * kLargeTimes * kLargeTimes) / kLargeTimes;
+    if (small == 0) return std::sqrt(medium);
+    // Small and medium: their norms are far enough from both ends to be squared relative to the larger one.
+    const double a = std::sqrt(medium), b = std::sqrt(small) / kSmallTimes;
+    if (!(a > 0)) return std::isnan(a) ? a : b;
+    const double most = std::max(a, b), ratio = std::min(a, b) / most;
+    return most * std::sqrt(1 + ratio * ratio);
+  }
+};
+
+template <class T>
+real_of<T> nrm2(int64_t n, const T* x, int64_t incx) {
+  if (n < 1) return 0;
+  const auto v = numbers_of(n, x, incx);
+  double sum = sum_of_squares(v.n, v.at, v.inc);
+  if (v.vectors == 2) sum += sum_of_squares(v.n, v.at + 1, v.inc);
+  if (std::is_same_v<real_of<T>, float> || (sum >= kLeastSum && sum <= kLargestSum))
+    return static_cast<real_of<T>>(std::sqrt(sum));
+  ranges by_range;
+  for (int64_t i = 0; i < v.vectors; ++i)
+    for (int64_t k = 0; k < v.n; ++k) by_range.add(v.at[i + k * std::abs(v.inc)]);
+  return static_cast<real_of<T>>(by_range.norm());
+}
+
+// ---- The largest modulus -------------------------------------------------------------------------------------------
+
+template <class T>
+real_of<T> modulus(T x) {
+  if constexpr (kComplex<T>)
+    return std::abs(x.real) + std::abs(x.imag);
+  else
+    return std::abs(x);
+}
+
+// From 1. A NaN at the front is never exceeded; others never exceed.
+template <class T>
+int64_t iamax(int64_t n, const T* x, int64_t incx) {
+  if (n < 1 || incx < 1) return 0;
+  if (std::isnan(modulus(x[0]))) return 1;
+  return 1 + reduce<int64_t>(
+                 n, sizeof(T),
+                 [&](piece p) { return p.start + kernel_calls<T>::xiamax(&p.size, x + p.start * incx, &incx); },
+                 [&](int64_t first, int64_t later) {
+                   return modulus(x[later * incx]) > modulus(x[first * incx]) ? later : first;
+                 });
+}
+
+}  // namespace
+}  // namespace tev::blas
+
+#define TEV_DOT(T, name)                                                                                  \
+  T tev_blas_##name(const int64_t* n, const T* x, const int64_t* incx, const T* y, const int64_t* incy) { \
+    return tev::blas::dot(tev_blas_x##name, *n, x, *incx, y, *incy);                                      \
+  }
+TEV_DOT(float, sdot)
+TEV_DOT(double, ddot)
+
+#define TEV_COMPLEX_DOT(T, name)                                                                 \
+  void tev_blas_##name(T* result, const int64_t* n, const T* x, const int64_t* incx, const T* y, \
+                       const int64_t* incy) {                                                    \
+    *result = tev::blas::dot(tev_blas_x##name, *n, x, *incx, y, *incy);                          \
+  }
+TEV_COMPLEX_DOT(tev_complex8, cdotu)
+TEV_COMPLEX_DOT(tev_complex8, cdotc)
+TEV_COMPLEX_DOT(tev_complex16, zdotu)
+TEV_COMPLEX_DOT(tev_complex16, zdotc)
+
+double tev_blas_dsdot(const int64_t* n, const float* x, const int64_t* incx, const float* y, const int64_t* incy) {
+  return tev::blas::dot(tev_blas_xsdot_in_double, *n, x, *incx, y, *incy);
+}
+float tev_blas_sdsdot(const int64_t* n, const float* b, const float* x, const int64_t* incx, const float* y,
+                      const int64_t* incy) {
+  return static_cast<float>(*b + tev_blas_dsdot(n, x, incx, y, incy));
+}
+
+#define TEV_REDUCTIONS(p, parts_p, T, R)                                           \
+  R tev_blas_##parts_p##asum(const int64_t* n, const T* x, const int64_t* incx) {  \
+    return tev::blas::asum(*n, x, *incx);                                          \
+  }                                                                                \
+  R tev_blas_##parts_p##nrm2(const int64_t* n, const T* x, const int64_t* incx) {  \
+    return tev::blas::nrm2(*n, x, *incx);                                          \
+  }                                                                                \
+  int64_t tev_blas_i##p##amax(const int64_t* n, const T* x, const int64_t* incx) { \
+    return tev::blas::iamax(*n, x, *incx);                                         \
+  }
+TEV_REDUCTIONS(s, s, float, float)
+TEV_REDUCTIONS(d, d, double, double)
+TEV_REDUCTIONS(c, sc, tev_complex8, float)
+TEV_REDUCTIONS(z, dz, tev_complex16, double)
+
+float tev_blas_scabs1(const tev_complex8* z) { return tev::blas::modulus(*z); }
+double tev_blas_dcabs1(const tev_complex16* z) { return tev::blas::modulus(*z); }
