@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Level 1 and 2: a tier's kernels beside OpenBLAS and BLIS, which are loaded at run time.
+// Level 1 and 2 beside OpenBLAS and BLIS, which are loaded at run time.
 //
-//   bench/vectors [--tier avx512] [--precision d] [--threads 1] [--rounds 31] [--summary]
+//   bench/vectors [--tier avx512] [--precision d] [--threads 1] [--rounds 31] [--routines "dot trsv"] [--summary]
 //
-// Vectors of 10 to 10^6 elements, square matrices of order 16 to 2048. Every library works on the same operands in
+// Vectors of 1 to 10^6 elements, square matrices of order 2 to 2048. Every library works on the same operands in
 // turn, some tens of microseconds at a time; a figure is the best of all turns, in processor time of the thread, given
-// as GB/s of the operands that must move (axpy 3 vectors; copy, scal 2; gemv the matrix; ger the matrix twice). The
+// as GB/s of the operands that must move (axpy 3 vectors; copy, scal 2; gemv the matrix; ger the matrix twice ...). The
 // ratio is ours over the faster peer, at the end its geometric mean per routine.
 //
-// With more threads the public routines meet the peers' threaded builds: vectors of 10^3 to 10^7 elements, matrices of
+// With more threads those meet the peers' threaded builds: vectors of 10^3 to 10^7 elements, matrices of
 // order 64 to 8192, time of the clock. Between turns is a pause, in which the threads of the last one fall asleep.
 #include <dlfcn.h>
 #include <time.h>
@@ -24,69 +24,120 @@
 #include <string>
 #include <vector>
 
-#include "kernels/routine_types.h"
 #include "tev/blas.h"
 #include "tev/service.h"
 
-#define TEV_EACH_TIER(row) row(def) row(cnr_def) row(mc) row(mc3) row(avx) row(avx2) row(avx512) row(avx512_zel)
-#define TEV_DECLARE_PRECISION(tier, p, type, ger_name)                        \
-  extern "C" tev::kernels::axpy_fn<type> tev_blas_##tier##_x##p##axpy;        \
-  extern "C" tev::kernels::copy_vector_fn<type> tev_blas_##tier##_x##p##copy; \
-  extern "C" tev::kernels::scal_fn<type> tev_blas_##tier##_x##p##scal;        \
-  extern "C" tev::kernels::gemv_fn<type> tev_blas_##tier##_x##p##gemv;        \
-  extern "C" tev::kernels::ger_fn<type> tev_blas_##tier##_x##p##ger_name;
-#define TEV_DECLARE(tier)                            \
-  TEV_DECLARE_PRECISION(tier, s, float, ger)         \
-  TEV_DECLARE_PRECISION(tier, d, double, ger)        \
-  TEV_DECLARE_PRECISION(tier, c, tev_complex8, geru) \
-  TEV_DECLARE_PRECISION(tier, z, tev_complex16, geru)
-TEV_EACH_TIER(TEV_DECLARE)
-
 namespace {
 
-enum routine { kAxpy, kCopy, kScal, kGemv, kGer, kRoutines };
+// What a routine is called with.
+enum class form {
+  alpha_x_y,   // n, alpha, x, y
+  x_y,         // n, x, y
+  alpha_x,     // n, alpha, x
+  x,           // n, x
+  rotation,    // n, x, y, c, s
+  general,     // trans, m, n, alpha, a, x, beta, y
+  rank_1,      // m, n, alpha, x, y, a
+  symmetric,   // uplo, n, alpha, a, x, beta, y
+  update,      // uplo, n, alpha, x, a
+  update_2,    // uplo, n, alpha, x, y, a
+  triangular,  // uplo, trans, diag, n, a, x
+};
+enum class stored { full, band, packed };
+
+struct routine {
+  const char *real, *complex;  // names, without the precision where that comes first
+  form takes;
+  stored kind;
+  char first, trans;  // trans of general, or uplo; trans of triangular
+  double traffic;     // vectors or matrices that must move
+};
+
+// Of a band so many diagonals are beside the main one.
+constexpr int64_t kDiagonals = 32;
+
+constexpr routine kRoutines[] = {
+    {"axpy", "axpy", form::alpha_x_y, {}, 0, 0, 3},
+    {"copy", "copy", form::x_y, {}, 0, 0, 2},
+    {"scal", "scal", form::alpha_x, {}, 0, 0, 2},
+    {"swap", "swap", form::x_y, {}, 0, 0, 4},
+    {"dot", "dotc", form::x_y, {}, 0, 0, 2},
+    {"asum", "asum", form::x, {}, 0, 0, 1},
+    {"nrm2", "nrm2", form::x, {}, 0, 0, 1},
+    {"iamax", "iamax", form::x, {}, 0, 0, 1},
+    {"rot", "rot", form::rotation, {}, 0, 0, 4},
+    {"gemv", "gemv", form::general, stored::full, 'N', 0, 1},
+    {"gemv", "gemv", form::general, stored::full, 'T', 0, 1},
+    {"ger", "geru", form::rank_1, stored::full, 0, 0, 2},
+    {"symv", "hemv", form::symmetric, stored::full, 'U', 0, 0.5},
+    {"symv", "hemv", form::symmetric, stored::full, 'L', 0, 0.5},
+    {"syr", "her", form::update, stored::full, 'U', 0, 1},
+    {"syr2", "her2", form::update_2, stored::full, 'L', 0, 1},
+    {"trmv", "trmv", form::triangular, stored::full, 'U', 'N', 0.5},
+    {"trmv", "trmv", form::triangular, stored::full, 'L', 'T', 0.5},
+    {"trsv", "trsv", form::triangular, stored::full, 'L', 'N', 0.5},
+    {"trsv", "trsv", form::triangular, stored::full, 'U', 'T', 0.5},
+    {"spmv", "hpmv", form::symmetric, stored::packed, 'U', 0, 0.5},
+    {"spr", "hpr", form::update, stored::packed, 'L', 0, 1},
+    {"spr2", "hpr2", form::update_2, stored::packed, 'U', 0, 1},
+    {"tpmv", "tpmv", form::triangular, stored::packed, 'U', 'N', 0.5},
+    {"tpsv", "tpsv", form::triangular, stored::packed, 'L', 'T', 0.5},
+    {"sbmv", "hbmv", form::symmetric, stored::band, 'L', 0, 1},
+    {"tbmv", "tbmv", form::triangular, stored::band, 'U', 'T', 1},
+    {"tbsv", "tbsv", form::triangular, stored::band, 'U', 'N', 1},
+    {"gbmv", "gbmv", form::general, stored::band, 'N', 0, 2},
+};
+
+// Its name in the libraries: sums of moduli of complex numbers are real, and so are the scalars of rotations.
+std::string name_of(const routine& r, const std::string& p) {
+  const bool complex = p == "c" || p == "z";
+  const std::string stem = complex ? r.complex : r.real;
+  if (stem == "iamax") return "i" + p + "amax";
+  if (r.takes == form::rotation) return (p == "c" ? "cs" : p == "z" ? "zd" : p) + stem;
+  if (r.takes == form::x) return (p == "c" ? "sc" : p == "z" ? "dz" : p) + stem;
+  return p + stem;
+}
 
 struct library {
   std::string name;
   bool wide;  // integers of 64 bits
-  std::array<void*, kRoutines> at;
+  std::vector<void*> at;
 };
 
-#define TEV_ADDRESS(name) reinterpret_cast<void*>(name)
-#define TEV_LIBRARY(tier, p, ger_name)                                                             \
-  if (name == #tier && precision == #p)                                                            \
-    return {name,                                                                                  \
-            true,                                                                                  \
-            {TEV_ADDRESS(tev_blas_##tier##_x##p##axpy), TEV_ADDRESS(tev_blas_##tier##_x##p##copy), \
-             TEV_ADDRESS(tev_blas_##tier##_x##p##scal), TEV_ADDRESS(tev_blas_##tier##_x##p##gemv), \
-             TEV_ADDRESS(tev_blas_##tier##_x##p##ger_name)}};
-#define TEV_TIER_LIBRARIES(tier) \
-  TEV_LIBRARY(tier, s, ger) TEV_LIBRARY(tier, d, ger) TEV_LIBRARY(tier, c, geru) TEV_LIBRARY(tier, z, geru)
-
-#define TEV_PUBLIC(p, ger_name)                                                                                 \
-  if (precision == #p)                                                                                          \
-    return {"ours",                                                                                             \
-            true,                                                                                               \
-            {TEV_ADDRESS(tev_blas_##p##axpy), TEV_ADDRESS(tev_blas_##p##copy), TEV_ADDRESS(tev_blas_##p##scal), \
-             TEV_ADDRESS(tev_blas_##p##gemv), TEV_ADDRESS(tev_blas_##p##ger_name)}};
-
-library own(const std::string& name, const std::string& precision, bool threaded) {
-  if (threaded) {
-    TEV_PUBLIC(s, ger) TEV_PUBLIC(d, ger) TEV_PUBLIC(c, geru) TEV_PUBLIC(z, geru)
-  }
-  TEV_EACH_TIER(TEV_TIER_LIBRARIES)
-  std::fprintf(stderr, "vectors: no tier %s in precision %s\n", name.c_str(), precision.c_str());
-  std::exit(2);
+// As Fortran has them.
+tev_complex8 own_cdotc(const int64_t* n, const tev_complex8* x, const int64_t* incx, const tev_complex8* y,
+                       const int64_t* incy) {
+  tev_complex8 result;
+  tev_blas_cdotc(&result, n, x, incx, y, incy);
+  return result;
+}
+tev_complex16 own_zdotc(const int64_t* n, const tev_complex16* x, const int64_t* incx, const tev_complex16* y,
+                        const int64_t* incy) {
+  tev_complex16 result;
+  tev_blas_zdotc(&result, n, x, incx, y, incy);
+  return result;
 }
 
-// Nothing when it is not installed.
-void load_peer(const char* name, const std::string& path, const std::string& p, std::vector<library>& to) {
-  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+library own(const std::string& precision) {
+  library ours = {"ours", true, {}};
+  for (const routine& r : kRoutines) {
+    const std::string name = name_of(r, precision);
+    ours.at.push_back(name == "cdotc"   ? reinterpret_cast<void*>(own_cdotc)
+                      : name == "zdotc" ? reinterpret_cast<void*>(own_zdotc)
+                                        : dlsym(RTLD_DEFAULT, ("tev_blas_" + name).c_str()));
+  }
+  return ours;
+}
+
+// Nothing when it is not installed in any of these builds.
+void load_peer(const char* name, const std::vector<std::string>& paths, const std::string& p,
+               std::vector<library>& to) {
+  void* handle = nullptr;
+  for (const std::string& path : paths)
+    if (handle == nullptr) handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) return;
-  const bool complex = p == "c" || p == "z";
   library peer = {name, false, {}};
-  const char* const stems[] = {"axpy_", "copy_", "scal_", "gemv_", complex ? "geru_" : "ger_"};
-  for (int r = 0; r < kRoutines; ++r) peer.at[r] = dlsym(handle, (p + stems[r]).c_str());
+  for (const routine& r : kRoutines) peer.at.push_back(dlsym(handle, (name_of(r, p) + "_").c_str()));
   to.push_back(peer);
 }
 
@@ -106,32 +157,56 @@ void choose_kernels(const std::string& tier, int threads) {
 
 // One timed call; sizes and increments by the library's width.
 struct call {
-  routine what;
-  char trans;
+  size_t number;
   int64_t n;  // length, or order
-  const void* alpha;
+  const void *alpha, *sine;
   void *a, *x, *y;
 };
 
+template <class... Arguments>
+void apply(void* f, Arguments... arguments) {
+  reinterpret_cast<void (*)(Arguments...)>(f)(arguments...);
+}
+
 template <class Int>
 void perform(const library& l, const call& c) {
-  const Int n = static_cast<Int>(c.n), one = 1;
-  void* const f = l.at[c.what];
-  switch (c.what) {
-    case kAxpy:
-      return reinterpret_cast<void (*)(const Int*, const void*, void*, const Int*, void*, const Int*)>(f)(
-          &n, c.alpha, c.x, &one, c.y, &one);
-    case kCopy:
-      return reinterpret_cast<void (*)(const Int*, void*, const Int*, void*, const Int*)>(f)(&n, c.x, &one, c.y, &one);
-    case kScal:
-      return reinterpret_cast<void (*)(const Int*, const void*, void*, const Int*)>(f)(&n, c.alpha, c.x, &one);
-    case kGemv:
-      return reinterpret_cast<void (*)(const char*, const Int*, const Int*, const void*, void*, const Int*, void*,
-                                       const Int*, const void*, void*, const Int*)>(f)(
-          &c.trans, &n, &n, c.alpha, c.a, &n, c.x, &one, c.alpha, c.y, &one);
-    default:
-      return reinterpret_cast<void (*)(const Int*, const Int*, const void*, void*, const Int*, void*, const Int*, void*,
-                                       const Int*)>(f)(&n, &n, c.alpha, c.x, &one, c.y, &one, c.a, &n);
+  const routine& r = kRoutines[c.number];
+  const bool band = r.kind == stored::band, packed = r.kind == stored::packed;
+  const Int number = static_cast<Int>(c.n), one_int = 1, diagonals = static_cast<Int>(kDiagonals);
+  const Int leading = band ? (r.takes == form::general ? 2 * diagonals + 1 : diagonals + 1) : number;
+  const Int *const n = &number, *const one = &one_int, *const k = &diagonals, *const ld = &leading;
+  const char *const letter = &r.first, *const trans = &r.trans;
+  void* const f = l.at[c.number];
+  switch (r.takes) {
+    case form::alpha_x_y:
+      return apply(f, n, c.alpha, c.x, one, c.y, one);
+    case form::x_y:
+      return apply(f, n, c.x, one, c.y, one);
+    case form::alpha_x:
+      return apply(f, n, c.alpha, c.x, one);
+    case form::x:
+      return apply(f, n, c.x, one);
+    case form::rotation:
+      return apply(f, n, c.x, one, c.y, one, c.sine, c.sine);
+    case form::general:
+      if (band) return apply(f, letter, n, n, k, k, c.alpha, c.a, ld, c.x, one, c.alpha, c.y, one);
+      return apply(f, letter, n, n, c.alpha, c.a, ld, c.x, one, c.alpha, c.y, one);
+    case form::rank_1:
+      return apply(f, n, n, c.alpha, c.x, one, c.y, one, c.a, ld);
+    case form::symmetric:
+      if (band) return apply(f, letter, n, k, c.alpha, c.a, ld, c.x, one, c.alpha, c.y, one);
+      if (packed) return apply(f, letter, n, c.alpha, c.a, c.x, one, c.alpha, c.y, one);
+      return apply(f, letter, n, c.alpha, c.a, ld, c.x, one, c.alpha, c.y, one);
+    case form::update:
+      if (packed) return apply(f, letter, n, c.alpha, c.x, one, c.a);
+      return apply(f, letter, n, c.alpha, c.x, one, c.a, ld);
+    case form::update_2:
+      if (packed) return apply(f, letter, n, c.alpha, c.x, one, c.y, one, c.a);
+      return apply(f, letter, n, c.alpha, c.x, one, c.y, one, c.a, ld);
+    case form::triangular:
+      if (band) return apply(f, letter, trans, "U", n, k, c.a, ld, c.x, one);
+      if (packed) return apply(f, letter, trans, "U", n, c.a, c.x, one);
+      return apply(f, letter, trans, "U", n, c.a, ld, c.x, one);
   }
 }
 
@@ -169,6 +244,7 @@ int main(int argc, char** argv) {
   std::string tier = "avx512", precision = "d";
   int rounds = 0, threads = 1;
   bool summary = false;
+  std::string only;
   for (int i = 1; i < argc; ++i) {
     const std::string option = argv[i];
     if (option == "--summary") {
@@ -179,30 +255,39 @@ int main(int argc, char** argv) {
       precision = argv[++i];
     } else if (i + 1 < argc && option == "--threads") {
       threads = std::atoi(argv[++i]);
+    } else if (i + 1 < argc && option == "--routines") {
+      only = argv[++i];
     } else if (i + 1 < argc && option == "--rounds") {
       rounds = std::atoi(argv[++i]);
     } else {
-      std::fprintf(stderr, "usage: vectors [--tier T] [--precision s|d|c|z] [--threads N] [--rounds N] [--summary]\n");
+      std::fprintf(
+          stderr,
+          "usage: vectors [--tier T] [--precision s|d|c|z] [--threads N] [--rounds N] [--routines \"dot trsv\"] "
+          "[--summary]\n");
       return 2;
     }
   }
   const bool threaded = threads > 1;
   if (rounds < 1) rounds = threaded ? 7 : 31;
-  std::vector<library> libraries = {own(tier, precision, threaded)};
+  std::vector<library> libraries = {own(precision)};
   choose_kernels(tier, threads);
   tev_serv_trust_features(1);  // gemv takes a team only on processors that detection knows or a program vouches for
-  const std::string folder = "/usr/lib/x86_64-linux-gnu/", flavour = threaded ? "pthread" : "serial";
-  load_peer("OpenBLAS", folder + "openblas-" + flavour + "/libopenblas.so.0", precision, libraries);
-  load_peer("BLIS", folder + "blis-" + flavour + "/libblis.so.4", precision, libraries);
-  if (libraries.size() < 3)
-    std::fprintf(stderr, "vectors: a peer is missing (packages libopenblas0-%s, libblis4-%s)\n", flavour.c_str(),
-                 flavour.c_str());
+  const std::string folder = "/usr/lib/x86_64-linux-gnu/";
+  const auto builds = [&](const std::string& peer, const std::string& file) {
+    std::vector<std::string> paths;
+    for (const char* flavour : {"serial", "pthread", "openmp"})
+      if (!threaded || std::string(flavour) != "serial") paths.push_back(folder + peer + flavour + file);
+    return paths;
+  };
+  load_peer("OpenBLAS", builds("openblas-", "/libopenblas.so.0"), precision, libraries);
+  load_peer("BLIS", builds("blis-", "/libblis.so.4"), precision, libraries);
+  if (libraries.size() < 3) std::fprintf(stderr, "vectors: a peer is missing (packages libopenblas0, libblis4)\n");
 
   using sizes = std::vector<int64_t>;
   const sizes lengths = threaded ? sizes{1000, 10000, 30000, 100000, 1000000, 10000000}
-                                 : sizes{10, 30, 100, 300, 1000, 3000, 10000, 100000, 1000000};
+                                 : sizes{1, 3, 10, 30, 100, 300, 1000, 3000, 10000, 100000, 1000000};
   const sizes orders =
-      threaded ? sizes{64, 128, 256, 512, 1000, 2000, 4000, 8192} : sizes{16, 64, 100, 128, 256, 500, 1024, 2048};
+      threaded ? sizes{64, 128, 256, 512, 1000, 2000, 4000, 8192} : sizes{2, 5, 16, 64, 100, 128, 256, 500, 1024, 2048};
 
   const bool single = precision == "s" || precision == "c", complex = precision == "c" || precision == "z";
   const double element = (single ? 4 : 8) * (complex ? 2 : 1);
@@ -215,36 +300,41 @@ int main(int argc, char** argv) {
     std::vector<double>& operand = storage.emplace_back(bytes / sizeof(double), 1e-3);
     if (single) std::fill_n(reinterpret_cast<float*>(operand.data()), bytes / sizeof(float), 1e-3f);
   }
-  const auto run = [&](const char* name, routine what, char trans, const sizes& all, double traffic) {
-    double logs = 0;
-    for (const int64_t n : all) {
-      const call c = {what,
-                      trans,
-                      n,
-                      single ? static_cast<const void*>(single_unit.data()) : unit.data(),
-                      storage[0].data(),
-                      storage[1].data(),
-                      storage[2].data()};
-      const std::vector<double> t = best_times(libraries, c, rounds, threaded);
-      const double bytes = traffic * element * static_cast<double>(what >= kGemv ? n * n : n);
-      const double peer = *std::min_element(t.begin() + (t.size() > 1), t.end());
-      logs += std::log(peer / t[0]);
-      if (summary) continue;
-      std::printf("%-8s%8ld", name, n);
-      for (const double seconds : t) std::printf("%10.1f", bytes / seconds * 1e-9);
-      std::printf("%8.2f\n", peer / t[0]);
-      std::fflush(stdout);
-    }
-    std::printf("%-8s    mean%38.2f\n", name, std::exp(logs / static_cast<double>(all.size())));
-  };
+  const std::array<double, 1> half_turn = {std::sqrt(0.5)};
+  const std::array<float, 1> single_half_turn = {std::sqrt(0.5f)};
   std::printf("# %s, precision %s, threads %d, GB/s\n#           n      ours", tier.c_str(), precision.c_str(),
               threads);
   for (size_t i = 1; i < libraries.size(); ++i) std::printf("%10s", libraries[i].name.c_str());
   std::printf("   ratio\n");
-  run("axpy", kAxpy, 0, lengths, 3);
-  run("copy", kCopy, 0, lengths, 2);
-  run("scal", kScal, 0, lengths, 2);
-  run("gemv N", kGemv, 'N', orders, 1);
-  run("gemv T", kGemv, 'T', orders, 1);
-  run("ger", kGer, 0, orders, 2);
+  for (size_t number = 0; number < std::size(kRoutines); ++number) {
+    const routine& r = kRoutines[number];
+    std::string name = complex ? r.complex : r.real;
+    if (!only.empty() && (" " + only + " ").find(" " + name + " ") == std::string::npos) continue;
+    for (const char letter : {r.first, r.trans})
+      if (letter != 0) name += std::string(" ") + letter;
+    const bool matrix = r.takes >= form::general;
+    double logs = 0;
+    const sizes& all = matrix ? orders : lengths;
+    for (const int64_t n : all) {
+      const call c = {number,
+                      n,
+                      single ? static_cast<const void*>(single_unit.data()) : unit.data(),
+                      single ? static_cast<const void*>(single_half_turn.data()) : half_turn.data(),
+                      storage[0].data(),
+                      storage[1].data(),
+                      storage[2].data()};
+      const std::vector<double> t = best_times(libraries, c, rounds, threaded);
+      const int64_t elements = !matrix ? n : n * (r.kind == stored::band ? kDiagonals + 1 : n);
+      const double bytes = r.traffic * element * static_cast<double>(elements);
+      const double peer = *std::min_element(t.begin() + (t.size() > 1), t.end());
+      logs += std::log(peer / t[0]);
+      if (summary) continue;
+      std::printf("%-8s%8ld", name.c_str(), n);
+      for (const double seconds : t) std::printf("%10.1f", bytes / seconds * 1e-9);
+      std::printf("%8.2f\n", peer / t[0]);
+      std::fflush(stdout);
+    }
+    std::printf("%-8s    mean%38.2f\n", name.c_str(), std::exp(logs / static_cast<double>(all.size())));
+    std::fflush(stdout);
+  }
 }
