@@ -43,7 +43,9 @@ void report_no_memory(const char* stem, int64_t* info) {
   *info = -service::kNotEnoughMemory;
 }
 
-inline char upper_case(char letter) { return static_cast<char>(letter & ~0x20); }
+inline char upper_case(char letter) {
+  return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
+}
 
 inline bool is_one_of(char letter, std::string_view letters) {
   return letters.find(upper_case(letter)) != std::string_view::npos;

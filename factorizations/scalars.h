@@ -20,6 +20,14 @@ auto modulus1(T x) {
 }
 
 template <class T>
+auto modulus(T x) {
+  if constexpr (blas::kComplex<T>)
+    return std::hypot(x.real, x.imag);
+  else
+    return std::abs(x);
+}
+
+template <class T>
 bool is_zero(T x) {
   return blas::is_value(x, 0);
 }
@@ -30,6 +38,22 @@ auto real_part(T x) {
     return x.real;
   else
     return x;
+}
+
+template <class T>
+auto largest_part(T x) {
+  if constexpr (blas::kComplex<T>)
+    return std::fmax(std::abs(x.real), std::abs(x.imag));
+  else
+    return std::abs(x);
+}
+
+template <class T>
+T scaled_by_power(T x, int power) {
+  if constexpr (blas::kComplex<T>)
+    return {std::ldexp(x.real, power), std::ldexp(x.imag, power)};
+  else
+    return std::ldexp(x, power);
 }
 
 template <class T>
@@ -68,6 +92,12 @@ T quotient(T x, T y) {
   } else {
     return x / y;
   }
+}
+
+// The larger one, or NaN when one of them is.
+template <class R>
+R larger(R x, R y) {
+  return x < y || std::isnan(y) ? y : x;
 }
 
 // The reciprocal of anything at least this large is finite.

@@ -80,6 +80,84 @@ TEV_EXPORT void tev_lapack_cgetrf(const int64_t* m, const int64_t* n, tev_comple
 TEV_EXPORT void tev_lapack_zgetrf(const int64_t* m, const int64_t* n, tev_complex16* a, const int64_t* lda,
                                   int64_t* ipiv, int64_t* info);
 
+/* op(A) X = B from the factors of getrf; trans N, T, C: op(A) is A, A^T, A^H. X takes the place of B, n x nrhs. */
+TEV_EXPORT void tev_lapack_sgetrs(const char* trans, const int64_t* n, const int64_t* nrhs, const float* a,
+                                  const int64_t* lda, const int64_t* ipiv, float* b, const int64_t* ldb, int64_t* info);
+TEV_EXPORT void tev_lapack_dgetrs(const char* trans, const int64_t* n, const int64_t* nrhs, const double* a,
+                                  const int64_t* lda, const int64_t* ipiv, double* b, const int64_t* ldb,
+                                  int64_t* info);
+TEV_EXPORT void tev_lapack_cgetrs(const char* trans, const int64_t* n, const int64_t* nrhs, const tev_complex8* a,
+                                  const int64_t* lda, const int64_t* ipiv, tev_complex8* b, const int64_t* ldb,
+                                  int64_t* info);
+TEV_EXPORT void tev_lapack_zgetrs(const char* trans, const int64_t* n, const int64_t* nrhs, const tev_complex16* a,
+                                  const int64_t* lda, const int64_t* ipiv, tev_complex16* b, const int64_t* ldb,
+                                  int64_t* info);
+
+/* A X = B: getrf, and when info is 0, getrs. */
+TEV_EXPORT void tev_lapack_sgesv(const int64_t* n, const int64_t* nrhs, float* a, const int64_t* lda, int64_t* ipiv,
+                                 float* b, const int64_t* ldb, int64_t* info);
+TEV_EXPORT void tev_lapack_dgesv(const int64_t* n, const int64_t* nrhs, double* a, const int64_t* lda, int64_t* ipiv,
+                                 double* b, const int64_t* ldb, int64_t* info);
+TEV_EXPORT void tev_lapack_cgesv(const int64_t* n, const int64_t* nrhs, tev_complex8* a, const int64_t* lda,
+                                 int64_t* ipiv, tev_complex8* b, const int64_t* ldb, int64_t* info);
+TEV_EXPORT void tev_lapack_zgesv(const int64_t* n, const int64_t* nrhs, tev_complex16* a, const int64_t* lda,
+                                 int64_t* ipiv, tev_complex16* b, const int64_t* ldb, int64_t* info);
+
+/* A^-1 in the place of the factors. work: lwork elements, at least n; 64 n serve best. lwork = -1 only asks: work[0]
+ * is the best lwork. info j: u(j, j) is zero, nothing was inverted. */
+TEV_EXPORT void tev_lapack_sgetri(const int64_t* n, float* a, const int64_t* lda, const int64_t* ipiv, float* work,
+                                  const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_dgetri(const int64_t* n, double* a, const int64_t* lda, const int64_t* ipiv, double* work,
+                                  const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_cgetri(const int64_t* n, tev_complex8* a, const int64_t* lda, const int64_t* ipiv,
+                                  tev_complex8* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_zgetri(const int64_t* n, tev_complex16* a, const int64_t* lda, const int64_t* ipiv,
+                                  tev_complex16* work, const int64_t* lwork, int64_t* info);
+
+/* rcond: an estimate of 1 / (|A| |A^-1|) in the 1-norm (norm 1 or O) or the infinity norm (I), from the factors and
+ * anorm, the norm of A; 0 when A^-1 is beyond all numbers, NaN when the factors or anorm have one. work: 4 n elements
+ * (real), 2 n (complex); iwork n, rwork 2 n. */
+TEV_EXPORT void tev_lapack_sgecon(const char* norm, const int64_t* n, const float* a, const int64_t* lda,
+                                  const float* anorm, float* rcond, float* work, int64_t* iwork, int64_t* info);
+TEV_EXPORT void tev_lapack_dgecon(const char* norm, const int64_t* n, const double* a, const int64_t* lda,
+                                  const double* anorm, double* rcond, double* work, int64_t* iwork, int64_t* info);
+TEV_EXPORT void tev_lapack_cgecon(const char* norm, const int64_t* n, const tev_complex8* a, const int64_t* lda,
+                                  const float* anorm, float* rcond, tev_complex8* work, float* rwork, int64_t* info);
+TEV_EXPORT void tev_lapack_zgecon(const char* norm, const int64_t* n, const tev_complex16* a, const int64_t* lda,
+                                  const double* anorm, double* rcond, tev_complex16* work, double* rwork,
+                                  int64_t* info);
+
+/* Refines solutions X of op(A) X = B, A the matrix and af, ipiv its factors, in up to five steps. Per column, ferr
+ * bounds the largest error relative to the largest element, berr is the least relative change of any element of A or B
+ * that makes X exact. work: 3 n elements (real), 2 n (complex); iwork n, rwork n. */
+TEV_EXPORT void tev_lapack_sgerfs(const char* trans, const int64_t* n, const int64_t* nrhs, const float* a,
+                                  const int64_t* lda, const float* af, const int64_t* ldaf, const int64_t* ipiv,
+                                  const float* b, const int64_t* ldb, float* x, const int64_t* ldx, float* ferr,
+                                  float* berr, float* work, int64_t* iwork, int64_t* info);
+TEV_EXPORT void tev_lapack_dgerfs(const char* trans, const int64_t* n, const int64_t* nrhs, const double* a,
+                                  const int64_t* lda, const double* af, const int64_t* ldaf, const int64_t* ipiv,
+                                  const double* b, const int64_t* ldb, double* x, const int64_t* ldx, double* ferr,
+                                  double* berr, double* work, int64_t* iwork, int64_t* info);
+TEV_EXPORT void tev_lapack_cgerfs(const char* trans, const int64_t* n, const int64_t* nrhs, const tev_complex8* a,
+                                  const int64_t* lda, const tev_complex8* af, const int64_t* ldaf, const int64_t* ipiv,
+                                  const tev_complex8* b, const int64_t* ldb, tev_complex8* x, const int64_t* ldx,
+                                  float* ferr, float* berr, tev_complex8* work, float* rwork, int64_t* info);
+TEV_EXPORT void tev_lapack_zgerfs(const char* trans, const int64_t* n, const int64_t* nrhs, const tev_complex16* a,
+                                  const int64_t* lda, const tev_complex16* af, const int64_t* ldaf, const int64_t* ipiv,
+                                  const tev_complex16* b, const int64_t* ldb, tev_complex16* x, const int64_t* ldx,
+                                  double* ferr, double* berr, tev_complex16* work, double* rwork, int64_t* info);
+
+/* The determinant from the factors of getrf, which may be any power of two beyond the numbers of the type: mantissa
+ * times 2^exponent, the larger part of the mantissa from 1/2 to below 1, or both zero. Nothing is checked. */
+TEV_EXPORT void tev_lapack_sgetdet(const int64_t* n, const float* a, const int64_t* lda, const int64_t* ipiv,
+                                   float* mantissa, int64_t* exponent);
+TEV_EXPORT void tev_lapack_dgetdet(const int64_t* n, const double* a, const int64_t* lda, const int64_t* ipiv,
+                                   double* mantissa, int64_t* exponent);
+TEV_EXPORT void tev_lapack_cgetdet(const int64_t* n, const tev_complex8* a, const int64_t* lda, const int64_t* ipiv,
+                                   tev_complex8* mantissa, int64_t* exponent);
+TEV_EXPORT void tev_lapack_zgetdet(const int64_t* n, const tev_complex16* a, const int64_t* lda, const int64_t* ipiv,
+                                   tev_complex16* mantissa, int64_t* exponent);
+
 /* ---- Cholesky ------------------------------------------------------------------------------------------------------
  */
 
@@ -90,6 +168,45 @@ TEV_EXPORT void tev_lapack_dpotrf(const char* uplo, const int64_t* n, double* a,
 TEV_EXPORT void tev_lapack_cpotrf(const char* uplo, const int64_t* n, tev_complex8* a, const int64_t* lda,
                                   int64_t* info);
 TEV_EXPORT void tev_lapack_zpotrf(const char* uplo, const int64_t* n, tev_complex16* a, const int64_t* lda,
+                                  int64_t* info);
+
+/* A X = B from the factor of potrf. X takes the place of B, n x nrhs. */
+TEV_EXPORT void tev_lapack_spotrs(const char* uplo, const int64_t* n, const int64_t* nrhs, const float* a,
+                                  const int64_t* lda, float* b, const int64_t* ldb, int64_t* info);
+TEV_EXPORT void tev_lapack_dpotrs(const char* uplo, const int64_t* n, const int64_t* nrhs, const double* a,
+                                  const int64_t* lda, double* b, const int64_t* ldb, int64_t* info);
+TEV_EXPORT void tev_lapack_cpotrs(const char* uplo, const int64_t* n, const int64_t* nrhs, const tev_complex8* a,
+                                  const int64_t* lda, tev_complex8* b, const int64_t* ldb, int64_t* info);
+TEV_EXPORT void tev_lapack_zpotrs(const char* uplo, const int64_t* n, const int64_t* nrhs, const tev_complex16* a,
+                                  const int64_t* lda, tev_complex16* b, const int64_t* ldb, int64_t* info);
+
+/* A X = B: potrf, and when info is 0, potrs. */
+TEV_EXPORT void tev_lapack_sposv(const char* uplo, const int64_t* n, const int64_t* nrhs, float* a, const int64_t* lda,
+                                 float* b, const int64_t* ldb, int64_t* info);
+TEV_EXPORT void tev_lapack_dposv(const char* uplo, const int64_t* n, const int64_t* nrhs, double* a, const int64_t* lda,
+                                 double* b, const int64_t* ldb, int64_t* info);
+TEV_EXPORT void tev_lapack_cposv(const char* uplo, const int64_t* n, const int64_t* nrhs, tev_complex8* a,
+                                 const int64_t* lda, tev_complex8* b, const int64_t* ldb, int64_t* info);
+TEV_EXPORT void tev_lapack_zposv(const char* uplo, const int64_t* n, const int64_t* nrhs, tev_complex16* a,
+                                 const int64_t* lda, tev_complex16* b, const int64_t* ldb, int64_t* info);
+
+/* The triangle uplo of A^-1 in the place of the factor. info j: element (j, j) of the factor is zero. */
+TEV_EXPORT void tev_lapack_spotri(const char* uplo, const int64_t* n, float* a, const int64_t* lda, int64_t* info);
+TEV_EXPORT void tev_lapack_dpotri(const char* uplo, const int64_t* n, double* a, const int64_t* lda, int64_t* info);
+TEV_EXPORT void tev_lapack_cpotri(const char* uplo, const int64_t* n, tev_complex8* a, const int64_t* lda,
+                                  int64_t* info);
+TEV_EXPORT void tev_lapack_zpotri(const char* uplo, const int64_t* n, tev_complex16* a, const int64_t* lda,
+                                  int64_t* info);
+
+/* rcond from the factor, as gecon in the 1-norm. work: 3 n elements (real), 2 n (complex); iwork n, rwork n. */
+TEV_EXPORT void tev_lapack_spocon(const char* uplo, const int64_t* n, const float* a, const int64_t* lda,
+                                  const float* anorm, float* rcond, float* work, int64_t* iwork, int64_t* info);
+TEV_EXPORT void tev_lapack_dpocon(const char* uplo, const int64_t* n, const double* a, const int64_t* lda,
+                                  const double* anorm, double* rcond, double* work, int64_t* iwork, int64_t* info);
+TEV_EXPORT void tev_lapack_cpocon(const char* uplo, const int64_t* n, const tev_complex8* a, const int64_t* lda,
+                                  const float* anorm, float* rcond, tev_complex8* work, float* rwork, int64_t* info);
+TEV_EXPORT void tev_lapack_zpocon(const char* uplo, const int64_t* n, const tev_complex16* a, const int64_t* lda,
+                                  const double* anorm, double* rcond, tev_complex16* work, double* rwork,
                                   int64_t* info);
 
 /* ---- QR ------------------------------------------------------------------------------------------------------------

@@ -12,6 +12,10 @@ struct cholesky_of;
   template <>                                            \
   struct cholesky_of<T> {                                \
     static constexpr auto potrf = tev_lapack_##p##potrf; \
+    static constexpr auto potrs = tev_lapack_##p##potrs; \
+    static constexpr auto posv = tev_lapack_##p##posv;   \
+    static constexpr auto potri = tev_lapack_##p##potri; \
+    static constexpr auto pocon = tev_lapack_##p##pocon; \
   };
 TEV_CHOLESKY_OF(float, s)
 TEV_CHOLESKY_OF(double, d)
@@ -90,7 +94,7 @@ TYPED_TEST(Cholesky, FactorsOfEveryKindOfMatrix) {
 
 TYPED_TEST(Cholesky, FactorsOverATeam) {
   engine random(16);
-  for (const auto& [n, threads] : {std::pair(255, 2), {256, 2}, {257, 3}, {450, 5}, {1025, 2}}) {
+  for (const auto& [n, threads] : {std::pair(255, 2), {256, 2}, {257, 3}, {450, 5}}) {
     const own_threads team(threads);
     for (const char uplo : {'L', 'U'}) factor_and_judge<TypeParam>(uplo, n, kKinds[0], random);
   }
@@ -112,6 +116,95 @@ TYPED_TEST(Cholesky, TheFirstMinorThatIsNotPositiveIsReported) {
         EXPECT_EQ(potrf(uplo, a), bad + 1) << uplo << n;
         if (bad > 0) EXPECT_GT(std::real(a(bad - 1, bad - 1)), R(0));
       }
+}
+
+// ---- What stands on the factor -------------------------------------------------------------------------------------
+
+// |A x - b| within roundings of |L| |L^H| |x|; the inverse the same for its columns, and its norm is estimated.
+TYPED_TEST(Cholesky, SolvesInvertsAndEstimatesTheCondition) {
+  using T = TypeParam;
+  using R = real_part_t<T>;
+  using C = cholesky_of<T>;
+  engine random(18);
+  const own_threads team(2);
+  for (const char uplo : {'L', 'U'})
+    for (const int64_t n : {0, 1, 3, 9, 40, 300}) {
+      const std::string what = uplo + std::to_string(n);
+      const matrix<T> start = definite_matrix<T>(uplo, n, kKinds[0], random);
+      const auto wide = whole(uplo, start, true);
+      const int64_t lda = start.ld(), sides = 3;
+      matrix<T> a = start, b(n, sides);
+      b.fill(random, values::fractions);
+      matrix<T> x = b, again = b;
+      int64_t info = 7;
+      C::posv(&uplo, &n, &sides, at(a), &lda, at(x), &lda, &info);
+      EXPECT_EQ(info, 0) << what;
+      C::potrs(&uplo, &n, &sides, at(a), &lda, at(again), &lda, &info);
+      EXPECT_TRUE(info == 0 && again.same_bits(x)) << what;
+      const auto factor = moduli(whole(uplo, a, false)), other = adjoint(factor);
+      const auto size = uplo == 'L' ? factor * other : other * factor;
+      expect_close<T>(wide * widened(x), widened(b), size * moduli(widened(x)), 4 * n + 8, what);
+      if (n == 0) continue;
+
+      matrix<T> inverse = a;
+      C::potri(&uplo, &n, at(inverse), &lda, &info);
+      EXPECT_EQ(info, 0) << what;
+      EXPECT_TRUE(inverse.padding_is_intact()) << what;
+      const auto all = whole(uplo, inverse, true), probe = probes<T>(n, random);
+      expect_close<T>(wide * (all * probe), probe, size * (moduli(all) * moduli(probe)), 8 * n + 8, what + " inverse");
+
+      double anorm = 0, norm_of_inverse = 0;
+      for (int64_t j = 0; j < n; ++j) {
+        double sum = 0, sum_of_inverse = 0;
+        for (int64_t i = 0; i < n; ++i) {
+          sum += static_cast<double>(std::abs(wide(i, j)));
+          sum_of_inverse += static_cast<double>(std::abs(all(i, j)));
+        }
+        anorm = std::max(anorm, sum), norm_of_inverse = std::max(norm_of_inverse, sum_of_inverse);
+      }
+      const R given = static_cast<R>(anorm);
+      R rcond = 7;
+      matrix<T> work(3 * n, 1);
+      extra_work<T> extra(static_cast<size_t>(n));
+      C::pocon(&uplo, &n, at(a), &lda, &given, &rcond, at(work), extra.data(), &info);
+      const double truth = 1 / (anorm * norm_of_inverse);
+      EXPECT_TRUE(info == 0 && rcond >= truth * 0.999 && rcond <= truth * 10) << what << ' ' << rcond << ' ' << truth;
+    }
+}
+
+TYPED_TEST(Cholesky, ArgumentErrors) {
+  using T = TypeParam;
+  using C = cholesky_of<T>;
+  constexpr int64_t kLd = kLeadingDimension;
+  real_part_t<T> rcond;
+  matrix<T> a(2, 2, 1), b(2, 2, 1), work(8, 1);
+  extra_work<T> extra(8);
+  // Each call has a matrix that can be factored.
+  const auto fresh = [&] {
+    for (int64_t j = 0; j < 2; ++j)
+      for (int64_t i = 0; i < 2; ++i) a(i, j) = b(i, j) = T(static_cast<real_part_t<T>>(i == j));
+    return at(a);
+  };
+  expect_argument_errors<T>({
+      {"POTRF",
+       {{1, 'l'}, {2, 2}, {4, kLd}},
+       [&](arguments v, int64_t* info) { C::potrf(v.letter(1), &v[2], fresh(), &v[4], info); }},
+      {"POTRS",
+       {{1, 'u'}, {2, 2}, {3, 1}, {5, kLd}, {7, kLd}},
+       [&](arguments v, int64_t* info) { C::potrs(v.letter(1), &v[2], &v[3], fresh(), &v[5], at(b), &v[7], info); }},
+      {"POSV",
+       {{1, 'u'}, {2, 2}, {3, 1}, {5, kLd}, {7, kLd}},
+       [&](arguments v, int64_t* info) { C::posv(v.letter(1), &v[2], &v[3], fresh(), &v[5], at(b), &v[7], info); }},
+      {"POTRI",
+       {{1, 'l'}, {2, 2}, {4, kLd}},
+       [&](arguments v, int64_t* info) { C::potri(v.letter(1), &v[2], fresh(), &v[4], info); }},
+      {"POCON",
+       {{1, 'l'}, {2, 2}, {4, kLd}, {5, 1}},
+       [&](arguments v, int64_t* info) {
+         const auto anorm = static_cast<real_part_t<T>>(v[5]);
+         C::pocon(v.letter(1), &v[2], fresh(), &v[4], &anorm, &rcond, at(work), extra.data(), info);
+       }},
+  });
 }
 
 }  // namespace

@@ -7,7 +7,9 @@
 
 #include <cmath>
 #include <functional>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "tests/support/strided.h"
 #include "tests/support/wide.h"
@@ -21,6 +23,10 @@ template <class T>
 c_element_t<T>* at(const matrix<T>& a) {
   return reinterpret_cast<c_element_t<T>*>(a.data());
 }
+
+// Real routines have integers for extra work, complex ones real numbers.
+template <class T>
+using extra_work = std::vector<std::conditional_t<kIsComplex<T>, real_part_t<T>, int64_t>>;
 
 struct own_threads {
   explicit own_threads(int32_t n) : before(tev_serv_set_num_threads_local(n)) {}
@@ -82,6 +88,49 @@ void expect_product(const wide_matrix<W>& a, const wide_matrix<W>& b, const wide
                     engine& random, const std::string& what) {
   const wide_matrix<W> x = probes<T>(a.columns, random);
   expect_close<T>(b * (c * x), a * x, moduli(b) * (moduli(c) * moduli(x)), roundings, what);
+}
+
+// ---- Argument errors -----------------------------------------------------------------------------------------------
+
+// The arguments of a call that are checked, by their positions.
+struct arguments : std::map<int, int64_t> {
+  using std::map<int, int64_t>::map;
+  const char* letter(int position) { return reinterpret_cast<const char*>(&at(position)); }  // its lowest byte
+};
+
+struct checked_routine {
+  const char* name;
+  arguments right;
+  std::function<void(arguments, int64_t* info)> call;
+};
+
+inline std::string g_report;
+
+// How a leading dimension, or a length of work, is known among them: all matrices have an order of 2.
+inline constexpr int64_t kLeadingDimension = 3;
+
+// Every argument that is checked is made wrong, with all that are checked after it, and must be the one that is
+// reported: a letter that is none, -1, or a leading dimension below the order.
+template <class T>
+void expect_argument_errors(const std::vector<checked_routine>& routines) {
+  const auto before = tev_serv_set_xerbla([](const char* name, const int32_t* info, int32_t length) {
+    g_report = std::string(name, static_cast<size_t>(length)) + ' ' + std::to_string(*info);
+  });
+  const char letter = "SDCZ"[(sizeof(real_part_t<T>) == 8) + 2 * kIsComplex<T>];
+  for (const checked_routine& r : routines) {
+    int64_t info = 7;
+    g_report.clear();
+    r.call(r.right, &info);
+    EXPECT_TRUE(g_report.empty() && info == 0) << r.name << ": " << g_report << ' ' << info;
+    arguments wrong = r.right;
+    for (auto a = wrong.rbegin(); a != wrong.rend(); ++a) {
+      a->second = a->second >= 'A' ? '?' : a->second == kLeadingDimension ? 1 : -1;
+      r.call(wrong, &info);
+      EXPECT_EQ(g_report, letter + std::string(r.name) + ' ' + std::to_string(a->first));
+      EXPECT_EQ(info, -a->first) << r.name;
+    }
+  }
+  tev_serv_set_xerbla(before);
 }
 
 }  // namespace tev::test
