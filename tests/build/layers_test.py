@@ -14,6 +14,7 @@ MAY_INCLUDE = {
     "lapack_workers": {"include", "service", "kernels", "blas_threading", "lapack_workers"},
     "factorizations": {"include", "service", "kernels", "blas_threading", "factorizations"},
     "sink": {"include", "service", "kernels", "blas_threading", "lapack_workers", "sink"},
+    "offload": {"include", "service", "kernels", "blas_threading", "factorizations", "offload"},
     "loopback": {"include", "loopback"},
     "request_check": {"include", "request_check"},
     "host": {"include", "host"},

@@ -3,6 +3,7 @@
 #include "tev/blas.h"
 #include "tev/check.h"
 #include "tev/lapack.h"
+#include "tev/offload.h"
 #include "tev/request.h"
 #include "tev/types.h"
 #include "vro/device.h"

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// A running sink and the requests that are under way. Once anything fails, the session has ended: requests do nothing,
+// waits return at once, and error() tells what happened.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tev/request.h"
+#include "vro/host.h"
+
+namespace tev::offload {
+
+struct session_options {
+  std::string sink, library_path;
+  int32_t threads;
+  bool trust_features;
+};
+
+// What an invoke request says. Operands are addresses in memory of the session.
+struct step_request {
+  std::string worker;
+  uint32_t parameter;
+  std::vector<unsigned char> record;
+  std::vector<const void*> operands;
+};
+
+class session {
+ public:
+  explicit session(const session_options& options);
+  session(const session&) = delete;
+  session& operator=(const session&) = delete;
+  ~session();
+
+  bool has_ended() const { return !error_.empty(); }
+  const std::string& error() const { return error_; }
+
+  void* allocate(size_t bytes);
+  void release(void* memory);
+  bool holds(const void* address) const { return buffer_of(address) != buffers_.end(); }
+
+  // Requests run one after the other; the number names one of them. Sending may wait for room.
+  int64_t send(const step_request& step);
+  // Without waiting; true also when the session has ended.
+  bool is_done(int64_t number);
+  void wait_for(int64_t number);
+  void wait_for_oldest();
+  int64_t under_way();
+  double busy_seconds();
+
+ private:
+  struct process_deleter {
+    void operator()(vro_process* process) const;
+  };
+  struct completion_deleter {
+    void operator()(vro_completion* completion) const { vro_completion_release(completion); }
+  };
+  using buffer_map = std::map<const char*, vro_buffer*>;  // by address
+
+  buffer_map::const_iterator buffer_of(const void* address) const;
+  bool start(const session_options& options);
+  bool set_up(const session_options& options);
+  int64_t send_block(const std::vector<vro_buffer*>& buffers, size_t result_bytes);
+  template <class Record>
+  void ask(const char* worker, Record* record);
+  bool take_oldest(int timeout_ms);
+  void fail(const std::string& why);
+
+  std::unique_ptr<vro_process, process_deleter> process_;
+  buffer_map buffers_;
+  std::unique_ptr<tev_card_request> block_;  // the one being built
+  std::deque<std::unique_ptr<vro_completion, completion_deleter>> waiting_;
+  std::unique_ptr<vro_completion, completion_deleter> answer_;  // the last one that was done
+  int64_t sent_ = 0;                                            // the number of the last one
+  std::string error_;
+};
+
+}  // namespace tev::offload

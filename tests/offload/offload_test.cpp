@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Factorizations through a real sink: their factors, the same bits every time, wherever the matrix lies; and a sink
+// that is killed at some moment: never a wrong result that is said to be right.
+#include "tev/offload.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <thread>
+
+#include "tests/factorizations/reflected.h"
+#include "tests/support/effort.h"
+
+namespace tev::test {
+namespace {
+
+template <class T>
+struct offload_calls;
+#define TEV_OFFLOAD_CALLS(T, p)                           \
+  template <>                                             \
+  struct offload_calls<T> {                               \
+    static constexpr auto getrf = tev_offload_##p##getrf; \
+    static constexpr auto potrf = tev_offload_##p##potrf; \
+    static constexpr auto geqrf = tev_offload_##p##geqrf; \
+  };
+TEV_OFFLOAD_CALLS(float, s)
+TEV_OFFLOAD_CALLS(double, d)
+TEV_OFFLOAD_CALLS(std::complex<float>, c)
+TEV_OFFLOAD_CALLS(std::complex<double>, z)
+
+enum class what { lu, lower_cholesky, upper_cholesky, qr };
+
+class sink_handle {
+ public:
+  explicit sink_handle(int32_t sink_threads, bool finish_here = false) {
+    const tev_offload_options options = {TEV_SINK_PATH, nullptr, sink_threads, 0, finish_here};
+    EXPECT_EQ(tev_offload_open(&options, &handle_), TEV_OFFLOAD_OK) << tev_offload_last_error(nullptr);
+  }
+  sink_handle(const sink_handle&) = delete;
+  sink_handle& operator=(const sink_handle&) = delete;
+  ~sink_handle() { tev_offload_close(handle_); }
+  tev_offload* get() const { return handle_; }
+
+ private:
+  tev_offload* handle_ = nullptr;
+};
+
+template <class T>
+struct factored {
+  matrix<T> a;
+  matrix<T> tau;
+  std::vector<int64_t> pivots;
+  int64_t info;
+  int code;
+};
+
+template <class T>
+factored<T> factor(tev_offload* handle, what kind, const matrix<T>& start, T* shared = nullptr) {
+  const int64_t m = start.rows(), n = start.columns(), order = std::min(m, n), lda = start.ld();
+  factored<T> f = {start, {order, 1, 0}, std::vector<int64_t>(static_cast<size_t>(order)), 7, 7};
+  if (shared != nullptr) std::copy_n(start.data(), start.size(), shared);
+  auto* const a = reinterpret_cast<c_element_t<T>*>(shared != nullptr ? shared : f.a.data());
+  if (kind == what::lu)
+    f.code = offload_calls<T>::getrf(handle, &m, &n, a, &lda, f.pivots.data(), &f.info);
+  else if (kind == what::qr)
+    f.code = offload_calls<T>::geqrf(handle, &m, &n, a, &lda, at(f.tau), &f.info);
+  else
+    f.code = offload_calls<T>::potrf(handle, kind == what::lower_cholesky ? "L" : "u", &n, a, &lda, &f.info);
+  if (shared != nullptr) std::copy_n(shared, start.size(), f.a.data());
+  return f;
+}
+
+template <class T>
+matrix<T> start_for(what kind, int64_t m, int64_t n, engine& random) {
+  matrix<T> a(m, n);
+  a.fill(random, values::fractions);
+  const auto diagonal = static_cast<real_part_t<T>>(2 * n);
+  if (kind == what::lu || kind == what::qr) return a;
+  for (int64_t j = 0; j < n; ++j) {
+    for (int64_t i = 0; i < n; ++i)
+      if (i != j && (i > j) != (kind == what::lower_cholesky)) a(i, j) = nan_element<T>();
+    a(j, j) = T(diagonal);
+  }
+  return a;
+}
+
+// The entries of a triangle, zeros elsewhere; ones on the diagonal of a unit one.
+template <class T>
+wide_matrix<wide_t<T>> triangle(const matrix<T>& a, int64_t rows, int64_t columns, bool lower, bool unit) {
+  wide_matrix<wide_t<T>> result(rows, columns);
+  for (int64_t j = 0; j < columns; ++j)
+    for (int64_t i = 0; i < rows; ++i)
+      if (i == j || (i > j) == lower) result(i, j) = i == j && unit ? wide_t<T>(1) : wide_t<T>(a(i, j));
+  return result;
+}
+
+template <class T>
+void expect_factors(what kind, const matrix<T>& start, const factored<T>& f, const std::string& name) {
+  engine random(5);
+  const int64_t m = start.rows(), n = start.columns(), order = std::min(m, n);
+  ASSERT_TRUE(f.a.padding_is_intact()) << name;
+  if (kind == what::qr) {
+    factored_qr<T> q(start);  // whose factors are replaced
+    std::copy_n(f.a.data(), f.a.size(), q.a.data());
+    std::copy_n(f.tau.data(), order, q.tau.data());
+    const auto x = probes<T>(n, random);
+    return expect_columns_close<T>(q.reflected(q.upper() * x, false), widened(start) * x,
+                                   column_norms(moduli(widened(start)) * moduli(x)), m, name);
+  }
+  if (kind == what::lu) {
+    wide_matrix<wide_t<T>> a = widened(start);
+    for (int64_t i = 0; i < order; ++i)
+      for (int64_t j = 0; j < n; ++j) std::swap(a(i, j), a(f.pivots[static_cast<size_t>(i)] - 1, j));
+    return expect_product<T>(a, triangle(f.a, m, order, true, true), triangle(f.a, order, n, false, false), order + 1,
+                             random, name);
+  }
+  const bool lower = kind == what::lower_cholesky;
+  const auto half = triangle(f.a, n, n, lower, false);
+  wide_matrix<wide_t<T>> whole = triangle(start, n, n, lower, false);
+  for (int64_t j = 0; j < n; ++j)
+    for (int64_t i = 0; i < n; ++i) {
+      if (i != j && (i > j) != lower) ASSERT_TRUE(std::isnan(std::real(f.a(i, j)))) << name;
+      if (i != j && (i > j) != lower) whole(i, j) = conjugate(whole(j, i));
+    }
+  expect_product<T>(whole, lower ? half : adjoint(half), lower ? adjoint(half) : half, n + 2, random, name);
+}
+
+constexpr struct {
+  what kind;
+  const char* name;
+} kFactorizations[] = {
+    {what::lu, "LU"}, {what::lower_cholesky, "Cholesky L"}, {what::upper_cholesky, "Cholesky U"}, {what::qr, "QR"}};
+
+template <class T>
+class Offload : public testing::Test {};
+TYPED_TEST_SUITE(Offload, Elements);
+
+template <class T>
+void expect_right_and_repeatable(tev_offload* handle, what kind, const std::string& name, int64_t m, int64_t n) {
+  engine random(3);
+  const matrix<T> start = start_for<T>(kind, m, n, random);
+  T* const shared = static_cast<T*>(tev_offload_allocate(handle, start.size() * sizeof(T)));
+  const factored<T> f = factor(handle, kind, start, shared);
+  ASSERT_EQ(f.code, TEV_OFFLOAD_OK) << name << tev_offload_last_error(handle);
+  ASSERT_EQ(f.info, 0) << name;
+  expect_factors(kind, start, f, name);
+  const factored<T> again = factor(handle, kind, start, shared);
+  EXPECT_TRUE(f.a.same_bits(again.a) && f.tau.same_bits(again.tau) && f.pivots == again.pivots) << name;
+  tev_offload_release(handle, shared);
+}
+
+TYPED_TEST(Offload, FactorsThroughASinkAreRightAndTheSameEveryTime) {
+  const sink_handle handle(1);
+  for (const auto& [kind, name] : kFactorizations)
+    expect_right_and_repeatable<TypeParam>(handle.get(), kind, name, 521, 521);
+  EXPECT_GT(tev_offload_busy_seconds(handle.get()), 0);
+}
+
+TEST(OffloadShapes, ManyThreadsRectanglesSmallMatricesAndCopies) {
+  const sink_handle handle(2);
+  for (const auto& [kind, name] : kFactorizations) {
+    for (const auto& [m, n] : {std::pair<int64_t, int64_t>{600, 530}, {515, 620}, {5, 5}})
+      if (m == n || kind == what::lu || kind == what::qr)
+        expect_right_and_repeatable<double>(handle.get(), kind, std::string(name) + ' ' + std::to_string(m), m, n);
+    engine random(4);
+    const matrix<double> start = start_for<double>(kind, 577, 577, random);
+    const factored<double> f = factor(handle.get(), kind, start);
+    EXPECT_EQ(f.code, TEV_OFFLOAD_OK);
+    expect_factors(kind, start, f, std::string(name) + ", copied");
+  }
+}
+
+TEST(OffloadErrors, AreToldAsTheLibraryTellsThem) {
+  const sink_handle handle(1);
+  engine random(3);
+  matrix<double> a = start_for<double>(what::lower_cholesky, 700, 700, random);
+  a(600, 600) = -1;
+  EXPECT_EQ(factor(handle.get(), what::lower_cholesky, a).info, 601);
+  matrix<double> singular = start_for<double>(what::lu, 700, 700, random);
+  for (int64_t i = 0; i < 700; ++i) singular(i, 650) = 0;
+  EXPECT_EQ(factor(handle.get(), what::lu, singular).info, 651);
+  tev_offload* nothing = nullptr;
+  const tev_offload_options options = {"/nowhere/sink", nullptr, 0, 0, 0};
+  EXPECT_EQ(tev_offload_open(&options, &nothing), TEV_OFFLOAD_SYSTEM);
+  EXPECT_STRNE(tev_offload_last_error(nullptr), "");
+  EXPECT_EQ(nothing, nullptr);
+}
+
+// The one child of the calling thread.
+pid_t sink_process() {
+  pid_t child = 0;
+  std::ifstream("/proc/self/task/" + std::to_string(gettid()) + "/children") >> child;
+  return child;
+}
+
+TEST(OffloadKilled, NoWrongResultIsSaidToBeRight) {
+  std::mt19937_64 random(test_seed());
+  SCOPED_TRACE(repeat_with(test_seed()));
+  engine numbers(3);
+  const matrix<double> lu = start_for<double>(what::lu, 600, 600, numbers);
+  const matrix<double> positive = start_for<double>(what::lower_cholesky, 600, 600, numbers);
+  int ended = 0, finished = 0;
+  const int rounds = long_run() ? 100 : 12;
+  for (int round = 0; round < rounds; ++round) {
+    const bool finish_here = round % 2 == 0, in_shared = round % 4 < 2;
+    const auto& [kind, name] = kFactorizations[round % 3 == 2 ? 3 : round % 3];
+    const matrix<double>& start = kind == what::lower_cholesky ? positive : lu;
+    const sink_handle handle(1, finish_here);
+    auto* const shared = static_cast<double*>(tev_offload_allocate(handle.get(), start.size() * sizeof(double)));
+    const pid_t sink = sink_process();
+    const auto delay = std::chrono::microseconds(round < 2 ? 0 : random() % 12000);  // at first certainly under way
+    std::thread killer([=] {
+      std::this_thread::sleep_for(delay);
+      kill(sink, SIGKILL);
+    });
+    const factored<double> f = factor(handle.get(), kind, start, in_shared ? shared : nullptr);
+    killer.join();
+    const std::string text = std::string(name) + ", killed after " + std::to_string(delay.count()) + " us";
+    ++(f.code == TEV_OFFLOAD_OK ? finished : ended);
+    if (f.code == TEV_OFFLOAD_OK) {
+      EXPECT_EQ(f.info, 0);
+      expect_factors(kind, start, f, text);
+    } else {
+      EXPECT_EQ(f.code, TEV_OFFLOAD_ENDED) << text;
+      EXPECT_FALSE(finish_here) << text;
+      EXPECT_STRNE(tev_offload_last_error(handle.get()), "");
+      if (!in_shared) EXPECT_TRUE(f.a.same_bits(start)) << text;
+      EXPECT_EQ(factor(handle.get(), kind, start).code, TEV_OFFLOAD_OK) << "the handle is of use without its sink";
+    }
+  }
+  EXPECT_GT(finished, 0);
+  EXPECT_GT(ended, 0);
+}
+
+}  // namespace
+}  // namespace tev::test
