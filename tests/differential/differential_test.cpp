@@ -100,14 +100,18 @@ struct calls;
   static void herk(auto... x) { tev_blas_x##p##herk(x..., 0, 0); }
 #define TEV_NAME(name, p, routine) static constexpr auto name = tev_blas_##p##routine;
 // Level 2 with triangles: the names of the real types, sy, sb, sp, stand for he, hb, hp of the complex ones, too.
-#define TEV_TRIANGLES(p, sy, sb, sp)                                                                  \
-  TEV_NAME(symv, p, sy##mv)                                                                           \
-  TEV_NAME(sbmv, p, sb##mv)                                                                           \
-  TEV_NAME(spmv, p, sp##mv)                                                                           \
-  TEV_NAME(syr, p, sy##r)                                                                             \
-  TEV_NAME(spr, p, sp##r) TEV_NAME(syr2, p, sy##r2) TEV_NAME(spr2, p, sp##r2) TEV_NAME(trmv, p, trmv) \
-      TEV_NAME(tbmv, p, tbmv) TEV_NAME(tpmv, p, tpmv) TEV_NAME(trsv, p, trsv) TEV_NAME(tbsv, p, tbsv) \
-          TEV_NAME(tpsv, p, tpsv) TEV_NAME(gbmv, p, gbmv)
+#define TEV_TRIANGLES(p, sy, sb, sp) \
+  TEV_NAME(symv, p, sy##mv)          \
+  TEV_NAME(sbmv, p, sb##mv)          \
+  TEV_NAME(spmv, p, sp##mv)          \
+  TEV_NAME(syr, p, sy##r)            \
+  TEV_NAME(spr, p, sp##r)            \
+  TEV_NAME(syr2, p, sy##r2)          \
+  TEV_NAME(spr2, p, sp##r2)          \
+  TEV_NAME(trmv, p, trmv)            \
+  TEV_NAME(tbmv, p, tbmv)            \
+  TEV_NAME(tpmv, p, tpmv)            \
+  TEV_NAME(trsv, p, trsv) TEV_NAME(tbsv, p, tbsv) TEV_NAME(tpsv, p, tpsv) TEV_NAME(gbmv, p, gbmv)
 #define TEV_NUMBERS(p, pp, rp) \
   TEV_NAME(asum, pp, asum) TEV_NAME(nrm2, pp, nrm2) TEV_NAME(rot, rp, rot) TEV_NAME(iamax, i, p##amax)
 #define TEV_REAL_CALLS(p) \
