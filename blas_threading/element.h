@@ -2,7 +2,6 @@
 // The four element types: what one text needs to know to serve float, double and the two complex structs.
 #pragma once
 
-#include <cmath>
 #include <cstdint>
 
 #include "tev/types.h"
@@ -48,11 +47,6 @@ T conjugate(T x) {
     return x;
 }
 
-template <class T>
-T conjugate_if(bool conjugated, T x) {
-  return conjugated ? conjugate(x) : x;
-}
-
 // x as an element.
 template <class T>
 T real_element(typename element<T>::real x) {
@@ -85,20 +79,6 @@ T multiply(T x, T y) {
     return {x.real * y.real - x.imag * y.imag, x.real * y.imag + x.imag * y.real};
   else
     return x * y;
-}
-
-// Of a complex divisor no modulus is squared. (R. L. Smith, CACM 5, 1962.)
-template <class T>
-T divide(T x, T y) {
-  if constexpr (!kComplex<T>) {
-    return x / y;
-  } else if (std::abs(y.real) >= std::abs(y.imag)) {
-    const auto ratio = y.imag / y.real, size = y.real + y.imag * ratio;
-    return {(x.real + x.imag * ratio) / size, (x.imag - x.real * ratio) / size};
-  } else {
-    const auto ratio = y.real / y.imag, size = y.real * ratio + y.imag;
-    return {(x.real * ratio + x.imag) / size, (x.imag * ratio - x.real) / size};
-  }
 }
 
 // The real number x as an element.

@@ -24,6 +24,8 @@ struct kernel_calls;
     static constexpr auto xiamax = tev_blas_x##p##iamax;                                      \
     static constexpr auto xgemv = tev_blas_x##p##gemv;                                        \
     static constexpr auto xhemv_columns = tev_blas_x##p##hemv_columns;                        \
+    static constexpr auto xtriangular_block = tev_blas_x##p##triangular_block;                \
+    static constexpr auto xupdate_columns = tev_blas_x##p##update_columns;                    \
     static constexpr auto xgeru = tev_blas_x##p##geru;                                        \
     static constexpr auto xgerc = tev_blas_x##p##gerc;                                        \
     static constexpr auto xgemmger = tev_blas_x##p##gemmger;                                  \

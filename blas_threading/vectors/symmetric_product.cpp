@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // ?symv, ?hemv, ?sbmv, ?hbmv, ?spmv, ?hpmv: y := alpha A x + beta y, A symmetric or Hermitian, of which one triangle is
-// stored. A stored column gives to y twice: what it is multiplied with, and its own product with x.
-//
-// On a team every thread takes columns and adds to a vector of its own; these are put together row by row, in the order
-// of the threads.
-#include "blas_threading/team/barrier.h"
+// stored. A stored column gives to y twice: what it is multiplied with, and its own product with x. The threads of a
+// team have columns of their own.
 #include "blas_threading/vectors/arguments.h"
-#include "blas_threading/vectors/gapless.h"
+#include "blas_threading/vectors/team_sums.h"
 #include "blas_threading/vectors/triangle.h"
 
 namespace tev::blas {
@@ -28,7 +25,7 @@ void add_columns(const product<T>& p, const span& columns, const strided<T>& y) 
     return kernel_calls<T>::xhemv_columns(p.a.upper ? "U" : "L", &p.a.n, &columns.begin, &columns.end, &p.alpha,
                                           p.a.data, &p.a.ld, p.x.first, y.first);
   for (int64_t j = columns.begin; j < columns.end; ++j) {
-    const span rows = p.a.beside(j);
+    const span rows = {p.a.begin_beside(j), p.a.end_beside(j)};
     const int64_t count = rows.size();
     const T* const column = p.a.at(rows.begin, j);
     const T factor = multiply(p.alpha, p.x[j]);
@@ -41,28 +38,6 @@ void add_columns(const product<T>& p, const span& columns, const strided<T>& y) 
   }
 }
 
-// False: no memory for the threads' vectors, nothing was computed.
-template <class T>
-bool add_over_team(const product<T>& p, int64_t threads, const strided<T>& y) {
-  const int64_t n = p.a.n, distance = round_up(n, 64);
-  T* const sums = static_cast<T*>(tev_serv_allocate((threads - 1) * distance * static_cast<int64_t>(sizeof(T)), 4096));
-  if (sums == nullptr) return false;
-  barrier_block all_summed = {};
-  run_team(threads, [&](int64_t thread, int64_t team) {
-    T* const own = sums + (thread - 1) * distance;
-    if (thread > 0) std::fill_n(own, n, T{});
-    add_columns(p, share_of_columns(p.a, thread, team), thread > 0 ? strided<T>{own, 1} : y);
-    tev_barrier_wait(&all_summed, thread, team);
-    const piece part = piece_of(n, thread, team);
-    const T one = element_of<T>(1);
-    for (int64_t other = 1; other < team && part.size > 0; ++other)
-      kernel_calls<T>::xaxpy(&part.size, &one, sums + (other - 1) * distance + part.start, &kOne,
-                             y.address({part.start, part.start + part.size}), &y.inc);
-  });
-  tev_serv_deallocate(sums);
-  return true;
-}
-
 template <class T>
 void symmetric_product(const triangle<const T>& a, T alpha, const T* x, int64_t incx, T beta, T* y, int64_t incy) {
   scale_result(a.n, beta, y, incy);
@@ -71,7 +46,10 @@ void symmetric_product(const triangle<const T>& a, T alpha, const T* x, int64_t 
   const gapless<T> all_y(a.n, y, incy);
   const product<T> p = {a, alpha, all_x.elements()};
   const int64_t threads = triangle_threads(a);
-  if (threads > 1 && add_over_team(p, threads, all_y.elements())) return;
+  const auto add_share = [&](int64_t thread, int64_t team, const strided<T>& own) {
+    add_columns(p, share_of_columns(a, thread, team), own);
+  };
+  if (threads > 1 && add_over_team(a.n, threads, all_y.elements(), add_share)) return;
   add_columns(p, {0, a.n}, all_y.elements());
 }
 

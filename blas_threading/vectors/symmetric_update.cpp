@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // ?syr, ?her, ?spr, ?hpr: A := alpha x x^T + A. ?syr2, ?her2, ?spr2, ?hpr2: A := alpha x y^T + alpha y x^T + A. Of A
-// one triangle is stored; the Hermitian ones conjugate what they transpose, and alpha in the second term. To column j
-// are added x times one number and y times another. The threads of a team have columns of their own.
+// one triangle is stored; the Hermitian ones conjugate what they transpose, and alpha in the second term. The threads
+// of a team have columns of their own.
 #include "blas_threading/vectors/arguments.h"
 #include "blas_threading/vectors/gapless.h"
 #include "blas_threading/vectors/triangle.h"
@@ -9,46 +9,29 @@
 namespace tev::blas {
 namespace {
 
-constexpr int64_t kOne = 1;
-
+// Without y: a rank-1 update.
 template <class T>
-void add_to_column(const triangle<T>& a, int64_t j, const T& factor, const strided<const T>& x) {
-  const span rows = a.rows(j);
-  const int64_t count = rows.size();
-  kernel_calls<T>::xaxpy(&count, &factor, x.address(rows), &x.inc, a.at(rows.begin, j), &kOne);
-}
-
-// Where there is no column, update_column has nothing to do.
-template <class T, class UpdateColumn>
-void on_columns(const triangle<T>& a, const UpdateColumn& update_column) {
-  const auto update = [&](const span& columns) {
-    for (int64_t j = columns.begin; j < columns.end; ++j) {
-      update_column(j);
-      if constexpr (kComplex<T>) a.diagonal(j)->imag = 0;
-    }
+void update(const triangle<T>& a, const T& alpha, const strided<const T>& x, const strided<const T>& y) {
+  const auto update_columns = [&](const span& columns) {
+    kernel_calls<T>::xupdate_columns(&a, &columns.begin, &columns.end, &alpha, x.first, &x.inc, y.first, &y.inc);
   };
   const int64_t threads = triangle_threads(a);
-  if (threads < 2) return update({0, a.n});
-  run_team(threads, [&](int64_t thread, int64_t team) { update(share_of_columns(a, thread, team)); });
+  if (threads < 2) return update_columns({0, a.n});
+  run_team(threads, [&](int64_t thread, int64_t team) { update_columns(share_of_columns(a, thread, team)); });
 }
 
 template <class T>
 void rank_1(const triangle<T>& a, T alpha, const T* x, int64_t incx) {
   if (a.n == 0 || is_value(alpha, 0)) return;
   const gapless<const T> all_x(a.n, x, incx);
-  const strided<const T> xs = all_x.elements();
-  on_columns(a, [&](int64_t j) { add_to_column(a, j, multiply(alpha, conjugate(xs[j])), xs); });
+  update(a, alpha, all_x.elements(), {nullptr, 1});
 }
 
 template <class T>
 void rank_2(const triangle<T>& a, T alpha, const T* x, int64_t incx, const T* y, int64_t incy) {
   if (a.n == 0 || is_value(alpha, 0)) return;
   const gapless<const T> all_x(a.n, x, incx), all_y(a.n, y, incy);
-  const strided<const T> xs = all_x.elements(), ys = all_y.elements();
-  on_columns(a, [&](int64_t j) {
-    add_to_column(a, j, multiply(alpha, conjugate(ys[j])), xs);
-    add_to_column(a, j, conjugate(multiply(alpha, xs[j])), ys);
-  });
+  update(a, alpha, all_x.elements(), all_y.elements());
 }
 
 }  // namespace

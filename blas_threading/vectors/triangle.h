@@ -1,12 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// One triangle of a square matrix, by columns: where column j starts and which rows it holds. Order 5, upper:
-//
-//   full             band, k = 2          packed
-//   00 01 02 03 04   ..  ..  02 13 24     00 01 11 02 12 22 03 13 23 33 04 14 24 34 44
-//    . 11 12 13 14   ..  01  12 23 34
-//    .  . 22 23 24   00  11  22 33 44
-//    .  .  . 33 34
-//    .  .  .  . 44
+// Triangles as the routines describe them, and how a team shares their columns.
 #pragma once
 
 #include <algorithm>
@@ -14,40 +7,12 @@
 
 #include "blas_threading/team/team.h"
 #include "blas_threading/vectors/level2.h"
+#include "kernels/triangle.h"
 
 namespace tev::blas {
 
-enum class storage { full, band, packed };
-
-template <class T>
-struct triangle {
-  T* data;
-  int64_t n, k, ld;  // order; diagonals beside the main one; leading dimension, but not of packed columns
-  storage kind;
-  bool upper;
-
-  T* diagonal(int64_t j) const {
-    switch (kind) {
-      case storage::full:
-        return data + j + j * ld;
-      case storage::band:
-        return data + (upper ? k : 0) + j * ld;
-      case storage::packed:
-        break;
-    }
-    return data + (upper ? j * (j + 3) / 2 : j * n - j * (j - 1) / 2);
-  }
-  T* at(int64_t i, int64_t j) const { return diagonal(j) + (i - j); }
-
-  // Rows of column j, without the diagonal.
-  span beside(int64_t j) const {
-    return upper ? span{std::max(j - k, int64_t{0}), j} : span{j + 1, std::min(n, j + k + 1)};
-  }
-  // With it.
-  span rows(int64_t j) const { return upper ? span{beside(j).begin, j + 1} : span{j, beside(j).end}; }
-
-  int64_t elements() const { return kind == storage::band ? n * (k + 1) : n * (n + 1) / 2; }
-};
+using kernels::storage;
+using kernels::triangle;
 
 template <class T>
 triangle<T> full_triangle(char uplo, int64_t n, T* a, int64_t lda) {
@@ -68,7 +33,7 @@ inline constexpr int64_t kTriangleChunk = 32768;
 // Threads for work that uses each element of the triangle once.
 template <class T>
 int64_t triangle_threads(const triangle<T>& a) {
-  const int64_t elements = a.elements();
+  const int64_t elements = a.kind == storage::band ? a.n * (a.k + 1) : a.n * (a.n + 1) / 2;
   if (elements < 2 * kTriangleChunk) return 1;
   return std::min({available_threads(kElementWork * static_cast<double>(elements)), a.n, elements / kTriangleChunk});
 }

@@ -1,98 +1,98 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // ?trmv, ?tbmv, ?tpmv: x := op(A) x. ?trsv, ?tbsv, ?tpsv: x := op(A)^-1 x. A is a triangle: full, a band, or packed.
 //
-// Column by column, a column is multiplied by its element of x and added to the others (N), or its product with the
-// others is added to its element (T, C). Every element of x must be read before it is written (multiply) or after
-// (solve): that gives the direction. A full triangle goes by blocks on the diagonal; the rectangle beside a block is a
-// product of gemv, which also brings the team:
+// A large full triangle goes by blocks on the diagonal; the rectangle beside a block is a product of gemv, which also
+// brings the team:
 //
 //   upper       block              multiply, N    others += R block, then D       solve, N    D, then others -= R block
 //               R     others       multiply, T    D, then block += R^T others     solve, T    block -= R^T others, then
 //               D D ..  block
 #include "blas_threading/vectors/arguments.h"
-#include "blas_threading/vectors/gapless.h"
+#include "blas_threading/vectors/team_sums.h"
 #include "blas_threading/vectors/triangle.h"
 
 namespace tev::blas {
 namespace {
 
+using kernels::triangular_form;
+
 constexpr int64_t kOne = 1;
 
 // Order of a block on the diagonal.
-constexpr int64_t kBlock = 64;
+constexpr int64_t kBlock = 128;
 
 template <class T>
-struct triangular_call {
-  triangle<const T> a;
-  char trans;
-  bool unit, solves;
-
-  bool plain() const { return trans == 'N'; }
-  bool upwards() const { return (a.upper == plain()) != solves; }  // from the first column to the last
-};
-
-// The columns of a block with their part of x.
-template <class T>
-void by_columns(const triangular_call<T>& c, const span& block, const strided<T>& x) {
-  const bool conjugated = c.trans == 'C';
-  const auto dot = conjugated ? kernel_calls<T>::xdotc : kernel_calls<T>::xdotu;
-  const T sign = element_of<T>(c.solves ? -1 : 1);
-  const auto apply_diagonal = [&](int64_t j) {
-    if (c.unit) return;
-    const T diagonal = conjugate_if(conjugated, *c.a.diagonal(j));
-    x[j] = c.solves ? divide(x[j], diagonal) : multiply(x[j], diagonal);
-  };
-  const auto apply_others = [&](int64_t j) {
-    const span beside = c.a.beside(j), rows = {std::max(beside.begin, block.begin), std::min(beside.end, block.end)};
-    const int64_t count = rows.size();
-    if (count < 1) return;
-    const T* const column = c.a.at(rows.begin, j);
-    const T factor = multiply(sign, x[j]);
-    if (c.plain())
-      kernel_calls<T>::xaxpy(&count, &factor, column, &kOne, x.address(rows), &x.inc);
-    else
-      x[j] = add(x[j], multiply(sign, dot(&count, column, &kOne, x.address(rows), &x.inc)));
-  };
-  for (int64_t step = 0; step < block.size(); ++step) {
-    const int64_t j = c.upwards() ? block.begin + step : block.end - 1 - step;
-    if (c.plain() && is_value(x[j], 0)) continue;
-    if (c.plain() == c.solves) apply_diagonal(j);
-    apply_others(j);
-    if (c.plain() != c.solves) apply_diagonal(j);
-  }
+void apply_block(const triangle<const T>& a, const triangular_form& form, const span& block, const strided<T>& x) {
+  kernel_calls<T>::xtriangular_block(&a, &form, &block.begin, &block.end, x.first, &x.inc);
 }
 
-// What the rectangle beside a block has to do with its part of x.
 template <class T>
-void apply_rectangle(const triangular_call<T>& c, const span& block, const strided<T>& x) {
-  const span others = c.a.upper ? span{0, block.begin} : span{block.end, c.a.n};
+void apply_rectangle(const triangle<const T>& a, const triangular_form& form, const span& block, const strided<T>& x) {
+  const span others = a.upper ? span{0, block.begin} : span{block.end, a.n};
   if (others.size() < 1) return;
-  const T sign = element_of<T>(c.solves ? -1 : 1), one = element_of<T>(1);
+  const T sign = element_of<T>(form.solves ? -1 : 1), one = element_of<T>(1);
   const int64_t rows = others.size(), columns = block.size();
-  const span &from = c.plain() ? block : others, &to = c.plain() ? others : block;
-  kGemv<T>(&c.trans, &rows, &columns, &sign, c.a.at(others.begin, block.begin), &c.a.ld, x.address(from), &x.inc, &one,
+  const span &from = form.plain() ? block : others, &to = form.plain() ? others : block;
+  kGemv<T>(&form.trans, &rows, &columns, &sign, a.at(others.begin, block.begin), &a.ld, x.address(from), &x.inc, &one,
            x.address(to), &x.inc);
 }
 
+// y += the columns of A that are this thread's share, times x; or, transposed, their own elements of y.
 template <class T>
-void by_blocks(const triangular_call<T>& c, const strided<T>& x) {
-  const int64_t blocks = ceil_div(c.a.n, kBlock);
-  for (int64_t step = 0; step < blocks; ++step) {
-    const int64_t begin = (c.upwards() ? step : blocks - 1 - step) * kBlock;
-    const span block = {begin, std::min(begin + kBlock, c.a.n)};
-    if (c.plain() != c.solves) apply_rectangle(c, block, x);
-    by_columns(c, block, x);
-    if (c.plain() == c.solves) apply_rectangle(c, block, x);
+void multiply_columns(const triangle<const T>& a, const triangular_form& form, const span& columns, const T* x,
+                      const strided<T>& y) {
+  const bool conjugated = form.trans == 'C';
+  const auto dot = conjugated ? kernel_calls<T>::xdotc : kernel_calls<T>::xdotu;
+  for (int64_t j = columns.begin; j < columns.end; ++j) {
+    const span rows = {a.begin_beside(j), a.end_beside(j)};
+    const int64_t count = rows.size();
+    const T* const column = a.at(rows.begin, j);
+    const T diagonal = conjugated ? conjugate(*a.diagonal(j)) : *a.diagonal(j);
+    y[j] = add(y[j], form.unit ? x[j] : multiply(diagonal, x[j]));
+    if (count < 1) continue;
+    if (form.plain())
+      kernel_calls<T>::xaxpy(&count, &x[j], column, &kOne, y.address(rows), &y.inc);
+    else
+      y[j] = add(y[j], dot(&count, column, &kOne, x + rows.begin, &kOne));
   }
+}
+
+// False: no memory, nothing was computed.
+template <class T>
+bool multiply_over_team(const triangle<const T>& a, const triangular_form& form, int64_t threads, const strided<T>& x) {
+  T* const old_x = static_cast<T*>(tev_serv_allocate(a.n * static_cast<int64_t>(sizeof(T)), 4096));
+  if (old_x == nullptr) return false;
+  for (int64_t i = 0; i < a.n; ++i) old_x[i] = x[i], x[i] = T{};
+  const auto share = [&](int64_t thread, int64_t team, const strided<T>& own) {
+    multiply_columns(a, form, share_of_columns(a, thread, team), old_x, own);
+  };
+  bool done = true;
+  if (form.plain())
+    done = add_over_team(a.n, threads, x, share);
+  else
+    run_team(threads, [&](int64_t thread, int64_t team) { share(thread, team, x); });
+  for (int64_t i = 0; !done && i < a.n; ++i) x[i] = old_x[i];
+  tev_serv_deallocate(old_x);
+  return done;
 }
 
 template <class T>
 void triangular(bool solves, const triangle<const T>& a, char trans, char diag, T* x, int64_t incx) {
   if (a.n == 0) return;
-  const triangular_call<T> c = {a, kernels::upper_case(trans), kernels::diag_code(diag) == 0, solves};
+  const triangular_form form = {kernels::upper_case(trans), kernels::diag_code(diag) == 0, solves};
   const gapless<T> all_x(a.n, x, incx);
-  if (a.kind == storage::full) return by_blocks(c, all_x.elements());
-  by_columns(c, {0, a.n}, all_x.elements());
+  const strided<T>& elements = all_x.elements();
+  const int64_t threads = solves || a.kind == storage::full ? 1 : triangle_threads(a);
+  if (threads > 1 && multiply_over_team(a, form, threads, elements)) return;
+  if (a.kind != storage::full || a.n <= kBlock) return apply_block(a, form, {0, a.n}, elements);
+  const int64_t blocks = ceil_div(a.n, kBlock);
+  for (int64_t step = 0; step < blocks; ++step) {
+    const int64_t begin = (form.upwards(a.upper) ? step : blocks - 1 - step) * kBlock;
+    const span block = {begin, std::min(begin + kBlock, a.n)};
+    if (form.plain() != solves) apply_rectangle(a, form, block, elements);
+    apply_block(a, form, block, elements);
+    if (form.plain() == solves) apply_rectangle(a, form, block, elements);
+  }
 }
 
 }  // namespace

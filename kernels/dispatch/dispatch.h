@@ -5,6 +5,7 @@
 
 #include "kernels/records.h"
 #include "kernels/routine_types.h"
+#include "kernels/triangle.h"
 #include "kernels/version1.h"
 
 extern "C" {
@@ -38,6 +39,8 @@ TEV_COMPLEX(ger_fn, x, geru)
 TEV_ALL(gemmger_fn, x, gemmger)
 TEV_REAL(symv_columns_fn, x, symv_columns)
 TEV_COMPLEX(symv_columns_fn, x, hemv_columns)
+TEV_ALL(triangular_block_fn, x, triangular_block)
+TEV_ALL(update_columns_fn, x, update_columns)
 
 TEV_ALL(gemm_fn, x, gemm)
 TEV_ALL(gemm_team_fn, x, gemm_internal_team)

@@ -6,6 +6,7 @@
 #include "kernels/families/ger-inl.h"
 #include "kernels/families/reduction-inl.h"
 #include "kernels/families/symv-inl.h"
+#include "kernels/families/triangle-inl.h"
 #include "kernels/families/vector-inl.h"
 #include "kernels/routine_types.h"
 

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Triangles that meet vectors: products and solutions with a block on the diagonal, rank-1 and rank-2 updates. A full
+// triangle is multiplied J columns at a time, a corner and the rectangle beside it; bands and packed triangles go column
+// by column.
+//
+//    d                     multiply, plain        others += rectangle . own, then the corner
+//    d d   own: J columns  multiply, transposed   the corner, then own += rectangle^T . others
+//    r r d                 solve: with -, in the other order
+//    r r d d  others
+#pragma once
+
+#include "kernels/families/reduction-inl.h"
+#include "kernels/triangle.h"
+
+namespace tev::TEV_TIER {
+
+using kernels::storage;
+using kernels::triangle;
+using kernels::triangular_form;
+
+inline constexpr int kTriangularColumns = 4;
+
+template <class T>
+TEV_INLINE T scaled_by_sign(bool negative, T x) {
+  if constexpr (kComplex<T>)
+    return {negative ? -x.real : x.real, negative ? -x.imag : x.imag};
+  else
+    return negative ? -x : x;
+}
+
+// Of a complex divisor no modulus is squared. (R. L. Smith, CACM 5, 1962.)
+template <class T>
+TEV_INLINE T divide(T x, T y) {
+  if constexpr (!kComplex<T>) {
+    return x / y;
+  } else if (__builtin_fabs(y.real) >= __builtin_fabs(y.imag)) {
+    const auto ratio = y.imag / y.real, size = y.real + y.imag * ratio;
+    return {(x.real + x.imag * ratio) / size, (x.imag - x.real * ratio) / size};
+  } else {
+    const auto ratio = y.real / y.imag, size = y.real * ratio + y.imag;
+    return {(x.real * ratio + x.imag) / size, (x.imag * ratio - x.real) / size};
+  }
+}
+
+template <class T>
+TEV_INLINE void apply_diagonal(const triangular_form& form, const T* diagonal, T& x) {
+  if (form.unit) return;
+  const T d = conjugate_if(form.trans == 'C', *diagonal);
+  x = form.solves ? divide(x, d) : multiply(x, d);
+}
+
+// One column: its rows [first, last) beside the diagonal, at `column`, and the diagonal.
+template <class T>
+TEV_INLINE void apply_column(const triangular_form& form, const T* column, int64_t first, int64_t last,
+                             const T* diagonal, T& own, T* x, int64_t incx) {
+  if (form.plain() && is_zero(own)) return;
+  T* const others = x + (incx < 0 ? last - 1 : first) * incx;
+  if (form.plain() == form.solves) apply_diagonal(form, diagonal, own);
+  if (form.plain())
+    axpy(last - first, scaled_by_sign(form.solves, own), column, 1, others, incx);
+  else
+    own = add(own, scaled_by_sign(form.solves, dot(form.trans == 'C', last - first, column, 1, others, incx)));
+  if (form.plain() != form.solves) apply_diagonal(form, diagonal, own);
+}
+
+template <class T>
+TEV_INLINE void triangular_by_columns(const triangle<const T>& a, const triangular_form& form, int64_t begin,
+                                      int64_t end, T* x, int64_t incx) {
+  const bool upwards = form.upwards(a.upper);
+  for (int64_t step = 0; step < end - begin; ++step) {
+    const int64_t j = upwards ? begin + step : end - 1 - step;
+    const int64_t beside = a.begin_beside(j), until = a.end_beside(j);
+    const int64_t first = beside > begin ? beside : begin, last = until < end ? until : end;
+    const T* const diagonal = a.diagonal(j);
+    apply_column(form, diagonal + (first - j), first, last, diagonal, x[j * incx], x, incx);
+  }
+}
+
+// J columns of a full triangle on the diagonal, element by element.
+template <int J, class T>
+TEV_INLINE void apply_corner(bool upper, const triangular_form& form, const T* a, int64_t lda, T* x) {
+  const bool upwards = form.upwards(upper), conjugated = form.trans == 'C';
+  for (int step = 0; step < J; ++step) {
+    const int j = upwards ? step : J - 1 - step;
+    const int first = upper ? 0 : j + 1, last = upper ? j : J;
+    const T* const column = a + j * lda;
+    if (form.plain() && is_zero(x[j])) continue;
+    if (form.plain() == form.solves) apply_diagonal(form, column + j, x[j]);
+    const T factor = scaled_by_sign(form.solves, x[j]);
+    T sum = {};
+    for (int i = first; i < last; ++i)
+      if (form.plain())
+        x[i] = add(x[i], multiply(factor, column[i]));
+      else
+        sum = add(sum, multiply(conjugate_if(conjugated, column[i]), x[i]));
+    if (!form.plain()) x[j] = add(x[j], scaled_by_sign(form.solves, sum));
+    if (form.plain() != form.solves) apply_diagonal(form, column + j, x[j]);
+  }
+}
+
+// Columns [j, j + J) of a block [begin, end) of a full triangle; x without gaps.
+template <int J, class T>
+TEV_INLINE void apply_columns(const triangle<const T>& a, const triangular_form& form, int64_t j, int64_t begin,
+                              int64_t end, T* x) {
+  const int64_t first = a.upper ? begin : j + J, count = (a.upper ? j : end) - first;
+  const T *const corner = a.data + j + j * a.ld, *const rectangle = a.data + first + j * a.ld;
+  const T sign = scaled_by_sign(form.solves, real_element<T>(1));
+  if (form.plain() == form.solves) apply_corner<J>(a.upper, form, corner, a.ld, x + j);
+  if (form.plain())
+    add_columns<J>(count, sign, rectangle, a.ld, x + j, 1, x + first);
+  else
+    add_dots<J>(form.trans == 'C', count, sign, rectangle, a.ld, x + first, x + j, 1);
+  if (form.plain() != form.solves) apply_corner<J>(a.upper, form, corner, a.ld, x + j);
+}
+
+template <class T>
+TEV_INLINE void triangular_block(const triangle<const T>& a, const triangular_form& form, int64_t begin, int64_t end,
+                                 T* x, int64_t incx) {
+  if (a.kind != storage::full || incx != 1) return triangular_by_columns(a, form, begin, end, x, incx);
+  constexpr int J = kTriangularColumns;
+  const bool upwards = form.upwards(a.upper);
+  const int64_t count = end - begin;
+  int64_t done = 0;
+  for (; done + J <= count; done += J)
+    apply_columns<J>(a, form, upwards ? begin + done : end - done - J, begin, end, x);
+  for (; done < count; ++done) apply_columns<1>(a, form, upwards ? begin + done : end - 1 - done, begin, end, x);
+}
+
+// ---- Updates -------------------------------------------------------------------------------------------------------
+
+// column += s x + t y.
+template <class T>
+TEV_INLINE void add_two(int64_t n, T s, const T* x, T t, const T* y, T* column) {
+  const real_of<T>*xr = reals(x), *yr = reals(y);
+  real_of<T>* to = reals(column);
+  for_own_parts<T, 4>(
+      n * kParts<T>, to, [=](auto part, int64_t i) TEV_LAMBDA {
+        const auto sum = plus_product(part.load_own(to + i), multiplier_of<part.W>(s), part.load(xr + i));
+        part.store(plus_product(sum, multiplier_of<part.W>(t), part.load(yr + i)), to + i);
+      });
+}
+
+template <class T>
+TEV_INLINE void update_columns(const triangle<T>& a, int64_t begin, int64_t end, T alpha, const T* x, int64_t incx,
+                               const T* y, int64_t incy) {
+  for (int64_t j = begin; j < end; ++j) {
+    T* const diagonal = a.diagonal(j);
+    const int64_t first = a.upper ? a.begin_beside(j) : j, last = a.upper ? j + 1 : a.end_beside(j);
+    const int64_t count = last - first;
+    T* const column = diagonal + (first - j);
+    const T* const of_x = x + (incx < 0 ? last - 1 : first) * incx;
+    if (y == nullptr) {
+      axpy(count, multiply(alpha, conjugate_if(true, x[j * incx])), of_x, incx, column, 1);
+    } else {
+      const T s = multiply(alpha, conjugate_if(true, y[j * incy])), t = conjugate_if(true, multiply(alpha, x[j * incx]));
+      const T* const of_y = y + (incy < 0 ? last - 1 : first) * incy;
+      if (incx == 1 && incy == 1) {
+        add_two(count, s, of_x, t, of_y, column);
+      } else {
+        axpy(count, s, of_x, incx, column, 1);
+        axpy(count, t, of_y, incy, column, 1);
+      }
+    }
+    if constexpr (kComplex<T>) diagonal->imag = 0;
+  }
+}
+
+}  // namespace tev::TEV_TIER
