@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "blas_threading/element.h"
+#include "factorizations/scalars.h"
 #include "service/xerbla.h"
 #include "tev/service.h"
 
@@ -52,5 +53,16 @@ inline bool is_one_of(char letter, std::string_view letters) {
 }
 
 inline bool holds(int64_t leading_dimension, int64_t rows) { return leading_dimension >= std::max<int64_t>(1, rows); }
+
+// Tells the least length of the work array, and whether that is all that was asked for.
+template <class T>
+bool is_query(T* work, int64_t lwork, int64_t least) {
+  *work = real_element<T>(static_cast<typename blas::element<T>::real>(least));
+  return lwork == -1;
+}
+
+inline argument work_length(int32_t position, int64_t lwork, int64_t least) {
+  return {position, lwork == -1 || lwork >= least};
+}
 
 }  // namespace tev::lapack

@@ -13,17 +13,6 @@
 namespace tev::lapack {
 namespace {
 
-// Tells the least length of the work array, and whether that is all that was asked for.
-template <class T>
-bool is_query(T* work, int64_t lwork, int64_t least) {
-  *work = real_element<T>(static_cast<real_of<T>>(least));
-  return lwork == -1;
-}
-
-argument work_length(int32_t position, int64_t lwork, int64_t least) {
-  return {position, lwork == -1 || lwork >= least};
-}
-
 template <class T>
 void geqrf(int64_t m, int64_t n, T* a, int64_t lda, T* tau, T* work, int64_t lwork, int64_t* info) {
   const int64_t order = std::min(m, n), least = order < 1 ? 1 : n;

@@ -212,7 +212,7 @@ TEV_EXPORT void tev_lapack_zpocon(const char* uplo, const int64_t* n, const tev_
 /* ---- QR ------------------------------------------------------------------------------------------------------------
  *
  * lwork is the length of work, at least what a call with lwork = -1, which does nothing else, stores in its first
- * element. info: 0; -i: argument i is wrong; -1089: there is no memory, nothing was changed. */
+ * element. info: 0; -i: argument i is wrong; -1089: there was no memory, what is stored has no meaning. */
 
 /* A = Q R in place, A m x n: R in the upper triangle or trapezoid, below it the min(m, n) reflectors whose product Q
  * is, without their ones; tau has their factors. */
@@ -253,6 +253,39 @@ TEV_EXPORT void tev_lapack_zunmqr(const char* side, const char* trans, const int
                                   const int64_t* k, const tev_complex16* a, const int64_t* lda,
                                   const tev_complex16* tau, tev_complex16* c, const int64_t* ldc, tev_complex16* work,
                                   const int64_t* lwork, int64_t* info);
+
+/* A P = Q R: a and tau as for geqrf, with pivoting. Columns whose jpvt is not zero come first; of the others each is
+ * the longest without the directions of those before, so that the diagonal of R goes down. On return column j of A P is
+ * column jpvt[j] of A, counted from 1. The rwork of the complex precisions (2 n elements) is not used. */
+TEV_EXPORT void tev_lapack_sgeqp3(const int64_t* m, const int64_t* n, float* a, const int64_t* lda, int64_t* jpvt,
+                                  float* tau, float* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_dgeqp3(const int64_t* m, const int64_t* n, double* a, const int64_t* lda, int64_t* jpvt,
+                                  double* tau, double* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_cgeqp3(const int64_t* m, const int64_t* n, tev_complex8* a, const int64_t* lda,
+                                  int64_t* jpvt, tev_complex8* tau, tev_complex8* work, const int64_t* lwork,
+                                  float* rwork, int64_t* info);
+TEV_EXPORT void tev_lapack_zgeqp3(const int64_t* m, const int64_t* n, tev_complex16* a, const int64_t* lda,
+                                  int64_t* jpvt, tev_complex16* tau, tev_complex16* work, const int64_t* lwork,
+                                  double* rwork, int64_t* info);
+
+/* min |op(A) x - b| where op(A) has more rows than columns, else the smallest x with op(A) x = b, for each of the nrhs
+ * columns b of B; A is m x n with full rank, op(A) is A (trans N) or A^H (T in the real precisions, C in the complex
+ * ones). B has max(m, n) rows: b in the first ones before, x after; where there are more equations than unknowns the
+ * rows below x have the sum of squares that is left. A is overwritten by its QR factorization, or LQ where it is wide.
+ * info: 0; j: the element j of the triangle's diagonal is zero, there is no solution of full rank; -i and -1089 as
+ * above. */
+TEV_EXPORT void tev_lapack_sgels(const char* trans, const int64_t* m, const int64_t* n, const int64_t* nrhs, float* a,
+                                 const int64_t* lda, float* b, const int64_t* ldb, float* work, const int64_t* lwork,
+                                 int64_t* info);
+TEV_EXPORT void tev_lapack_dgels(const char* trans, const int64_t* m, const int64_t* n, const int64_t* nrhs, double* a,
+                                 const int64_t* lda, double* b, const int64_t* ldb, double* work, const int64_t* lwork,
+                                 int64_t* info);
+TEV_EXPORT void tev_lapack_cgels(const char* trans, const int64_t* m, const int64_t* n, const int64_t* nrhs,
+                                 tev_complex8* a, const int64_t* lda, tev_complex8* b, const int64_t* ldb,
+                                 tev_complex8* work, const int64_t* lwork, int64_t* info);
+TEV_EXPORT void tev_lapack_zgels(const char* trans, const int64_t* m, const int64_t* n, const int64_t* nrhs,
+                                 tev_complex16* a, const int64_t* lda, tev_complex16* b, const int64_t* ldb,
+                                 tev_complex16* work, const int64_t* lwork, int64_t* info);
 
 #ifdef __cplusplus
 }
