@@ -18,8 +18,15 @@ namespace {
 
 using blas::span;
 
-// Lines of C in a chunk: products of this size run at full speed, and there are enough chunks for a team.
-constexpr int64_t kChunk = 128;
+// Lines of C in a chunk: products of 128 run at full speed, but a team wants several chunks.
+int64_t chunk_width(int64_t lines) { return lines < 512 ? 32 : 128; }
+
+// body(lines) for each chunk of them.
+template <class Body>
+void for_line_chunks(int64_t lines, const Body& body) {
+  const int64_t width = chunk_width(lines);
+  for_chunks(blas::ceil_div(lines, width), [&](int64_t i) { body(span{i * width, std::min((i + 1) * width, lines)}); });
+}
 
 template <class T>
 struct larfb_of;
@@ -89,9 +96,7 @@ bool apply_q(bool left, bool transposed, const matrix_view<T>& v, const T* tau, 
   const reflector_blocks<T> q = {v, {space.data(), width, v.columns, width}};
   const matrix_view<T> w = {space.data() + width * v.columns, lines, width, lines};
   form_factors(q, tau);
-  for_chunks(blas::ceil_div(lines, kChunk), [&](int64_t i) {
-    apply_blocks(left, transposed, q, {0, q.count()}, c, {i * kChunk, std::min((i + 1) * kChunk, lines)}, w);
-  });
+  for_line_chunks(lines, [&](const span& own) { apply_blocks(left, transposed, q, {0, q.count()}, c, own, w); });
   return true;
 }
 
@@ -107,8 +112,7 @@ bool generate_q(const matrix_view<T>& a, int64_t k, const T* tau) {
   const matrix_view<T> w = {q.t.data + width * k, a.columns, width, a.columns};
   for_chunks(k, [&](int64_t j) { std::copy(&a(j, j), &a(0, j) + a.rows, &v(j, j)); });
   form_factors(q, tau);
-  for_chunks(blas::ceil_div(a.columns, kChunk), [&](int64_t i) {
-    const span columns = {i * kChunk, std::min((i + 1) * kChunk, a.columns)};
+  for_line_chunks(a.columns, [&](const span& columns) {
     for (int64_t j = columns.begin; j < columns.end; ++j) {
       std::fill_n(&a(0, j), a.rows, element_of<T>(0));
       a(j, j) = element_of<T>(1);

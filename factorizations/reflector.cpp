@@ -17,17 +17,14 @@ const real_of<T>* parts_of(const T* x) {
   return reinterpret_cast<const real_of<T>*>(x);
 }
 
-// In several sums, so that they are formed side by side. Squares of float are exact in double and have room there.
-template <class R>
-double sum_of_squares(const R* x, int64_t n) {
-  constexpr int kSums = 16;
-  double sums[kSums] = {};
-  int64_t i = 0;
-  for (; i + kSums <= n; i += kSums)
-    for (int s = 0; s < kSums; ++s) sums[s] += static_cast<double>(x[i + s]) * static_cast<double>(x[i + s]);
-  for (; i < n; ++i) sums[0] += static_cast<double>(x[i]) * static_cast<double>(x[i]);
-  for (int s = 1; s < kSums; ++s) sums[0] += sums[s];
-  return sums[0];
+// By the kernels, on the calling thread alone. Squares of float are exact in double and have room there.
+double sum_of_squares(const float* x, int64_t n) {
+  const int64_t step = 1;
+  return n > 0 ? tev_blas_xsdot_in_double(&n, x, &step, x, &step) : 0;
+}
+double sum_of_squares(const double* x, int64_t n) {
+  const int64_t step = 1;
+  return n > 0 ? tev_blas_xddot(&n, x, &step, x, &step) : 0;
 }
 
 // Divided by the largest of them. Where that is infinite or all are zero it is the result.
