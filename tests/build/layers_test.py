@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """Who may include whom. A file includes only from its own layer or a lower one; service includes nothing above it;
-host, loopback and request_check share only the public headers with the sink. docs/architecture.md draws the same
-table."""
+host, loopback, request_check and shim share only the public headers with the library and the sink. docs/architecture.md
+draws the same table."""
 import pathlib
 import re
 import sys
@@ -18,6 +18,7 @@ MAY_INCLUDE = {
     "loopback": {"include", "loopback"},
     "request_check": {"include", "request_check"},
     "host": {"include", "host"},
+    "shim": {"include", "shim"},
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]', re.M)
 SOURCES = {".h", ".hpp", ".c", ".cpp", ".inc"}

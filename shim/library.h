@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The library that computes, libtev.so.0. The first call opens it, for itself alone: its names, and those of its OpenMP
+// runtime, stay out of the program's scope, and however many of these libraries a program loads, they open the same
+// one.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "tev/blas.h"
+#include "tev/service.h"
+
+namespace tev::shim {
+
+struct functions {
+#define TEV_MEMBER(name, base) decltype(&tev_blas_##base) name;
+#define TEV_MATRIX(name, base, ...) TEV_MEMBER(name, base)
+#define TEV_COMPOSED_MATRIX(...)
+#define TEV_VECTOR(name, base, ...) TEV_MEMBER(name, base)
+#define TEV_FUNCTION(name, base, ...) TEV_MEMBER(name, base)
+#include "shim/each_routine.inc"
+#undef TEV_MEMBER
+#define TEV_SERVICE(row)                                                                        \
+  row(trust_features) row(cpu_detect) row(allocate) row(deallocate) row(domain_get_max_threads) \
+      row(domain_set_num_threads) row(set_num_threads_local)
+#define TEV_MEMBER(name) decltype(&tev_serv_##name) name;
+  TEV_SERVICE(TEV_MEMBER)
+#undef TEV_MEMBER
+};
+
+extern std::atomic<const functions*> opened;
+const functions& open_library();
+
+inline const functions& library() {
+  const functions* const known = opened.load(std::memory_order_acquire);
+  return known ? *known : open_library();
+}
+
+// Another number in every forked child.
+extern std::atomic<uint32_t> process_number;
+
+// The OpenMP runtime registers its process by a name in /dev/shm, which it would leave there where the process ends by
+// _exit. Nobody else reads it.
+void remove_runtime_name();
+
+}  // namespace tev::shim

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "shim/thread_limit.h"
+
+#include <pthread.h>
+#include <sched.h>
+#include <signal.h>
+
+#include <algorithm>
+
+#include "shim/library.h"
+#include "shim/other_runtimes.h"
+
+namespace tev::shim {
+
+namespace {
+
+constexpr int32_t kMostTried = 256;  // threads; a system that starts so many starts more
+
+// What one thread knows of its limit. Each calling thread has a team of its own, so each must ask.
+struct own_limit {
+  uint32_t process;   // in which this was found out
+  int32_t asked_for;  // threads
+  int32_t threads;    // of those
+};
+constinit thread_local own_limit own = {};
+
+int32_t usable_processors() {
+  cpu_set_t set;
+  return sched_getaffinity(0, sizeof set, &set) == 0 ? CPU_COUNT(&set) : kMostTried;
+}
+
+void* pass_gate(void* gate) {
+  pthread_mutex_lock(static_cast<pthread_mutex_t*>(gate));
+  pthread_mutex_unlock(static_cast<pthread_mutex_t*>(gate));
+  return nullptr;
+}
+
+// How many of so many threads exist at the same time when all are asked for. They take no signals of the program.
+int32_t startable(int32_t wanted) {
+  pthread_mutex_t gate = PTHREAD_MUTEX_INITIALIZER;
+  pthread_t threads[kMostTried];
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &before);
+  pthread_mutex_lock(&gate);
+  int32_t started = 0;
+  while (started < wanted && pthread_create(&threads[started], nullptr, pass_gate, &gate) == 0) ++started;
+  pthread_mutex_unlock(&gate);
+  for (int32_t i = 0; i < started; ++i) pthread_join(threads[i], nullptr);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return started;
+}
+
+// Of `most` threads that the library would use, those that this thread may have.
+int32_t permitted(int32_t most) {
+  const uint32_t process = process_number.load(std::memory_order_relaxed);
+  if (own.process != process) {
+    remove_runtime_name();  // a child's runtime has started anew
+    own = {.process = process, .asked_for = 1, .threads = 1};
+  }
+  if (most > own.asked_for) {
+    const int32_t useful = std::min({most, usable_processors(), kMostTried});
+    own.asked_for = most;
+    own.threads = 1 + startable(useful - 1);
+  }
+  if (most > 1 && in_region_of_another_runtime()) return 1;
+  return std::min(most, own.threads);
+}
+
+}  // namespace
+
+int32_t current_threads() { return permitted(library().domain_get_max_threads(TEV_DOMAIN_BLAS)); }
+
+thread_limit::thread_limit() {
+  const int32_t most = library().domain_get_max_threads(TEV_DOMAIN_BLAS), threads = permitted(most);
+  limited_ = threads < most;
+  if (limited_) before_ = library().set_num_threads_local(threads);
+}
+
+thread_limit::~thread_limit() {
+  if (limited_) library().set_num_threads_local(before_);
+}
+
+}  // namespace tev::shim

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// How many threads a call may have, beyond what the library decides by itself.
+#pragma once
+
+#include <cstdint>
+
+namespace tev::shim {
+
+// As long as it lives the calling thread's own count in the library is at most: 1 in a parallel region of another
+// OpenMP runtime, which the library's own runtime does not see; the processors that the thread may use; the threads
+// that can be started, for a runtime that cannot start one ends the process.
+class thread_limit {
+ public:
+  thread_limit();
+  ~thread_limit();
+  thread_limit(const thread_limit&) = delete;
+  thread_limit& operator=(const thread_limit&) = delete;
+
+ private:
+  bool limited_ = false;
+  int32_t before_ = 0;
+};
+
+// Threads of a call that this thread makes now.
+int32_t current_threads();
+
+}  // namespace tev::shim
