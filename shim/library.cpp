@@ -12,6 +12,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "shim/other_runtimes.h"
+
 namespace tev::shim {
 
 constinit std::atomic<const functions*> opened = nullptr;
@@ -72,8 +74,6 @@ void open_once() {
   if (!handle) give_up();
   find_all(handle, table);
   table.trust_features(1);
-  table.domain_get_max_threads(TEV_DOMAIN_BLAS);  // starts the OpenMP runtime, but no thread
-  remove_runtime_name();
   opened.store(&table, std::memory_order_release);
 }
 
@@ -92,6 +92,7 @@ void after_fork_in_parent() {
 
 void after_fork_in_child() {
   opening = PTHREAD_MUTEX_INITIALIZER;
+  forget_other_searches();
   process_number.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -103,8 +104,13 @@ __attribute__((constructor)) void install_fork_handlers() {
 
 const functions& open_library() {
   pthread_mutex_lock(&opening);
-  if (!opened.load(std::memory_order_relaxed)) open_once();
+  const bool first = !opened.load(std::memory_order_relaxed);
+  if (first) open_once();
   pthread_mutex_unlock(&opening);
+  if (first) {  // not under the lock: the library, too, waits for forks when its OpenMP runtime starts
+    table.domain_get_max_threads(TEV_DOMAIN_BLAS);
+    remove_runtime_name();
+  }
   return table;
 }
 

@@ -69,16 +69,20 @@ void look_for_runtimes() {
     if (void* const handle = dlopen(found.paths[i], RTLD_LAZY | RTLD_NOLOAD)) ask_too(handle);
 }
 
+// Whoever comes while another thread looks waits for what it finds.
 void look_again() {
   unsigned long long loaded = 0;
   dl_iterate_phdr(count_loaded, &loaded);
-  if (loaded == files_loaded.load(std::memory_order_relaxed) || pthread_mutex_trylock(&looking) != 0) return;
-  files_loaded.store(loaded, std::memory_order_relaxed);
-  look_for_runtimes();
+  if (loaded == files_loaded.load(std::memory_order_acquire)) return;
+  pthread_mutex_lock(&looking);
+  if (loaded != files_loaded.load(std::memory_order_relaxed)) look_for_runtimes();
+  files_loaded.store(loaded, std::memory_order_release);
   pthread_mutex_unlock(&looking);
 }
 
 }  // namespace
+
+void forget_other_searches() { looking = PTHREAD_MUTEX_INITIALIZER; }
 
 bool in_region_of_another_runtime() {
   const uint64_t now = __builtin_ia32_rdtsc();

@@ -58,12 +58,12 @@ int32_t permitted(int32_t most) {
     remove_runtime_name();  // a child's runtime has started anew
     own = {.process = process, .asked_for = 1, .threads = 1};
   }
+  if (most > 1 && in_region_of_another_runtime()) return 1;
   if (most > own.asked_for) {
     const int32_t useful = std::min({most, usable_processors(), kMostTried});
     own.asked_for = most;
     own.threads = 1 + startable(useful - 1);
   }
-  if (most > 1 && in_region_of_another_runtime()) return 1;
   return std::min(most, own.threads);
 }
 
