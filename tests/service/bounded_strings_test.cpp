@@ -7,207 +7,176 @@
 #include "service/bounded_strings.h"
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 
+#include <algorithm>
 #include <cstring>
-#include <functional>
 #include <string>
-#include <vector>
+
+#include "tests/support/guarded.h"
 
 namespace {
 
-struct record {
-  int calls;
-  std::string message, dest;  // dest: the whole fixture buffer at the time of the call
-  int error;
-};
+using guarded = tev::test::guarded_array<char>;
 
-record seen;
-char buffer[16];
+struct record {
+  int calls, error;
+  std::string message, dest;  // dest: the whole fixture buffer at the time of the call
+} seen;
+char b[16];
 
 void write_down(const char* message, void* reserved, int error) {
   EXPECT_EQ(reserved, nullptr);
-  seen = {seen.calls + 1, message, std::string(buffer, sizeof buffer), error};
+  seen = {seen.calls + 1, error, message, std::string(b, sizeof b)};
 }
 
 class BoundedStrings : public testing::Test {
  protected:
-  void SetUp() override {
-    seen = {};
-    tev_serv_set_str_constraint_handler_s(write_down);
-    tev_serv_set_mem_constraint_handler_s(write_down);
+  BoundedStrings() { install(write_down), seen = {}; }
+  ~BoundedStrings() override { install(nullptr); }
+  static void install(tev_serv_constraint_handler handler) {
+    tev_serv_set_str_constraint_handler_s(handler);
+    tev_serv_set_mem_constraint_handler_s(handler);
   }
-  void TearDown() override {
-    tev_serv_set_str_constraint_handler_s(nullptr);
-    tev_serv_set_mem_constraint_handler_s(nullptr);
-  }
-};
-
-// `size` bytes, filled with '#', that end where an unmapped page begins.
-class guarded {
- public:
-  explicit guarded(size_t size) : mapped_((size + 4095) / 4096 * 4096 + 4096) {
-    base_ = static_cast<char*>(mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    mprotect(base_ + mapped_ - 4096, 4096, PROT_NONE);
-    data = base_ + mapped_ - 4096 - size;
-    memset(data, '#', size);
-  }
-  ~guarded() { munmap(base_, mapped_); }
-  guarded(const guarded&) = delete;
-  guarded& operator=(const guarded&) = delete;
-  char* data;
-
- private:
-  size_t mapped_;
-  char* base_;
 };
 
 constexpr size_t kBig = 268435456;
-char* const b = buffer;
 
 TEST_F(BoundedStrings, ViolationsReportTheFirstBrokenRuleAndClearBeforeTheHandlerRuns) {
-  const char* const kept = "ab\0cdefghijklmno";
-  enum after { kUntouched, kFirstByte, kFirstEight };
+  using function = int (*)(char* dest, size_t dmax, const char* src, size_t slen);
+  const function copy = tev_serv_strncpy_s, append = tev_serv_strncat_s;
+  const function copy_bytes = [](char* d, size_t dmax, const char* s, size_t n) {
+    return tev_serv_memcpy_s(d, dmax, s, n);
+  };
+  const function move_bytes = [](char* d, size_t dmax, const char* s, size_t n) {
+    return tev_serv_memmove_unbounded_s(d, dmax, s, n);
+  };
   const struct {
-    const char* message;
+    function call;
+    char* dest;
+    size_t dmax;
+    const char* src;
+    size_t slen;
     int error;
-    after dest;
-    std::function<int()> call;
+    size_t cleared;  // bytes of dest
+    const char* message;
   } rows[] = {
-      {"strncpy_s: dest is null", 400, kUntouched, [] { return tev_serv_strncpy_s(nullptr, 0, nullptr, 0); }},
-      {"strncpy_s: dmax is 0", 401, kUntouched, [] { return tev_serv_strncpy_s(b, 0, nullptr, 0); }},
-      {"strncpy_s: dmax exceeds max", 403, kUntouched, [] { return tev_serv_strncpy_s(b, 4097, nullptr, 0); }},
-      {"strncpy_s: src is null", 400, kFirstByte, [] { return tev_serv_strncpy_s(b, 8, nullptr, 0); }},
-      {"strncpy_s: slen is zero", 401, kFirstByte, [] { return tev_serv_strncpy_s(b, 8, b, 0); }},
-      {"strncpy_s: slen exceeds max", 403, kFirstByte, [] { return tev_serv_strncpy_s(b, 8, b, 4097); }},
-      {"strncpy_s: overlapping objects", 404, kFirstByte, [] { return tev_serv_strncpy_s(b, 8, b, 4); }},
-      {"strncat_s: dest is null", 400, kUntouched, [] { return tev_serv_strncat_s(nullptr, 0, nullptr, 0); }},
-      {"strncat_s: dmax is 0", 401, kUntouched, [] { return tev_serv_strncat_s(b, 0, nullptr, 0); }},
-      {"strncat_s: dmax exceeds max", 403, kUntouched, [] { return tev_serv_strncat_s(b, 4097, nullptr, 0); }},
-      {"strncat_s: src is null", 400, kFirstByte, [] { return tev_serv_strncat_s(b, 2, nullptr, 4097); }},
-      {"strncat_s: slen exceeds max", 403, kFirstByte, [] { return tev_serv_strncat_s(b, 2, b, 4097); }},
-      {"strncat_s: dest unterminated", 407, kFirstByte, [] { return tev_serv_strncat_s(b, 2, b, 3); }},
-      {"strncat_s: overlapping objects", 404, kFirstByte, [] { return tev_serv_strncat_s(b, 8, b + 1, 3); }},
-      {"memcpy_s: dest is NULL", 400, kUntouched, [] { return tev_serv_memcpy_s(nullptr, 0, nullptr, 0); }},
-      {"memcpy_s: dmax is 0", 401, kUntouched, [] { return tev_serv_memcpy_s(b, 0, nullptr, 0); }},
-      {"memcpy_s: dmax exceeds max", 403, kUntouched, [] { return tev_serv_memcpy_s(b, kBig + 1, nullptr, 0); }},
-      {"memcpy_s: smax is 0", 401, kFirstEight, [] { return tev_serv_memcpy_s(b, 8, nullptr, 0); }},
-      {"memcpy_s: smax exceeds dmax", 403, kFirstEight, [] { return tev_serv_memcpy_s(b, 8, nullptr, 9); }},
-      {"memcpy_s: overlap undefined", 404, kFirstEight, [] { return tev_serv_memcpy_s(b, 8, b + 7, 1); }},
-      {"memcpy_s: src is NULL", 400, kFirstEight, [] { return tev_serv_memcpy_s(b, 8, nullptr, 8); }},
-      {"memmove_s: dest is null", 400, kUntouched, [] { return tev_serv_memmove_unbounded_s(nullptr, 0, nullptr, 0); }},
-      {"memmove_s: dmax is 0", 401, kUntouched, [] { return tev_serv_memmove_unbounded_s(b, 0, nullptr, 0); }},
-      {"memmove_s: smax is 0", 401, kUntouched, [] { return tev_serv_memmove_unbounded_s(b, kBig + 1, nullptr, 0); }},
-      {"memmove_s: smax exceeds max", 403, kUntouched, [] { return tev_serv_memmove_unbounded_s(b, 8, b, kBig + 1); }},
-      {"memmove_s: smax exceeds dmax", 403, kUntouched,
-       [] { return tev_serv_memmove_unbounded_s(b, 8, nullptr, kBig); }},
-      {"memmove_s: dmax exceeds max", 403, kUntouched, [] { return tev_serv_memmove_unbounded_s(b, kBig + 1, b, 1); }},
-      {"memmove_s: src is null", 400, kUntouched, [] { return tev_serv_memmove_unbounded_s(b, 8, nullptr, 8); }},
+      {copy, nullptr, 0, nullptr, 0, 400, 0, "strncpy_s: dest is null"},
+      {copy, b, 0, nullptr, 0, 401, 0, "strncpy_s: dmax is 0"},
+      {copy, b, 4097, nullptr, 0, 403, 0, "strncpy_s: dmax exceeds max"},
+      {copy, b, 8, nullptr, 0, 400, 1, "strncpy_s: src is null"},
+      {copy, b, 8, b, 0, 401, 1, "strncpy_s: slen is zero"},
+      {copy, b, 8, b, 4097, 403, 1, "strncpy_s: slen exceeds max"},
+      {copy, b, 8, b, 4, 404, 1, "strncpy_s: overlapping objects"},
+      {append, nullptr, 0, nullptr, 0, 400, 0, "strncat_s: dest is null"},
+      {append, b, 0, nullptr, 0, 401, 0, "strncat_s: dmax is 0"},
+      {append, b, 4097, nullptr, 0, 403, 0, "strncat_s: dmax exceeds max"},
+      {append, b, 2, nullptr, 4097, 400, 1, "strncat_s: src is null"},
+      {append, b, 2, b, 4097, 403, 1, "strncat_s: slen exceeds max"},
+      {append, b, 2, b, 3, 407, 1, "strncat_s: dest unterminated"},
+      {append, b, 8, b + 1, 3, 404, 1, "strncat_s: overlapping objects"},
+      {copy_bytes, nullptr, 0, nullptr, 0, 400, 0, "memcpy_s: dest is NULL"},
+      {copy_bytes, b, 0, nullptr, 0, 401, 0, "memcpy_s: dmax is 0"},
+      {copy_bytes, b, kBig + 1, nullptr, 0, 403, 0, "memcpy_s: dmax exceeds max"},
+      {copy_bytes, b, 8, nullptr, 0, 401, 8, "memcpy_s: smax is 0"},
+      {copy_bytes, b, 8, nullptr, 9, 403, 8, "memcpy_s: smax exceeds dmax"},
+      {copy_bytes, b, 8, b + 7, 1, 404, 8, "memcpy_s: overlap undefined"},
+      {copy_bytes, b, 8, nullptr, 8, 400, 8, "memcpy_s: src is NULL"},
+      {move_bytes, nullptr, 0, nullptr, 0, 400, 0, "memmove_s: dest is null"},
+      {move_bytes, b, 0, nullptr, 0, 401, 0, "memmove_s: dmax is 0"},
+      {move_bytes, b, kBig + 1, nullptr, 0, 401, 0, "memmove_s: smax is 0"},
+      {move_bytes, b, 8, b, kBig + 1, 403, 0, "memmove_s: smax exceeds max"},
+      {move_bytes, b, 8, nullptr, kBig, 403, 0, "memmove_s: smax exceeds dmax"},
+      {move_bytes, b, kBig + 1, b, 1, 403, 0, "memmove_s: dmax exceeds max"},
+      {move_bytes, b, 8, nullptr, 8, 400, 0, "memmove_s: src is null"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.message);
+    std::string expected("ab\0cdefghijklmno", sizeof b);
+    memcpy(b, expected.data(), sizeof b);
+    std::fill_n(expected.begin(), row.cleared, '\0');
     seen = {};
-    memcpy(buffer, kept, sizeof buffer);
-    EXPECT_EQ(row.call(), row.error);
-    EXPECT_EQ(seen.calls, 1);
+    EXPECT_EQ(row.call(row.dest, row.dmax, row.src, row.slen), row.error);
     EXPECT_EQ(seen.message, row.message);
-    EXPECT_EQ(seen.error, row.error);
-    std::string expected(kept, sizeof buffer);
-    for (size_t i = 0; i < (row.dest == kFirstEight ? 8u : row.dest == kFirstByte ? 1u : 0u); ++i) expected[i] = 0;
-    EXPECT_EQ(seen.dest, expected);
-    EXPECT_EQ(std::string(buffer, sizeof buffer), expected);
+    EXPECT_TRUE(seen.calls == 1 && seen.error == row.error && seen.dest == expected) << row.message;
+    EXPECT_EQ(std::string(b, sizeof b), expected) << row.message;
   }
 }
 
 TEST_F(BoundedStrings, CopyAndAppendFillTheCapacityExactly) {
-  guarded dest(10);
-  EXPECT_EQ(tev_serv_strncpy_s(dest.data, 10, "012345678", 4096), 0);
-  EXPECT_STREQ(dest.data, "012345678");
-  EXPECT_EQ(tev_serv_strncpy_s(dest.data, 10, "0123456789", 9), 0);
-  EXPECT_STREQ(dest.data, "012345678");
+  const guarded dest(10), unterminated(3);
+  std::fill_n(unterminated.data(), 3, '#');
+  for (const auto& [src, slen] : {std::pair("012345678", 4096), {"0123456789", 9}}) {
+    EXPECT_EQ(tev_serv_strncpy_s(dest.data(), 10, src, slen), 0);
+    EXPECT_STREQ(dest.data(), "012345678");
+  }
+  EXPECT_EQ(tev_serv_strncpy_s(dest.data(), 10, unterminated.data(), 3), 0);
+  for (size_t slen : {0, 3, 3}) EXPECT_EQ(tev_serv_strncat_s(dest.data(), 10, unterminated.data(), slen), 0);
+  EXPECT_STREQ(dest.data(), "#########");
   EXPECT_EQ(seen.calls, 0);
-  EXPECT_EQ(tev_serv_strncpy_s(dest.data, 10, "0123456789", 10), 406);
-  EXPECT_STREQ(dest.data, "");
-  EXPECT_EQ(seen.message, "strncpy_s: not enough space for src");
-
-  guarded unterminated(3);
-  EXPECT_EQ(tev_serv_strncpy_s(dest.data, 10, unterminated.data, 3), 0);
-  EXPECT_EQ(tev_serv_strncat_s(dest.data, 10, "", 0), 0);
-  EXPECT_EQ(tev_serv_strncat_s(dest.data, 10, unterminated.data, 3), 0);
-  EXPECT_EQ(tev_serv_strncat_s(dest.data, 10, unterminated.data, 3), 0);
-  EXPECT_STREQ(dest.data, "#########");
-  EXPECT_EQ(seen.calls, 1);
-  EXPECT_EQ(tev_serv_strncat_s(dest.data, 10, "x", 1), 406);
-  EXPECT_STREQ(dest.data, "");
-  EXPECT_EQ(seen.message, "strncat_s: not enough space for src");
+  EXPECT_EQ(tev_serv_strncat_s(dest.data(), 10, "x", 1), 406);
+  EXPECT_EQ(seen.message + dest.data(), "strncat_s: not enough space for src");
+  EXPECT_EQ(tev_serv_strncpy_s(dest.data(), 10, "0123456789", 10), 406);
+  EXPECT_EQ(seen.message + dest.data(), "strncpy_s: not enough space for src");
 }
 
 TEST_F(BoundedStrings, TheLargestCapacitiesAreAllowed) {
-  guarded text(4096);
-  EXPECT_EQ(tev_serv_strnlen_s(text.data, 4096), 4096u);
-  EXPECT_EQ(tev_serv_strncpy_s(text.data, 4096, "x", 4096), 0);
-  EXPECT_EQ(tev_serv_strnlen_s(text.data, 4096), 1u);
+  const guarded text(4096), dest(kBig), src(1);  // the pages that nobody touches cost nothing
+  memset(text.data(), '#', 4096);
+  EXPECT_EQ(tev_serv_strnlen_s(text.data(), 4096), 4096u);
+  EXPECT_EQ(tev_serv_strncpy_s(text.data(), 4096, "x", 4096), 0);
+  EXPECT_EQ(tev_serv_strnlen_s(text.data(), 4096), 1u);
   EXPECT_EQ(tev_serv_strnlen_s(nullptr, 0), 0u);
+  EXPECT_EQ(tev_serv_memcpy_s(dest.data(), kBig, src.data(), 1), 0);
+  EXPECT_EQ(tev_serv_memmove_unbounded_s(dest.data(), kBig, dest.data() + 1, kBig - 1), 0);
   EXPECT_EQ(seen.calls, 0);
-  EXPECT_EQ(tev_serv_strnlen_s(text.data, 4097), 0u);
+  EXPECT_EQ(tev_serv_strnlen_s(text.data(), 4097), 0u);
   EXPECT_EQ(seen.message, "strnlen_s: dmax exceeds max");
-  EXPECT_EQ(tev_serv_strnlen_s(text.data, 0), 0u);
+  EXPECT_EQ(tev_serv_strnlen_s(text.data(), 0), 0u);
   EXPECT_EQ(seen.message, "strnlen_s: dmax is 0");
-
-  seen = {};
-  guarded dest(kBig), src(1);  // the pages that nobody touches cost nothing
-  EXPECT_EQ(tev_serv_memcpy_s(dest.data, kBig, src.data, 1), 0);
-  EXPECT_EQ(tev_serv_memmove_unbounded_s(dest.data, kBig, dest.data + 1, kBig - 1), 0);
-  EXPECT_EQ(seen.calls, 0);
 }
 
 // Source and destination at every pair of positions of one buffer that holds one text.
 TEST_F(BoundedStrings, OverlapIsFoundInBothDirections) {
-  const char text[] = "0123456789abcdefghijklmnopqrst";
+  const std::string text = "0123456789abcdefghijklmnopqrst";
   constexpr size_t kSlen = 4;
-  for (size_t to = 0; to < 20; ++to) {
+  for (size_t to = 0; to < 20; ++to)
     for (size_t from = 0; from < 20; ++from) {
       SCOPED_TRACE("to " + std::to_string(to) + " from " + std::to_string(from));
-      const size_t distance = to > from ? to - from : from - to;
-      char work[sizeof text];
-      memcpy(work, text, sizeof text);
-      const bool apart = distance > kSlen;  // the terminator's place counts, too
-      EXPECT_EQ(tev_serv_strncpy_s(work + to, 8, work + from, kSlen), apart ? 0 : 404);
-      EXPECT_EQ(std::string(work + to), apart ? std::string(text + from, kSlen) : "");
+      const std::string moved = text.substr(from, kSlen);
+      std::string work = text;
+      const bool apart = std::max(to, from) - std::min(to, from) > kSlen;  // the terminator's place counts, too
+      EXPECT_EQ(tev_serv_strncpy_s(&work[to], 8, &work[from], kSlen), apart ? 0 : 404);
+      EXPECT_STREQ(&work[to], apart ? moved.c_str() : "");
 
-      memcpy(work, text, sizeof text);
+      work = text;
       work[to + 2] = 0;  // dest holds two characters, so the source may not lie in the first 2 + slen + 1
       const bool clear = from > to + 2 + kSlen || from + kSlen < to;
-      EXPECT_EQ(tev_serv_strncat_s(work + to, 8, work + from, kSlen), clear ? 0 : 404);
+      EXPECT_EQ(tev_serv_strncat_s(&work[to], 8, &work[from], kSlen), clear ? 0 : 404);
 
-      memcpy(work, text, sizeof text);
+      work = text;
       const bool disjoint = from >= to + 6 || from + kSlen <= to;
-      EXPECT_EQ(tev_serv_memcpy_s(work + to, 6, work + from, kSlen), disjoint ? 0 : 404);
-      EXPECT_EQ(std::string(work + to, 6),
-                disjoint ? std::string(text + from, kSlen) + std::string(text + to + kSlen, 2) : std::string(6, '\0'));
+      EXPECT_EQ(tev_serv_memcpy_s(&work[to], 6, &work[from], kSlen), disjoint ? 0 : 404);
+      EXPECT_EQ(work.substr(to, 6), disjoint ? moved + text.substr(to + kSlen, 2) : std::string(6, '\0'));
 
-      memcpy(work, text, sizeof text);
-      EXPECT_EQ(tev_serv_memmove_unbounded_s(work + to, 6, work + from, kSlen), 0);
-      EXPECT_EQ(std::string(work + to, kSlen), std::string(text + from, kSlen));
+      work = text;
+      EXPECT_EQ(tev_serv_memmove_unbounded_s(&work[to], 6, &work[from], kSlen), 0);
+      EXPECT_EQ(work.substr(to, kSlen), moved);
     }
-  }
 }
 
 TEST_F(BoundedStrings, InstallingAHandlerReturnsThePreviousOneOfItsKind) {
   EXPECT_EQ(tev_serv_set_str_constraint_handler_s(nullptr), write_down);
-  EXPECT_EQ(tev_serv_strncpy_s(buffer, 4, nullptr, 1), 400);
+  EXPECT_EQ(tev_serv_strncpy_s(b, 4, nullptr, 1), 400);
   EXPECT_EQ(seen.calls, 0);
-  EXPECT_EQ(tev_serv_memcpy_s(buffer, 4, nullptr, 1), 400);
+  EXPECT_EQ(tev_serv_memcpy_s(b, 4, nullptr, 1), 400);
   EXPECT_EQ(seen.calls, 1);
   EXPECT_EQ(tev_serv_set_str_constraint_handler_s(write_down), tev_serv_ignore_handler_s);
 }
 
 TEST_F(BoundedStrings, ConcatenationMayReplaceEitherOperand) {
   for (int place = 0; place < 3; ++place) {
-    char first[8] = "ab", second[8] = "cde", fresh[8];
-    char* dest = place == 0 ? fresh : place == 1 ? first : second;
-    EXPECT_EQ(tev_serv_strcat2(dest, first, second), dest);
-    EXPECT_STREQ(dest, "abcde") << place;
+    char texts[3][8] = {"", "ab", "cde"};
+    EXPECT_EQ(tev_serv_strcat2(texts[place], texts[1], texts[2]), texts[place]);
+    EXPECT_STREQ(texts[place], "abcde");
   }
 }
 

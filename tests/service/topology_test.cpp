@@ -7,7 +7,6 @@
 #include <sched.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <fstream>
 #include <set>
 #include <string>
@@ -20,7 +19,6 @@
 #include "service/threads.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/fake_processor.h"
-#include "tests/support/in_child.h"
 #include "tests/support/kernel_folder.h"
 
 namespace {
@@ -28,23 +26,12 @@ namespace {
 using tev::service::processor;
 using tev::service::processor_set;
 using tev::service::topology;
-using tev::test::child_result;
-using tev::test::environment;
 using tev::test::kernel_folder;
+using tev::test::printed;
 
 // "hardware threads/cores/packages"
 std::string text_of(const topology& t) {
   return std::to_string(t.logical) + '/' + std::to_string(t.physical) + '/' + std::to_string(t.packages);
-}
-
-// What `body` returns in a fresh process.
-template <class Body>
-std::string text_in_child(const environment& variables, Body&& body) {
-  const child_result result = tev::test::in_child(variables, [&] {
-    std::printf("%s", std::string(body()).c_str());
-    return 0;
-  });
-  return result.out + result.err + (result.status == 0 ? "" : " status " + std::to_string(result.status));
 }
 
 // As it is in force.
@@ -93,7 +80,7 @@ void be(const machine& m) {
   if (m.vouched) tev_serv_trust_features(1);
 }
 
-TEST(Topology, IsThatOfThisMachine) {
+TEST_IN_CHILD(Topology, IsThatOfThisMachine) {
   std::set<std::pair<int, int>> cores;
   std::set<int> packages;
   int32_t logical = 0;
@@ -106,35 +93,30 @@ TEST(Topology, IsThatOfThisMachine) {
     cores.emplace(package, core);
     ++logical;
   }
-  if (logical == 0) GTEST_SKIP() << "the kernel does not tell";
   const topology expected = {logical, static_cast<int32_t>(cores.size()), static_cast<int32_t>(packages.size())};
-  EXPECT_EQ(text_in_child({}, [] { return text_of(counted()); }), text_of(expected));
+  if (logical != 0) EXPECT_EQ(text_of(counted()), text_of(expected));  // else the kernel does not tell
 }
 
 // A thread that OpenMP or the program has bound to one processor still counts those of its teams.
 TEST(Topology, AsksTheProcessorsOfTheTeamAndBringsTheThreadBack) {
-  for (const char* bind : {"false", "true"})
-    EXPECT_EQ(text_in_child({{"OMP_PROC_BIND", bind}},
-                            [] {
-                              cpu_set_t home, after;
-                              CPU_ZERO(&home);
-                              CPU_SET(omp_get_num_procs() > 0 ? sched_getcpu() : 0, &home);
-                              sched_setaffinity(0, sizeof home, &home);
-                              be({.logical_per_package = 1, .cores_per_package = 1});
-                              processor.team_processors = tev::service::team_processors;
-                              processor.set_affinity = [](const processor_set& where, size_t bytes) {
-                                const bool moved = tev::service::set_affinity(where, bytes);
-                                here = sched_getcpu();
-                                return moved;
-                              };
-                              const topology found = tev::service::probe_topology();
-                              sched_getaffinity(0, sizeof after, &after);
-                              EXPECT_TRUE(CPU_EQUAL(&after, &home));
-                              const int32_t all = omp_get_num_procs();
-                              return text_of(found) == text_of({all, all, all}) ? "all" : text_of(found);
-                            }),
-              "all")
-        << bind;
+  const auto probe = [] {
+    const int32_t all = omp_get_num_procs();
+    cpu_set_t home, after;
+    CPU_ZERO(&home);
+    CPU_SET(sched_getcpu(), &home);
+    sched_setaffinity(0, sizeof home, &home);
+    be({.logical_per_package = 1, .cores_per_package = 1});
+    processor.team_processors = tev::service::team_processors;
+    processor.set_affinity = [](const processor_set& where, size_t bytes) {
+      const bool moved = tev::service::set_affinity(where, bytes);
+      here = sched_getcpu();
+      return moved;
+    };
+    EXPECT_EQ(text_of(tev::service::probe_topology()), text_of({all, all, all}));
+    sched_getaffinity(0, sizeof after, &after);
+    EXPECT_TRUE(CPU_EQUAL(&after, &home));
+  };
+  for (const char* bind : {"false", "true"}) EXPECT_EQ(printed({{"OMP_PROC_BIND", bind}}, probe), "") << bind;
 }
 
 // So that it shows who was asked: the kernel's folders tell of cores of processors 0 and 8, 1 and 9 ..., its list of
@@ -150,68 +132,63 @@ TEST(Topology, AndTheThreadsThatFitIntoIt) {
     list += "processor : " + std::to_string(number) + "\nphysical id : " + package + "\ncore id : 0\n\n";
   }
   kernel.put("groups/cpu.max", "250000 100000\n");
-  const std::string cpus = kernel.path("cpus"), cpuinfo = kernel.put("cpuinfo", list),
-                    quota = kernel.put("own_groups", "0::/\n");
-  const std::string none = "/nonexistent";
+  const std::string cpus = kernel.path("cpus"), groups = kernel.path("groups"), none = "/nonexistent",
+                    cpuinfo = kernel.put("cpuinfo", list), quota = kernel.put("own_groups", "0::/\n");
   constexpr const char* kForeign = "AuthenticAMD";
   const struct {
-    const char* what;
     machine on;
     std::string cpus, own_groups;
     const char* expected;  // topology, threads by default, when chosen, when not dynamic
   } rows[] = {
-      {"two threads of a core", {{0, 1}, 2, 1, 1}, none, none, "2/1/1 1 1 99"},
-      {"two cores", {{0, 1}, 2, 2, 1}, none, none, "2/2/1 2 2 99"},
-      {"packages of two cores of two threads", {{0, 1}, 4, 2, 4}, none, none, "2/2/2 2 2 99"},
-      {"alike in eight bits,", {{0, 1}, 2, 2, 256}, none, none, "2/1/1 1 1 99"},
-      {"not in the topology leaf", {{0, 1}, 2, 2, 256, true}, none, none, "2/2/1 2 2 99"},
-      {"every other processor", {{0, 2, 4, 6}}, none, none, "4/4/1 4 4 99"},
-      {"a core of many", {{6, 7}}, none, none, "2/1/1 1 1 99"},
-      {"large numbers", {{1, 15, 16, 130}}, none, none, "4/4/3 4 4 99"},
-      {"quota", {{0, 2, 4, 6}}, none, quota, "4/4/1 3 4 99"},
-      {"threads cannot be moved", {.processors = {0, 2, 8, 9}, .refuses = true}, cpus, none, "4/3/1 3 3 99"},
-      {"memory is short", {.processors = {0, 2, 8, 9}, .short_of_memory = true}, cpus, none, "4/3/1 3 3 99"},
-      {"nor are there folders", {.processors = {0, 2, 8}, .refuses = true}, none, none, "16/4/4 3 4 99"},
-      {"another maker", {.processors = {0, 2, 8, 9}, .vendor = kForeign}, cpus, none, "16/4/4 3 4 99"},
-      {"vouched for", {.processors = {0, 2, 8, 9}, .vendor = kForeign, .vouched = true}, cpus, none, "16/4/4 3 4 99"},
-      {"another maker, quota", {.processors = {0, 1, 2, 3, 8}, .vendor = kForeign}, cpus, quota, "16/4/4 3 4 99"},
+      {{{0, 1}, 2, 1, 1}, none, none, "2/1/1 1 1 99"},                  // two threads of a core
+      {{{0, 1}, 2, 2, 1}, none, none, "2/2/1 2 2 99"},                  // two cores
+      {{{0, 1}, 4, 2, 4}, none, none, "2/2/2 2 2 99"},                  // packages of two cores of two threads
+      {{{0, 1}, 2, 2, 256}, none, none, "2/1/1 1 1 99"},                // alike in eight bits,
+      {{{0, 1}, 2, 2, 256, true}, none, none, "2/2/1 2 2 99"},          // not in the topology leaf
+      {{{6, 7}}, none, none, "2/1/1 1 1 99"},                           // a core of many
+      {{{3, 4, 5, 8, 9}, 12, 6}, none, none, "5/3/1 3 3 99"},           // a gap after the third core
+      {{{0, 3, 4, 7, 200, 239}, 240, 60}, none, none, "6/4/1 4 4 99"},  // four threads a core
+      {{{0, 1, 2}, 1, 2}, none, none, "3/3/2 3 3 99"},                  // counts that contradict each other
+      {{{1, 15, 16, 130}}, none, none, "4/4/3 4 4 99"},
+      {{{0, 2, 4, 6}}, none, quota, "4/4/1 3 4 99"},
+      {{.processors = {0, 2, 8, 9}, .refuses = true}, cpus, none, "4/3/1 3 3 99"},
+      {{.processors = {0, 2, 8, 9}, .short_of_memory = true}, cpus, none, "4/3/1 3 3 99"},
+      {{.processors = {0, 2, 8}, .refuses = true}, none, none, "16/4/4 3 4 99"},
+      {{.processors = {0, 2, 8, 9}, .vendor = kForeign}, cpus, none, "16/4/4 3 4 99"},
+      {{.processors = {0, 2, 8, 9}, .vendor = kForeign, .vouched = true}, cpus, none, "16/4/4 3 4 99"},
+      {{.processors = {0, 1, 2, 3, 8}, .vendor = kForeign}, cpus, quota, "16/4/4 3 4 99"},
   };
-  for (const auto& row : rows)
-    EXPECT_EQ(text_in_child({},
-                            [&] {
-                              be(row.on);
-                              processor.cpuinfo = cpuinfo.c_str();
-                              processor.cpu_folders = row.cpus.c_str();
-                              processor.own_groups = row.own_groups.c_str();
-                              const std::string groups = kernel.path("groups");
-                              processor.groups = groups.c_str();
-                              omp_set_num_threads(99);
-                              std::string text = text_of(counted()) + ' ' + std::to_string(tev_serv_get_max_threads());
-                              tev_serv_set_num_threads(99);
-                              text += ' ' + std::to_string(tev_serv_get_max_threads());
-                              tev_serv_set_dynamic(0);
-                              return text + ' ' + std::to_string(tev_serv_get_max_threads());
-                            }),
-              row.expected)
-        << row.what;
+  for (const auto& row : rows) {
+    const auto print = [&] {
+      be(row.on);
+      processor.cpuinfo = cpuinfo.c_str();
+      processor.cpu_folders = row.cpus.c_str();
+      processor.own_groups = row.own_groups.c_str();
+      processor.groups = groups.c_str();
+      omp_set_num_threads(99);
+      printf("%s %d", text_of(counted()).c_str(), tev_serv_get_max_threads());
+      tev_serv_set_num_threads(99);
+      printf(" %d", tev_serv_get_max_threads());
+      tev_serv_set_dynamic(0);
+      printf(" %d", tev_serv_get_max_threads());
+    };
+    EXPECT_EQ(printed({}, print), row.expected) << "row " << &row - rows;
+  }
 }
 
 TEST(Topology, QuotaOfControlGroups) {
   const kernel_folder kernel;
-  const auto version1 = [&](const std::string& group, const char* quota) {
-    kernel.put("cpu" + group + "/cpu.cfs_quota_us", quota);
-    kernel.put("cpu" + group + "/cpu.cfs_period_us", "50000\n");
+  const std::pair<const char*, const char*> files[] = {
+      {"cpu.max", "600000 100000\n"},           {"a/cpu.max", "max 100000\n"},
+      {"a/half/cpu.max", "50000 100000\n"},     {"a/some/cpu.max", "200001 100000\n"},
+      {"a/more/cpu.max", "900000 100000\n"},    {"a/odd/cpu.max", "900000 0\n"},
+      {"cpu/cpu.cfs_quota_us", "-1\n"},  // version 1
+      {"cpu/b/cpu.cfs_quota_us", "200000\n"},   {"cpu/b/tight/cpu.cfs_quota_us", "75000\n"},
+      {"cpu/b/loose/cpu.cfs_quota_us", "-1\n"},
   };
-  kernel.put("cpu.max", "600000 100000\n");
-  kernel.put("a/cpu.max", "max 100000\n");
-  kernel.put("a/half/cpu.max", "50000 100000\n");
-  kernel.put("a/some/cpu.max", "200001 100000\n");
-  kernel.put("a/more/cpu.max", "900000 100000\n");
-  kernel.put("a/odd/cpu.max", "900000 0\n");
-  version1("", "-1\n");
-  version1("/b", "200000\n");
-  version1("/b/tight", "75000\n");
-  version1("/b/loose", "-1\n");
+  for (const auto& [name, text] : files) kernel.put(name, text);
+  for (const char* group : {"", "/b", "/b/tight", "/b/loose"})
+    kernel.put("cpu" + std::string(group) + "/cpu.cfs_period_us", "50000\n");
   const std::pair<const char*, int32_t> rows[] = {
       {"0::/a/half\n", 1},
       {"0::/a/some\n", 3},
@@ -226,34 +203,15 @@ TEST(Topology, QuotaOfControlGroups) {
       {"::::\n\n:\nnone", INT32_MAX},
       {"", INT32_MAX},
   };
+  const std::string root = kernel.path("");
   for (const auto& [groups, expected] : rows) {
-    const std::string own = kernel.put("own", groups), root = kernel.path("");
-    EXPECT_EQ(text_in_child({},
-                            [&] {
-                              processor.own_groups = own.c_str();
-                              processor.groups = root.c_str();
-                              return std::to_string(tev::service::cpu_quota());
-                            }),
-              std::to_string(expected))
-        << groups;
-  }
-}
-
-TEST(Topology, IdentifiersSplitByTheRoomThatCountsTake) {
-  const struct {
-    uint32_t logical, cores;  // per package
-    std::vector<uint32_t> identifiers;
-    const char* expected;
-  } rows[] = {
-      {16, 8, {0, 1, 2, 3, 16, 17, 18, 19}, "8/4/2"},
-      {12, 6, {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13}, "12/6/1"},  // a gap after the third core
-      {240, 60, {0, 3, 4, 7, 239, 256, 0x10000}, "7/5/3"},          // four threads a core
-      {1, 2, {0, 1, 2}, "3/3/2"},                                   // counts that contradict each other
-  };
-  for (const auto& row : rows) {
-    std::vector<uint32_t> cores(row.identifiers.size()), packages(row.identifiers.size());
-    const auto layout = tev::service::layout_from_counts(row.logical, row.cores);
-    EXPECT_EQ(text_of(tev::service::count_identifiers(row.identifiers, layout, cores, packages)), row.expected);
+    const std::string own = kernel.put("own", groups);
+    const auto print = [&] {
+      processor.own_groups = own.c_str();
+      processor.groups = root.c_str();
+      printf("%d", tev::service::cpu_quota());
+    };
+    EXPECT_EQ(printed({}, print), std::to_string(expected)) << groups;
   }
 }
 

@@ -69,12 +69,27 @@ inline void fake_processor::install() const {
 // Everything that `body` prints in a fresh process on that processor, with the status when it is not 0.
 template <class Body>
 std::string printed_on(const fake_processor& p, const environment& variables, Body&& body) {
-  const child_result result = in_child(variables, [&] {
+  return printed(variables, [&] {
     p.install();
     body();
-    return 0;
   });
-  return result.out + result.err + (result.status == 0 ? "" : "status " + std::to_string(result.status));
+}
+
+struct printed_row {
+  fake_processor on;
+  environment variables;
+  std::string expected;
+};
+
+// `body` prints on each processor, with these variables set, what is expected.
+template <class Body>
+void expect_printed(const std::vector<printed_row>& rows, Body&& body) {
+  for (const printed_row& row : rows) {
+    testing::Message which;
+    which << "row " << &row - rows.data();
+    for (const auto& [name, value] : row.variables) which << ' ' << name << '=' << value;
+    EXPECT_EQ(printed_on(row.on, row.variables, body), row.expected) << which;
+  }
 }
 
 template <class Change>

@@ -64,4 +64,22 @@ child_result in_child(const environment& variables, Body&& body) {
   return result;
 }
 
+// Everything that `body` prints in a fresh process, with the status when it is not 0. A failed expectation in there
+// prints, too: a test that expects "" has its expectations in the child.
+template <class Body>
+std::string printed(const environment& variables, Body&& body) {
+  const bool failed_before = testing::Test::HasFailure();
+  const child_result result = in_child(variables, [&] {
+    body();
+    return testing::Test::HasFailure() && !failed_before ? 1 : 0;
+  });
+  return result.out + result.err + (result.status == 0 ? "" : "status " + std::to_string(result.status));
+}
+
+// A test whose body runs in a fresh process.
+#define TEST_IN_CHILD(topic, rule)                                          \
+  void topic##rule();                                                       \
+  TEST(topic, rule) { EXPECT_EQ(tev::test::printed({}, topic##rule), ""); } \
+  void topic##rule()
+
 }  // namespace tev::test
