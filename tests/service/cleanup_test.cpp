@@ -5,15 +5,14 @@
 
 #include <atomic>
 #include <string>
-#include <thread>
 
 #include "service/messages.h"
+#include "tests/support/at_once.h"
 #include "tests/support/in_child.h"
 
 namespace {
 
-using tev::test::child_result;
-using tev::test::in_child;
+using tev::test::printed;
 
 struct registry {
   int32_t (*add)(tev_serv_cleanup function, void* argument);
@@ -43,78 +42,67 @@ int32_t returning_handler(int32_t status, void* reserved) {
 }
 
 TEST(Exit, GoesThroughTheProgramsHandler) {
-  const child_result seen = in_child({}, [] {
+  const auto leave = [] {
     tev_serv_set_exit_handler(returning_handler);
-    printf("%d", tev_serv_exit(2));
+    printf("%d ", tev_serv_exit(2));
     tev_serv_set_exit_handler(nullptr);
-    return tev_serv_exit(5) + 100;
-  });
-  EXPECT_EQ(seen.out, "exit 2 0 42");
-  EXPECT_EQ(seen.status, 5);
+    tev_serv_exit(5);
+  };
+  EXPECT_EQ(printed({}, leave), "exit 2 0 42 status 5");
 }
 
 TEST(Cleanup, OneTooManyEndsTheProcess) {
   for (const registry& r : kRegistries) {
-    const child_result seen = in_child({}, [&r] {
+    const auto fill = [&r] {
       for (int round = 0; round < 2; ++round) {
         add_numbers(r, 1, r.capacity);
         r.use();  // the library's own does not count
         if (round == 0) r.run();
       }
       add_numbers(r, 0, 0);
-      return 0;
-    });
-    EXPECT_EQ(seen.status, 3);
-    EXPECT_EQ(seen.out, numbers_down(r.capacity, 1));
+    };
+    EXPECT_EQ(printed({}, fill), numbers_down(r.capacity, 1) + "status 3");
   }
 }
 
 TEST(Cleanup, RunsBackwardsAndFurtherOnesShareTheSpareSlotIfTheHandlerReturns) {
   for (const registry& r : kRegistries) {
-    const child_result seen = in_child({}, [&r] {
+    const auto overfill = [&r] {
       tev_serv_set_exit_handler(returning_handler);
       add_numbers(r, 1, r.capacity + 3);
       for (int i = 0; i < 2; ++i) r.run();  // the second run finds nothing
       add_numbers(r, 1, 2);
       r.run();
-      return 0;
-    });
-    EXPECT_EQ(seen.out, "exit 3 0 exit 3 0 exit 3 0 " + numbers_down(r.capacity + 3, r.capacity + 3) +
-                            numbers_down(r.capacity, 1) + "2 1 ");
+    };
+    EXPECT_EQ(printed({}, overfill), "exit 3 0 exit 3 0 exit 3 0 " + std::to_string(r.capacity + 3) + " " +
+                                         numbers_down(r.capacity, 1) + "2 1 ");
   }
 }
 
 TEST(Cleanup, FunctionsAndHandlersMayUseTheRegistry) {
-  const child_result seen = in_child({}, [] {
-    tev_serv_set_exit_handler([](int32_t, void*) {
-      tev_serv_core_cleanup();
-      return 0;
-    });
+  const auto nest = [] {
+    tev_serv_set_exit_handler([](int32_t, void*) { return tev_serv_core_cleanup(), 0; });
     add_numbers(kRegistries[0], 1, 33);
     const auto add_two = [](void*) { add_numbers(kRegistries[0], 101, 102); };
     tev_serv_core_register_cleanup(add_two, nullptr);
     tev_serv_core_cleanup();
-    return 0;
-  });
-  EXPECT_EQ(seen.out, numbers_down(32, 1) + "102 101 33 ");
+  };
+  EXPECT_EQ(printed({}, nest), numbers_down(32, 1) + "102 101 33 ");
 }
 
 // There is room for one of two. The tracing stand-in makes the other come while the first is on its way.
 TEST(Cleanup, ThreadsMayRegisterAtOnce) {
   static std::atomic<int> run = 0, refused = 0;
-  const child_result seen = in_child({{"TRACEKIT_SLEEPS", "1"}}, [] {
+  const auto race = [] {
     snprintf(DispLibPath, sizeof DispLibPath, TEV_STAND_INS "/");
-    const auto count = [](void*) { ++run; };
+    const auto add = [](int) { tev_serv_core_register_cleanup([](void*) { ++run; }, nullptr); };
     tev_serv_set_exit_handler([](int32_t, void*) { return ++refused; });
-    for (int i = 0; i < 31; ++i) tev_serv_core_register_cleanup(count, nullptr);
-    std::thread other([&] { tev_serv_core_register_cleanup(count, nullptr); });
-    tev_serv_core_register_cleanup(count, nullptr);
-    other.join();
+    for (int i = 0; i < 31; ++i) add(i);
+    tev::test::at_once(2, add);
     tev_serv_core_cleanup();
     printf("%d run, %d refused", run.load(), refused.load());
-    return 0;
-  });
-  EXPECT_EQ(seen.out, "loading\n33 run, 1 refused");
+  };
+  EXPECT_EQ(printed({{"TRACEKIT_SLEEPS", "1"}}, race), "loading\n33 run, 1 refused");
 }
 
 }  // namespace

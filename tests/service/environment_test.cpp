@@ -13,7 +13,7 @@
 namespace {
 
 using tev::test::environment;
-using tev::test::in_child;
+using tev::test::printed;
 
 TEST(Environment, ValueIsCopiedWholeOrNotAtAll) {
   const struct {
@@ -45,35 +45,36 @@ TEST(Environment, ModeLetsOnlyPathsAndLocalePass) {
   for (const char* name : {"ZEL_LD_LIBRARY_PATH", "LD_LIBRARY_PATH", "TEVROOT", "LANG", "TEV_MPI_PPN", "LANGUAGE"})
     variables.emplace_back(name, "/x");
   for (const int32_t mode : {-1, 0, 1, 2}) {
-    const auto seen = in_child(variables, [&] {
+    const auto read = [&] {
       tev_serv_set_envmode_variable(mode);
+      EXPECT_EQ(tev_serv_get_envmode_variable(), mode);
       for (const auto& variable : variables) {
         char buffer[8] = "before";
         const int32_t length = tev_serv_getenv(variable.first, buffer, sizeof buffer);
-        std::printf("%d%s ", length, buffer);
+        printf("%d%s ", length, buffer);
       }
-      return tev_serv_get_envmode_variable() == mode ? 0 : 1;
-    });
-    EXPECT_EQ(seen.out, mode < 1 ? "2/x 2/x 2/x 2/x 2/x 2/x " : "2/x 2/x 2/x 2/x 0 0 ") << mode;
-    EXPECT_EQ(seen.status, 0);
+    };
+    EXPECT_EQ(printed(variables, read), mode < 1 ? "2/x 2/x 2/x 2/x 2/x 2/x " : "2/x 2/x 2/x 2/x 0 0 ") << mode;
   }
 }
 
 // What is not as an empty environment makes it.
 void print_settings() {
-  const auto print = [](const char* name, int32_t value, int32_t usual) {
-    if (value != usual) std::printf("%s=%d ", name, value);
-  };
-  print("all", __tev_num_threads, -1);
-  print("blas", __tev_blas_num_threads, -1);
-  print("fft", __tev_fft_num_threads, -1);
-  print("vort", __tev_vort_num_threads, -1);
-  print("pardiso", __tev_pardiso_num_threads, -1);
-  print("stripes", __tev_num_stripes, -1);
-  print("dynamic", __tev_dynamic, 1);
-  print("omp", __omp_num_threads, -1);
-  print("ppn", __tev_mpi_ppn, -1);
-  print("level", __tev_mpi_thread_level, -1);
+  const struct {
+    const char* name;
+    int32_t value, usual;
+  } rows[] = {{"all", __tev_num_threads, -1},
+              {"blas", __tev_blas_num_threads, -1},
+              {"fft", __tev_fft_num_threads, -1},
+              {"vort", __tev_vort_num_threads, -1},
+              {"pardiso", __tev_pardiso_num_threads, -1},
+              {"stripes", __tev_num_stripes, -1},
+              {"dynamic", __tev_dynamic, 1},
+              {"omp", __omp_num_threads, -1},
+              {"ppn", __tev_mpi_ppn, -1},
+              {"level", __tev_mpi_thread_level, -1}};
+  for (const auto& row : rows)
+    if (row.value != row.usual) printf("%s=%d ", row.name, row.value);
 }
 
 TEST(Environment, ThreadVariablesInEveryForm) {
@@ -114,12 +115,11 @@ TEST(Environment, ThreadVariablesInEveryForm) {
       {{{"MPI_LOCALNRANKS", "x"}}, ""},
   };
   for (const auto& row : rows) {
-    const auto seen = in_child(row.variables, [] {
+    const auto read = [] {
       tev_read_threads_env();
       print_settings();
-      return 0;
-    });
-    EXPECT_EQ(seen.out + seen.err, row.settings) << row.variables[0].first << '=' << row.variables[0].second;
+    };
+    EXPECT_EQ(printed(row.variables, read), row.settings) << row.variables[0].first << '=' << row.variables[0].second;
   }
 }
 
@@ -128,17 +128,16 @@ TEST(Environment, ProgramsSettingsWin) {
                                  {"TEV_NUM_STRIPES", "2"},
                                  {"TEV_DYNAMIC", "true"},
                                  {"TEV_DOMAIN_NUM_THREADS", "TEV_DOMAIN_ALL=3 TEV_DOMAIN_BLAS=3 TEV_DOMAIN_FFT=3"}};
-  const auto seen = in_child(variables, [] {
+  const auto set = [] {
     tev_serv_set_num_threads(6);
     tev_serv_set_num_stripes(0);
     tev_serv_set_dynamic(0);
     tev_serv_domain_set_num_threads(0, TEV_DOMAIN_BLAS);
-    std::printf("%d %d %d ", tev_serv_get_max_threads(), tev_serv_get_num_stripes(), tev_serv_get_dynamic());
+    printf("%d %d %d ", tev_serv_get_max_threads(), tev_serv_get_num_stripes(), tev_serv_get_dynamic());
     print_settings();
-    return tev_serv_libc_is_static();
-  });
-  EXPECT_EQ(seen.out, "6 0 0 all=6 blas=0 fft=3 stripes=0 dynamic=0 ");
-  EXPECT_EQ(seen.status, 0);
+  };
+  EXPECT_EQ(printed(variables, set), "6 0 0 all=6 blas=0 fft=3 stripes=0 dynamic=0 ");
+  EXPECT_EQ(tev_serv_libc_is_static(), 0);
 }
 
 }  // namespace

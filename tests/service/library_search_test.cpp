@@ -10,85 +10,77 @@
 #include <string>
 
 #include "tests/support/in_child.h"
+#include "tests/support/kernel_folder.h"
 #include "tev/service.h"
 
 namespace {
 
-using tev::test::child_result;
 using tev::test::environment;
 using tev::test::in_child;
+using tev::test::printed;
 
 constexpr char kHere[] = TEV_STAND_INS "/";
 constexpr char kNowhere[] = TEV_STAND_INS "/nowhere/";
+constexpr const char* kRuntime = TEV_RUNTIME;
 
 struct search {
-  const char* rule;
   const char *loader_directory, *executable_directory;
   environment variables;
-  enum { kAlone, kWithRuntime, kLoadedByProgram } process;
+  const char* loaded;  // by the program
   bool found;
 };
 
 // Asks, makes the library easy to find, takes a lock and asks again.
-int ask_for_tracing(const search& s) {
-  snprintf(DispLibPath, sizeof DispLibPath, "%s", s.loader_directory);
-  snprintf(EXEPath, sizeof EXEPath, "%s", s.executable_directory);
-  if (s.process == search::kWithRuntime && !dlopen(TEV_RUNTIME, RTLD_LAZY | RTLD_GLOBAL)) return 1;
-  if (s.process == search::kLoadedByProgram && !dlopen(TEV_STAND_INS "/libtracekit.so", RTLD_LAZY)) return 1;
-  printf("%d\n", tev_serv_load_vigil());
-  if (const char* left_behind = dlerror()) printf("%s\n", left_behind);
-  memcpy(DispLibPath, kHere, sizeof kHere);
-  int32_t word = 0;
-  tev_serv_lock(&word);
-  const bool global = dlsym(RTLD_DEFAULT, "__trk_suppress_mark_range") != nullptr;
-  printf("%d %s\n", tev_serv_load_vigil(), global ? "global" : "absent");
-  return 0;
+std::string ask_for_tracing(const search& s) {
+  return printed(s.variables, [&s] {
+    snprintf(DispLibPath, sizeof DispLibPath, "%s", s.loader_directory);
+    snprintf(EXEPath, sizeof EXEPath, "%s", s.executable_directory);
+    if (s.loaded && !dlopen(s.loaded, RTLD_LAZY | (s.loaded == kRuntime ? RTLD_GLOBAL : 0))) abort();
+    printf("%d\n", tev_serv_load_vigil());
+    if (const char* left_behind = dlerror()) printf("%s\n", left_behind);
+    memcpy(DispLibPath, kHere, sizeof kHere);
+    int32_t word = 0;
+    tev_serv_lock(&word);
+    const bool global = dlsym(RTLD_DEFAULT, "__trk_suppress_mark_range") != nullptr;
+    printf("%d %s\n", tev_serv_load_vigil(), global ? "global" : "absent");
+  });
 }
 
 TEST(Tracing, IsFoundInThisOrderAndDecidedOnce) {
+  const tev::test::kernel_folder folder;
+  const std::string hollow = folder.path("");
+  std::filesystem::create_directory(hollow);
+  std::filesystem::create_symlink(TEV_RUNTIME, hollow + "libtracekit.so");  // without the function
   const environment zel = {{"ZEL_LD_LIBRARY_PATH", TEV_STAND_INS}};
   const environment ld = {{"LD_LIBRARY_PATH", TEV_STAND_INS}};
   const environment both = {{"ZEL_LD_LIBRARY_PATH", kNowhere}, {"LD_LIBRARY_PATH", TEV_STAND_INS}};
-  const search cases[] = {
-      {"absent", "", "", {}, search::kAlone, false},
-      {"beside the loader", kHere, kNowhere, {}, search::kAlone, true},
-      {"beside the executable", "", kHere, {}, search::kAlone, true},
-      {"directories without it", kNowhere, kNowhere, {}, search::kAlone, false},
-      {"paths need the runtime", "", "", zel, search::kAlone, false},
-      {"the runtime needs a path", "", "", {}, search::kWithRuntime, false},
-      {"runtime, own path", kNowhere, "", zel, search::kWithRuntime, true},
-      {"runtime, system's path", "", "", ld, search::kWithRuntime, true},
-      {"runtime, second path", "", "", both, search::kWithRuntime, true},
+  const search rows[] = {
+      {"", "", {}, nullptr, false},
+      {kHere, kNowhere, {}, nullptr, true},
+      {"", kHere, {}, nullptr, true},
+      {kNowhere, kNowhere, {}, nullptr, false},
+      {hollow.c_str(), "", {}, nullptr, false},
+      {"", "", zel, nullptr, false},  // paths need the runtime,
+      {"", "", {}, kRuntime, false},  // and the runtime needs a path
+      {kNowhere, "", zel, kRuntime, true},
+      {"", "", ld, kRuntime, true},
+      {"", "", both, kRuntime, true},
   };
-  const std::string found = "loading\n1\nmark 1 255 null 0\n1 global\n";
-  for (const search& s : cases) {
-    const child_result seen = in_child(s.variables, [&s] { return ask_for_tracing(s); });
-    EXPECT_EQ(seen.out, s.found ? found : "0\n0 absent\n") << s.rule;
-    EXPECT_EQ(seen.status, 0) << s.rule << seen.err;
-  }
+  for (const search& row : rows)
+    EXPECT_EQ(ask_for_tracing(row), row.found ? "loading\n1\nmark 1 255 null 0\n1 global\n" : "0\n0 absent\n")
+        << "row " << &row - rows;
 }
 
 // The lock that the library takes while the program loads it is the process's first: it finds the library by name.
 TEST(Tracing, IsFoundByNameWhenTheProgramHasLoadedIt) {
-  const search loaded = {"", kNowhere, kNowhere, {}, search::kLoadedByProgram, true};
-  const child_result seen = in_child({}, [&loaded] { return ask_for_tracing(loaded); });
-  EXPECT_EQ(seen.out, "mark 1 255 null 0\nloading\n1\nmark 1 255 null 0\n1 global\n");
-}
-
-TEST(Tracing, LibraryWithoutTheFunctionCountsAsAbsent) {
-  char folder[] = "/tmp/tev_search_XXXXXX";
-  ASSERT_NE(mkdtemp(folder), nullptr);
-  const std::string directory = std::string(folder) + "/";
-  std::filesystem::create_symlink(TEV_RUNTIME, directory + "libtracekit.so");
-  const search hollow = {"", directory.c_str(), "", {}, search::kAlone, false};
-  EXPECT_EQ(in_child({}, [&hollow] { return ask_for_tracing(hollow); }).out, "0\n0 absent\n");
-  std::filesystem::remove_all(folder);
+  EXPECT_EQ(ask_for_tracing({kNowhere, kNowhere, {}, TEV_STAND_INS "/libtracekit.so", true}),
+            "mark 1 255 null 0\nloading\n1\nmark 1 255 null 0\n1 global\n");
 }
 
 TEST(StartUp, NeedsItsWorkingDirectory) {
   EXPECT_EQ(DispLibCWD, std::filesystem::current_path().string() + "/");
   const std::string program = std::filesystem::read_symlink("/proc/self/exe");
-  const child_result seen = in_child({}, [&program] {
+  const auto seen = in_child({}, [&program] {
     char folder[] = "/tmp/tev_start_XXXXXX";
     if (!mkdtemp(folder) || chdir(folder) != 0 || rmdir(folder) != 0) return 1;
     execl(program.c_str(), "some/program", "--gtest_list_tests", nullptr);

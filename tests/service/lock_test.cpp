@@ -9,17 +9,15 @@
 #include <unistd.h>
 #include <x86intrin.h>
 
-#include <cstdio>
-#include <latch>
 #include <thread>
-#include <vector>
 
 #include "service/library_search.h"
+#include "tests/support/at_once.h"
 #include "tests/support/in_child.h"
 
 namespace {
 
-using tev::test::in_child;
+using tev::test::printed;
 
 constexpr uint64_t kTrapFlag = 0x100;  // a signal after every instruction
 
@@ -50,15 +48,14 @@ extern "C" int sched_yield() noexcept {
 namespace {
 
 TEST(Lock, TakesAFreeWordOnly) {
-  int32_t word = 0;
+  int32_t word = 0, other = 7;
   EXPECT_EQ(tev_serv_trylock(&word), 1);
-  EXPECT_EQ(word, 1);
   EXPECT_EQ(tev_serv_trylock(&word), 0);
+  EXPECT_EQ(word, 1);
   tev_serv_unlock(&word);
   EXPECT_EQ(word, 0);
-  word = 7;
-  EXPECT_EQ(tev_serv_trylock(&word), 0);
-  EXPECT_EQ(word, 7);
+  EXPECT_EQ(tev_serv_trylock(&other), 0);
+  EXPECT_EQ(other, 7);
 
   int64_t target = INT64_MIN, expected = INT64_MIN, desired = 5;
   EXPECT_EQ(tev_serv_cmpxchg(&target, &expected, &desired), INT64_MIN);
@@ -67,36 +64,29 @@ TEST(Lock, TakesAFreeWordOnly) {
   EXPECT_EQ(expected, INT64_MIN);
 }
 
-TEST(Lock, ExcludesWithMoreThreadsThanProcessors) {
-  const auto contend = [] {
-    constexpr int kThreads = 16, kRounds = 20000;
-    int32_t lock = 0;
-    int64_t guarded = 0, exchanged = 0;
-    std::latch all_here(kThreads);
-    const auto work = [&] {
-      all_here.arrive_and_wait();
-      for (int i = 0; i < kRounds; ++i) {
-        if (i % 4 == 0) {
-          while (!tev_serv_trylock(&lock)) std::this_thread::yield();
-        } else {
-          tev_serv_lock(&lock);
-        }
-        const int64_t seen = guarded;
-        if (i % 64 == 0) std::this_thread::yield();  // the others come to the locked door
-        guarded = seen + 1;
-        tev_serv_unlock(&lock);
-        for (int64_t expected = 0, old = 0;; expected = old) {
-          const int64_t next = expected + 1;
-          if ((old = tev_serv_cmpxchg(&exchanged, &expected, &next)) == expected) break;
-        }
+TEST_IN_CHILD(Lock, ExcludesWithMoreThreadsThanProcessors) {
+  constexpr int kThreads = 16, kRounds = 20000;
+  int32_t lock = 0;
+  int64_t guarded = 0, exchanged = 0;
+  tev::test::at_once(kThreads, [&](int) {
+    for (int i = 0; i < kRounds; ++i) {
+      if (i % 4 == 0) {
+        while (!tev_serv_trylock(&lock)) std::this_thread::yield();
+      } else {
+        tev_serv_lock(&lock);
       }
-    };
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) threads.emplace_back(work);
-    for (std::thread& thread : threads) thread.join();
-    return guarded == kThreads * kRounds && exchanged == kThreads * kRounds ? 0 : 1;
-  };
-  EXPECT_EQ(in_child({}, contend).status, 0);
+      const int64_t seen = guarded;
+      if (i % 64 == 0) std::this_thread::yield();  // the others come to the locked door
+      guarded = seen + 1;
+      tev_serv_unlock(&lock);
+      for (int64_t expected = 0, old = 0;; expected = old) {
+        const int64_t next = expected + 1;
+        if ((old = tev_serv_cmpxchg(&exchanged, &expected, &next)) == expected) break;
+      }
+    }
+  });
+  EXPECT_EQ(guarded, kThreads * kRounds);
+  EXPECT_EQ(exchanged, kThreads * kRounds);
 }
 
 TEST(Lock, WaiterPausesBetween5000AttemptsThenYieldsBeforeEach) {
@@ -112,25 +102,20 @@ TEST(Lock, WaiterPausesBetween5000AttemptsThenYieldsBeforeEach) {
     yields = 0;
     __writeeflags(__readeflags() | kTrapFlag);
     tev_serv_lock(&held);
-    std::printf("%d pauses, %d yields", pauses_before_yield, yields);
-    return 0;
+    printf("%d pauses, %d yields", pauses_before_yield, yields);
   };
-  EXPECT_EQ(in_child({}, wait).out, "4999 pauses, 3 yields");
+  EXPECT_EQ(printed({}, wait), "4999 pauses, 3 yields");
 }
 
 TEST(Lock, TellsTheTracingLibraryAboutEveryAcquisition) {
-  const auto lock_twice = [](const char* directory) {
-    return in_child({}, [directory] {
-      std::snprintf(DispLibPath, sizeof DispLibPath, "%s", directory);
-      for (int i = 0; i < 2; ++i) {
-        const tev::service::scoped_lock guard(held);
-        std::printf("held %d\n", held);
-      }
-      return 0;
-    });
+  const auto lock_twice = [] {
+    snprintf(DispLibPath, sizeof DispLibPath, TEV_STAND_INS "/");
+    for (int i = 0; i < 2; ++i) {
+      const tev::service::scoped_lock guard(held);
+      printf("held %d\n", held);
+    }
   };
-  EXPECT_EQ(lock_twice(TEV_STAND_INS "/").out, "loading\nmark 1 255 null 0\nheld 1\nmark 1 255 null 0\nheld 1\n");
-  EXPECT_EQ(lock_twice("").out, "held 1\nheld 1\n");
+  EXPECT_EQ(printed({}, lock_twice), "loading\nmark 1 255 null 0\nheld 1\nmark 1 255 null 0\nheld 1\n");
 }
 
 }  // namespace

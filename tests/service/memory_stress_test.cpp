@@ -1,73 +1,65 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Many threads allocate and release mixed sizes, often each other's buffers, threads come and go, and walks over all of
-// them run meanwhile. Every block carries a mark at both ends that only its holder writes. STRESS_SECONDS (2) says how
-// long; the sanitizers are the judges.
+// them run meanwhile. The sanitizers are the judges.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
-#include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "service/memory_registry.h"
+#include "tests/support/effort.h"
 #include "tev/service.h"
 
 namespace {
 
 constexpr int kWorkers = 8;
 
-struct held_block {
-  char* address;
+// Lies at its own start, and the last bytes repeat `self`: only its holder writes there.
+struct block {
+  block* self;
   int64_t size;
   bool kept;  // from tev_serv_allocate
+
+  char* end() { return reinterpret_cast<char*>(this) + size - sizeof self; }
 };
 
 std::atomic<bool> stop = false;
-std::array<std::atomic<held_block*>, 16> exchange;  // blocks on their way to another thread
+std::array<std::atomic<block*>, 16> exchange;  // blocks on their way to another thread
 
-void mark(const held_block& block) {
-  memcpy(block.address, &block.address, 8);
-  memcpy(block.address + block.size - 8, &block.address, 8);
+block* mark(void* memory, int64_t size, bool kept) {
+  auto* const b = static_cast<block*>(memory);
+  *b = {b, size, kept};
+  memcpy(b->end(), &b, sizeof b);
+  return b;
 }
 
-void check(const held_block& block) {
-  ASSERT_EQ(memcmp(block.address, &block.address, 8), 0);
-  ASSERT_EQ(memcmp(block.address + block.size - 8, &block.address, 8), 0);
-}
-
-held_block* obtain(std::mt19937& random) {
-  const int64_t size = 16 + random() % (1u << (8 + random() % 14)), alignment = int64_t{32} << random() % 8;
+block* obtain(std::mt19937& random) {
+  const int64_t size = 64 + random() % (1u << (8 + random() % 14)), alignment = int64_t{32} << random() % 8;
   const bool kept = random() % 4 != 0;
-  void* address = kept ? tev_serv_allocate(size, alignment) : tev_serv_malloc(size, alignment);
-  auto* block = new held_block{static_cast<char*>(address), size, kept};
-  mark(*block);
-  return block;
+  return mark(kept ? tev_serv_allocate(size, alignment) : tev_serv_malloc(size, alignment), size, kept);
 }
 
-void release(held_block* block, std::mt19937& random) {
-  if (!block) return;
-  check(*block);
-  if (!block->kept && random() % 2) {
-    block->size = 16 + random() % 100000;
-    block->address = static_cast<char*>(tev_serv_realloc(block->address, block->size));
-    mark(*block);
+void release(block* b, std::mt19937& random) {
+  if (!b) return;
+  ASSERT_TRUE(b->self == b && memcmp(b->end(), &b, sizeof b) == 0);
+  if (!b->kept && random() % 2) {
+    const int64_t size = 64 + random() % 100000;
+    b = mark(tev_serv_realloc(b, size), size, false);
   }
-  if (block->kept || random() % 2)
-    tev_serv_deallocate(block->address);
-  else
-    tev_serv_free(block->address);
-  delete block;
+  (b->kept || random() % 2 ? tev_serv_deallocate : tev_serv_free)(b);
 }
 
 void work(unsigned seed, int rounds) {
   std::mt19937 random(seed);
-  std::array<held_block*, 7> held = {};
+  std::array<block*, 7> held = {};
   for (int i = 0; i < rounds && !stop; ++i) {
-    held_block*& mine = held[random() % held.size()];
+    block*& mine = held[random() % held.size()];
     if (mine && random() % 4 == 0)
       mine = exchange[random() % exchange.size()].exchange(mine);
     else
@@ -75,11 +67,10 @@ void work(unsigned seed, int rounds) {
     if (random() % 256 == 0) tev_serv_thread_free_buffers();
   }
   // The last ones in hand go to other threads, which release them when this thread may have ended.
-  for (held_block* block : held) release(exchange[random() % exchange.size()].exchange(block), random);
+  for (block* b : held) release(exchange[random() % exchange.size()].exchange(b), random);
 }
 
 TEST(MemoryStress, ThreadsWalksAndStrangers) {
-  const char* seconds = std::getenv("STRESS_SECONDS");
   std::vector<std::thread> threads;
   for (unsigned t = 0; t < kWorkers; ++t)
     threads.emplace_back([t] {
@@ -92,13 +83,12 @@ TEST(MemoryStress, ThreadsWalksAndStrangers) {
   threads.emplace_back([] {
     for (int i = 0; !stop; ++i) {
       tev_serv_free_buffers();
-      int32_t blocks;
-      tev_serv_mem_stat(&blocks);
+      tev_serv_mem_stat(nullptr);
       tev_serv_peak_mem_usage(i % 5 - 1);
       std::this_thread::yield();
     }
   });
-  std::this_thread::sleep_for(std::chrono::duration<double>(seconds ? std::atof(seconds) : 2));
+  sleep(tev::test::long_run() ? 120 : 2);
   stop = true;
   for (std::thread& thread : threads) thread.join();
 

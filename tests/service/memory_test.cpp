@@ -23,22 +23,7 @@ namespace {
 
 using namespace tev::service;
 using tev::test::environment;
-
-// Expectations in a child are the parent's, too. Returns what the child wrote.
-template <class Body>
-std::string expect_in_child(const environment& variables, Body&& body) {
-  const tev::test::child_result result = tev::test::in_child(variables, [&] {
-    body();
-    return testing::Test::HasFailure() ? 1 : 0;
-  });
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
-  return result.out;
-}
-
-#define TEST_IN_CHILD(topic, rule)                        \
-  void topic##rule();                                     \
-  TEST(topic, rule) { expect_in_child({}, topic##rule); } \
-  void topic##rule()
+using tev::test::printed;
 
 const mm_block_prefix& prefix_of(void* block) { return static_cast<mm_block_prefix*>(block)[-1]; }
 const mm_block_header& header_of(void* block) { return static_cast<mm_block_header*>(prefix_of(block).block)[-1]; }
@@ -106,8 +91,7 @@ TEST_IN_CHILD(Blocks, CallocZeroesAndReallocKeepsContentsAndAlignment) {
   }
   for (int64_t size : {int64_t{0}, INT64_MAX}) EXPECT_EQ(tev_serv_realloc(block, size), nullptr);
   EXPECT_EQ(std::count(block, block + 100, 7), 100);
-  tev_serv_free(block);
-  tev_serv_free(tev_serv_realloc(nullptr, 10));
+  for (void* last : {static_cast<void*>(block), tev_serv_realloc(nullptr, 10)}) tev_serv_free(last);
   EXPECT_EQ(blocks_held(), 0);
 }
 
@@ -125,24 +109,22 @@ TEST_IN_CHILD(Blocks, PointersOfOthersAreLeftAlone) {
 
 TEST(Buffers, SlotIsExactElseTightestElseNewElseFirstSmaller) {
   const struct {
-    const char* rule;
     std::initializer_list<int64_t> kept;
     int64_t request, alignment;
     int slot;  // that serves the request
     bool same_block;
-  } rows[] = {{"exact", {1000, 4000, 3000, 2000}, 3000, 64, 2, true},
-              {"exact counts the alignment", {2000, 1064, 1000}, 1000, 128, 1, true},
-              {"tightest, not the first", {5000, 1000, 3000, 4000}, 2000, 64, 2, true},
-              {"first of equals", {1000, 3000, 3000}, 2000, 64, 1, true},
-              {"larger before new", {9000}, 10, 64, 0, true},
-              {"new before smaller", {1000, 2000, 3000, 4000}, 5000, 64, 4, false},
-              {"first smaller", {1000, 900, 800, 700, 600}, 5000, 64, 0, false},
-              {"larger before smaller", {1000, 900, 800, 700, 9000}, 5000, 64, 4, true},
-              {"other alignment", {20000}, 1000, 4096, 0, true},
-              {"largest", {134217728, 1000}, 134217728, 64, 0, true}};
-  for (const auto& row : rows)
-    expect_in_child({}, [&row] {
-      SCOPED_TRACE(row.rule);
+  } rows[] = {{{1000, 4000, 3000, 2000}, 3000, 64, 2, true},
+              {{2000, 1064, 1000}, 1000, 128, 1, true},          // exact, with the alignment
+              {{5000, 1000, 3000, 4000}, 2000, 64, 2, true},     // tightest, not the first
+              {{1000, 3000, 3000}, 2000, 64, 1, true},           // first of equals
+              {{9000}, 10, 64, 0, true},                         // larger before new
+              {{1000, 2000, 3000, 4000}, 5000, 64, 4, false},    // new before smaller
+              {{1000, 900, 800, 700, 600}, 5000, 64, 0, false},  // first smaller
+              {{1000, 900, 800, 700, 9000}, 5000, 64, 4, true},  // larger before smaller
+              {{20000}, 1000, 4096, 0, true},                    // other alignment
+              {{134217728, 1000}, 134217728, 64, 0, true}};      // largest
+  for (const auto& row : rows) {
+    const auto request = [&row] {
       keep(row.kept);
       const mm_thread_record& record = *this_thread.record;
       const void* before = record.block[row.slot];
@@ -152,14 +134,15 @@ TEST(Buffers, SlotIsExactElseTightestElseNewElseFirstSmaller) {
       EXPECT_EQ(record.aligned[row.slot], buffer);
       EXPECT_EQ(record.size[row.slot], row.request);
       EXPECT_EQ(record.in_use[row.slot], 1);
-      if (row.same_block) EXPECT_EQ(record.block[row.slot], before);
+      EXPECT_EQ(record.block[row.slot] == before, row.same_block);
       if (!row.same_block) EXPECT_EQ(record.capacity[row.slot], row.request + row.alignment);
       EXPECT_EQ(bytes_held(), std::accumulate(record.capacity, record.capacity + kSlots, int64_t{0}));
       tev_serv_deallocate(buffer);
       tev_serv_free_buffers();
-      EXPECT_EQ(blocks_held(), 0);
-      EXPECT_EQ(bytes_held(), 0);
-    });
+      EXPECT_EQ(blocks_held() + bytes_held(), 0);
+    };
+    EXPECT_EQ(printed({}, request), "") << "row " << &row - rows;
+  }
 }
 
 TEST_IN_CHILD(Buffers, SixthAndTooLargeOnesAreNotKept) {
@@ -277,59 +260,60 @@ TEST_IN_CHILD(ThreadRecords, AForkedChildAllocatesWhateverTheOthersDid) {
     });
   keep({1000});
   while (record_count() < 5) std::this_thread::yield();
-  for (int round = 0, status = 0; round < 20 && status == 0; ++round) {
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(20);
-      keep({1000, 2000, 3000});
-      tev_serv_peak_mem_usage(-1);
-      tev_serv_mem_stat(nullptr);
-      tev_serv_free_buffers();
-      this_thread.record = nullptr;  // as a new thread
-      keep({1000});
-      _exit(record_count() == 5 ? 0 : 1);  // it has the record of a thread that is not here
-    }
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-  }
+  for (int round = 0; round < 20; ++round)
+    EXPECT_EQ(printed({},
+                      [] {
+                        keep({1000, 2000, 3000});
+                        tev_serv_peak_mem_usage(-1);
+                        tev_serv_mem_stat(nullptr);
+                        tev_serv_free_buffers();
+                        this_thread.record = nullptr;  // as a new thread: takes the record of one that is not here
+                        keep({1000});
+                        EXPECT_EQ(record_count(), 5);
+                      }),
+              "");
   stop = true;
   for (std::thread& thread : threads) thread.join();
 }
 
 TEST(MemorySettings, KeepingIsSwitchedOffByAnyValueOrTheProgramInTime) {
+  const std::string fits(31, '1'), too_long(32, '1');
   const struct {
     const char* value;
     bool by_program;
-    int32_t off;
-  } rows[] = {{"", false, 0},
-              {"0", false, 1},
-              {"1234567890123456789012345678901", false, 1},
-              {"12345678901234567890123456789012", false, 0},  // too long
-              {"", true, 1}};
-  for (const auto& row : rows)
-    expect_in_child({{"TEV_DISABLE_FAST_MM", row.value}}, [&row] {
-      if (row.by_program) EXPECT_EQ(tev_serv_disable_fast_mm(), 1);
+    const char* expected;  // in time, kept blocks, too late, status
+  } rows[] = {{"", false, "0 1 0 0"},
+              {"0", false, "0 0 0 1"},
+              {fits.c_str(), false, "0 0 0 1"},
+              {too_long.c_str(), false, "0 1 0 0"},
+              {"", true, "1 0 0 1"}};
+  for (const auto& row : rows) {
+    const auto print = [&row] {
+      printf("%d ", row.by_program ? tev_serv_disable_fast_mm() : 0);
       keep({1000});
-      EXPECT_EQ(blocks_held(), 1 - row.off) << row.value;
-      EXPECT_EQ(tev_serv_disable_fast_mm(), 0);
-      EXPECT_EQ(tev_serv_get_fast_mm_status(), row.off);
-    });
+      printf("%d %d %d", blocks_held(), tev_serv_disable_fast_mm(), tev_serv_get_fast_mm_status());
+    };
+    EXPECT_EQ(printed({{"TEV_DISABLE_FAST_MM", row.value}}, print), row.expected) << row.value;
+  }
 }
 
 TEST_IN_CHILD(MemoryStatistics, PeakIsWatchedOnDemand) {
   const int64_t block = 1000 + 64 + 24, buffer = 5000 + 64;
-  for (int32_t mode : {2, -1, 3}) EXPECT_EQ(tev_serv_peak_mem_usage(mode), -1);
+  const auto answers = [](std::initializer_list<int32_t> modes, int64_t expected) {
+    for (int32_t mode : modes) EXPECT_EQ(tev_serv_peak_mem_usage(mode), expected) << mode;
+  };
+  answers({2, -1, 3}, -1);
   void* early = tev_serv_malloc(1000, 64);
-  EXPECT_EQ(tev_serv_peak_mem_usage(1), 0);
-  EXPECT_EQ(tev_serv_peak_mem_usage(2), 0);
+  answers({1, 2}, 0);
   keep({5000});
   EXPECT_EQ(max_stat.blocks, 2);
   tev_serv_free(early);
-  for (int64_t peak : {block + buffer, buffer}) EXPECT_EQ(tev_serv_peak_mem_usage(-1), peak);
+  answers({-1}, block + buffer);
+  answers({-1}, buffer);
   tev_serv_free_buffers();
-  for (int64_t peak : {buffer, int64_t{0}}) EXPECT_EQ(tev_serv_peak_mem_usage(-1), peak);
-  EXPECT_EQ(tev_serv_peak_mem_usage(0), 0);
-  EXPECT_EQ(tev_serv_peak_mem_usage(2), -1);
+  answers({-1}, buffer);
+  answers({-1, 0}, 0);
+  answers({2}, -1);
 }
 
 // The program's own allocator: blocks counted, and refused from a chosen call on.
@@ -382,31 +366,31 @@ int stand_in_count(const char* name) {
 }
 
 TEST(HighBandwidth, LibraryMustBeRecentAndMayFail) {
-  const char* const told = "Minimal supported version of the hbwkit library is 1.1.0\n";
+  const std::string told = "Minimal supported version of the hbwkit library is 1.1.0\n";
+  const auto many_cores = tev::test::avx512_zel_processor(), few_cores = tev::test::avx512_processor();
   const struct {
     const char *version, *fails, *verbose;
-    bool many_cores;
-    int usable, large_pages, blocks;
-    const char* out;
-  } rows[] = {{"1001000", "", "1", true, 1, 1, 1, ""},    {"1001000", "pages", "1", true, 1, 0, 1, ""},
-              {"1001000", "all", "1", true, 1, 0, 0, ""}, {"1000999", "", "1", true, 0, 0, 0, told},
-              {"1000999", "", "0", true, 0, 0, 0, ""},    {"1001000", "", "1", false, 0, -1, -1, ""}};
+    tev::test::fake_processor on;
+    std::string expected;  // usable, from it, blocks and large pages of the library, megabytes left
+  } rows[] = {{"1001000", "", "1", many_cores, "1 1 1 1 5"},    {"1001000", "pages", "1", many_cores, "1 1 1 0 5"},
+              {"1001000", "all", "1", many_cores, "1 0 0 0 5"}, {"1000999", "", "1", many_cores, told + "0 0 0 0 -1"},
+              {"1000999", "", "0", many_cores, "0 0 0 0 -1"},   {"1001000", "", "1", few_cores, "0 0 -1 -1 -1"}};
   for (const auto& row : rows) {
-    const auto body = [&row] {
+    const auto print = [&row] {
       have_high_bandwidth_memory();
-      if (!row.many_cores) tev::test::avx512_processor().install();
+      row.on.install();
       EXPECT_EQ(tev_serv_set_memory_limit(2, 5), 0);
-      EXPECT_EQ(tev_serv_set_memory_limit(1, 5), row.usable);
+      printf("%d ", tev_serv_set_memory_limit(1, 5));
       void* block = tev_serv_malloc(10, 64);
-      EXPECT_EQ(header_of(block).high_bandwidth, row.blocks > 0);
-      EXPECT_EQ(stand_in_count("hbwkit_blocks"), row.blocks);
-      EXPECT_EQ(stand_in_count("hbwkit_large_page_blocks"), row.large_pages);
+      printf("%d %d %d ", header_of(block).high_bandwidth != 0, stand_in_count("hbwkit_blocks"),
+             stand_in_count("hbwkit_large_page_blocks"));
       tev_serv_free(block);
-      EXPECT_EQ(tev_serv_check_fast_memory_size(), row.usable ? 5 << 20 : kNoLimit);
+      const auto left = static_cast<int64_t>(tev_serv_check_fast_memory_size());
+      printf("%ld", left >> 20);  // -1: no limit
     };
     const environment variables = {
         {"HBWKIT_VERSION", row.version}, {"HBWKIT_FAILS", row.fails}, {"TEV_VERBOSE", row.verbose}};
-    EXPECT_EQ(expect_in_child(variables, body), row.out);
+    EXPECT_EQ(printed(variables, print), row.expected);
   }
 }
 
@@ -417,41 +401,44 @@ TEST(HighBandwidth, FirstBudgetWins) {
     uint64_t megabytes;
   } rows[] = {{"1", 100, 1}, {"12x", 100, 12}, {"0", 100, 0}, {"-1", 100, 100},  {"99999999999999999999", 2, 2},
               {"abc", 3, 3}, {"abc", 0, 0},    {"", -1, 8},   {"", INT64_MAX, 8}};
-  for (const auto& row : rows)
-    expect_in_child({{"TEV_FAST_MEMORY_LIMIT", row.variable}}, [&row] {
+  for (const auto& row : rows) {
+    const auto set = [&row] {
       have_high_bandwidth_memory();
       void* early = tev_serv_malloc(10, 64);
       for (int64_t megabytes : {row.by_program, int64_t{8}}) EXPECT_EQ(tev_serv_set_memory_limit(1, megabytes), 1);
       tev_serv_free(early);  // gives back only what it was charged
-      EXPECT_EQ(tev_serv_check_fast_memory_size(), row.megabytes << 20) << row.variable << " then " << row.by_program;
+      EXPECT_EQ(tev_serv_check_fast_memory_size(), row.megabytes << 20);
       keep({1000});
       EXPECT_EQ(stand_in_count("hbwkit_blocks"), row.megabytes == 0 ? 0 : 1);
-    });
+    };
+    EXPECT_EQ(printed({{"TEV_FAST_MEMORY_LIMIT", row.variable}}, set), "")
+        << row.variable << " then " << row.by_program;
+  }
 }
 
 TEST(HighBandwidth, BudgetIsChargedAndGivenBack) {
-  expect_in_child({{"TEV_FAST_MEMORY_LIMIT", "1"}}, [] {
+  const auto use_up = [] {
     have_high_bandwidth_memory();
     keep({1000});
     const int64_t left = (1 << 20) - 1000 - 64 - 32, largest = left - 1 - 64 - 24 - 32;
-    EXPECT_EQ(tev_serv_check_fast_memory_size(), left);
+    const auto expect = [](void* block, bool from_library, int64_t bytes_left) {
+      EXPECT_EQ(header_of(block).high_bandwidth, from_library);
+      EXPECT_EQ(tev_serv_check_fast_memory_size(), bytes_left);
+    };
     void* too_large = tev_serv_malloc(largest + 1, 64);
-    EXPECT_EQ(header_of(too_large).high_bandwidth, 0);
-    EXPECT_EQ(tev_serv_check_fast_memory_size(), left);
+    expect(too_large, false, left);
     void* just_fits = tev_serv_malloc(largest, 64);
-    EXPECT_EQ(header_of(just_fits).high_bandwidth, 1);
-    EXPECT_EQ(tev_serv_check_fast_memory_size(), 1);
+    expect(just_fits, true, 1);
     memset(just_fits, 7, static_cast<size_t>(largest));
     just_fits = tev_serv_realloc(just_fits, 100);  // there is nothing left for it: moves to ordinary memory
-    EXPECT_EQ(header_of(just_fits).high_bandwidth, 0);
+    expect(just_fits, false, left);
     EXPECT_EQ(static_cast<char*>(just_fits)[99], 7);
-    EXPECT_EQ(tev_serv_check_fast_memory_size(), left);
-    tev_serv_free(just_fits);
-    tev_serv_free(too_large);
+    for (void* block : {just_fits, too_large}) tev_serv_free(block);
     tev_serv_free_buffers();
     EXPECT_EQ(stand_in_count("hbwkit_blocks"), 0);
     EXPECT_EQ(tev_serv_check_fast_memory_size(), 1 << 20);
-  });
+  };
+  EXPECT_EQ(printed({{"TEV_FAST_MEMORY_LIMIT", "1"}}, use_up), "");
 }
 
 TEST(ExecutableMemory, RunsWhatWasWritten) {

@@ -5,25 +5,17 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <thread>
-#include <vector>
 
+#include "tests/support/at_once.h"
 #include "tests/support/fake_processor.h"
 #include "tests/support/in_child.h"
 
 namespace {
 
-using tev::test::environment;
-
-// Expectations in a child are the parent's, too.
-template <class Body>
-void expect_in_child(const environment& variables, Body&& body) {
-  const tev::test::child_result result = tev::test::in_child(variables, [&] {
-    body();
-    return testing::Test::HasFailure() ? 1 : 0;
-  });
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
-}
+using tev::test::at_once;
+using tev::test::printed;
 
 // A process whose settings are read and whose machine is known; OpenMP would use 12 threads.
 struct process {
@@ -70,112 +62,102 @@ TEST(Threads, CountIsDecidedInTenSteps) {
       {"10 share above the count", {.cores = 64, .usable = 64, .ppn = 2, .level = 3}, 12, 12},
       {"10 at least 1", {.ppn = 9, .level = 3}, 1, 1},
   };
-  expect_in_child({}, [&] {
-    for (const auto& row : rows) {
-      SCOPED_TRACE(row.step);
+  for (const auto& row : rows) {
+    const auto decide = [&] {
       row.state.install();
       EXPECT_EQ(tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS), row.blas);
       for (const int32_t domain : {0, 2, 5, INT32_MIN})
         EXPECT_EQ(tev_serv_domain_get_max_threads(domain), row.general) << domain;
       EXPECT_EQ(tev_serv_get_max_threads(), row.general);
-    }
-  });
+    };
+    EXPECT_EQ(printed({}, decide), "") << row.step;
+  }
 }
 
-TEST(Threads, ParallelRegionsGetOneThreadInDynamicMode) {
-  expect_in_child({}, [] {
-    for (const int32_t dynamic : {0, 1}) {
-      process{.dynamic = dynamic, .blas = 5}.install();
-      int32_t counts[3] = {}, alone = 0;
+TEST_IN_CHILD(Threads, ParallelRegionsGetOneThreadInDynamicMode) {
+  for (const int32_t dynamic : {0, 1}) {
+    process{.dynamic = dynamic, .blas = 5}.install();
+    int32_t counts[3] = {}, alone = 0;
 #pragma omp parallel num_threads(3)
-      {
-        const int t = omp_get_thread_num();
-        if (t == 1) tev_serv_set_num_threads_local(7);
-        counts[t] = tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS) * 10 + tev_serv_omp_in_parallel();
-        tev_serv_set_num_threads_local(0);
-      }
+    {
+      const int t = omp_get_thread_num();
+      if (t == 1) tev_serv_set_num_threads_local(7);
+      counts[t] = tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS) * 10 + tev_serv_omp_in_parallel();
+      tev_serv_set_num_threads_local(0);
+    }
 #pragma omp parallel num_threads(1)
-      alone = tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS);
-      EXPECT_EQ(counts[0], dynamic ? 11 : 51);
-      EXPECT_EQ(counts[1], 71);
-      EXPECT_EQ(counts[2], dynamic ? 11 : 51);
-      EXPECT_EQ(alone, 5) << "a team of one is no parallel region";
-    }
-  });
+    alone = tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS);
+    for (int t : {0, 2}) EXPECT_EQ(counts[t], dynamic ? 11 : 51);
+    EXPECT_EQ(counts[1], 71);
+    EXPECT_EQ(alone, 5) << "a team of one is no parallel region";
+  }
 }
 
-TEST(Threads, OwnCountBelongsToItsThreadUntilTheCleanup) {
-  expect_in_child({}, [] {
-    process{.all = 4}.install();
-    for (int round = 0; round < 20; ++round) {  // more than the registry has room for
-      EXPECT_EQ(tev_serv_set_num_threads_local(3), 0);
-      EXPECT_EQ(tev_serv_set_num_threads_local(5), 3);
-      std::thread([] { EXPECT_EQ(tev_serv_get_max_threads(), 4); }).join();
-      EXPECT_EQ(tev_serv_get_max_threads(), 5);
-      tev_serv_thr_cleanup();
-      EXPECT_EQ(tev_serv_get_max_threads(), 4);
-    }
-  });
-}
-
-TEST(Threads, SettersRefuseWhatMakesNoSense) {
-  expect_in_child({}, [] {
-    process{.all = 4, .blas = 2}.install();
-    for (const int32_t n : {0, -1, INT32_MIN}) tev_serv_set_num_threads(n);
+TEST_IN_CHILD(Threads, OwnCountBelongsToItsThreadUntilTheCleanup) {
+  process{.all = 4}.install();
+  for (int round = 0; round < 20; ++round) {  // more than the registry has room for
+    EXPECT_EQ(tev_serv_set_num_threads_local(3), 0);
+    EXPECT_EQ(tev_serv_set_num_threads_local(5), 3);
+    std::thread([] { EXPECT_EQ(tev_serv_get_max_threads(), 4); }).join();
+    EXPECT_EQ(tev_serv_get_max_threads(), 5);
+    tev_serv_thr_cleanup();
     EXPECT_EQ(tev_serv_get_max_threads(), 4);
-    for (const int32_t domain : {-1, 5}) EXPECT_EQ(tev_serv_domain_set_num_threads(3, domain), 0);
-    EXPECT_EQ(tev_serv_domain_set_num_threads(-1, TEV_DOMAIN_BLAS), 0);
-    EXPECT_EQ(tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS), 2);
-    for (const int32_t domain : {TEV_DOMAIN_ALL, TEV_DOMAIN_FFT, TEV_DOMAIN_VORT, TEV_DOMAIN_PARDISO}) {
-      EXPECT_EQ(tev_serv_domain_set_num_threads(domain + 1, domain), 1);
-      EXPECT_EQ(tev_serv_domain_get_max_threads(domain), domain + 1);
-    }
-    for (const int32_t stripes : {2, -1}) tev_serv_set_num_stripes(stripes);
-    EXPECT_EQ(tev_serv_get_num_stripes(), 2);
-    tev_serv_set_dynamic(-3);
-    EXPECT_EQ(tev_serv_get_dynamic(), 1);
-    tev_serv_mpi_safe(2);
-    EXPECT_EQ(tev_serv_domain_get_max_threads(TEV_DOMAIN_PARDISO), 1);
-  });
+  }
+}
+
+TEST_IN_CHILD(Threads, SettersRefuseWhatMakesNoSense) {
+  process{.all = 4, .blas = 2}.install();
+  for (const int32_t n : {0, -1, INT32_MIN}) tev_serv_set_num_threads(n);
+  EXPECT_EQ(tev_serv_get_max_threads(), 4);
+  for (const auto& [n, domain] : {std::pair(3, -1), {3, 5}, {-1, TEV_DOMAIN_BLAS}})
+    EXPECT_EQ(tev_serv_domain_set_num_threads(n, domain), 0);
+  EXPECT_EQ(tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS), 2);
+  for (const int32_t domain : {TEV_DOMAIN_ALL, TEV_DOMAIN_FFT, TEV_DOMAIN_VORT, TEV_DOMAIN_PARDISO}) {
+    EXPECT_EQ(tev_serv_domain_set_num_threads(domain + 1, domain), 1);
+    EXPECT_EQ(tev_serv_domain_get_max_threads(domain), domain + 1);
+  }
+  for (const int32_t stripes : {2, -1}) tev_serv_set_num_stripes(stripes);
+  EXPECT_EQ(tev_serv_get_num_stripes(), 2);
+  tev_serv_set_dynamic(-3);
+  EXPECT_EQ(tev_serv_get_dynamic(), 1);
+  tev_serv_mpi_safe(2);
+  EXPECT_EQ(tev_serv_domain_get_max_threads(TEV_DOMAIN_PARDISO), 1);
 }
 
 TEST(Threads, SettingsAreReadOnceByWhoeverAsksFirst) {
-  int32_t (*const queries[])() = {tev_serv_get_max_threads,  tev_serv_get_dynamic, tev_serv_get_num_stripes,
-                                  tev_serv_get_ncpus,        tev_serv_get_ht,      tev_serv_get_ncorespercpu,
-                                  tev_serv_get_nlogicalcores};
-  for (const auto query : queries)
-    expect_in_child({{"TEV_NUM_THREADS", "300"}, {"TEV_DYNAMIC", "false"}}, [query] {
-      std::vector<std::thread> threads;
-      for (int t = 0; t < 4; ++t)
-        threads.emplace_back([query] {
-          query();
-          EXPECT_EQ(__threads_env_NOT_readed, 0);
-        });
-      for (std::thread& thread : threads) thread.join();
+  for (const auto query : {tev_serv_get_max_threads, tev_serv_get_dynamic, tev_serv_get_num_stripes, tev_serv_get_ncpus,
+                           tev_serv_get_ht, tev_serv_get_ncorespercpu, tev_serv_get_nlogicalcores}) {
+    const auto ask = [query] {
+      at_once(4, [query](int) {
+        query();
+        EXPECT_EQ(__threads_env_NOT_readed, 0);
+      });
       setenv("TEV_NUM_THREADS", "2", 1);
       EXPECT_EQ(tev_serv_get_max_threads(), 300);
       tev_serv_set_dynamic(1);
       EXPECT_EQ(tev_serv_get_max_threads(), std::min(__N_Physical_Cores, 300));
-    });
+    };
+    EXPECT_EQ(printed({{"TEV_NUM_THREADS", "300"}, {"TEV_DYNAMIC", "false"}}, ask), "");
+  }
 }
 
 // Whether the program's allocator and its wish to keep no buffers come in time.
 TEST(Threads, FirstQuestionAllocatesOnTheMakersProcessorsOnly) {
   static int allocations;
   for (const bool makers : {true, false})
-    for (const bool asked_first : {true, false})
-      expect_in_child({}, [=] {
-        const tev::test::fake_processor own = tev::test::sse2_processor();
-        (makers ? own : tev::test::amd(own)).install();
+    for (const bool asked_first : {true, false}) {
+      const auto allocate = [=] {
         if (asked_first) tev_serv_get_max_threads();
         i_malloc = [](size_t size) { return ++allocations, malloc(size); };
-        const int32_t in_time = !(makers && asked_first);
-        EXPECT_EQ(tev_serv_disable_fast_mm(), in_time);
+        const int32_t in_time = tev_serv_disable_fast_mm();
         if (!asked_first) tev_serv_get_max_threads();
         allocations = 0;
         tev_serv_free(tev_serv_malloc(10, 64));
-        EXPECT_EQ(allocations, in_time);
-      });
+        printf("%d %d", in_time, allocations);
+      };
+      const tev::test::fake_processor own = tev::test::sse2_processor();
+      EXPECT_EQ(printed_on(makers ? own : amd(own), {}, allocate), makers && asked_first ? "0 0" : "1 1");
+    }
 }
 
 }  // namespace
