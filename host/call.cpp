@@ -39,7 +39,9 @@ void reject_meaningless(const call_request& request, operation op) {
               {"--a", !request.a.empty(), blas},
               {"--b", !request.b.empty(), blas && !syrk},
               {"--c", !request.c.empty(), gemm || symm || syrk},
-              {"--out", !request.out.empty(), blas}};
+              {"--out", !request.out.empty(), blas},
+              {"--where", !request.where.empty(), false},
+              {"--rhs", request.right_sides.has_value(), false}};
   for (const auto& row : rows)
     if (row.given && !row.has_meaning)
       throw bad_input(fmt::format("{}: has no meaning for {}", row.option, name_of(op)));
@@ -123,16 +125,6 @@ void check_shapes(const call& c) {
   if (!c.c && c.reads_c()) throw bad_input("--c: is missing; with operands from files, a beta needs it");
 }
 
-// Memory that could be had without swapping; more than any machine has when the system does not tell.
-double available_bytes() {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> info(std::fopen("/proc/meminfo", "r"), std::fclose);
-  char line[256];
-  double kilobytes = 0;
-  while (info && std::fgets(line, sizeof(line), info.get()))
-    if (std::sscanf(line, "MemAvailable: %lf kB", &kilobytes) == 1) return kilobytes * 1024;
-  return 1e15;
-}
-
 // A shared matrix without memory behind it would end the program by a signal.
 void check_memory(const call& c) {
   const double needed = needed_bytes(c), available = available_bytes();
@@ -143,6 +135,15 @@ void check_memory(const call& c) {
 }
 
 }  // namespace
+
+double available_bytes() {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> info(std::fopen("/proc/meminfo", "r"), std::fclose);
+  char line[256];
+  double kilobytes = 0;
+  while (info && std::fgets(line, sizeof(line), info.get()))
+    if (std::sscanf(line, "MemAvailable: %lf kB", &kilobytes) == 1) return kilobytes * 1024;
+  return 1e15;
+}
 
 matrix_size call::size_a() const {
   if (is_lapack(op)) return {longest_panel(*this), k};

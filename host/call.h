@@ -25,6 +25,9 @@ struct call_request {
   uint64_t seed = 1;
   bool check = false;
   int repeat = 1;
+  // Of whole factorizations (host/linear_system.h).
+  std::string where;
+  std::optional<int64_t> right_sides;
 };
 
 struct matrix_size {
@@ -50,6 +53,9 @@ struct call {
   bool reads_c() const { return !is_in_place(op) && beta != 0.0; }
   double flop_count() const { return flops(op, type, side, m, n, k); }
 };
+
+// Memory that could be had without swapping; more than any machine has when the system does not tell.
+double available_bytes();
 
 // Opens the files, too. Throws a bad_input() that names what is wrong.
 call resolve(const call_request& request);

@@ -45,7 +45,7 @@ named_operation parse_operation(const std::string& text) {
   if (text == "trsm_step") return {operation::trsm, true};
   throw bad_input(
       fmt::format("'{}': no such operation; there are gemm, symm, trmm and trsm, and the steps gemm_step, trsm_step, "
-                  "syrk, larfb, laswp and lu_step",
+                  "syrk, larfb, laswp and lu_step; run and bench have lu, cholesky, qr, solve and lstsq, too",
                   text));
 }
 

@@ -9,10 +9,12 @@
 #include "host/tool/output.h"
 #include "host/tool/progress_line.h"
 #include "host/tool/report.h"
+#include "host/tool/system.h"
 
 namespace tev::host::tool {
 
 int run_bench(const command_line& line) {
+  if (task_named(line.call.operation)) return bench_systems(line);
   call_request request = line.call;
   const operation op = parse_operation(request.operation).op;
   std::vector<call> calls;

@@ -50,7 +50,12 @@ constexpr char kRunFooter[] =
     "  syrk     C := alpha op(A) op(A)^T + beta C  the triangle --uplo of C, n x n; op(A) is n x k\n"
     "  larfb    C := op(H) C, --side R: C op(H)  op by --transa; H of k reflectors, --direct, --storev\n"
     "  laswp    rows 1 to k of an m x n matrix are exchanged with their pivots\n"
-    "  lu_step  laswp on [B; C], then L X = B with k rows and C := C - A X with m - k\n\n"
+    "  lu_step  laswp on [B; C], then L X = B with k rows and C := C - A X with m - k\n"
+    "Whole factorizations; this process takes one thread's share, the sink the rest; --where here: no sink:\n"
+    "  lu        A = P L U, m x n               cholesky  A = L L^H, or U^H U with --uplo U; of order n\n"
+    "  qr        A = Q R, m x n                 --out writes the factors as LAPACK leaves them\n"
+    "  solve     A X = B by lu, A of order n    lstsq     least |A x - b| by qr, m >= n;  --out writes X\n"
+    "--check prints the scaled residuals by which the reference LAPACK's test programs judge.\n\n"
     "Matrices come from a seed, or all of them from NumPy's .npy files (float32, float64, complex64 or complex128 in\n"
     "either storage and byte order), which then tell precision and sizes. The result is written in Fortran order, at\n"
     "once and only when it is complete and passed the check that was asked for. A file that --out replaces keeps its\n"
@@ -62,6 +67,7 @@ constexpr char kRunFooter[] =
     "  tev-offload run trsm --side R --uplo L --transa T --check\n"
     "  tev-offload run gemm --a a.npy --b b.npy --out product.npy --check\n"
     "  tev-offload run gemm --a a.npy --b b.npy --c c.npy --alpha 2.5 --beta=-1 --out c.npy\n"
+    "  tev-offload run solve --a a.npy --b b.npy --out x.npy --check\n"
     "  tev-offload run symm --precision z --alpha 1.5,-2 --json";
 
 constexpr char kBenchFooter[] =
@@ -116,9 +122,7 @@ CLI::App* add_info(CLI::App* app, command_line* line) {
 CLI::App* add_run(CLI::App* app, command_line* line) {
   call_request& call = line->call;
   CLI::App* run = app->add_subcommand("run", "One call, timed and checked")->footer(kRunFooter);
-  run->add_option("operation", call.operation, "gemm, symm, trmm, trsm, or a step of a factorization")
-      ->required()
-      ->type_name("OP");
+  run->add_option("operation", call.operation, "One of those below")->required()->type_name("OP");
   run->add_option("--precision", call.precision, "s, d, c or z; default: d, or what the files hold")->type_name("P");
   add_size(run, "-m", &call.m, "Rows of the result; default: 1000, or as in the files");
   add_size(run, "-n", &call.n, "Columns of the result; likewise");
@@ -128,6 +132,9 @@ CLI::App* add_run(CLI::App* app, command_line* line) {
   run->add_option("--side", call.side, "L or R: the side of A; not gemm; default: L")->type_name("LETTER");
   run->add_option("--uplo", call.uplo, "U or L: the triangle of A; not gemm; default: U")->type_name("LETTER");
   run->add_option("--diag", call.diag, "N, or U: ones; trmm and trsm; default: N")->type_name("LETTER");
+  run->add_option("--where", call.where, "sink or here: where a whole factorization runs; default: sink")
+      ->type_name("PLACE");
+  add_size(run, "--rhs", &call.right_sides, "Generated right-hand sides of solve and lstsq; default: 1");
   run->add_option("--direct", call.direct, "F or B: first or last reflector first; larfb; default: F")
       ->type_name("LETTER");
   run->add_option("--storev", call.storev, "C or R: reflectors in columns or rows; larfb; default: C")
@@ -150,6 +157,8 @@ CLI::App* add_bench(CLI::App* app, command_line* line) {
   CLI::App* bench = app->add_subcommand("bench", "A table over sizes")->footer(kBenchFooter);
   bench->add_option("--op", line->call.operation, "As for run; default: gemm")->type_name("OP");
   bench->add_option("--precision", line->call.precision, "s, d, c or z; default: d")->type_name("P");
+  bench->add_option("--where", line->call.where, "sink or here: where whole factorizations run; default: sink")
+      ->type_name("PLACE");
   bench->add_option("--sizes", line->sizes, "Sizes and ranges FIRST:LAST:STEP; default: 256,512,1000")
       ->type_name("LIST");
   add_number(bench, "--repeat", &line->call.repeat, "Repetitions of each size; default: 3", 1, kMostRepetitions);

@@ -14,10 +14,6 @@ using json = nlohmann::ordered_json;
 
 std::string dump(const json& object) { return object.dump(2, ' ', false, json::error_handler_t::replace) + "\n"; }
 
-std::string seconds_text(double seconds) {
-  return seconds < 1 ? fmt::format("{:.4g} ms", seconds * 1e3) : fmt::format("{:.4g} s", seconds);
-}
-
 // "gemm_step": the step of a factorization, where there is another worker, too.
 std::string called(const call& c) {
   const bool has_two = c.op == operation::gemm || c.op == operation::trsm;
@@ -114,6 +110,10 @@ std::string foreign_processor_note(const facts& f) {
 }
 
 }  // namespace
+
+std::string seconds_text(double seconds) {
+  return seconds < 1 ? fmt::format("{:.4g} ms", seconds * 1e3) : fmt::format("{:.4g} s", seconds);
+}
 
 double speed(const call& c, const outcome& o) {
   const double moved =

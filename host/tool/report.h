@@ -21,6 +21,8 @@ struct facts {
 // The value of a key in a sink's report, "?" when it has none.
 std::string fact(const std::vector<std::pair<std::string, std::string>>& report, const std::string& key);
 
+std::string seconds_text(double seconds);
+
 std::string info_text(const facts& f);
 std::string info_json(const facts& f);
 

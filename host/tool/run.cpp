@@ -6,10 +6,12 @@
 #include "host/tool/output.h"
 #include "host/tool/progress_line.h"
 #include "host/tool/report.h"
+#include "host/tool/system.h"
 
 namespace tev::host::tool {
 
 int run_one(const command_line& line) {
+  if (task_named(line.call.operation)) return run_system(line);
   const call c = host::resolve(line.call);
   progress_line shown;
   sink_client sink(resolve(line.sink));

@@ -344,6 +344,75 @@ class Computing(ToolTest):
         self.assertEqual(demo.count("passed"), 16)
 
 
+class Systems(ToolTest):
+    def test_residuals_pass_with_a_sink_and_without(self):
+        shapes = {"lu": ("-m", 540, "-n", 600), "cholesky": ("-n", 530), "qr": ("-m", 600, "-n", 520),
+                  "solve": ("-n", 530, "--rhs", 3), "lstsq": ("-m", 600, "-n", 520, "--rhs", 2)}
+        for index, (task, shape) in enumerate(shapes.items()):
+            for where in ("sink", "here"):
+                letter = "sdcz"[(index + (where == "here")) % 4]
+                with self.subTest(task=task, where=where, precision=letter):
+                    done = self.run_tool("run", task, *shape, "--where", where, "--precision", letter, "--check",
+                                         "--json")
+                    report = json.loads(done.stdout)
+                    self.assertTrue(report["passed"] and report["residuals"], report)
+                    if where == "sink" and (task, letter) != ("cholesky", "c"):
+                        self.assertGreater(report["busy_share"], 0)
+
+    def test_solutions_and_factors_agree_with_numpy(self):
+        rng = np.random.default_rng(8)
+        a, tall = rng.uniform(-1, 1, (520, 520)), rng.uniform(-1, 1, (640, 520))
+        positive = tall.T @ tall
+        b, long_b = rng.uniform(-1, 1, (520, 2)), rng.uniform(-1, 1, (640, 2))
+        out = self.folder / "out.npy"
+        for task, matrix, right, expected in (("solve", a, b, np.linalg.solve(a, b)),
+                                              ("lstsq", tall, long_b, np.linalg.lstsq(tall, long_b, rcond=None)[0]),
+                                              ("cholesky", positive, None, np.linalg.cholesky(positive))):
+            files = ["--a", self.save("a.npy", matrix)] + (["--b", self.save("b.npy", right)] if right is not None else [])
+            self.run_tool("run", task, *files, "--out", out, "--check")
+            result = np.tril(np.load(out)) if task == "cholesky" else np.load(out)
+            error = np.abs(result - expected).max() / np.abs(expected).max()
+            self.assertLess(error, 100 * np.finfo(float).eps * np.linalg.cond(matrix), task)
+            self.assertTrue((np.load(self.folder / "a.npy") == matrix).all())
+
+    def test_singular_matrices_are_told(self):
+        a = np.random.default_rng(9).uniform(-1, 1, (30, 30))
+        b, out = self.save("b.npy", np.ones((30, 1))), self.folder / "out.npy"
+        near = a.copy()
+        near[:, 7] = near[:, 3] + 1e-15 * near[:, 5]
+        zero = a.copy()
+        zero[:, 7] = 0
+        self.assertIn("singular to working precision",
+                      self.run_tool("run", "solve", "--a", self.save("a.npy", near), "--b", b).stderr)
+        for task, culprit in (("solve", "pivot 8 is zero"), ("lstsq", "column 8")):
+            done = self.run_tool("run", task, "--a", self.save("a.npy", zero), "--b", b, "--out", out, status=1)
+            self.assertIn(culprit, done.stderr)
+        self.assertIn("order 1 ", self.run_tool("run", "cholesky", "--a", self.save("a.npy", -np.eye(3)), status=1).stderr)
+        self.assertFalse(out.exists())
+
+    def test_wrong_requests_are_named(self):
+        wide, short = self.save("wide.npy", np.ones((3, 4))), self.save("short.npy", np.ones((2, 1)))
+        for culprit, *arguments in (("wide.npy: is 3 x 4", "solve", "--a", wide, "--b", short),
+                                    ("wide.npy: is 3 x 4", "lstsq", "--a", wide, "--b", short),
+                                    ("short.npy: has 2 rows", "lstsq", "--a", self.save("tall.npy", np.ones((4, 3))),
+                                     "--b", short),
+                                    ("--b: is missing", "solve", "--a", wide), ("--uplo", "lu", "--uplo", "U"),
+                                    ("--where 'there'", "lu", "--where", "there"), ("--rhs", "qr", "--rhs", "2"),
+                                    ("--rhs", "gemm", "--rhs", "2"), ("--pin", "lu", "--pin", "1"),
+                                    ("memory", "lu", "-n", "99999999")):
+            self.assert_refused(culprit, "run", *arguments)
+
+    def test_a_sink_that_dies_is_made_up_for(self):
+        tool = subprocess.Popen(command("run", "solve", "-n", 1000, "--check", "--repeat", 50), stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, text=True)
+        wait_for(lambda: children_of(tool.pid) and cpu_seconds(children_of(tool.pid)[0]) > 0.2)
+        os.kill(children_of(tool.pid)[0], signal.SIGKILL)
+        text, errors = tool.communicate(timeout=120)
+        self.assertEqual(tool.returncode, 0, errors)
+        self.assertIn("started again in this process", errors)
+        self.assertIn("check  passed", text)
+
+
 class Death(ToolTest):
     def start(self, *arguments, **options):
         tool = subprocess.Popen(command("run", "gemm", *arguments), text=True, **options)
