@@ -119,7 +119,7 @@ class step_runner {
       if (call_.op == operation::lu_step) make_panel();
     }
     if (call_.check || call_.repeat > 1) c_.keep_original();
-    if (call_.check) a_.keep_original();
+    if (call_.check && a_.buffer) a_.keep_original();
   }
 
   void make_pivots() {

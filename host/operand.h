@@ -14,7 +14,7 @@ namespace tev::host {
 template <class T>
 struct operand {
   shared_buffer buffer;
-  matrix_size size;
+  matrix_size size = {};
   std::vector<T> original;  // empty when nobody needs it
 
   T* elements() const { return static_cast<T*>(vro_buffer_map(buffer.get())); }

@@ -40,9 +40,11 @@ void update_triangle(const decltype(tev_step_slots::syrk)& s, const T* alpha, co
 #include "lapack_workers/workers.exports.inc"
 #define TEV_P c
 #define TEV_T tev_complex8
-#define TEV_REAL(x) {x, 0}
+#define TEV_REAL(x) \
+  { x, 0 }
 #include "lapack_workers/workers.exports.inc"
 #define TEV_P z
 #define TEV_T tev_complex16
-#define TEV_REAL(x) {x, 0}
+#define TEV_REAL(x) \
+  { x, 0 }
 #include "lapack_workers/workers.exports.inc"
