@@ -291,17 +291,20 @@ int main(int argc, char** argv) {
 
   const bool single = precision == "s" || precision == "c", complex = precision == "c" || precision == "z";
   const double element = (single ? 4 : 8) * (complex ? 2 : 1);
-  // Small operands and scalars of modulus 1: repeated calls neither overflow nor reach denormal numbers.
-  const std::array<double, 2> unit = {complex ? 0.0 : -1.0, 1.0};
-  const std::array<float, 2> single_unit = {complex ? 0.0f : -1.0f, 1.0f};
-  std::vector<std::vector<double>> storage;
-  const auto most = [&](int64_t elements) { return static_cast<size_t>(elements) * static_cast<size_t>(element); };
-  for (const size_t bytes : {most(orders.back() * orders.back()), most(lengths.back()), most(lengths.back())}) {
-    std::vector<double>& operand = storage.emplace_back(bytes / sizeof(double), 1e-3);
-    if (single) std::fill_n(reinterpret_cast<float*>(operand.data()), bytes / sizeof(float), 1e-3f);
-  }
-  const std::array<double, 1> half_turn = {std::sqrt(0.5)};
-  const std::array<float, 1> single_half_turn = {std::sqrt(0.5f)};
+  // Small operands, written anew for each figure, and scalars of modulus 1: repeated calls neither overflow nor reach
+  // denormal numbers. Elements of matrices are so small that solutions do not fade away.
+  const std::array<double, 2> unit = {complex ? 0.0 : -1.0, 1.0}, half_turn = {std::sqrt(0.5), 0};
+  const std::array<float, 2> single_unit = {complex ? 0.0f : -1.0f, 1.0f}, single_half_turn = {std::sqrt(0.5f), 0};
+  const auto bytes_of = [&](int64_t elements) { return static_cast<size_t>(elements) * static_cast<size_t>(element); };
+  std::vector<double> a(bytes_of(orders.back() * orders.back()) / sizeof(double)),
+      x(bytes_of(lengths.back()) / sizeof(double)), y(x.size());
+  const auto fill = [&](std::vector<double>& operand, int64_t elements, double value) {
+    if (single)
+      std::fill_n(reinterpret_cast<float*>(operand.data()), bytes_of(elements) / sizeof(float),
+                  static_cast<float>(value));
+    else
+      std::fill_n(operand.data(), bytes_of(elements) / sizeof(double), value);
+  };
   std::printf("# %s, precision %s, threads %d, GB/s\n#           n      ours", tier.c_str(), precision.c_str(),
               threads);
   for (size_t i = 1; i < libraries.size(); ++i) std::printf("%10s", libraries[i].name.c_str());
@@ -316,13 +319,17 @@ int main(int argc, char** argv) {
     double logs = 0;
     const sizes& all = matrix ? orders : lengths;
     for (const int64_t n : all) {
+      fill(x, n, 1e-3), fill(y, n, 1e-3);
+      if (matrix) fill(a, std::min(orders.back(), std::max(n, 2 * kDiagonals + 1)) * n, 1e-6);
+      // The alpha of a Hermitian update is real: the last part.
+      const size_t part = r.takes == form::update ? 1 : 0;
       const call c = {number,
                       n,
-                      single ? static_cast<const void*>(single_unit.data()) : unit.data(),
-                      single ? static_cast<const void*>(single_half_turn.data()) : half_turn.data(),
-                      storage[0].data(),
-                      storage[1].data(),
-                      storage[2].data()};
+                      single ? static_cast<const void*>(&single_unit[part]) : &unit[part],
+                      single ? static_cast<const void*>(&single_half_turn[0]) : &half_turn[0],
+                      a.data(),
+                      x.data(),
+                      y.data()};
       const std::vector<double> t = best_times(libraries, c, rounds, threaded);
       const int64_t elements = !matrix ? n : n * (r.kind == stored::band ? kDiagonals + 1 : n);
       const double bytes = r.traffic * element * static_cast<double>(elements);

@@ -2,7 +2,7 @@
 // ?trmv, ?tbmv, ?tpmv: x := op(A) x. ?trsv, ?tbsv, ?tpsv: x := op(A)^-1 x. A is a triangle: full, a band, or packed.
 //
 // A large full triangle goes by blocks on the diagonal; the rectangle beside a block is a product of gemv, which also
-// brings the team:
+// brings the team where that pays:
 //
 //   upper       block              multiply, N    others += R block, then D       solve, N    D, then others -= R block
 //               R     others       multiply, T    D, then block += R^T others     solve, T    block -= R^T others, then
@@ -18,8 +18,8 @@ using kernels::triangular_form;
 
 constexpr int64_t kOne = 1;
 
-// Order of a block on the diagonal.
-constexpr int64_t kBlock = 128;
+// Order of a block on the diagonal; order from which on a team is worth meeting at every block.
+constexpr int64_t kBlock = 128, kTeamOrder = 1024;
 
 template <class T>
 void apply_block(const triangle<const T>& a, const triangular_form& form, const span& block, const strided<T>& x) {
@@ -33,8 +33,9 @@ void apply_rectangle(const triangle<const T>& a, const triangular_form& form, co
   const T sign = element_of<T>(form.solves ? -1 : 1), one = element_of<T>(1);
   const int64_t rows = others.size(), columns = block.size();
   const span &from = form.plain() ? block : others, &to = form.plain() ? others : block;
-  kGemv<T>(&form.trans, &rows, &columns, &sign, a.at(others.begin, block.begin), &a.ld, x.address(from), &x.inc, &one,
-           x.address(to), &x.inc);
+  const auto gemv = a.n < kTeamOrder ? kernel_calls<T>::xgemv : kGemv<T>;
+  gemv(&form.trans, &rows, &columns, &sign, a.at(others.begin, block.begin), &a.ld, x.address(from), &x.inc, &one,
+       x.address(to), &x.inc);
 }
 
 // y += the columns of A that are this thread's share, times x; or, transposed, their own elements of y.

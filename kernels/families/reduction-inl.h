@@ -130,8 +130,8 @@ TEV_INLINE double dot_in_double(int64_t n, const float* x, int64_t incx, const f
 
 // ---- Moduli --------------------------------------------------------------------------------------------------------
 
-// So many numbers and more are loaded at register boundaries: a single stream from the second cache is twice as fast.
-inline constexpr int64_t kAlignedFrom = 512;
+// So many bytes and more are loaded at register boundaries: a single stream from the second cache is twice as fast.
+inline constexpr int64_t kAlignedFrom = 4096;
 
 // Sum u, lane l holds the numbers whose place in x is u L + l, modulo U L, in their order. Loads begin at the boundary
 // before x, so the lanes are turned by as much; in the end they are turned back. So the sum is the same at every
@@ -169,7 +169,7 @@ TEV_INLINE R asum_aligned(int64_t n, const R* x) {
 template <class R>
 TEV_INLINE R asum_contiguous(int64_t n, const R* x) {
   constexpr int L = kLanes<R>, U = 4;
-  if (n >= kAlignedFrom) return asum_aligned(n, x);
+  if (n * static_cast<int64_t>(sizeof(R)) >= kAlignedFrom) return asum_aligned(n, x);
   vec<R, L> sums[U] = {};
   for_sums<U, L>(
       n,

@@ -63,9 +63,32 @@ TEV_INLINE void apply_column(const triangular_form& form, const T* column, int64
   if (form.plain() != form.solves) apply_diagonal(form, diagonal, own);
 }
 
+// Transposed factors: an element of x is not needed any more once it is written. Some wait until they are written
+// together, or loads of their neighbours would wait for them.
+template <class T>
+TEV_INLINE void multiply_transposed(const triangle<const T>& a, const triangular_form& form, int64_t begin, int64_t end,
+                                    T* x, int64_t incx) {
+  constexpr int64_t kWaiting = 16;
+  T waiting[kWaiting];
+  const bool upwards = form.upwards(a.upper);
+  for (int64_t done = 0; done < end - begin; done += kWaiting) {
+    const int64_t count = end - begin - done < kWaiting ? end - begin - done : kWaiting;
+    const int64_t start = upwards ? begin + done : end - 1 - done, next = upwards ? 1 : -1;
+    for (int64_t i = 0, j = start; i < count; ++i, j += next) {
+      const int64_t beside = a.begin_beside(j), until = a.end_beside(j);
+      const int64_t first = beside > begin ? beside : begin, last = until < end ? until : end;
+      const T* const diagonal = a.diagonal(j);
+      waiting[i] = x[j * incx];
+      apply_column(form, diagonal + (first - j), first, last, diagonal, waiting[i], x, incx);
+    }
+    for (int64_t i = 0, j = start; i < count; ++i, j += next) x[j * incx] = waiting[i];
+  }
+}
+
 template <class T>
 TEV_INLINE void triangular_by_columns(const triangle<const T>& a, const triangular_form& form, int64_t begin,
                                       int64_t end, T* x, int64_t incx) {
+  if (!form.plain() && !form.solves) return multiply_transposed(a, form, begin, end, x, incx);
   const bool upwards = form.upwards(a.upper);
   for (int64_t step = 0; step < end - begin; ++step) {
     const int64_t j = upwards ? begin + step : end - 1 - step;

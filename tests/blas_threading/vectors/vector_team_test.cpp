@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <cmath>
 #include <complex>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -160,6 +162,44 @@ TEST(VectorTeam, SmallerThanAskedForComputesEverything) {
     return right ? 0 : 1;
   });
   EXPECT_EQ(result.status, 0) << result.err;
+}
+
+// Vectors with gaps, and teams whose threads want vectors of their own.
+TEST(VectorTeam, WithoutMemoryItComputesTheSame) {
+  const child_result result = in_child({{"TEV_DISABLE_FAST_MM", "1"}}, [] {
+    const own_threads three(3);
+    const int64_t n = 400, k = 250, inc = 2, back = -3;
+    const double half = 0.5, one = 1;
+    const auto results = [&] {
+      engine random(kSeed);
+      matrix<double> a(n, n, 0);
+      a.fill(random, values::whole);
+      const int64_t lda = a.ld();
+      const double* const ap = a.data();
+      vector<double> x(n, inc, random), y(n, back, random);
+      double *const xs = x.stored.data(), *const ys = y.stored.data();
+      tev_blas_dsymv("U", &n, &half, ap, &lda, xs, &inc, &one, ys, &back);
+      tev_blas_dspmv("L", &n, &half, ap, ys, &back, &one, xs, &inc);
+      tev_blas_dsbmv("L", &n, &k, &half, ap, &lda, xs, &inc, &one, ys, &back);
+      for (const char* trans : {"N", "T"}) {
+        tev_blas_dtrmv("U", trans, "U", &n, ap, &lda, xs, &inc);
+        tev_blas_dtpmv("L", trans, "U", &n, ap, ys, &back);
+        for (double& element : x.stored) element = std::remainder(element, 16);
+        for (double& element : y.stored) element = std::remainder(element, 16);
+      }
+      tev_blas_dsyr2("L", &n, &one, xs, &inc, ys, &back, a.data(), &lda);
+      std::vector<double> all(ap, ap + n);
+      for (const auto& part : {x, y})
+        for (int64_t i = 0; i < n; ++i) all.push_back(part[i]);
+      return all;
+    };
+    i_malloc = std::malloc;
+    i_free = std::free;
+    const std::vector<double> with = results();
+    i_malloc = [](size_t) -> void* { return nullptr; };
+    return with == results() ? 0 : 1;
+  });
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
 TEST(Pieces, CoverOnceInOrderAndEvenly) {
