@@ -105,4 +105,5 @@ using namespace tev::shim;
     return index > 0 ? static_cast<size_t>(index - 1) : 0;                           \
   }                                                                                  \
   TEV_SECOND_C_NAME(c_name)
+#define TEV_COMPOSED_VECTOR TEV_VECTOR
 #include "shim/each_routine.inc"

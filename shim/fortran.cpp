@@ -43,4 +43,5 @@ using namespace tev::shim;
 #define TEV_RESULT_double double
 #define TEV_RESULT_complex TEV_ELEMENT
 #define TEV_RESULT_index integer
+#define TEV_COMPOSED_VECTOR TEV_VECTOR
 #include "shim/each_routine.inc"

@@ -59,6 +59,7 @@ void find_all(void* handle, functions& f) {
 #define TEV_FIND(name, base) find(handle, "tev_blas_" #base, f.name);
 #define TEV_MATRIX(name, base, ...) TEV_FIND(name, base)
 #define TEV_COMPOSED_MATRIX(...)
+#define TEV_COMPOSED_VECTOR(...)
 #define TEV_VECTOR(name, base, ...) TEV_FIND(name, base)
 #define TEV_FUNCTION(name, base, ...) TEV_FIND(name, base)
 #include "shim/each_routine.inc"

@@ -16,6 +16,7 @@ struct functions {
 #define TEV_MEMBER(name, base) decltype(&tev_blas_##base) name;
 #define TEV_MATRIX(name, base, ...) TEV_MEMBER(name, base)
 #define TEV_COMPOSED_MATRIX(...)
+#define TEV_COMPOSED_VECTOR(...)
 #define TEV_VECTOR(name, base, ...) TEV_MEMBER(name, base)
 #define TEV_FUNCTION(name, base, ...) TEV_MEMBER(name, base)
 #include "shim/each_routine.inc"

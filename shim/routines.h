@@ -64,6 +64,7 @@ auto result_of(auto* function, Arguments... arguments) {
 #define TEV_MATRIX(name, base, layout, work, ...) \
   TEV_CALL(name, work, library().name(TEV_LIST(TEV_ADDRESS, __VA_ARGS__)), __VA_ARGS__)
 #define TEV_COMPOSED_MATRIX(name, base, layout, work, ...) TEV_CALL(name, work, compose_##base(*this), __VA_ARGS__)
+#define TEV_COMPOSED_VECTOR(name, base, work, ...) TEV_CALL(name, work, compose_##base(*this), __VA_ARGS__)
 #define TEV_VECTOR(name, base, work, ...) TEV_MATRIX(name, base, none, work, __VA_ARGS__)
 #define TEV_FUNCTION(name, base, result, work, ...) \
   TEV_CALL(name, work, result_of<element>(library().name, TEV_LIST(TEV_ADDRESS, __VA_ARGS__)), __VA_ARGS__)
