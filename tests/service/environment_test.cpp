@@ -4,8 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "service/threads.h"
 #include "tests/support/in_child.h"
@@ -16,23 +19,20 @@ using tev::test::environment;
 using tev::test::printed;
 
 TEST(Environment, ValueIsCopiedWholeOrNotAtAll) {
-  const struct {
-    size_t value;  // characters
-    int32_t size, result;
-  } rows[] = {
+  const std::tuple<size_t, int32_t, int32_t> rows[] = {
       {3, 4, 3},           {4, 4, -4},          {0, 1, 0},           {1, 1, -1},
       {3, 0, -3},          {3, -5, -3},         {4095, 4096, 4095},  {4095, 5000, 4095},
       {4096, 4096, -4096}, {4096, 5000, -4096}, {5000, 6000, -4096},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.value << " characters into " << row.size);
-    const std::string value(row.value, 'v');
+  for (const auto& [characters, size, result] : rows) {
+    SCOPED_TRACE(testing::Message() << characters << " characters into " << size);
+    const std::string value(characters, 'v');
     setenv("TEV_ANY", value.c_str(), 1);
     std::string buffer(8192, '#');
-    EXPECT_EQ(tev_serv_getenv("TEV_ANY", buffer.data(), row.size), row.result);
-    const std::string expected = row.size < 1 ? "#" : (row.result > 0 ? value : "") + '\0';
+    EXPECT_EQ(tev_serv_getenv("TEV_ANY", buffer.data(), size), result);
+    const std::string expected = size < 1 ? "#" : (result > 0 ? value : "") + '\0';
     EXPECT_EQ(buffer.substr(0, expected.size()), expected);
-    EXPECT_EQ(buffer[static_cast<size_t>(std::max(row.size, 0))], '#');
+    EXPECT_EQ(buffer[static_cast<size_t>(std::max(size, 0))], '#');
   }
   unsetenv("TEV_ANY");
   char text[] = "before";
@@ -60,30 +60,24 @@ TEST(Environment, ModeLetsOnlyPathsAndLocalePass) {
 
 // What is not as an empty environment makes it.
 void print_settings() {
-  const struct {
-    const char* name;
-    int32_t value, usual;
-  } rows[] = {{"all", __tev_num_threads, -1},
-              {"blas", __tev_blas_num_threads, -1},
-              {"fft", __tev_fft_num_threads, -1},
-              {"vort", __tev_vort_num_threads, -1},
-              {"pardiso", __tev_pardiso_num_threads, -1},
-              {"stripes", __tev_num_stripes, -1},
-              {"dynamic", __tev_dynamic, 1},
-              {"omp", __omp_num_threads, -1},
-              {"ppn", __tev_mpi_ppn, -1},
-              {"level", __tev_mpi_thread_level, -1}};
-  for (const auto& row : rows)
-    if (row.value != row.usual) printf("%s=%d ", row.name, row.value);
+  const std::tuple<const char*, int32_t, int32_t> rows[] = {{"all", __tev_num_threads, -1},
+                                                            {"blas", __tev_blas_num_threads, -1},
+                                                            {"fft", __tev_fft_num_threads, -1},
+                                                            {"vort", __tev_vort_num_threads, -1},
+                                                            {"pardiso", __tev_pardiso_num_threads, -1},
+                                                            {"stripes", __tev_num_stripes, -1},
+                                                            {"dynamic", __tev_dynamic, 1},
+                                                            {"omp", __omp_num_threads, -1},
+                                                            {"ppn", __tev_mpi_ppn, -1},
+                                                            {"level", __tev_mpi_thread_level, -1}};
+  for (const auto& [name, value, usual] : rows)
+    if (value != usual) printf("%s=%d ", name, value);
 }
 
 TEST(Environment, ThreadVariablesInEveryForm) {
   constexpr const char *kDomains = "TEV_DOMAIN_NUM_THREADS", *kNode = "Z_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE";
   const std::string too_long(256, '1');
-  const struct {
-    environment variables;
-    const char* settings;
-  } rows[] = {
+  const std::pair<environment, const char*> rows[] = {
       {{{"TEV_NUM_THREADS", "007"}, {"OMP_NUM_THREADS", "6"}, {"Z_MPI_THREAD_LEVEL", "3"}}, "all=7 omp=6 level=3 "},
       {{{"TEV_NUM_THREADS", "abc"}, {"OMP_NUM_THREADS", "6,2"}, {"Z_MPI_THREAD_LEVEL", "x"}}, "all=1 omp=1 level=0 "},
       {{{"TEV_NUM_THREADS", " 4"}, {"OMP_NUM_THREADS", "+4"}, {"Z_MPI_THREAD_LEVEL", "4"}}, "all=1 omp=1 level=0 "},
@@ -114,13 +108,12 @@ TEST(Environment, ThreadVariablesInEveryForm) {
       {{{"Z_MPI_PIN_MAPPING", ":4"}, {"OMPI_COMM_WORLD_LOCAL_SIZE", "4294967300"}, {"MPI_LOCALNRANKS", "7"}}, "ppn=7 "},
       {{{"MPI_LOCALNRANKS", "x"}}, ""},
   };
-  for (const auto& row : rows) {
-    const auto read = [] {
-      tev_read_threads_env();
-      print_settings();
-    };
-    EXPECT_EQ(printed(row.variables, read), row.settings) << row.variables[0].first << '=' << row.variables[0].second;
-  }
+  const auto read = [] {
+    tev_read_threads_env();
+    print_settings();
+  };
+  for (const auto& [variables, settings] : rows)
+    EXPECT_EQ(printed(variables, read), settings) << variables[0].first << '=' << variables[0].second;
 }
 
 TEST(Environment, ProgramsSettingsWin) {

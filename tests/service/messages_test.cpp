@@ -8,6 +8,7 @@
 #include <climits>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "service/xerbla.h"
 #include "tests/support/at_once.h"
@@ -105,22 +106,19 @@ TEST(Messages, WithoutATextAreEmptyAndLongOnesAreCut) {
 TEST_F(Catalog, IsFoundByLanguageWithAndWithoutItsEncoding) {
   const std::string english = "Zarik TEV ERROR: Parameter 2 was incorrect on entry to DTRSM.\n";
   const std::string german = "Nummer 2 von DTRSM: 100%\n", too_long = std::string(60, 'x') + ".UTF-8";
-  const struct {
-    std::string language, text, language_after;
-  } rows[] = {{"de_DE", german, "de_DE"},
-              {"de_DE.UTF-8", german, "de_DE"},
-              {"fr_FR.UTF-8", english, "fr_FR"},
-              {"fr_FR@x", english, "fr_FR@x"},
-              {too_long, english, too_long}};
-  for (const auto& row : rows) {
-    const auto print = [] {
-      tev_serv_print(0, 6, 2, 2, "DTRSM");
-      printf("%s\n", getenv("LANG"));
-      setenv("LANG", "de_DE", 1);  // too late
-      tev_serv_print(0, 6, 2, 2, "DTRSM");
-    };
-    EXPECT_EQ(printed(variables(row.language.c_str()), print), row.text + row.language_after + "\n" + row.text);
-  }
+  const auto print = [] {
+    tev_serv_print(0, 6, 2, 2, "DTRSM");
+    printf("%s\n", getenv("LANG"));
+    setenv("LANG", "de_DE", 1);  // too late
+    tev_serv_print(0, 6, 2, 2, "DTRSM");
+  };
+  const std::tuple<std::string, std::string, std::string> rows[] = {{"de_DE", german, "de_DE"},
+                                                                    {"de_DE.UTF-8", german, "de_DE"},
+                                                                    {"fr_FR.UTF-8", english, "fr_FR"},
+                                                                    {"fr_FR@x", english, "fr_FR@x"},
+                                                                    {too_long, english, too_long}};
+  for (const auto& [language, text, language_after] : rows)
+    EXPECT_EQ(printed(variables(language.c_str()), print), text + language_after + "\n" + text);
 }
 
 TEST_F(Catalog, TextThatMisusesTheArgumentsIsNotUsed) {

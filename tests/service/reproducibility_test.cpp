@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "service/detection.h"
@@ -22,11 +23,8 @@ void print_mode() {
 // A rejected value prints nothing, so the expected text is all there is.
 TEST(Reproducibility, ModeAndTypeFromTheEnvironment) {
   const std::string fits(127, 'A'), too_long(128, 'A');
-  const struct {
-    fake_processor on;
-    std::vector<const char*> values;  // of TEV_CBWR
-    const char* expected;             // mode, type code
-  } rows[] = {
+  const std::tuple<fake_processor, std::vector<const char*>, const char*> rows[] = {
+      // Values of TEV_CBWR; mode, type code.
       {avx2_processor(), {"", too_long.c_str()}, "1 5"},
       {avx2_processor(), {"AUTO", "AVX512_ZEL", "AVX512", "AVX512_ZEL_E1"}, "2 5"},
       {avx2_processor(), {"BRANCH=", "branch=SSE2", "BRANCH=BRANCH=SSE2", "sse2", "SSE2 ", " SSE2", "4"}, "2 5"},
@@ -48,8 +46,8 @@ TEST(Reproducibility, ModeAndTypeFromTheEnvironment) {
       {amd(avx2_processor()), {"AUTO", "SSE2"}, "2 0"},
       {amd(avx2_processor()), {"COMPATIBLE"}, "3 0"},
   };
-  for (const auto& row : rows)
-    for (const char* value : row.values) expect_printed({{row.on, {{"TEV_CBWR", value}}, row.expected}}, print_mode);
+  for (const auto& [on, values, expected] : rows)
+    for (const char* value : values) expect_printed({{on, {{"TEV_CBWR", value}}, expected}}, print_mode);
   expect_printed({{avx2_processor(), {}, "1 5"}}, print_mode);
 }
 

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <tuple>
+#include <utility>
 
 namespace {
 
@@ -38,12 +40,9 @@ double d_power(double base, int32_t exponent) { return tev_serv_d_powi(&base, &e
 float s_power(float base, int32_t exponent) { return tev_serv_s_powi(&base, &exponent); }
 
 TEST(Scalar, IntegerPowers) {
-  const struct {
-    double base;
-    int32_t exponent;
-    double power;
-  } rows[] = {{2, -3, 0.125}, {-3, 5, -243}, {kNan, 0, 1}, {0, -1, kInf}, {-1, INT32_MIN, 1}, {-1, INT32_MAX, -1}};
-  for (const auto& row : rows) EXPECT_EQ(d_power(row.base, row.exponent), row.power) << row.base << row.exponent;
+  const std::tuple<double, int32_t, double> rows[] = {{2, -3, 0.125}, {-3, 5, -243},      {kNan, 0, 1},
+                                                      {0, -1, kInf},  {-1, INT32_MIN, 1}, {-1, INT32_MAX, -1}};
+  for (const auto& [base, exponent, power] : rows) EXPECT_EQ(d_power(base, exponent), power) << base << "^" << exponent;
   EXPECT_NEAR(d_power(1 + 0x1p-31, INT32_MIN), std::exp(-1.0), 1e-6);
   // Binary order, each product rounded: 1.1f^3 is 1.1f * (1.1f^2), and a reciprocal comes before the products.
   const float x = 1.1f, square = x * x, third = 1.0f / 3.0f;
@@ -52,29 +51,25 @@ TEST(Scalar, IntegerPowers) {
 }
 
 TEST(Scalar, IntegersOutOfRangeBecomeTheIndefiniteOne) {
-  const struct {
-    double value;
-    int32_t truncated, rounded;
-  } rows[] = {{2.5, 2, 3},
-              {-2.5, -2, -3},
-              {0.49, 0, 0},
-              {kTiniest, 0, 0},
-              {2147483647.0, INT32_MAX, INT32_MAX},
-              {2147483647.25, INT32_MAX, INT32_MAX},
-              {2147483647.5, INT32_MAX, INT32_MIN},
-              {2147483648.0, INT32_MIN, INT32_MIN},
-              {-2147483648.25, INT32_MIN, INT32_MIN},
-              {-1e300, INT32_MIN, INT32_MIN},
-              {kInf, INT32_MIN, INT32_MIN},
-              {kNan, INT32_MIN, INT32_MIN}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(tev_serv_d_int(&row.value), row.truncated) << row.value;
-    EXPECT_EQ(tev_serv_d_round(&row.value), row.rounded) << row.value;
-    const float single = static_cast<float>(row.value);
-    if (single == row.value || std::isnan(single)) {
-      EXPECT_EQ(tev_serv_s_int(&single), row.truncated) << row.value;
-      EXPECT_EQ(tev_serv_s_round(&single), row.rounded) << row.value;
-    }
+  const std::tuple<double, int32_t, int32_t> rows[] = {{2.5, 2, 3},
+                                                       {-2.5, -2, -3},
+                                                       {0.49, 0, 0},
+                                                       {kTiniest, 0, 0},
+                                                       {2147483647.0, INT32_MAX, INT32_MAX},
+                                                       {2147483647.25, INT32_MAX, INT32_MAX},
+                                                       {2147483647.5, INT32_MAX, INT32_MIN},
+                                                       {2147483648.0, INT32_MIN, INT32_MIN},
+                                                       {-2147483648.25, INT32_MIN, INT32_MIN},
+                                                       {-1e300, INT32_MIN, INT32_MIN},
+                                                       {kInf, INT32_MIN, INT32_MIN},
+                                                       {kNan, INT32_MIN, INT32_MIN}};
+  for (const auto& [value, truncated, rounded] : rows) {
+    EXPECT_EQ(tev_serv_d_int(&value), truncated) << value;
+    EXPECT_EQ(tev_serv_d_round(&value), rounded) << value;
+    const float single = static_cast<float>(value);
+    if (single != value && !std::isnan(single)) continue;
+    EXPECT_EQ(tev_serv_s_int(&single), truncated) << value;
+    EXPECT_EQ(tev_serv_s_round(&single), rounded) << value;
   }
   const float below_half = 0.49999997f, odd = 8388609.0f;  // the sum with 0.5 is no single-precision value
   EXPECT_EQ(tev_serv_s_round(&below_half), 0);
@@ -121,22 +116,20 @@ TEST(Scalar, ComplexSpecialValues) {
   EXPECT_EQ(tev_serv_hypot(3 * kTiniest, -4 * kTiniest), 5 * kTiniest);
   EXPECT_EQ(tev_serv_hypot(1e308, 1.7e308), kInf);
 
-  const struct {
-    tev_complex8 value, root;
-  } rows[] = {{{0, 0}, {0, 0}},
-              {{-0.0f, -0.0f}, {0, 0}},
-              {{4, 0}, {2, 0}},
-              {{-4, 0}, {0, 2}},
-              {{-4, -0.0f}, {0, 2}},
-              {{3, 4}, {2, 1}},
-              {{-3, -4}, {1, -2}},
-              {{0, -2}, {1, -1}},
-              {{HUGE_VALF, 1}, {HUGE_VALF, 0}},
-              {{-HUGE_VALF, 1}, {0, HUGE_VALF}}};
+  const std::pair<tev_complex8, tev_complex8> rows[] = {{{0, 0}, {0, 0}},
+                                                        {{-0.0f, -0.0f}, {0, 0}},
+                                                        {{4, 0}, {2, 0}},
+                                                        {{-4, 0}, {0, 2}},
+                                                        {{-4, -0.0f}, {0, 2}},
+                                                        {{3, 4}, {2, 1}},
+                                                        {{-3, -4}, {1, -2}},
+                                                        {{0, -2}, {1, -1}},
+                                                        {{HUGE_VALF, 1}, {HUGE_VALF, 0}},
+                                                        {{-HUGE_VALF, 1}, {0, HUGE_VALF}}};
   tev_complex8 root;
-  for (const auto& row : rows) {
-    tev_serv_c_sqrt(&root, &row.value);
-    EXPECT_TRUE(root.real == row.root.real && root.imag == row.root.imag) << row.value.real << " " << row.value.imag;
+  for (const auto& [value, expected] : rows) {
+    tev_serv_c_sqrt(&root, &value);
+    EXPECT_TRUE(root.real == expected.real && root.imag == expected.imag) << value.real << " " << value.imag;
   }
   const tev_complex8 large = {3e38f, 3e38f}, pythagoras = {-3e30f, 4e30f};  // squares overflow in single precision
   tev_serv_c_sqrt(&root, &large);

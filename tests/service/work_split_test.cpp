@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <functional>
+#include <tuple>
 
 namespace {
 
@@ -47,11 +48,7 @@ const split kSplits[] = {even,          blocked(1),   blocked(4), blocked(48), b
                          triangle('U'), triangle('L')};
 
 TEST(WorkSplit, Worked) {
-  const struct {
-    split rule;
-    int64_t i, t, n;
-    part expected;
-  } rows[] = {
+  const std::tuple<split, int64_t, int64_t, int64_t, part> rows[] = {
       {even, 2, 4, 10, {6, 2}},
       {even, 1, 4, 10, {3, 3}},
       {blocked(4), 0, 3, 30, {0, 12}},
@@ -72,7 +69,8 @@ TEST(WorkSplit, Worked) {
       // As many threads as columns, both the largest there are: a boundary rounds to 2^63.
       {triangle('U'), INT64_MAX - 1, INT64_MAX, INT64_MAX, {INT64_MAX, 0}},
   };
-  for (const auto& row : rows) EXPECT_EQ(row.rule(row.i, row.t, row.n), row.expected) << "row " << &row - rows;
+  for (const auto& [rule, i, t, n, expected] : rows)
+    EXPECT_EQ(rule(i, t, n), expected) << "thread " << i << " of " << t << ", n " << n;
   EXPECT_EQ(triangle('L')(1, INT64_MAX, INT64_MAX).start, 0);
 }
 
