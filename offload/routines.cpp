@@ -206,6 +206,18 @@ int geqrf(tev_offload* handle, int64_t m, int64_t n, T* a, int64_t lda, T* tau, 
   return qr_through_sink<T>(*handle, {a, m, n, lda}, tau, info, here);
 }
 
+// By factors. Wrong arguments are told by the routine of this process that does it all.
+template <class Here, class Factor, class Solve>
+int solve_system(tev_offload* handle, int64_t n, int64_t right_sides, int64_t lda, int64_t ldb, const int64_t* info,
+                 const Here& here, const Factor& factor, const Solve& solve) {
+  if (handle == nullptr) return TEV_OFFLOAD_INVALID;
+  if (!pays(*handle, n, n) || right_sides < 0 || !lapack::holds(lda, n) || !lapack::holds(ldb, n))
+    return in_process(here);
+  const int code = factor();
+  if (code == TEV_OFFLOAD_OK && *info == 0) solve();
+  return code;
+}
+
 }  // namespace
 }  // namespace tev::offload
 
@@ -258,24 +270,38 @@ void tev_offload_release(tev_offload* handle, void* memory) {
   std::erase_if(handle->own_memory, [memory](const auto& own) { return own.get() == memory; });
 }
 
-#define TEV_OFFLOAD_ROUTINES(p, T)                                                                              \
-  int tev_offload_##p##getrf(tev_offload* handle, const int64_t* m, const int64_t* n, T* a, const int64_t* lda, \
-                             int64_t* ipiv, int64_t* info) {                                                    \
-    return tev::offload::getrf(handle, *m, *n, a, *lda, ipiv, info,                                             \
-                               [&] { tev_lapack_##p##getrf(m, n, a, lda, ipiv, info); });                       \
-  }                                                                                                             \
-  int tev_offload_##p##potrf(tev_offload* handle, const char* uplo, const int64_t* n, T* a, const int64_t* lda, \
-                             int64_t* info) {                                                                   \
-    return tev::offload::potrf(handle, *uplo, *n, a, *lda, info,                                                \
-                               [&] { tev_lapack_##p##potrf(uplo, n, a, lda, info); });                          \
-  }                                                                                                             \
-  int tev_offload_##p##geqrf(tev_offload* handle, const int64_t* m, const int64_t* n, T* a, const int64_t* lda, \
-                             T* tau, int64_t* info) {                                                           \
-    return tev::offload::geqrf(handle, *m, *n, a, *lda, tau, info, [&] {                                        \
-      const int64_t length = std::max<int64_t>(*n, 1);                                                          \
-      std::vector<T> work(static_cast<size_t>(length));                                                         \
-      tev_lapack_##p##geqrf(m, n, a, lda, tau, work.data(), &length, info);                                     \
-    });                                                                                                         \
+#define TEV_OFFLOAD_ROUTINES(p, T)                                                                                \
+  int tev_offload_##p##getrf(tev_offload* handle, const int64_t* m, const int64_t* n, T* a, const int64_t* lda,   \
+                             int64_t* ipiv, int64_t* info) {                                                      \
+    return tev::offload::getrf(handle, *m, *n, a, *lda, ipiv, info,                                               \
+                               [&] { tev_lapack_##p##getrf(m, n, a, lda, ipiv, info); });                         \
+  }                                                                                                               \
+  int tev_offload_##p##potrf(tev_offload* handle, const char* uplo, const int64_t* n, T* a, const int64_t* lda,   \
+                             int64_t* info) {                                                                     \
+    return tev::offload::potrf(handle, *uplo, *n, a, *lda, info,                                                  \
+                               [&] { tev_lapack_##p##potrf(uplo, n, a, lda, info); });                            \
+  }                                                                                                               \
+  int tev_offload_##p##geqrf(tev_offload* handle, const int64_t* m, const int64_t* n, T* a, const int64_t* lda,   \
+                             T* tau, int64_t* info) {                                                             \
+    return tev::offload::geqrf(handle, *m, *n, a, *lda, tau, info, [&] {                                          \
+      const int64_t length = std::max<int64_t>(*n, 1);                                                            \
+      std::vector<T> work(static_cast<size_t>(length));                                                           \
+      tev_lapack_##p##geqrf(m, n, a, lda, tau, work.data(), &length, info);                                       \
+    });                                                                                                           \
+  }                                                                                                               \
+  int tev_offload_##p##gesv(tev_offload* handle, const int64_t* n, const int64_t* nrhs, T* a, const int64_t* lda, \
+                            int64_t* ipiv, T* b, const int64_t* ldb, int64_t* info) {                             \
+    return tev::offload::solve_system(                                                                            \
+        handle, *n, *nrhs, *lda, *ldb, info, [&] { tev_lapack_##p##gesv(n, nrhs, a, lda, ipiv, b, ldb, info); },  \
+        [&] { return tev_offload_##p##getrf(handle, n, n, a, lda, ipiv, info); },                                 \
+        [&] { tev_lapack_##p##getrs("N", n, nrhs, a, lda, ipiv, b, ldb, info); });                                \
+  }                                                                                                               \
+  int tev_offload_##p##posv(tev_offload* handle, const char* uplo, const int64_t* n, const int64_t* nrhs, T* a,   \
+                            const int64_t* lda, T* b, const int64_t* ldb, int64_t* info) {                        \
+    return tev::offload::solve_system(                                                                            \
+        handle, *n, *nrhs, *lda, *ldb, info, [&] { tev_lapack_##p##posv(uplo, n, nrhs, a, lda, b, ldb, info); },  \
+        [&] { return tev_offload_##p##potrf(handle, uplo, n, a, lda, info); },                                    \
+        [&] { tev_lapack_##p##potrs(uplo, n, nrhs, a, lda, b, ldb, info); });                                     \
   }
 TEV_OFFLOAD_ROUTINES(s, float)
 TEV_OFFLOAD_ROUTINES(d, double)

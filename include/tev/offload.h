@@ -58,16 +58,21 @@ TEV_EXPORT int tev_offload_has_sink(const tev_offload* handle);
 TEV_EXPORT void* tev_offload_allocate(tev_offload* handle, size_t bytes);
 TEV_EXPORT void tev_offload_release(tev_offload* handle, void* memory);
 
-#define TEV_OFFLOAD_ROUTINES(p, T)                                                                     \
-  /* A = P L U, m x n. */                                                                              \
-  TEV_EXPORT int tev_offload_##p##getrf(tev_offload* handle, const int64_t* m, const int64_t* n, T* a, \
-                                        const int64_t* lda, int64_t* ipiv, int64_t* info);             \
-  /* A = L L^H or U^H U. In the complex precisions in this process. */                                 \
-  TEV_EXPORT int tev_offload_##p##potrf(tev_offload* handle, const char* uplo, const int64_t* n, T* a, \
-                                        const int64_t* lda, int64_t* info);                            \
-  /* A = Q R, m x n; tau: min(m, n) elements. */                                                       \
-  TEV_EXPORT int tev_offload_##p##geqrf(tev_offload* handle, const int64_t* m, const int64_t* n, T* a, \
-                                        const int64_t* lda, T* tau, int64_t* info);
+#define TEV_OFFLOAD_ROUTINES(p, T)                                                                                   \
+  /* A = P L U, m x n. */                                                                                            \
+  TEV_EXPORT int tev_offload_##p##getrf(tev_offload* handle, const int64_t* m, const int64_t* n, T* a,               \
+                                        const int64_t* lda, int64_t* ipiv, int64_t* info);                           \
+  /* A = L L^H or U^H U. In the complex precisions in this process. */                                               \
+  TEV_EXPORT int tev_offload_##p##potrf(tev_offload* handle, const char* uplo, const int64_t* n, T* a,               \
+                                        const int64_t* lda, int64_t* info);                                          \
+  /* A = Q R, m x n; tau: min(m, n) elements. */                                                                     \
+  TEV_EXPORT int tev_offload_##p##geqrf(tev_offload* handle, const int64_t* m, const int64_t* n, T* a,               \
+                                        const int64_t* lda, T* tau, int64_t* info);                                  \
+  /* A X = B: getrf or potrf, and when info is 0 the solution, in this process. */                                   \
+  TEV_EXPORT int tev_offload_##p##gesv(tev_offload* handle, const int64_t* n, const int64_t* nrhs, T* a,             \
+                                       const int64_t* lda, int64_t* ipiv, T* b, const int64_t* ldb, int64_t* info);  \
+  TEV_EXPORT int tev_offload_##p##posv(tev_offload* handle, const char* uplo, const int64_t* n, const int64_t* nrhs, \
+                                       T* a, const int64_t* lda, T* b, const int64_t* ldb, int64_t* info);
 
 TEV_OFFLOAD_ROUTINES(s, float)
 TEV_OFFLOAD_ROUTINES(d, double)

@@ -23,6 +23,8 @@ struct offload_calls;
     static constexpr auto getrf = tev_offload_##p##getrf; \
     static constexpr auto potrf = tev_offload_##p##potrf; \
     static constexpr auto geqrf = tev_offload_##p##geqrf; \
+    static constexpr auto gesv = tev_offload_##p##gesv;   \
+    static constexpr auto posv = tev_offload_##p##posv;   \
   };
 TEV_OFFLOAD_CALLS(float, s)
 TEV_OFFLOAD_CALLS(double, d)
@@ -155,6 +157,34 @@ TYPED_TEST(Offload, FactorsThroughASinkAreRightAndTheSameEveryTime) {
   for (const auto& [kind, name] : kFactorizations)
     expect_right_and_repeatable<TypeParam>(handle.get(), kind, name, 521, 521);
   EXPECT_GT(tev_offload_busy_seconds(handle.get()), 0);
+}
+
+TYPED_TEST(Offload, SystemsAreSolvedByTheFactors) {
+  using T = TypeParam;
+  const sink_handle handle(1);
+  for (const what kind : {what::lu, what::upper_cholesky})
+    for (const int64_t n : {40, 521}) {
+      engine random(6);
+      const matrix<T> start = start_for<T>(kind, n, n, random);
+      factored<T> f = {start, {1, 1}, std::vector<int64_t>(static_cast<size_t>(n)), 7, 7};
+      matrix<T> x(n, 2);
+      x.fill(random, values::fractions);
+      wide_matrix<wide_t<T>> right = widened(x);
+      const int64_t two = 2, lda = start.ld(), ldb = x.ld();
+      f.code =
+          kind == what::lu
+              ? offload_calls<T>::gesv(handle.get(), &n, &two, at(f.a), &lda, f.pivots.data(), at(x), &ldb, &f.info)
+              : offload_calls<T>::posv(handle.get(), "U", &n, &two, at(f.a), &lda, at(x), &ldb, &f.info);
+      ASSERT_EQ(f.code, TEV_OFFLOAD_OK);
+      ASSERT_EQ(f.info, 0);
+      for (int64_t i = 0; i < n && kind == what::lu; ++i)
+        for (int64_t j = 0; j < 2; ++j) std::swap(right(i, j), right(f.pivots[static_cast<size_t>(i)] - 1, j));
+      const auto upper = triangle(f.a, n, n, false, false);
+      const auto lower = kind == what::lu ? triangle(f.a, n, n, true, true) : adjoint(upper);
+      const auto solution = widened(x);
+      expect_close<T>(lower * (upper * solution), right, moduli(lower) * (moduli(upper) * moduli(solution)), 3 * n,
+                      "solution of order " + std::to_string(n));
+    }
 }
 
 TEST(OffloadShapes, ManyThreadsRectanglesSmallMatricesAndCopies) {
