@@ -31,7 +31,7 @@ int64_t pivots[8];
 
 struct routine {
   const char* name;
-  void (*run)(const call& x, int64_t* info);
+  void (*run)(const char* letters, const int64_t* integers, int64_t* info);
   call right;
   std::vector<mistake> mistakes;
 };
@@ -44,72 +44,52 @@ const std::vector<mistake> kOfGels = {{kLetters, 'X', 1}, {0, -1, 2}, {1, -1, 3}
                                       {3, 4, 6},          {4, 4, 8},  {5, 5, 10}};
 const std::vector<mistake> kOfGeqp3 = {{0, -1, 1}, {1, -1, 2}, {2, 4, 4}, {3, 4, 8}};
 
+void dormqr(const char* l, const int64_t* n, int64_t* i) {
+  tev_lapack_dormqr(l, l + 1, n, n + 1, n + 2, a, n + 3, tau, c, n + 4, work, n + 5, i);
+}
+void zunmqr(const char* l, const int64_t* n, int64_t* i) {
+  tev_lapack_zunmqr(l, l + 1, n, n + 1, n + 2, za, n + 3, ztau, zc, n + 4, zwork, n + 5, i);
+}
+
 const routine kRoutines[] = {
     {"DGEQRF",
-     [](const call& x, int64_t* i) { tev_lapack_dgeqrf(&x.n[0], &x.n[1], a, &x.n[2], tau, work, &x.n[3], i); },
-     {"", {5, 4, 5, 4}},
-     kOfGeqrf},
-    {"ZGEQRF",
-     [](const call& x, int64_t* i) { tev_lapack_zgeqrf(&x.n[0], &x.n[1], za, &x.n[2], ztau, zwork, &x.n[3], i); },
+     [](const char*, const int64_t* n, int64_t* i) { tev_lapack_dgeqrf(n, n + 1, a, n + 2, tau, work, n + 3, i); },
      {"", {5, 4, 5, 4}},
      kOfGeqrf},
     {"DORGQR",
-     [](const call& x, int64_t* i) { tev_lapack_dorgqr(&x.n[0], &x.n[1], &x.n[2], a, &x.n[3], tau, work, &x.n[4], i); },
+     [](const char*, const int64_t* n, int64_t* i) {
+       tev_lapack_dorgqr(n, n + 1, n + 2, a, n + 3, tau, work, n + 4, i);
+     },
      {"", {5, 4, 3, 5, 4}},
      kOfOrgqr},
     {"ZUNGQR",
-     [](const call& x, int64_t* i) {
-       tev_lapack_zungqr(&x.n[0], &x.n[1], &x.n[2], za, &x.n[3], ztau, zwork, &x.n[4], i);
+     [](const char*, const int64_t* n, int64_t* i) {
+       tev_lapack_zungqr(n, n + 1, n + 2, za, n + 3, ztau, zwork, n + 4, i);
      },
      {"", {5, 4, 3, 5, 4}},
      kOfOrgqr},
+    {"DORMQR", dormqr, {"LT", {5, 4, 3, 5, 5, 4}}, kOfOrmqr},
     {"DORMQR",
-     [](const call& x, int64_t* i) {
-       tev_lapack_dormqr(&x.letters[0], &x.letters[1], &x.n[0], &x.n[1], &x.n[2], a, &x.n[3], tau, c, &x.n[4], work,
-                         &x.n[5], i);
-     },
-     {"LT", {5, 4, 3, 5, 5, 4}},
-     kOfOrmqr},
-    {"ZUNMQR",
-     [](const call& x, int64_t* i) {
-       tev_lapack_zunmqr(&x.letters[0], &x.letters[1], &x.n[0], &x.n[1], &x.n[2], za, &x.n[3], ztau, zc, &x.n[4], zwork,
-                         &x.n[5], i);
-     },
-     {"LC", {5, 4, 3, 5, 5, 4}},
-     kOfOrmqr},
-    {"DORMQR",
-     [](const call& x, int64_t* i) {
-       tev_lapack_dormqr(&x.letters[0], &x.letters[1], &x.n[0], &x.n[1], &x.n[2], a, &x.n[3], tau, c, &x.n[4], work,
-                         &x.n[5], i);
-     },
+     dormqr,
      {"RN", {4, 5, 3, 5, 4, 4}},
      {{kLetters + 1, 'C', 2}, {2, 6, 5}, {3, 4, 7}, {4, 3, 10}, {5, 3, 12}}},
-    {"ZUNMQR",
-     [](const call& x, int64_t* i) {
-       tev_lapack_zunmqr(&x.letters[0], &x.letters[1], &x.n[0], &x.n[1], &x.n[2], za, &x.n[3], ztau, zc, &x.n[4], zwork,
-                         &x.n[5], i);
-     },
-     {"RN", {4, 5, 3, 5, 4, 4}},
-     {{kLetters + 1, 'T', 2}}},
+    {"ZUNMQR", zunmqr, {"LC", {5, 4, 3, 5, 5, 4}}, kOfOrmqr},
+    {"ZUNMQR", zunmqr, {"RN", {4, 5, 3, 5, 4, 4}}, {{kLetters + 1, 'T', 2}}},
     {"DGELS",
-     [](const call& x, int64_t* i) {
-       tev_lapack_dgels(&x.letters[0], &x.n[0], &x.n[1], &x.n[2], a, &x.n[3], c, &x.n[4], work, &x.n[5], i);
+     [](const char* l, const int64_t* n, int64_t* i) {
+       tev_lapack_dgels(l, n, n + 1, n + 2, a, n + 3, c, n + 4, work, n + 5, i);
      },
      {"T", {5, 3, 2, 5, 5, 6}},
      kOfGels},
-    {"ZGELS",
-     [](const call& x, int64_t* i) {
-       tev_lapack_zgels(&x.letters[0], &x.n[0], &x.n[1], &x.n[2], za, &x.n[3], zc, &x.n[4], zwork, &x.n[5], i);
-     },
-     {"C", {5, 3, 2, 5, 5, 6}},
-     kOfGels},
     {"DGEQP3",
-     [](const call& x, int64_t* i) { tev_lapack_dgeqp3(&x.n[0], &x.n[1], a, &x.n[2], pivots, tau, work, &x.n[3], i); },
+     [](const char*, const int64_t* n, int64_t* i) {
+       tev_lapack_dgeqp3(n, n + 1, a, n + 2, pivots, tau, work, n + 3, i);
+     },
      {"", {5, 4, 5, 13}},
      kOfGeqp3},
     {"ZGEQP3",
-     [](const call& x, int64_t* i) {
-       tev_lapack_zgeqp3(&x.n[0], &x.n[1], za, &x.n[2], pivots, ztau, zwork, &x.n[3], nullptr, i);
+     [](const char*, const int64_t* n, int64_t* i) {
+       tev_lapack_zgeqp3(n, n + 1, za, n + 2, pivots, ztau, zwork, n + 3, nullptr, i);
      },
      {"", {5, 4, 5, 5}},
      kOfGeqp3},
@@ -128,7 +108,7 @@ TEST(QrArguments, NoMemoryIsReported) {
     tev_serv_set_xerbla(remember);
     for (const routine& r : kRoutines) {
       int64_t info = 7;
-      r.run(r.right, &info);
+      r.run(r.right.letters.data(), r.right.n.data(), &info);
       EXPECT_EQ(info, -1089) << r.name;
       EXPECT_EQ(reported, std::string(r.name) + " 1089");
     }
@@ -149,18 +129,18 @@ TEST(QrArguments, TheFirstWrongOneIsReported) {
         x.n[place] = wrong.value;
       int64_t info = 7;
       reported.clear();
-      r.run(x, &info);
+      r.run(x.letters.data(), x.n.data(), &info);
       EXPECT_EQ(info, -wrong.position) << r.name;
       EXPECT_EQ(reported, r.name + (' ' + std::to_string(wrong.position)));
     }
     int64_t info = 7;
     reported.clear();
     call x = r.right;
-    r.run(x, &info);
+    r.run(x.letters.data(), x.n.data(), &info);
     EXPECT_EQ(info, 0) << r.name;
     const auto least = static_cast<double>(x.n.back());
     x.n.back() = -1;
-    r.run(x, &info);
+    r.run(x.letters.data(), x.n.data(), &info);
     EXPECT_TRUE(work[0] == least || zwork[0].real == least) << r.name;
     EXPECT_TRUE(info == 0 && reported.empty()) << r.name << reported;
   }
