@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -30,7 +31,7 @@ void contestant::start() {
     dup2(questions[0], STDIN_FILENO);
     dup2(answers[1], STDOUT_FILENO);
     for (const auto& [variable, value] : variables_) setenv(variable.c_str(), value.c_str(), 1);
-    std::vector<const char*> argv = {"level3", "--serve"};
+    std::vector<const char*> argv = {program_invocation_short_name, "--serve"};
     for (const std::string& argument : arguments_) argv.push_back(argument.c_str());
     argv.push_back(nullptr);
     execv("/proc/self/exe", const_cast<char**>(argv.data()));
@@ -76,15 +77,19 @@ std::string contestant::answer_to(const std::string& question) {
 }
 
 void contestant::complain(const std::string& answer) const {
-  std::fprintf(stderr, "level3: %s does not take part: %s\n", name_.c_str(),
+  std::fprintf(stderr, "%s: %s does not take part: %s\n", program_invocation_short_name, name_.c_str(),
                answer.empty() ? "it ended" : answer.substr(0, answer.size() - 1).c_str());
 }
 
 bool contestant::prepare(const level3_case& c) {
+  return prepare("case " + c.letters + " " + std::to_string(c.m) + " " + std::to_string(c.n) + " " +
+                 std::to_string(c.k) + " " + std::to_string(c.ld));
+}
+
+bool contestant::prepare(const std::string& question) {
   if (!running_) start();
   if (!running_) return false;
-  const std::string answer = answer_to("case " + c.letters + " " + std::to_string(c.m) + " " + std::to_string(c.n) +
-                                       " " + std::to_string(c.k) + " " + std::to_string(c.ld));
+  const std::string answer = answer_to(question);
   if (answer == "ok\n") return true;
   complain(answer);
   return false;

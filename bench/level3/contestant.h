@@ -29,6 +29,8 @@ class contestant {
   // Sets operands up, runs once and checks some elements of the result. False when the library cannot do it; one whose
   // process a case ended has a new one in the next.
   bool prepare(const level3_case& c);
+  // The same with the case in the words of the serving side.
+  bool prepare(const std::string& question);
 
   // Seconds per call, from one sample of a millisecond, ten when threaded, or one call.
   double sample();
