@@ -1,35 +1,51 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "factorizations/block_queue.h"
 
+#include <algorithm>
+
 namespace tev::lapack {
 
 void block_queue::ask(blas::span blocks) {
   const std::lock_guard held(lock_);
-  for (int64_t b = blocks.begin; b < blocks.end; ++b) ++blocks_[static_cast<size_t>(b)].asked;
+  for (int64_t b = blocks.begin; b < blocks.end; ++b) ++at(b).asked;
+}
+
+// The panels before a block are its updates; one more finishes it.
+block_queue::task block_queue::next_of(int64_t block) const {
+  const int64_t update = at(block).done, first = block / group_ * group_;
+  if (update == std::min(block, panels_)) return {panels_, {block, block + 1}};
+  if (update >= first) return {update, {block, block + 1}};
+  return {update, {first, std::min(first + group_, count())}};
 }
 
 block_queue::task block_queue::take() {
   const std::lock_guard held(lock_);
-  for (size_t b = 0; b < blocks_.size(); ++b) {
-    state& block = blocks_[b];
-    if (block.taken || block.done == block.asked) continue;
-    block.taken = true;
-    return {block.done, static_cast<int64_t>(b)};
+  for (int64_t b = 0; b < count(); ++b) {
+    if (!at(b).waits()) continue;
+    const task next = next_of(b);
+    const auto all_wait = [&] {
+      for (int64_t i = next.blocks.begin; i < next.blocks.end; ++i)
+        if (!at(i).waits()) return false;
+      return true;
+    };
+    if (!all_wait()) continue;
+    for (int64_t i = next.blocks.begin; i < next.blocks.end; ++i) at(i).taken = true;
+    return next;
   }
-  return {0, -1};
+  return {0, {0, 0}};
 }
 
 void block_queue::give_back(const task& done) {
   const std::lock_guard held(lock_);
-  state& block = blocks_[static_cast<size_t>(done.block)];
-  block.taken = false;
-  ++block.done;
+  for (int64_t b = done.blocks.begin; b < done.blocks.end; ++b) {
+    at(b).taken = false;
+    ++at(b).done;
+  }
 }
 
 bool block_queue::is_done(int64_t block) const {
   const std::lock_guard held(lock_);
-  const state& b = blocks_[static_cast<size_t>(block)];
-  return b.done == b.asked;
+  return at(block).done == at(block).asked;
 }
 
 void block_queue::close() {

@@ -21,9 +21,9 @@ bool cholesky_factorization<T>::factor(int64_t panel) {
 }
 
 template <class T>
-void cholesky_factorization<T>::update(int64_t panel, int64_t block) {
+void cholesky_factorization<T>::update(int64_t panel, const span& blocks) {
   if (panel == panels()) return;  // nothing is left to do
-  const span own = lines(panel), target = lines(block), beyond = {target.end, a_.rows};
+  const span own = lines(panel), target = lines(blocks), beyond = {target.end, a_.rows};
   const matrix_view<T> near = part(target, own), far = part(beyond, own);
   if (uplo_ == 'L') {
     subtract_square('L', 'N', near, part(target, target));
@@ -41,8 +41,8 @@ constexpr int64_t kFewestLines = 256;
 
 plan plan_of(int64_t n) {
   const int64_t threads = blas::permitted_threads();
-  if (threads == 1 || n < kFewestLines) return {1, n};
-  return {threads, n < 1024 ? 64 : n < 2048 ? 128 : 256};
+  if (threads == 1 || n < kFewestLines) return {1, n, 1};
+  return plan_of_products(n, threads);
 }
 
 }  // namespace
@@ -52,7 +52,7 @@ int64_t cholesky_in_process(char uplo, const matrix_view<T>& a) {
   const plan p = plan_of(a.rows);
   if (p.threads == 1) return factor_cholesky(uplo, a);
   cholesky_factorization<T> cholesky(uplo, a, p.width);
-  run_on_team(cholesky, cholesky.panels(), cholesky.panels(), p.threads);
+  run_on_team(cholesky, cholesky.panels(), cholesky.panels(), p);
   return cholesky.info();
 }
 

@@ -25,10 +25,11 @@ class cholesky_factorization {
   int64_t info() const { return info_; }
 
   bool factor(int64_t panel);
-  void update(int64_t panel, int64_t block);
+  void update(int64_t panel, const span& blocks);
 
  private:
-  span lines(int64_t block) const { return {block * width_, std::min((block + 1) * width_, a_.rows)}; }
+  span lines(const span& blocks) const { return {blocks.begin * width_, std::min(blocks.end * width_, a_.rows)}; }
+  span lines(int64_t block) const { return lines({block, block + 1}); }
   // Of L the rows x columns, of U the mirror image.
   matrix_view<T> part(const span& rows, const span& columns) const {
     return uplo_ == 'L' ? a_.block(rows.begin, columns.begin, rows.size(), columns.size())

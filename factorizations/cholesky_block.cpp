@@ -18,11 +18,12 @@ namespace {
 // Orders that are factored column by column, and of which halves are whole multiples.
 constexpr int64_t kNarrow = 8;
 
-// The formulas of L, element (i, j) at i row + j column. Those of U^H U are the conjugates of them, which are the same.
-template <class T>
-int64_t factor_narrow(T* a, int64_t n, int64_t row, int64_t column) {
+// The formulas of L; of U, the mirror image is at hand. Those of U^H U are the conjugates of them, which are the same.
+template <bool kLower, class T>
+int64_t factor_narrow(const matrix_view<T>& a) {
   using R = real_of<T>;
-  const auto at = [&](int64_t i, int64_t j) -> T& { return a[i * row + j * column]; };
+  const int64_t n = a.rows;
+  const auto at = [&](int64_t i, int64_t j) -> T& { return kLower ? a(i, j) : a(j, i); };
   for (int64_t j = 0; j < n; ++j) {
     for (int64_t k = 0; k < j; ++k)
       for (int64_t i = j; i < n; ++i) at(i, j) = difference(at(i, j), product(at(i, k), blas::conjugate(at(j, k))));
@@ -42,7 +43,7 @@ template <class T>
 int64_t factor_cholesky(char uplo, const matrix_view<T>& a) {
   const bool lower = uplo == 'L';
   const int64_t n = a.rows;
-  if (n <= kNarrow) return factor_narrow(a.data, n, lower ? 1 : a.ld, lower ? a.ld : 1);
+  if (n <= kNarrow) return lower ? factor_narrow<true>(a) : factor_narrow<false>(a);
   const int64_t first = std::max(n / 2 / kNarrow, int64_t{1}) * kNarrow, rest = n - first;
   const matrix_view<T> done = a.block(0, 0, first, first), below = a.block(first, first, rest, rest);
   const matrix_view<T> beside = lower ? a.block(first, 0, rest, first) : a.block(0, first, first, rest);

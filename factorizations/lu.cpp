@@ -18,8 +18,8 @@ bool lu_factorization<T>::factor(int64_t panel) {
 
 // At the end a block to the left gets the interchanges of all panels after its own.
 template <class T>
-void lu_factorization<T>::update(int64_t panel, int64_t block) {
-  const span columns = division_.block(block);
+void lu_factorization<T>::update(int64_t panel, const span& blocks) {
+  const span columns = division_.columns_of(blocks);
   const matrix_view<T> target = a_.block(0, columns.begin, a_.rows, columns.size());
   if (panel == division_.panels()) return interchange_rows(target, pivots_, columns.end, division_.order);
   const span own = division_.block(panel);
@@ -38,8 +38,8 @@ constexpr int64_t kFewestColumns = 256;
 
 plan plan_of(int64_t order) {
   const int64_t threads = blas::permitted_threads();
-  if (threads == 1 || order < kFewestColumns) return {1, order};
-  return {threads, order < 1024 ? 64 : order < 2048 ? 128 : 256};
+  if (threads == 1 || order < kFewestColumns) return {1, order, 1};
+  return plan_of_products(order, threads);
 }
 
 }  // namespace
@@ -49,7 +49,7 @@ int64_t lu_in_process(const matrix_view<T>& a, int64_t* pivots) {
   const plan p = plan_of(std::min(a.rows, a.columns));
   if (p.threads == 1) return factor_lu(a, pivots);
   lu_factorization<T> lu(a, pivots, p.width);
-  run_on_team(lu, lu.division().panels(), lu.division().blocks(), p.threads);
+  run_on_team(lu, lu.division().panels(), lu.division().blocks(), p);
   return lu.info();
 }
 

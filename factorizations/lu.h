@@ -20,6 +20,7 @@ struct lu_division {
   int64_t panels() const { return blas::ceil_div(order, width); }
   int64_t blocks() const { return panels() + blas::ceil_div(columns - order, width); }
   span block(int64_t number) const { return {begin(number), begin(number + 1)}; }
+  span columns_of(const span& several) const { return {begin(several.begin), begin(several.end)}; }
 
  private:
   int64_t begin(int64_t number) const {
@@ -38,7 +39,7 @@ class lu_factorization {
   int64_t info() const { return info_; }
 
   bool factor(int64_t panel);
-  void update(int64_t panel, int64_t block);
+  void update(int64_t panel, const span& blocks);
 
  private:
   const matrix_view<T> a_;

@@ -32,10 +32,10 @@ void qr_factorization<T>::take_back_r(const span& panel) {
 }
 
 template <class T>
-void qr_factorization<T>::update(int64_t panel, int64_t block) {
-  const bool is_finished = panel == division_.panels();
-  if (!is_finished) return update_columns(panel, division_.block(block));
-  if (block < division_.panels()) take_back_r(division_.block(block));
+void qr_factorization<T>::update(int64_t panel, const span& blocks) {
+  if (panel < division_.panels()) return update_columns(panel, division_.columns_of(blocks));
+  for (int64_t own = blocks.begin; own < std::min(blocks.end, division_.panels()); ++own)
+    take_back_r(division_.block(own));
 }
 
 template <class T>
@@ -49,8 +49,8 @@ namespace {
 
 plan plan_of(int64_t order) {
   const int64_t threads = blas::permitted_threads();
-  if (threads == 1 || order < 256) return {1, order < 64 ? order : order < 512 ? 32 : order < 2048 ? 64 : 128};
-  return {threads, order < 1024 ? 64 : 128};
+  if (threads == 1 || order < 256) return {1, order < 64 ? order : order < 512 ? 32 : order < 2048 ? 64 : 128, 1};
+  return {threads, order < 1024 ? 64 : 128, 1};
 }
 
 }  // namespace
@@ -63,7 +63,7 @@ bool qr_in_process(const matrix_view<T>& a, T* tau) {
   if (!space) return false;
   qr_factorization<T> qr(a, tau, p.width, space.data());
   if (p.threads > 1)
-    run_on_team(qr, qr.division().panels(), qr.division().blocks(), p.threads);
+    run_on_team(qr, qr.division().panels(), qr.division().blocks(), p);
   else
     for (int64_t panel = 0; panel < qr.division().panels(); ++panel) {
       qr.factor(panel);

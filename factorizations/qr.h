@@ -26,7 +26,7 @@ class qr_factorization {
   const lu_division& division() const { return division_; }
 
   bool factor(int64_t panel);
-  void update(int64_t panel, int64_t block);
+  void update(int64_t panel, const span& blocks);
   // The same for all blocks beyond the panel, at once.
   void update_rest(int64_t panel);
 

@@ -3,8 +3,6 @@
 // its team take updates all the time. Every call below is on one thread alone.
 #pragma once
 
-#include <algorithm>
-
 #include "blas_threading/team/barrier.h"
 #include "blas_threading/team/team.h"
 #include "blas_threading/team/waiting.h"
@@ -13,12 +11,12 @@
 
 namespace tev::lapack {
 
-// Factorization: factor(panel), update(panel, block). `panels` and `blocks`: as in run_with_lookahead.
+// Factorization: factor(panel), update(panel, blocks). `panels` and `blocks`: as in run_with_lookahead.
 template <class Factorization>
 class team_steps final : public steps {
  public:
-  team_steps(Factorization& what, int64_t panels, int64_t blocks)
-      : what_(what), panels_(panels), blocks_(blocks), queue_(blocks) {}
+  team_steps(Factorization& what, int64_t panels, int64_t blocks, int64_t group)
+      : what_(what), panels_(panels), blocks_(blocks), queue_(panels, blocks, group) {}
 
   // The thread that is number 0 of its team calls run(), the others call serve().
   void run() {
@@ -39,19 +37,17 @@ class team_steps final : public steps {
   template <class Condition>
   void work_until(const Condition& holds) {
     for (;;) {
-      block_queue::task task = {0, -1};
+      block_queue::task task = {0, {0, 0}};
       bool ends = false;
       blas::wait_until(
           [&] {
             ends = holds();
             if (!ends) task = queue_.take();
-            return ends || task.block >= 0;
+            return ends || !task.is_none();
           },
           blas::TEV_BARRIER_YIELD_MAX_CYCLES);
       if (ends) return;
-      // The panels before a block are its updates; one more finishes it.
-      const bool is_last = task.update == std::min(task.block, panels_);
-      what_.update(is_last ? panels_ : task.update, task.block);
+      what_.update(task.panel, task.blocks);
       queue_.give_back(task);
     }
   }
@@ -62,9 +58,9 @@ class team_steps final : public steps {
 };
 
 template <class Factorization>
-void run_on_team(Factorization& what, int64_t panels, int64_t blocks, int64_t threads) {
-  team_steps<Factorization> all(what, panels, blocks);
-  blas::run_team(threads, [&](int64_t thread, int64_t) { thread == 0 ? all.run() : all.serve(); });
+void run_on_team(Factorization& what, int64_t panels, int64_t blocks, const plan& p) {
+  team_steps<Factorization> all(what, panels, blocks, p.group);
+  blas::run_team(p.threads, [&](int64_t thread, int64_t) { thread == 0 ? all.run() : all.serve(); });
 }
 
 }  // namespace tev::lapack

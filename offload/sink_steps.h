@@ -92,7 +92,7 @@ class sink_steps final : public lapack::steps {
     for (int64_t b = 0; b < blocks_; ++b) {
       line& own = lines_[static_cast<size_t>(b)];
       if (own.is_empty() || !sink_.is_done(own.request)) continue;
-      what_.update(own.panels[own.done++], b);
+      what_.update(own.panels[own.done++], {b, b + 1});
       return true;
     }
     return false;

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Cholesky and what stands on it.
+#include "factorizations/cholesky.h"
+#include "factorizations/team_steps.h"
 #include "tests/factorizations/factored.h"
 #include "tev/lapack.h"
 
@@ -61,20 +63,26 @@ wide_matrix<wide_t<T>> whole(char uplo, const matrix<T>& a, bool hermitian) {
   return w;
 }
 
+// Or by a plan of the test's.
 template <class T>
-int64_t potrf(char uplo, matrix<T>& a) {
+int64_t potrf(char uplo, matrix<T>& a, const lapack::plan* p = nullptr) {
   const int64_t n = a.rows(), lda = a.ld();
   int64_t info = 7;
+  if (p != nullptr) {
+    lapack::cholesky_factorization<c_element_t<T>> cholesky(uplo, {at(a), n, n, lda}, p->width);
+    lapack::run_on_team(cholesky, cholesky.panels(), cholesky.panels(), *p);
+    return cholesky.info();
+  }
   cholesky_of<T>::potrf(&uplo, &n, at(a), &lda, &info);
   return info;
 }
 
 template <class T>
-void factor_and_judge(char uplo, int64_t n, const kind& k, engine& random) {
-  const std::string what = std::string(k.name) + ' ' + uplo + ' ' + std::to_string(n);
+void factor_and_judge(char uplo, int64_t n, const kind& k, engine& random, const lapack::plan* p = nullptr) {
+  const std::string what = (p ? name_of(*p) : "") + std::string(k.name) + ' ' + uplo + ' ' + std::to_string(n);
   const matrix<T> start = definite_matrix<T>(uplo, n, k, random);
   matrix<T> a = start;
-  ASSERT_EQ(potrf(uplo, a), 0) << what;
+  ASSERT_EQ(potrf(uplo, a, p), 0) << what;
   const wide_matrix<wide_t<T>> factor = whole(uplo, a, false), other = adjoint(factor);
   expect_product<T>(whole(uplo, start, true), uplo == 'L' ? factor : other, uplo == 'L' ? other : factor, n + 4, random,
                     what);
@@ -94,10 +102,13 @@ TYPED_TEST(Cholesky, FactorsOfEveryKindOfMatrix) {
 
 TYPED_TEST(Cholesky, FactorsOverATeam) {
   engine random(16);
-  for (const auto& [n, threads] : {std::pair(255, 2), {256, 2}, {257, 3}, {450, 5}}) {
+  for (const auto& [n, threads] : {std::pair(256, 2), {300, 5}}) {
     const own_threads team(threads);
     for (const char uplo : {'L', 'U'}) factor_and_judge<TypeParam>(uplo, n, kKinds[0], random);
   }
+  for (const lapack::plan& p : kPlans)
+    for (const char uplo : {'L', 'U'})
+      for (const int64_t n : {0, 64, 97}) factor_and_judge<TypeParam>(uplo, n, kKinds[0], random, &p);
 }
 
 // Zero, negative, NaN: the first pivot that is not above zero is reported; what was factored before it stays.

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "factorizations/steps.h"
 #include "tests/support/strided.h"
 #include "tests/support/wide.h"
 #include "tev/service.h"
@@ -33,6 +34,20 @@ struct own_threads {
   ~own_threads() { tev_serv_set_num_threads_local(before); }
   int32_t before;
 };
+
+template <class T>
+matrix<T> random_matrix(int64_t rows, int64_t columns, engine& random, values kind = values::fractions) {
+  matrix<T> a(rows, columns);
+  a.fill(random, kind);
+  return a;
+}
+
+inline constexpr lapack::plan kPlans[] = {{1, 8, 2}, {2, 8, 1}, {3, 8, 3}, {2, 16, 2}, {5, 7, 4}, {3, 20, 9}};
+
+inline std::string name_of(const lapack::plan& p) {
+  return std::to_string(p.threads) + " threads, width " + std::to_string(p.width) + ", group " +
+         std::to_string(p.group) + ", ";
+}
 
 // What is done to a random matrix.
 struct kind {
