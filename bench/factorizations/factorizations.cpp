@@ -3,8 +3,8 @@
 //
 //   bench/factorizations --op getrf --precision d --sizes 100,500,1000,2000,4000,8000 --threads 2 --rounds 9
 //
-// Operations: getrf, potrf (L), gesv, posv (one right-hand side). --peer NAME=PATH adds a library, ours of another
-// build (lib/libtev.so) or one with the standard names and 32-bit integers.
+// Operations: getrf, potrf (L), geqrf, gesv, posv (one right-hand side). --peer NAME=PATH adds a library, ours of
+// another build (lib/libtev.so) or one with the standard names and 32-bit integers.
 //
 // Every contestant runs in its own process (bench/level3/contestant.h). Samples are taken in turns; a figure is the
 // median. With one thread the time is that of the thread, so what else the machine does counts little; with more it is
@@ -35,7 +35,8 @@ struct options {
 
 [[noreturn]] void usage() {
   std::fputs(
-      "factorizations [--op getrf|potrf|gesv|posv] [--precision s|d|c|z] [--sizes N,N,...] [--threads N] [--rounds N]\n"
+      "factorizations [--op getrf|potrf|geqrf|gesv|posv] [--precision s|d|c|z] [--sizes N,N,...] [--threads N] "
+      "[--rounds N]\n"
       "               [--type-code CODE] [--peer NAME=PATH]...\n",
       stderr);
   std::exit(2);

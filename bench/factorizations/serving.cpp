@@ -50,6 +50,7 @@ class problem {
 
   void make_copies(int64_t count) {
     pivots_.resize(static_cast<size_t>(n_));
+    factors_.resize(static_cast<size_t>(n_)), work_.resize(static_cast<size_t>(n_ * kWorkPerColumn));
     matrices_.resize(static_cast<size_t>(count)), sides_.resize(static_cast<size_t>(count));
     for (size_t i = 0; i < matrices_.size(); ++i) matrices_[i] = a_, sides_[i] = b_;
   }
@@ -71,6 +72,16 @@ class problem {
       for (int64_t i = 0; i < n_; ++i) image[i] += whole(i, j) * x[j];
     if (solved) {
       y.assign(b_.begin(), b_.end());
+    } else if (op_ == "geqrf") {
+      for (int64_t j = 0; j < n_; ++j)  // R x, and then the reflectors, from the last to the first
+        for (int64_t i = 0; i <= j; ++i) y[i] += wide(at(f, i, j)) * x[j];
+      for (int64_t k = n_; k-- > 0;) {
+        wide sum = y[k];
+        for (int64_t i = k + 1; i < n_; ++i) sum += std::conj(wide(at(f, i, k))) * y[i];
+        sum *= wide(factors_[static_cast<size_t>(k)]);
+        y[k] -= sum;
+        for (int64_t i = k + 1; i < n_; ++i) y[i] -= wide(at(f, i, k)) * sum;
+      }
     } else {
       for (int64_t j = 0; j < n_; ++j)  // U x, or L^H x
         for (int64_t i = 0; i <= j; ++i) y[i] += (definite() ? std::conj(wide(at(f, j, i))) : wide(at(f, i, j))) * x[j];
@@ -108,7 +119,11 @@ class problem {
                                                                                               pivots_.data(), &info);
     else if (op_ == "potrf")
       reinterpret_cast<void (*)(const char*, pointer, T*, pointer, Integer*)>(routine_)("L", &n_, a, &n_, &info);
-    else if (op_ == "gesv")
+    else if (op_ == "geqrf") {
+      const Integer length = n_ * kWorkPerColumn;
+      reinterpret_cast<void (*)(pointer, pointer, T*, pointer, T*, T*, pointer, Integer*)>(routine_)(
+          &n_, &n_, a, &n_, factors_.data(), work_.data(), &length, &info);
+    } else if (op_ == "gesv")
       reinterpret_cast<void (*)(pointer, pointer, T*, pointer, Integer*, T*, pointer, Integer*)>(routine_)(
           &n_, &one, a, &n_, pivots_.data(), b, &n_, &info);
     else
@@ -116,12 +131,15 @@ class problem {
           "L", &n_, &one, a, &n_, b, &n_, &info);
   }
 
+  static constexpr Integer kWorkPerColumn = 64;  // of geqrf: as much as any of them asks for
+
   const std::string op_;
   void* const routine_;
   Integer n_ = 0;
   std::vector<T> a_, b_;
   std::vector<std::vector<T>> matrices_, sides_;
   std::vector<Integer> pivots_;
+  std::vector<T> factors_, work_;  // of geqrf
 };
 
 // A team that slept is awake before it is timed.
@@ -169,11 +187,18 @@ int serve_precision(char precision, const std::string& op, void* routine, bool t
 
 }  // namespace
 
-bool is_factorization(const std::string& op) { return op == "getrf" || op == "potrf" || op == "gesv" || op == "posv"; }
+bool is_factorization(const std::string& op) {
+  return op == "getrf" || op == "potrf" || op == "geqrf" || op == "gesv" || op == "posv";
+}
 
 double flops_of(const std::string& op, char precision, int64_t n) {
   const double order = static_cast<double>(n), solution = op.ends_with("sv") ? 2 * order * order : 0;
-  return (order * order * order * (op[0] == 'g' ? 2 : 1) / 3 + solution) *
+  return (order * order * order *
+              (op == "geqrf"  ? 4
+               : op[0] == 'g' ? 2
+                              : 1) /
+              3 +
+          solution) *
          (precision == 'c' || precision == 'z' ? 4 : 1);
 }
 
