@@ -6,6 +6,9 @@
 
 #include "tev/types.h"
 
+// row(letter, type) for each precision.
+#define TEV_FOR_EACH_PRECISION(row) row(s, float) row(d, double) row(c, tev_complex8) row(z, tev_complex16)
+
 namespace tev::blas {
 
 // kLetter: the precision in a routine's name. kParts: real numbers per element.

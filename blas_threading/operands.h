@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "blas_threading/element.h"
 #include "kernels/operation.h"
 
 namespace tev::blas {

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "blas_threading/level3/thread_count.h"
+#include "blas_threading/plan.h"
 #include "blas_threading/team/team.h"
 #include "factorizations/kernels.h"
 

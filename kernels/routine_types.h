@@ -62,8 +62,8 @@ template <class T>
 using ger_fn = void(const int64_t* m, const int64_t* n, const T* alpha, const T* x, const int64_t* incx, const T* y,
                     const int64_t* incy, T* a, const int64_t* lda);
 
-// y += alpha A x, as far as it comes from columns [*begin, *end) of the triangle uplo of A and their mirror images. A is
-// symmetric, in the complex precisions Hermitian; x and y have no gaps.
+// y += alpha A x, as far as it comes from columns [*begin, *end) of the triangle uplo of A and their mirror images. A
+// is symmetric, in the complex precisions Hermitian; x and y have no gaps.
 template <class T>
 using symv_columns_fn = void(const char* uplo, const int64_t* n, const int64_t* begin, const int64_t* end,
                              const T* alpha, const T* a, const int64_t* lda, const T* x, T* y);

@@ -3,7 +3,7 @@
 // the numbers where the host put them in the record, and the buffers, to the routine of its name. The step workers say
 // nothing about a request that is not theirs, and do nothing with it.
 #include "blas_threading/kernel_calls.h"
-#include "blas_threading/level3/thread_count.h"
+#include "blas_threading/plan.h"
 #include "kernels/operation.h"
 #include "tev/blas.h"
 #include "tev/lapack.h"
@@ -18,7 +18,7 @@ constexpr int64_t kOne = 1;
 template <class T, class FrontEnd>
 void update_triangle(const decltype(tev_step_slots::syrk)& s, const T* alpha, const T* a, const T* beta, T* c,
                      FrontEnd* over_team) {
-  if (tev::blas::thread_count<T>(s.n, s.n, s.k / 2) == 1)
+  if (tev::blas::threads_worth<T>(tev::kernels::kOpSyrk, s.n, s.n, s.k) == 1)
     return tev::blas::kernel_calls<T>::xsyrk(&s.uplo.letter, &s.trans.letter, &s.n, &s.k, alpha, a, &s.lda, beta, c,
                                              &s.ldc, kOne, kOne);
   const char trans = tev::kernels::upper_case(s.trans.letter) == 'N' ? 'N' : 'T';

@@ -18,21 +18,22 @@
 #include "service/settings.h"
 
 // Tiers by type code. Code 1 is reserved: only TEV_DEBUG_CPU_TYPE can ask for it.
-#define TEV_TIERS(ROW) \
+#define TEV_TIER_OF_EACH_CODE(ROW) \
   ROW("def") ROW("def") ROW("mc") ROW("mc3") ROW("avx") ROW("avx2") ROW("avx512_zel") ROW("avx512") ROW("avx512_zel")
 #define TEV_TIER_NAME(tier) tier,
 #define TEV_TIER_LIBRARY(tier) "libtev_" tier ".so",
 
 extern "C" {
 constinit int32_t TEV_Detect_Cpu_Global_Lock = 0;
-const char* const dll_cfg_names[10] = {TEV_TIERS(TEV_TIER_LIBRARY) reinterpret_cast<const char*>(UINTPTR_MAX)};
+const char* const dll_cfg_names[10] = {
+    TEV_TIER_OF_EACH_CODE(TEV_TIER_LIBRARY) reinterpret_cast<const char*>(UINTPTR_MAX)};
 }
 
 namespace tev::service {
 
 namespace {
 
-constexpr const char* kTierNames[] = {TEV_TIERS(TEV_TIER_NAME)};
+constexpr const char* kTierNames[] = {TEV_TIER_OF_EACH_CODE(TEV_TIER_NAME)};
 static_assert(std::size(kTierNames) + 1 == std::size(dll_cfg_names));
 
 constinit int32_t type_code = -1;  // what tev_serv_cpu_detect answers; written with the detection lock held

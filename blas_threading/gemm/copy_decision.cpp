@@ -50,7 +50,7 @@ bool many_core_wants_panels(const product_shape& s, int64_t t, bool vesta) {
 }
 
 bool wants_panels(int32_t tier, const product_shape& shape, int64_t threads, bool vesta) {
-  return row_of(tier).wants_panels(shape, threads, vesta);
+  return row_of(tier).wants_panels.value(shape, threads, vesta);
 }
 
 }  // namespace tev::blas

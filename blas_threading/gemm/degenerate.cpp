@@ -10,10 +10,10 @@
 // so the result is conjugated in place around the call; only a product with A as stored and conj(x) needs a copy of x.
 #include "blas_threading/gemm/degenerate.h"
 
+#include "blas_threading/blas_calls.h"
 #include "blas_threading/gemm/tier_row.h"
 #include "kernels/records.h"
 #include "service/xerbla.h"
-#include "tev/blas.h"
 #include "tev/service.h"
 
 namespace tev::blas {
@@ -22,21 +22,6 @@ namespace {
 
 using kernels::kConjTrans;
 using kernels::kNoTrans;
-
-template <class T>
-struct level2;
-#define TEV_LEVEL2(T, p)                                   \
-  template <>                                              \
-  struct level2<T> {                                       \
-    static constexpr auto copy = tev_blas_##p##copy;       \
-    static constexpr auto gemv = tev_blas_##p##gemv;       \
-    static constexpr auto gemmger = tev_blas_##p##gemmger; \
-  };
-TEV_LEVEL2(float, s)
-TEV_LEVEL2(double, d)
-TEV_LEVEL2(tev_complex8, c)
-TEV_LEVEL2(tev_complex16, z)
-#undef TEV_LEVEL2
 
 constexpr int64_t kAlignment = 128;
 constexpr int64_t kOne = 1;
@@ -75,7 +60,7 @@ struct matrix_vector {
 template <class T>
 void call_gemv(const matrix_vector<T>& p) {
   const char* const trans = !p.transposed ? "N" : p.conjugated ? "C" : "T";
-  level2<T>::gemv(trans, &p.rows, &p.columns, &p.alpha, p.a, &p.lda, p.x, &p.incx, &p.beta, p.y, &p.incy);
+  blas_calls<T>::gemv(trans, &p.rows, &p.columns, &p.alpha, p.a, &p.lda, p.x, &p.incx, &p.beta, p.y, &p.incy);
 }
 
 // A as stored, conj(x).
@@ -156,7 +141,7 @@ bool one_column(const operation<T>& p) {
 template <class T>
 bool is_few_rows(const operation<T>& p) {
   return p.op_b == kNoTrans && p.m < 8 && (p.a.ld < 8 || p.a.ld % 256 == 0) && p.c.ld < 8 && p.b.ld % 256 == 0 &&
-         row_of(tev_serv_cpu_detect()).few_rows;
+         row_of(tev_serv_cpu_detect()).few_rows.value;
 }
 
 template <class T>
@@ -172,15 +157,15 @@ bool rank_1(const operation<T>& p) {
   const char transa = kernels::letter_of(p.op_a), transb = kernels::letter_of(p.op_b);
   const int64_t a_stride = p.op_a == kNoTrans ? 1 : p.a.ld, b_stride = p.op_b == kNoTrans ? p.b.ld : 1;
   const auto update = [&](const T* x, const int64_t& stride) {
-    level2<T>::gemmger(&transa, &transb, &p.m, &p.n, &p.alpha, x, &stride, elements<T>(p.b), &b_stride, &p.beta,
-                       elements<T>(p.c), &p.c.ld);
+    blas_calls<T>::gemmger(&transa, &transb, &p.m, &p.n, &p.alpha, x, &stride, elements<T>(p.b), &b_stride, &p.beta,
+                           elements<T>(p.c), &p.c.ld);
     return true;
   };
   if (a_stride == 1 || p.m <= 64) return update(elements<T>(p.a), a_stride);
   constexpr char kName[] = {element<T>::kLetter, 'G', 'E', 'M', 'M', '\0'};
   T* const column = allocate<T>(p.m);
   if (tev_serv_check_ptr_and_warn(column, kName) != 0) return update(elements<T>(p.a), a_stride);
-  level2<T>::copy(&p.m, elements<T>(p.a), &a_stride, column, &kOne);
+  blas_calls<T>::copy(&p.m, elements<T>(p.a), &a_stride, column, &kOne);
   update(column, kOne);
   tev_serv_deallocate(column);
   return true;
@@ -197,9 +182,8 @@ bool degenerate_product(const operation<T>& p) {
   return false;
 }
 
-template bool degenerate_product(const operation<float>&);
-template bool degenerate_product(const operation<double>&);
-template bool degenerate_product(const operation<tev_complex8>&);
-template bool degenerate_product(const operation<tev_complex16>&);
+#define TEV_INSTANTIATE(p, T) template bool degenerate_product(const operation<T>&);
+TEV_FOR_EACH_PRECISION(TEV_INSTANTIATE)
+#undef TEV_INSTANTIATE
 
 }  // namespace tev::blas

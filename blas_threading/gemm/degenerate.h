@@ -20,4 +20,9 @@ inline bool may_be_degenerate(int64_t m, int64_t n, int64_t k, int64_t ldb) {
 template <class T>
 bool degenerate_product(const operation<T>& p);
 
+template <class T>
+bool done_by_level2(const operation<T>& p) {
+  return p.code == kernels::kOpGemm && may_be_degenerate(p.m, p.n, p.k, p.b.ld) && degenerate_product(p);
+}
+
 }  // namespace tev::blas

@@ -45,6 +45,7 @@ struct in_place_product {
   const operation<T>& problem;
   const operand &a, &b, &c;
   const thread_options& options;
+  const kernel_info<T> info;
   struct alignas(64) flag {
     uint32_t computed;
   };
@@ -73,7 +74,8 @@ struct in_place_product {
       target.data = partials + (item - blocks()) * block_size();
       target.ld = options.chunk_m;
     }
-    compute_alone(own, block_of(a, i, p, target.rows, depth), block_of(b, p, j, depth, target.columns), target);
+    compute_by_driver(own, block_of(a, i, p, target.rows, depth), block_of(b, p, j, depth, target.columns), target,
+                      info);
     if (options.pk > 1) __atomic_store_n(&flags[item].computed, 1, __ATOMIC_RELEASE);
   }
 
@@ -95,7 +97,7 @@ void omp_driver_nocopy(const operation<T>& problem, operand a, operand b, operan
   options.copy_strategy = kNoPanels;
   set_thread_opts(shape_of(problem, a, b, c), options);
   using product = in_place_product<T>;
-  product work = {problem, a, b, c, options, nullptr, nullptr};
+  product work = {problem, a, b, c, options, info_of(narrowed(problem, a, b, c)), nullptr, nullptr};
   typename product::flag on_stack[kTeamOnStack];
   if (options.pk > 1) {
     const int64_t bytes = work.block_size() * work.blocks() * (options.pk - 1) * static_cast<int64_t>(sizeof(T));
@@ -156,12 +158,9 @@ void gemm_omp_driver_v2(const operation<T>& problem, operand a, operand b, opera
   release_entries(shared_on_stack, shared);
 }
 
-#define TEV_INSTANTIATE(T) \
+#define TEV_INSTANTIATE(p, T) \
   template void gemm_omp_driver_v2(const operation<T>&, operand, operand, operand, thread_options);
-TEV_INSTANTIATE(float)
-TEV_INSTANTIATE(double)
-TEV_INSTANTIATE(tev_complex8)
-TEV_INSTANTIATE(tev_complex16)
+TEV_FOR_EACH_PRECISION(TEV_INSTANTIATE)
 #undef TEV_INSTANTIATE
 template void omp_driver_nocopy(const operation<float>&, operand, operand, operand, thread_options);
 template void omp_driver_nocopy(const operation<double>&, operand, operand, operand, thread_options);

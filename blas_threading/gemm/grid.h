@@ -34,7 +34,7 @@ product_shape shape_of(const kernels::operation<T>& problem, const operand& a, c
 }
 
 inline void set_thread_opts(const product_shape& shape, thread_options& options) {
-  row_of(options.tier).set_thread_opts(shape, options);
+  row_of(options.tier).set_thread_opts.value(shape, options);
 }
 
 }  // namespace tev::blas

@@ -168,13 +168,10 @@ void omp_parallel_acopy_lookahead(const operation<T>& problem, const operand& a,
   tev_serv_deallocate(options.shared[0]->queue);
 }
 
-#define TEV_INSTANTIATE(T)                                                                                        \
+#define TEV_INSTANTIATE(p, T)                                                                                     \
   template void omp_parallel_acopy_lookahead(const operation<T>&, const operand&, const operand&, const operand&, \
                                              const thread_options&, const kernel_info<T>&);
-TEV_INSTANTIATE(float)
-TEV_INSTANTIATE(double)
-TEV_INSTANTIATE(tev_complex8)
-TEV_INSTANTIATE(tev_complex16)
+TEV_FOR_EACH_PRECISION(TEV_INSTANTIATE)
 #undef TEV_INSTANTIATE
 
 }  // namespace tev::blas

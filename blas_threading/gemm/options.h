@@ -56,13 +56,13 @@ struct thread_options {
   int64_t pr, pc, pk;         // grid rows, grid columns, parts of k            W tier routine, partition_2d
   int32_t fast_memory;        // 1: the working set fits the fast memory        W tier routine
   int32_t spin_limit;         // attempts before a waiting thread yields        W tier routine
-  int64_t remainder;          // of the balanced rule                           W partition_1d
+  int64_t remainder;          // of the balanced rule, for work routines that count the longer chunks
   int32_t partition_mode;
   int32_t copy_strategy;
   int32_t chunk_rule;
-  int32_t group_of_two;  // 1 when lookahead_group is 2
-  int32_t force_group_four;
-  int32_t group, neighbour;           // indices into the synchronisation arrays: own group, the one beside it
+  int32_t group_of_two;      // 1 when lookahead_group is 2: for work routines that know groups of two and four only
+  int32_t force_group_four;  // 1: groups of four. For drivers that know the fast memory to be taken; ours do not
+  int32_t group, neighbour;  // indices into the synchronisation arrays: own group, the one beside it
   int64_t chunk_m, chunk_n, chunk_k;  // of the no-copy grid: multiple of 8, any, multiple of 4
   barrier_block* barrier[2];          // of `group` and `neighbour`            W region
   shared_buffer* shared[2];

@@ -24,8 +24,7 @@ void narrow(operand& x, const range& rows, const range& columns) {
 
 range all(int64_t extent) { return {0, extent}; }
 
-// ---- One dimension: n elements, thread i of p
-// ------------------------------------------------------------------------
+// ---- One dimension: n elements, thread i of p -----------------------------------------------------------------------
 
 range even_chunk(int64_t n, int64_t p, int64_t i) {
   int64_t chunk = n / p;
@@ -60,8 +59,7 @@ range chunk_of(int64_t n, const thread_options& o, int64_t block) {
   }
 }
 
-// ---- One dimension of a grid
-// -----------------------------------------------------------------------------------------
+// ---- One dimension of a grid ----------------------------------------------------------------------------------------
 
 // `big` groups of big_size, then groups of small_size; the last of the `groups` takes what is left.
 struct lines {

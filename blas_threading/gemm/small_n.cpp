@@ -24,25 +24,25 @@ template <class T>
 bool takes_small_n(int32_t tier, const operation<T>& p) {
   if (p.op_a < kernels::kTrans || p.op_b != kernels::kNoTrans) return false;
   const tier_row& row = row_of(tier);
-  if (row.two_or_three && (p.n == 2 || p.n == 3)) return true;
-  return p.n < row.clashing && clashes_in_cache(p.a.ld, p.b.ld, p.c.ld);
+  if (row.two_or_three.value && (p.n == 2 || p.n == 3)) return true;
+  return p.n < row.clashing.value && clashes_in_cache(p.a.ld, p.b.ld, p.c.ld);
 }
 
 template <class T>
-int32_t use_smalln_kernels(int32_t tier, const operation<T>& p) {
-  if (!takes_small_n(tier, p)) return 0;
-  const int64_t threads = available_threads(product_work(p.m, p.n, p.k)), part = small_n_rows(p.m, threads);
+void compute_small_n(const operation<T>& p, int64_t threads) {
+  const int64_t part = ceil_div(p.m, threads);
   run_team(threads, [&](int64_t thread, int64_t team) {
-    for (int64_t first = thread * part; first < p.m; first += team * part)
-      compute_alone(p, rows_of(p.a, {first, std::min(first + part, p.m)}), p.b,
-                    rows_of(p.c, {first, std::min(first + part, p.m)}));
+    for (int64_t first = thread * part; first < p.m; first += team * part) {
+      const span rows = {first, std::min(first + part, p.m)};
+      compute_alone(p, rows_of(p.a, rows), p.b, rows_of(p.c, rows));
+    }
   });
-  return 1;
 }
 
 template bool takes_small_n(int32_t, const operation<float>&);
 template bool takes_small_n(int32_t, const operation<double>&);
-template int32_t use_smalln_kernels(int32_t, const operation<float>&);
-template int32_t use_smalln_kernels(int32_t, const operation<double>&);
+#define TEV_INSTANTIATE(p, T) template void compute_small_n(const operation<T>&, int64_t);
+TEV_FOR_EACH_PRECISION(TEV_INSTANTIATE)
+#undef TEV_INSTANTIATE
 
 }  // namespace tev::blas

@@ -11,11 +11,7 @@ namespace tev::blas {
 template <class T>
 bool takes_small_n(int32_t tier, const operation<T>& p);
 
-// 1 when the product was computed, 0 when the caller must go on.
 template <class T>
-int32_t use_smalln_kernels(int32_t tier, const operation<T>& p);
-
-// Rows of each part for `threads` threads; the last part may have fewer.
-inline int64_t small_n_rows(int64_t m, int64_t threads) { return (m + threads - 1) / threads; }
+void compute_small_n(const operation<T>& p, int64_t threads);
 
 }  // namespace tev::blas

@@ -12,9 +12,9 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "blas_threading/alone.h"
 #include "blas_threading/element.h"
 #include "blas_threading/gemm/options.h"
-#include "blas_threading/gemm/symmetric.h"
 #include "blas_threading/kernel_calls.h"
 #include "blas_threading/operands.h"
 #include "blas_threading/team/team.h"
@@ -25,7 +25,6 @@
 namespace tev::blas {
 
 using kernels::buffers;
-using kernels::kernel_info;
 using kernels::strategy;
 
 // Rows [row, row + rows) and k [p, p + depth) of op(A) into their place in a panel that begins with row 0 of `a`'s
@@ -52,7 +51,6 @@ void pack_b(const kernel_info<T>& info, const operand& b, int64_t chunk, const s
 // ---- Memory --------------------------------------------------------------------------------------------------------
 
 inline constexpr int32_t kAOnly = 1, kBOnly = 2;  // buffers::mode
-inline constexpr int32_t kNoMemory = 2;           // of a tier's driver
 
 // Gives `buffers` one panel of `extent` rows or columns. No memory: the team's flag is set, the base stays null.
 inline void get_panel(int32_t mode, int64_t extent, buffers& panels, int32_t* failed) {
@@ -84,32 +82,15 @@ void wait_for_work(const Word* word, Word target, int32_t spin_limit) {
 
 // ---- Alone ---------------------------------------------------------------------------------------------------------
 
-// The thread's own product, without the other threads: by the single-threaded entry, which knows what pays for a block
-// of this shape.
-template <class T>
-void compute_alone(const operation<T>& problem, const operand& a, const operand& b, const operand& c) {
-  if (problem.code == kernels::kOpSymm) return compute_symmetric(problem, a, b, c);
-  const char transa = kernels::letter_of(problem.op_a), transb = kernels::letter_of(problem.op_b);
-  kernel_calls<T>::xgemm(&transa, &transb, &c.rows, &c.columns, &a.columns, &problem.alpha, elements<T>(a), &a.ld,
-                         elements<T>(b), &b.ld, &problem.beta, elements<T>(c), &c.ld);
-}
-
-template <class T>
-void compute_unpacked(const operation<T>& problem, const operand& a, const operand& b, const operand& c,
-                      const kernel_info<T>& info) {
-  if (c.rows < 1 || c.columns < 1) return;
-  if (problem.code == kernels::kOpSymm) return compute_symmetric_in_pieces(problem, a, b, c);
-  buffers none = {};
-  info.fallback(&problem, &a, &b, &c, &none, &info);
-}
-
 // What the sharing routines do when a panel could not be had.
 template <class T>
 void give_up_sharing(const operation<T>& problem, const operand& a, const operand& b, const operand& c,
                      const thread_options& options, const kernel_info<T>& info) {
   constexpr char kName[] = {element<T>::kLetter, 'G', 'E', 'M', 'M', 0};
   if (options.thread == 0) tev_serv_check_ptr_and_warn(nullptr, kName);
-  compute_unpacked(problem, a, b, c, info);
+  if (c.rows < 1 || c.columns < 1) return;
+  buffers none = {};
+  info.fallback(&problem, &a, &b, &c, &none, &info);
 }
 
 }  // namespace tev::blas

@@ -36,7 +36,7 @@ bool is_tiny(int64_t m, int64_t n, int64_t k) {
 bool is_deep(int64_t m, int64_t n, int64_t k) { return k / std::max(m, n) > 3; }
 
 double work_of(const tier_row& tier, int64_t m, int64_t n, int64_t k, double work_per_element) {
-  return tier.work * static_cast<double>(m) * static_cast<double>(n) * static_cast<double>(k) * work_per_element;
+  return tier.work.value * static_cast<double>(m) * static_cast<double>(n) * static_cast<double>(k) * work_per_element;
 }
 
 }  // namespace
@@ -44,17 +44,18 @@ double work_of(const tier_row& tier, int64_t m, int64_t n, int64_t k, double wor
 int64_t gemm_thread_count(int32_t code, int64_t m, int64_t n, int64_t k, double work_per_element, int64_t available) {
   if (available < 2) return 1;
   const tier_row& tier = row_of(code);
-  if (tier.by_shape && is_tiny(m, n, k)) return 1;
+  if (tier.by_shape.value && is_tiny(m, n, k)) return 1;
   const double work = work_of(tier, m, n, k, work_per_element);
-  const int64_t t = team_worth(work, available, available < kSmallestLargeTeam ? tier.small_team : tier.large_team);
-  return t == 1 && tier.by_shape && is_deep(m, n, k) ? available : t;
+  const int64_t t =
+      team_worth(work, available, available < kSmallestLargeTeam ? tier.small_team.value : tier.large_team.value);
+  return t == 1 && tier.by_shape.value && is_deep(m, n, k) ? available : t;
 }
 
 bool never_worth_a_team(int32_t code, int64_t m, int64_t n, int64_t k, double work_per_element) {
   const tier_row& tier = row_of(code);
-  const double least = std::min(tier.small_team.least_work, tier.large_team.least_work);
-  if (tier.by_shape && is_tiny(m, n, k)) return true;
-  return work_of(tier, m, n, k, work_per_element) < least && !(tier.by_shape && is_deep(m, n, k));
+  const double least = std::min(tier.small_team.value.least_work, tier.large_team.value.least_work);
+  if (tier.by_shape.value && is_tiny(m, n, k)) return true;
+  return work_of(tier, m, n, k, work_per_element) < least && !(tier.by_shape.value && is_deep(m, n, k));
 }
 
 }  // namespace tev::blas

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What a tier decides in the drivers of products, one row for each. A type code without a row does not compile.
+// What a tier decides in the drivers of products, one row for each. A type code without a row, or a row without one of
+// its fields, does not compile.
 #pragma once
 
 #include <cstdint>
 
 #include "blas_threading/gemm/copy_decision.h"
 #include "blas_threading/gemm/options.h"
+#include "service/required.h"
 
 namespace tev::blas {
 
@@ -17,14 +19,15 @@ struct team_cost {
 };
 
 struct tier_row {
-  double work;  // of one multiply-add in double, in the unit of the costs
-  team_cost small_team, large_team;
-  bool by_shape;      // tiny products stay with one thread, deep and narrow ones go to all, whatever the work
-  bool few_rows;      // some rows of C go through level 2 when the columns of B would all fall into the same cache sets
-  bool two_or_three;  // columns of C, with op(A) transposed: rows of C are dealt out. In s and d, as the next
-  int64_t clashing;   // the same for fewer columns than this when a leading dimension makes cache sets clash
-  bool (*wants_panels)(const product_shape&, int64_t threads, bool vesta);
-  void (*set_thread_opts)(const product_shape&, thread_options&);
+  required<double> work;  // of one multiply-add in double, in the unit of the costs
+  required<team_cost> small_team, large_team;
+  required<bool> by_shape;      // tiny products stay with one thread, deep and narrow ones go to all, whatever the work
+  required<bool> few_rows;      // some rows of C go through level 2 when the columns of B would all fall into the same
+                                // cache sets
+  required<bool> two_or_three;  // columns of C, with op(A) transposed: rows of C are dealt out. In s and d, as the next
+  required<int64_t> clashing;   // the same for fewer columns than this when a leading dimension makes cache sets clash
+  required<bool (*)(const product_shape&, int64_t threads, bool vesta)> wants_panels;
+  required<void (*)(const product_shape&, thread_options&)> set_thread_opts;
 };
 
 // Codes that are no tier's have the row of the older tiers.

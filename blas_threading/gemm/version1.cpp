@@ -9,12 +9,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "blas_threading/gemm/team.h"
-#include "blas_threading/gemm/thread_count.h"
+#include "blas_threading/alone.h"
 #include "blas_threading/gemm/version1_shared.h"
 #include "blas_threading/kernel_calls.h"
-#include "blas_threading/team/team.h"
-#include "blas_threading/vectors/level1.h"
+#include "blas_threading/run.h"
 #include "kernels/operation.h"
 
 namespace tev::blas {
@@ -52,16 +50,14 @@ double grid_work(int64_t m, int64_t n, const version1_grid& grid, int64_t tile_r
   return std::max(small, group_work(m, n, grid, members + 1, tile_rows));
 }
 
-// The product as the threads see it.
 template <class T>
-struct product {
-  operation<T> p;
-
-  version1_grid best_grid(int64_t threads) const { return best_version1_grid(p.m, p.n, threads, kVersion1Rows<T>); }
-  shared_grid best_shared(int64_t threads, bool share_a, bool share_b) const {
-    return best_shared_grid(p.m, p.n, threads, kVersion1Rows<T>, share_a, share_b);
-  }
-};
+version1_grid best_grid(const operation<T>& p, int64_t threads) {
+  return best_version1_grid(p.m, p.n, threads, kVersion1Rows<T>);
+}
+template <class T>
+shared_grid best_shared(const operation<T>& p, int64_t threads, bool share_a, bool share_b) {
+  return best_shared_grid(p.m, p.n, threads, kVersion1Rows<T>, share_a, share_b);
+}
 
 template <class T>
 void compute_block(const operation<T>& p, const block& part) {
@@ -72,25 +68,24 @@ void compute_block(const operation<T>& p, const block& part) {
 
 // `wanted` for a team of its size.
 template <class T>
-void compute_on_grid(const product<T>& x, const version1_grid& wanted) {
-  if (wanted.threads < 2) return compute_block(x.p, {0, 0, x.p.m, x.p.n});
+void compute_on_grid(const operation<T>& p, const version1_grid& wanted) {
+  if (wanted.threads < 2) return compute_alone(p);
   run_team(wanted.threads, [&](int64_t thread, int64_t team) {
-    const version1_grid grid = team == wanted.threads ? wanted : x.best_grid(team);
-    if (thread < grid.threads) compute_block(x.p, version1_block(grid, thread, x.p.m, x.p.n, kVersion1Rows<T>));
+    const version1_grid grid = team == wanted.threads ? wanted : best_grid(p, team);
+    if (thread < grid.threads) compute_block(p, version1_block(grid, thread, p.m, p.n, kVersion1Rows<T>));
   });
 }
 
 template <class T>
-void compute_shared(const product<T>& x, const shared_grid& grid, int64_t threads) {
-  const bool adds = x.p.k > 0 && !is_value(x.p.alpha, 0);
-  if (grid.threads() < 2 || !adds || !multiply_shared(x.p, grid)) compute_on_grid(x, x.best_grid(threads));
+void compute_shared(const operation<T>& p, const shared_grid& grid, int64_t threads) {
+  const bool adds = p.k > 0 && !is_value(p.alpha, 0);
+  if (grid.threads() < 2 || !adds || !multiply_shared(p, grid)) compute_blocks(p, threads);
 }
 
 // Rows of threads, in each of which the tier divides the columns.
 template <class T>
-void compute_by_shares(const product<T>& x, const shared_grid& grid) {
+void compute_by_shares(const operation<T>& p, const shared_grid& grid) {
   run_team(grid.threads(), [&](int64_t thread, int64_t team) {
-    const operation<T>& p = x.p;
     const int64_t rows = team == grid.threads() ? grid.rows : 1, columns = team / rows;
     const int64_t row = thread % rows, column = thread / rows;
     const int64_t first = tile_edge(p.m, kVersion1Rows<T>, row, rows),
@@ -114,32 +109,13 @@ double alone_work(const block& part) {
   return rows * columns + kPackingWork * (rows + columns);
 }
 
-// Threads that outnumber the processors would wait for each other's turns.
+// Every call that came through the front end has something to add; those of the drivers by name may not.
 template <class T>
-bool sharing_pays(const operation<T>& p, const version1_grid& alone, const shared_grid& together) {
-  const int64_t threads = together.threads();
-  if (threads < 2 || threads > omp_get_num_procs()) return false;
-  const auto depth = static_cast<double>(p.k);
-  const block last = version1_block(alone, alone.threads - 1, p.m, p.n, kVersion1Rows<T>);
-  if (product_work(last.rows, last.columns, std::min(p.k, kSharedDepth)) < kLeastBetweenMeetings) return false;
-  const double meetings = std::ceil(depth / kSharedDepth) * kMeetingWork * static_cast<double>(threads),
-               shared = shared_work(p.m, p.n, together, kVersion1Rows<T>) * depth + meetings;
-  return shared < kPays * depth * alone_work(last);
-}
-
-template <class T>
-void compute(const product<T>& x) {
-  const operation<T>& p = x.p;
+void compute(const operation<T>& p) {
   if (p.m < 1 || p.n < 1) return;
   if (p.k < 1 || is_value(p.alpha, 0)) return kernel_calls<T>::mscale(&p.m, &p.n, &p.beta, elements<T>(p.c), &p.c.ld);
-  const int32_t tier = tev_serv_cpu_detect();
-  if (never_worth_a_team(tier, p.m, p.n, p.k, kWorkPerElement<T>)) return compute_block(x.p, {0, 0, p.m, p.n});
-  const int64_t available = available_threads(kWorkPerElement<T> * product_work(p.m, p.n, p.k));
-  const int64_t threads = gemm_thread_count(tier, p.m, p.n, p.k, kWorkPerElement<T>, available);
-  const version1_grid alone = x.best_grid(threads);
-  const shared_grid together = x.best_shared(threads, true, true);
-  if (sharing_pays<T>(p, alone, together)) return compute_shared(x, together, threads);
-  compute_on_grid(x, alone);
+  const int64_t threads = threads_worth<T>(p.code, p.m, p.n, p.k);
+  run(p, threads == 1 ? plan{division::none, 1} : plan_of_version1(p, threads));
 }
 
 }  // namespace
@@ -169,9 +145,34 @@ block version1_block(const version1_grid& grid, int64_t thread, int64_t m, int64
           tile_edge(n, kVersion1Columns, first + size, grid.threads) - column};
 }
 
+// Threads that outnumber the processors would wait for each other's turns.
+template <class T>
+bool sharing_pays(const operation<T>& p, int64_t wanted) {
+  const version1_grid alone = best_grid(p, wanted);
+  const shared_grid together = best_shared(p, wanted, true, true);
+  const int64_t threads = together.threads();
+  if (threads < 2 || threads > omp_get_num_procs()) return false;
+  const auto depth = static_cast<double>(p.k);
+  const block last = version1_block(alone, alone.threads - 1, p.m, p.n, kVersion1Rows<T>);
+  if (product_work(last.rows, last.columns, std::min(p.k, kSharedDepth)) < kLeastBetweenMeetings) return false;
+  const double meetings = std::ceil(depth / kSharedDepth) * kMeetingWork * static_cast<double>(threads),
+               shared = shared_work(p.m, p.n, together, kVersion1Rows<T>) * depth + meetings;
+  return shared < kPays * depth * alone_work(last);
+}
+
+template <class T>
+void compute_blocks(const operation<T>& p, int64_t threads) {
+  compute_on_grid(p, best_grid(p, threads));
+}
+
+template <class T>
+void compute_shared_blocks(const operation<T>& p, int64_t threads) {
+  compute_shared(p, best_shared(p, threads, true, true), threads);
+}
+
 template <class T>
 void gemm_omp_driver_v1(const operation<T>& p) {
-  compute(product<T>{p});
+  compute(p);
 }
 
 }  // namespace tev::blas
@@ -179,33 +180,31 @@ void gemm_omp_driver_v1(const operation<T>& p) {
 #define TEV_PARAMETERS(T)                                                                                       \
   const char *transa, const char *transb, const int64_t *m, const int64_t *n, const int64_t *k, const T *alpha, \
       const T *a, const int64_t *lda, const T *b, const int64_t *ldb, const T *beta, T *c, const int64_t *ldc
-#define TEV_PRODUCT(T)                                                                                   \
-  tev::blas::product<T> {                                                                                \
-    tev::kernels::make_operation(*transa, *transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc) \
-  }
+#define TEV_PRODUCT tev::kernels::make_operation(*transa, *transb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc)
 // The product as x, the number of threads as t.
 #define TEV_STRATEGY(p, T, name, compute)                                                \
   extern "C" void tev_blas_##p##gemm_##name(TEV_PARAMETERS(T), const int64_t* threads) { \
-    const auto x = TEV_PRODUCT(T);                                                       \
+    const auto x = TEV_PRODUCT;                                                          \
     const int64_t t = *threads;                                                          \
     compute;                                                                             \
   }
-#define TEV_SHARES(p, grid) \
-  tev_blas_##p##gemm_api_support() == 1 ? compute_by_shares(x, grid) : compute_on_grid(x, x.best_grid(t))
-#define TEV_VERSION1_DRIVERS(p, T)                                                                            \
-  template void tev::blas::gemm_omp_driver_v1(const tev::blas::operation<T>&);                                \
-  extern "C" void tev_blas_##p##gemm_omp_driver_v1(TEV_PARAMETERS(T)) { tev::blas::compute(TEV_PRODUCT(T)); } \
-  TEV_STRATEGY(p, T, 1d_row, compute_on_grid(x, {t, 1}))                                                      \
-  TEV_STRATEGY(p, T, 1d_col, compute_on_grid(x, {t, t}))                                                      \
-  TEV_STRATEGY(p, T, 2d_bsrc, compute_on_grid(x, tev::blas::even_groups(x.best_shared(t, false, false))))     \
-  TEV_STRATEGY(p, T, 2d_improved_bsrc, compute_on_grid(x, x.best_grid(t)))                                    \
-  TEV_STRATEGY(p, T, 1d_with_copy_0, compute_shared(x, {t, 1, false, true}, t))                               \
-  TEV_STRATEGY(p, T, 2d_bcopy, compute_shared(x, x.best_shared(t, false, true), t))                           \
-  TEV_STRATEGY(p, T, 2d_acopy_n, compute_shared(x, x.best_shared(t, true, false), t))                         \
-  TEV_STRATEGY(p, T, 2d_abcopy_abx_m_km_par_p, compute_shared(x, x.best_shared(t, true, true), t))            \
-  TEV_STRATEGY(p, T, 2d_xgemm_p, TEV_SHARES(p, x.best_shared(t, false, false)))                               \
-  TEV_STRATEGY(p, T, xgemm_external_omp, TEV_SHARES(p, (tev::blas::shared_grid{1, t, false, false})))
-TEV_VERSION1_DRIVERS(s, float)
-TEV_VERSION1_DRIVERS(d, double)
-TEV_VERSION1_DRIVERS(c, tev_complex8)
-TEV_VERSION1_DRIVERS(z, tev_complex16)
+#define TEV_SHARES(p, grid) tev_blas_##p##gemm_api_support() == 1 ? compute_by_shares(x, grid) : compute_blocks(x, t)
+#define TEV_VERSION1_DRIVERS(p, T)                                                              \
+  template bool sharing_pays(const operation<T>&, int64_t);                                     \
+  template void compute_blocks(const operation<T>&, int64_t);                                   \
+  template void compute_shared_blocks(const operation<T>&, int64_t);                            \
+  template void gemm_omp_driver_v1(const operation<T>&);                                        \
+  extern "C" void tev_blas_##p##gemm_omp_driver_v1(TEV_PARAMETERS(T)) { compute(TEV_PRODUCT); } \
+  TEV_STRATEGY(p, T, 1d_row, compute_on_grid(x, {t, 1}))                                        \
+  TEV_STRATEGY(p, T, 1d_col, compute_on_grid(x, {t, t}))                                        \
+  TEV_STRATEGY(p, T, 2d_bsrc, compute_on_grid(x, even_groups(best_shared(x, t, false, false)))) \
+  TEV_STRATEGY(p, T, 2d_improved_bsrc, compute_blocks(x, t))                                    \
+  TEV_STRATEGY(p, T, 1d_with_copy_0, compute_shared(x, {t, 1, false, true}, t))                 \
+  TEV_STRATEGY(p, T, 2d_bcopy, compute_shared(x, best_shared(x, t, false, true), t))            \
+  TEV_STRATEGY(p, T, 2d_acopy_n, compute_shared(x, best_shared(x, t, true, false), t))          \
+  TEV_STRATEGY(p, T, 2d_abcopy_abx_m_km_par_p, compute_shared_blocks(x, t))                     \
+  TEV_STRATEGY(p, T, 2d_xgemm_p, TEV_SHARES(p, best_shared(x, t, false, false)))                \
+  TEV_STRATEGY(p, T, xgemm_external_omp, TEV_SHARES(p, (shared_grid{1, t, false, false})))
+namespace tev::blas {
+TEV_FOR_EACH_PRECISION(TEV_VERSION1_DRIVERS)
+}  // namespace tev::blas

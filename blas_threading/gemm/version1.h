@@ -18,6 +18,7 @@
 
 #include "blas_threading/gemm/driver.h"
 #include "blas_threading/gemm/partition.h"
+#include "blas_threading/operands.h"
 #include "tev/types.h"
 
 namespace tev::blas {
@@ -44,6 +45,16 @@ version1_grid best_version1_grid(int64_t m, int64_t n, int64_t threads, int64_t 
 
 // The blocks of threads 0 .. grid.threads - 1 cover C and do not overlap; some may be empty.
 block version1_block(const version1_grid& grid, int64_t thread, int64_t m, int64_t n, int64_t tile_rows);
+
+// Whether a team of so many threads is done sooner when it packs together. m, n and k are at least 1, as below.
+template <class T>
+bool sharing_pays(const operation<T>& p, int64_t threads);
+
+// Each thread by itself on the best grid, and all together.
+template <class T>
+void compute_blocks(const operation<T>& p, int64_t threads);
+template <class T>
+void compute_shared_blocks(const operation<T>& p, int64_t threads);
 
 // A product with the number of threads given.
 template <class T>
@@ -77,10 +88,7 @@ extern "C" {
       tev_blas_##p##gemm_2d_improved_bsrc, tev_blas_##p##gemm_1d_with_copy_0, tev_blas_##p##gemm_2d_bcopy,           \
       tev_blas_##p##gemm_2d_acopy_n, tev_blas_##p##gemm_2d_abcopy_abx_m_km_par_p, tev_blas_##p##gemm_2d_xgemm_p,     \
       tev_blas_##p##gemm_xgemm_external_omp;
-TEV_VERSION1_DRIVERS(s, float)
-TEV_VERSION1_DRIVERS(d, double)
-TEV_VERSION1_DRIVERS(c, tev_complex8)
-TEV_VERSION1_DRIVERS(z, tev_complex16)
+TEV_FOR_EACH_PRECISION(TEV_VERSION1_DRIVERS)
 #undef TEV_VERSION1_DRIVERS
 
 }  // extern "C"

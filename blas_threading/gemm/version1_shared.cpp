@@ -211,9 +211,8 @@ bool multiply_shared(const operation<T>& p, const shared_grid& grid) {
   return complete;
 }
 
-template bool multiply_shared(const operation<float>&, const shared_grid&);
-template bool multiply_shared(const operation<double>&, const shared_grid&);
-template bool multiply_shared(const operation<tev_complex8>&, const shared_grid&);
-template bool multiply_shared(const operation<tev_complex16>&, const shared_grid&);
+#define TEV_INSTANTIATE(p, T) template bool multiply_shared(const operation<T>&, const shared_grid&);
+TEV_FOR_EACH_PRECISION(TEV_INSTANTIATE)
+#undef TEV_INSTANTIATE
 
 }  // namespace tev::blas

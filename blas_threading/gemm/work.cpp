@@ -58,8 +58,8 @@ void multiply_packed(const operand& c, int64_t depth, const void* a_panel, const
 
 template <class T>
 void omp_no_parallel_copy(const operation<T>& problem, const operand& a, const operand& b, const operand& c,
-                          const thread_options&, const kernel_info<T>&) {
-  compute_alone(problem, a, b, c);
+                          const thread_options&, const kernel_info<T>& info) {
+  compute_by_driver(problem, a, b, c, info);
 }
 
 template <class T>
@@ -199,7 +199,7 @@ void gblock_by_k_omp(const operation<T>& problem, const operand& a, const operan
   const span depth = split ? span{0, a.columns} : part_of(part, pk, a.columns, 4);
   const operand c_block = block_of(c, rows.begin, columns.begin, rows.end - rows.begin, columns.end - columns.begin);
 
-  if (pk == 1) return compute_alone(problem, rows_of(a, rows), columns_of(b, columns), c_block);
+  if (pk == 1) return compute_by_driver(problem, rows_of(a, rows), columns_of(b, columns), c_block, info);
 
   void*& partials = options.shared[0]->buffers.base;
   const int64_t chunk_m = round_up(ceil_div(c.rows, pr), info.plan.mr);
@@ -228,8 +228,8 @@ void gblock_by_k_omp(const operation<T>& problem, const operand& a, const operan
     target.data = sums + (part - 1) * stride;
     target.ld = chunk_m;
   }
-  compute_alone(own, block_of(a, rows.begin, depth.begin, target.rows, depth.end - depth.begin),
-                block_of(b, depth.begin, columns.begin, depth.end - depth.begin, target.columns), target);
+  compute_by_driver(own, block_of(a, rows.begin, depth.begin, target.rows, depth.end - depth.begin),
+                    block_of(b, depth.begin, columns.begin, depth.end - depth.begin, target.columns), target, info);
   meet_team(options);
   add_parts(c_block, sums, chunk_m, stride, pk - 1, part, pk);
   meet_team(options);
@@ -315,14 +315,11 @@ void compute_share(operation<T> problem, operand a, operand b, operand c, thread
   routine(problem, a, b, c, options, info);
 }
 
-#define TEV_INSTANTIATE(T)                                                                             \
+#define TEV_INSTANTIATE(p, T)                                                                          \
   template void compute_share(operation<T>, operand, operand, operand, thread_options, barrier_block*, \
                               shared_buffer*);                                                         \
   template void add_parts(const operand&, const T*, int64_t, int64_t, int64_t, int64_t, int64_t);
-TEV_INSTANTIATE(float)
-TEV_INSTANTIATE(double)
-TEV_INSTANTIATE(tev_complex8)
-TEV_INSTANTIATE(tev_complex16)
+TEV_FOR_EACH_PRECISION(TEV_INSTANTIATE)
 #undef TEV_INSTANTIATE
 
 }  // namespace tev::blas

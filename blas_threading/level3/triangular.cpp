@@ -14,34 +14,27 @@
 // The other cases are these turned round, mirrored, or both.
 #include <algorithm>
 
-#include "blas_threading/gemm/gemm.h"
+#include "blas_threading/alone.h"
 #include "blas_threading/kernel_calls.h"
 #include "blas_threading/level3/arguments.h"
-#include "blas_threading/level3/thread_count.h"
+#include "blas_threading/level3/shares.h"
+#include "blas_threading/run.h"
 #include "tev/blas.h"
 
 namespace tev::blas {
 namespace {
 
-// Of the diagonal; and the fewest right-hand sides for each thread, so that packing the triangle is a small part of its
-// work.
-constexpr int64_t kDiagonalBlock = 256, kFewestSides = 64;
-// Blocks that a triangle needs for the work beside the diagonal to matter.
-constexpr int64_t kFewestBlocks = 4;
+constexpr int64_t kDiagonalBlock = 256;
 
 template <class T>
 const operand& triangle_of(const operation<T>& p) {
   return p.from_right != 0 ? p.b : p.a;
 }
 
-// The lines of B that the triangle acts along, or the right-hand sides.
+// The lines of B that the triangle acts along.
 template <class T>
 operand lines_of(const operation<T>& p, const span& lines) {
   return p.from_right != 0 ? columns_of(p.c, lines) : rows_of(p.c, lines);
-}
-template <class T>
-operand sides_of(const operation<T>& p, const span& sides) {
-  return p.from_right != 0 ? rows_of(p.c, sides) : columns_of(p.c, sides);
 }
 
 template <class T>
@@ -50,33 +43,32 @@ operation<T> with_operands(operation<T> p, T alpha, const operand& triangle, con
   return p.from_right != 0 ? narrowed(p, c, triangle, c) : narrowed(p, triangle, c, c);
 }
 
-template <class T>
-void compute_alone(const operation<T>& p, const operand& c) {
-  if (c.rows < 1 || c.columns < 1) return;
-  const operand& triangle = triangle_of(p);
-  const char side = p.from_right != 0 ? 'R' : 'L', uplo = kernels::stored_triangle(&triangle);
-  const char trans = kernels::stored_transposition(&triangle), diag = kernels::stored_diagonal(&triangle);
-  (p.code == kernels::kOpTrsm ? kernel_calls<T>::xtrsm : kernel_calls<T>::xtrmm)(
-      &side, &uplo, &trans, &diag, &c.rows, &c.columns, &p.alpha, elements<T>(triangle), &triangle.ld, elements<T>(c),
-      &c.ld);
-}
-
 // lines `others` := beta others + factor times what the blocks of A between them and `lines` make of the latter.
 template <class T>
 void add_products(const operation<T>& p, const span& lines, const span& others, T factor, T beta) {
   if (others.size() < 1) return;
   const operand& triangle = triangle_of(p);
-  multiply_over_team(
-      p.from_right != 0
+  run(p.from_right != 0
           ? matrix_product(factor, lines_of(p, lines), block_of(triangle, lines, others), beta, lines_of(p, others))
           : matrix_product(factor, block_of(triangle, others, lines), lines_of(p, lines), beta, lines_of(p, others)));
 }
 
 template <class T>
-void compute_over_team(const operation<T>& p);
+void triangular(const level3_routine& routine, kernels::triangular_fn<T>* entry, int32_t code, char side, char uplo,
+                char transa, char diag, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, T* b, int64_t ldb) {
+  const level3_arguments arguments = {
+      .side = side, .uplo = uplo, .trans = transa, .diag = diag, .m = m, .n = n, .lda = lda, .ldb = ldb};
+  if (!arguments_are_right<T>(routine, arguments) || m == 0 || n == 0) return;
+  if (is_value(alpha, 0)) return kernel_calls<T>::mscale(&m, &n, &alpha, b, &ldb);
+  if (threads_worth<T>(code, m, n, kernels::side_code(side) == 0 ? m : n) == 1)
+    return entry(&side, &uplo, &transa, &diag, &m, &n, &alpha, a, &lda, b, &ldb);
+  run(kernels::make_triangular_operation(code, side, uplo, transa, diag, m, n, alpha, a, lda, b, ldb));
+}
+
+}  // namespace
 
 template <class T>
-void compute_by_blocks(const operation<T>& p) {
+void compute_by_diagonal_blocks(const operation<T>& p) {
   const operand& triangle = triangle_of(p);
   const bool solves = p.code == kernels::kOpTrsm;
   const bool upper = (kernels::stored_triangle(&triangle) == 'U') == (kernels::stored_transposition(&triangle) == 'N');
@@ -89,44 +81,37 @@ void compute_by_blocks(const operation<T>& p) {
     const span others = acts_forward ? span{lines.end, order} : span{0, lines.begin};
     const T alpha = solves && step > 0 ? one : p.alpha;  // a solution takes it into all of B in its first step
     if (!solves) add_products(p, lines, others, alpha, one);
-    compute_over_team(with_operands(p, alpha, block_of(triangle, lines, lines), lines_of(p, lines)));
+    run(with_operands(p, alpha, block_of(triangle, lines, lines), lines_of(p, lines)));
     if (solves) add_products(p, lines, others, element_of<T>(-1), alpha);
   }
 }
 
 template <class T>
-void compute_over_team(const operation<T>& p) {
-  const int64_t order = triangle_of(p).rows, sides = p.from_right != 0 ? p.m : p.n;
-  const int64_t threads = thread_count<T>(p.m, p.n, order / 2);
-  if (threads == 1) return compute_alone(p, p.c);
-  if (sides < threads * kFewestSides && order >= kFewestBlocks * kDiagonalBlock) return compute_by_blocks(p);
-  run_team(std::min(threads, ceil_div(sides, kLine<T>)), [&](int64_t thread, int64_t team) {
-    compute_alone(p, sides_of(p, part_of(thread, team, sides, kLine<T>)));
+void compute_sides(const operation<T>& p, int64_t threads) {
+  const bool right = p.from_right != 0;
+  run_team(threads, [&](int64_t thread, int64_t team) {
+    const span share = part_of(thread, team, right ? p.m : p.n, kLine<T>);
+    if (right)
+      compute_alone(p, rows_of(p.a, share), p.b, rows_of(p.c, share));
+    else
+      compute_alone(p, p.a, columns_of(p.b, share), columns_of(p.c, share));
   });
 }
 
-template <class T>
-void triangular(const level3_routine& routine, int32_t code, char side, char uplo, char transa, char diag, int64_t m,
-                int64_t n, T alpha, const T* a, int64_t lda, T* b, int64_t ldb) {
-  const level3_arguments arguments = {
-      .side = side, .uplo = uplo, .trans = transa, .diag = diag, .m = m, .n = n, .lda = lda, .ldb = ldb};
-  if (!arguments_are_right<T>(routine, arguments) || m == 0 || n == 0) return;
-  if (is_value(alpha, 0)) return kernel_calls<T>::mscale(&m, &n, &alpha, b, &ldb);
-  compute_over_team(kernels::make_triangular_operation(code, side, uplo, transa, diag, m, n, alpha, a, lda, b, ldb));
-}
+#define TEV_INSTANTIATE(p, T)                                    \
+  template void compute_by_diagonal_blocks(const operation<T>&); \
+  template void compute_sides(const operation<T>&, int64_t);
+TEV_FOR_EACH_PRECISION(TEV_INSTANTIATE)
+#undef TEV_INSTANTIATE
 
-}  // namespace
 }  // namespace tev::blas
 
 #define TEV_TRIANGULAR(p, name, Name, T)                                                                              \
   void tev_blas_##p##name(const char* side, const char* uplo, const char* transa, const char* diag, const int64_t* m, \
                           const int64_t* n, const T* alpha, const T* a, const int64_t* lda, T* b,                     \
                           const int64_t* ldb) {                                                                       \
-    tev::blas::triangular(tev::blas::k##Name, tev::kernels::kOp##Name, *side, *uplo, *transa, *diag, *m, *n, *alpha,  \
-                          a, *lda, b, *ldb);                                                                          \
+    tev::blas::triangular(tev::blas::k##Name, tev_blas_x##p##name, tev::kernels::kOp##Name, *side, *uplo, *transa,    \
+                          *diag, *m, *n, *alpha, a, *lda, b, *ldb);                                                   \
   }
 #define TEV_TRIANGULAR_PAIR(p, T) TEV_TRIANGULAR(p, trmm, Trmm, T) TEV_TRIANGULAR(p, trsm, Trsm, T)
-TEV_TRIANGULAR_PAIR(s, float)
-TEV_TRIANGULAR_PAIR(d, double)
-TEV_TRIANGULAR_PAIR(c, tev_complex8)
-TEV_TRIANGULAR_PAIR(z, tev_complex16)
+TEV_FOR_EACH_PRECISION(TEV_TRIANGULAR_PAIR)

@@ -2,8 +2,7 @@
 // Where the threads of a running team wait for each other. Two counters that never go back: every barrier raises both
 // by team - 1, so that one zeroed block serves any number of barriers of one team in a row.
 //
-//   | arrivals: raised by every thread but the leader | release: written by the leader | each on a cache line of its
-//   own
+//   | arrivals: raised by every thread but the leader | release: written by the leader |  each on a cache line
 #pragma once
 
 #include <cstdint>

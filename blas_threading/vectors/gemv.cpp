@@ -59,7 +59,4 @@ void gemv_omp(const char* trans, int64_t m, int64_t n, const T* alpha, const T* 
     const bool serial = tev::blas::stays_serial<T>(trans, *m, *n);                                               \
     (serial ? tev_blas_x##p##gemv : tev_blas_##p##gemv_omp)(trans, m, n, alpha, a, lda, x, incx, beta, y, incy); \
   }
-TEV_GEMV(s, float)
-TEV_GEMV(d, double)
-TEV_GEMV(c, tev_complex8)
-TEV_GEMV(z, tev_complex16)
+TEV_FOR_EACH_PRECISION(TEV_GEMV)

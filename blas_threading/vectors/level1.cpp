@@ -70,10 +70,7 @@ void axpy(int64_t n, const T* alpha, const T* x, int64_t incx, T* y, int64_t inc
                           const int64_t* incy) {                                                          \
     tev::blas::axpy(*n, alpha, x, *incx, y, *incy);                                                       \
   }
-TEV_LEVEL1(s, float)
-TEV_LEVEL1(d, double)
-TEV_LEVEL1(c, tev_complex8)
-TEV_LEVEL1(z, tev_complex16)
+TEV_FOR_EACH_PRECISION(TEV_LEVEL1)
 
 #define TEV_SCAL_BY_REAL(name, T, R)                                                  \
   void tev_blas_##name(const int64_t* n, const R* alpha, T* x, const int64_t* incx) { \

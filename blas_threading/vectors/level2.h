@@ -68,10 +68,7 @@ extern "C" {
 #define TEV_LEVEL2_DRIVERS(p, T)                   \
   tev::kernels::gemv_fn<T> tev_blas_##p##gemv_omp; \
   tev::kernels::gemmger_fn<T> tev_blas_##p##gemmger_omp;
-TEV_LEVEL2_DRIVERS(s, float)
-TEV_LEVEL2_DRIVERS(d, double)
-TEV_LEVEL2_DRIVERS(c, tev_complex8)
-TEV_LEVEL2_DRIVERS(z, tev_complex16)
+TEV_FOR_EACH_PRECISION(TEV_LEVEL2_DRIVERS)
 #undef TEV_LEVEL2_DRIVERS
 
 }  // extern "C"

@@ -67,7 +67,4 @@ TEV_GER(tev_complex16, zgerc)
     (serial ? tev_blas_x##p##gemmger : tev_blas_##p##gemmger_omp)(transa, transb, m, n, alpha, x, incx, y, incy, beta, \
                                                                   c, ldc);                                             \
   }
-TEV_GEMMGER(s, float)
-TEV_GEMMGER(d, double)
-TEV_GEMMGER(c, tev_complex8)
-TEV_GEMMGER(z, tev_complex16)
+TEV_FOR_EACH_PRECISION(TEV_GEMMGER)

@@ -130,8 +130,9 @@ enum {
  * processor, a forced code, a ceiling of the other AVX-512 branch). To be called before the code is decided. */
 TEV_EXPORT int32_t tev_serv_enable_instructions(int32_t ceiling);
 
-/* Conditional numerical reproducibility: a branch pins the kernels, so that results are bitwise the same on every
- * processor that can run it. */
+/* Conditional numerical reproducibility: a branch pins the kernels, the size of the teams and whatever else goes by the
+ * machine, so that the same call on the same number of threads gives the same bits in every run and on every processor
+ * that can run the branch. Another number of threads may give other bits: it divides long sums otherwise. */
 enum {
   TEV_CBWR_OFF = 1,
   TEV_CBWR_AUTO = 2,

@@ -4,10 +4,11 @@
 // test and a jump, with the caller's registers and stack as they were. No argument list appears here, so one text
 // serves them all.
 //
-//   tev_blas_xdgemm    r11 := FunctionAddress -- not null --> jump to tev_blas_avx512_xdgemm, which returns to the
-//   caller
+// clang-format off
+//   tev_blas_xdgemm    r11 := FunctionAddress -- not null --> jump to tev_blas_avx512_xdgemm, which returns to the caller
 //                         | null: first call                   ^
 //   tev_kernels_bind   set the argument registers aside, tev_kernels_routine_of(), take them back
+// clang-format on
 //
 // Threads may race for the first call: each finds the same address, and stores it whole.
 #include "kernels/dispatch/dispatch.h"
@@ -18,14 +19,14 @@
 #include "service/messages.h"
 
 // reader(tier, name) for every tier, in the order of entry_point::of_tier.
-#define TEV_TIERS(reader, name)                                                                                   \
+#define TEV_FOR_EACH_TIER(reader, name)                                                                           \
   reader(def, name) reader(cnr_def, name) reader(mc, name) reader(mc3, name) reader(avx, name) reader(avx2, name) \
       reader(avx512_zel, name) reader(avx512, name)
 
 namespace {
 
 #define TEV_ENUMERATOR(tier, prefix) prefix##tier,
-enum { TEV_TIERS(TEV_ENUMERATOR, k_) kTiers };
+enum { TEV_FOR_EACH_TIER(TEV_ENUMERATOR, k_) kTiers };
 #undef TEV_ENUMERATOR
 
 using routine = void();  // the true argument lists are between the callers and the routines
@@ -165,10 +166,10 @@ tev_blas_\name:
 
 #define TEV_DECLARE(tier, name) routine tev_blas_##tier##_##name;
 #define TEV_ADDRESS(tier, name) tev_blas_##tier##_##name,
-#define TEV_ENTRY(name)                                                                                  \
-  static_assert(sizeof(&tev_blas_##name) == sizeof(routine*)); /* declared in dispatch.h */              \
-  TEV_TIERS(TEV_DECLARE, name)                                                                           \
-  __attribute__((used)) static entry_point tev_entry_##name = {nullptr, {TEV_TIERS(TEV_ADDRESS, name)}}; \
+#define TEV_ENTRY(name)                                                                                          \
+  static_assert(sizeof(&tev_blas_##name) == sizeof(routine*)); /* declared in dispatch.h */                      \
+  TEV_FOR_EACH_TIER(TEV_DECLARE, name)                                                                           \
+  __attribute__((used)) static entry_point tev_entry_##name = {nullptr, {TEV_FOR_EACH_TIER(TEV_ADDRESS, name)}}; \
   asm("tev_entry " #name);
 #include "kernels/dispatch/entry_points.inc"
 #include "kernels/dispatch/further_entry_points.inc"

@@ -126,7 +126,7 @@ __attribute__((noinline)) void column_group(block<R> x, const finish<R>& f) {
   constexpr int kHeight = kTileVectors * kLanesOf<R>;
   int64_t rows_left = x.rows;
   for (x.rows = kHeight; x.n == NC && next_strip<R>(rows_left) == kHeight; rows_left -= kHeight) {
-    tile<T, false, kLanesOf<R>, kTileVectors, NC>(x, x.b, x.c, f);
+    compute_tile<T, false, kLanesOf<R>, kTileVectors, NC>(x, x.b, x.c, f);
     x.a += kHeight, x.c += kHeight;
   }
   for (; rows_left > 0; rows_left -= x.rows) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The C names of a tier's routines. A unit (kernels/units/) includes the tier.h of the tier that it is compiled for, which
-// sets TEV_TIER, then its own list once for each precision letter TEV_P; in that and in the lists of kernels/exports/
+// The C names of a tier's routines. A unit (kernels/units/) includes the tier.h of the tier that it is compiled for,
+// which sets TEV_TIER, then its own list once for each precision letter TEV_P; in that and in the lists of
+// kernels/exports/
 //
 //   TEV_K(gemm_ker0)   is tev_blas_avx2_dgemm_ker0      TEV_T   is double, the element type
 //   TEV_KX(gemm)       is tev_blas_avx2_xdgemm          TEV_KG(generic_fullacopybcopy) is ..._d_generic_fullacopybcopy

@@ -28,12 +28,11 @@ template <class T, class Take>
 TEV_INLINE void for_block_pairs(int64_t n, const T* x, int64_t incx, const T* y, int64_t incy, const Take& take) {
   T block[kGathered];
   y = first_of(n, y, incy);
-  for_blocks(
-      n, x, incx, [&](const T* xs, int64_t count) TEV_LAMBDA {
-        gather(count, y, incy, false, block);
-        y += count * incy;
-        take(xs, block, count);
-      });
+  for_blocks(n, x, incx, [&](const T* xs, int64_t count) TEV_LAMBDA {
+    gather(count, y, incy, false, block);
+    y += count * incy;
+    take(xs, block, count);
+  });
 }
 
 // Calls whole(i), for U registers of L numbers at a time, single(i) for one, rest(i, count) for what is left; fold()
@@ -65,8 +64,7 @@ TEV_INLINE T dot_contiguous(bool conjugated, int64_t n, const T* x, const T* y) 
   const R *const column[] = {reals(x)}, *const yr = reals(y);
   dot_sums<1, U, T> sums = {};
   for_sums<U, L>(
-      n * kParts<T>,
-      [&](int64_t i) TEV_LAMBDA { add_products<U>(whole_part<L>{}, i, column, yr, sums); },
+      n * kParts<T>, [&](int64_t i) TEV_LAMBDA { add_products<U>(whole_part<L>{}, i, column, yr, sums); },
       [&]() TEV_LAMBDA { fold_sums(sums.direct[0]), fold_sums(sums.crossed[0]); },
       [&](int64_t i) TEV_LAMBDA { add_products<1>(whole_part<L>{}, i, column, yr, sums); },
       [&](int64_t i, int64_t count) TEV_LAMBDA { add_products<1>(first_part<L>{count}, i, column, yr, sums); });
@@ -77,10 +75,9 @@ template <class T>
 __attribute__((noinline)) T dot_gathered(bool conjugated, int64_t n, const T* x, int64_t incx, const T* y,
                                          int64_t incy) {
   T sum = {};
-  for_block_pairs(
-      n, x, incx, y, incy, [&](const T* xs, const T* ys, int64_t count) TEV_LAMBDA {
-        sum = add(sum, dot_contiguous(conjugated, count, xs, ys));
-      });
+  for_block_pairs(n, x, incx, y, incy, [&](const T* xs, const T* ys, int64_t count) TEV_LAMBDA {
+    sum = add(sum, dot_contiguous(conjugated, count, xs, ys));
+  });
   return sum;
 }
 
@@ -105,20 +102,17 @@ TEV_INLINE double dot_in_double_contiguous(int64_t n, const float* x, const floa
         TEV_UNROLL
         for (int u = 0; u < U; ++u) add_register(whole_part<L>{}, i + u * L, sums[u]);
       },
-      [&]() TEV_LAMBDA { fold_sums(sums); },
-      [&](int64_t i) TEV_LAMBDA { add_register(whole_part<L>{}, i, sums[0]); },
+      [&]() TEV_LAMBDA { fold_sums(sums); }, [&](int64_t i) TEV_LAMBDA { add_register(whole_part<L>{}, i, sums[0]); },
       [&](int64_t i, int64_t count) TEV_LAMBDA { add_register(first_part<L>{count}, i, sums[0]); });
   return sum<L, double>(sums[0]);
 }
 
 template <class R>  // float
-__attribute__((noinline)) double dot_in_double_gathered(int64_t n, const R* x, int64_t incx, const R* y,
-                                                        int64_t incy) {
+__attribute__((noinline)) double dot_in_double_gathered(int64_t n, const R* x, int64_t incx, const R* y, int64_t incy) {
   double sum = 0;
-  for_block_pairs(
-      n, x, incx, y, incy, [&](const R* xs, const R* ys, int64_t count) TEV_LAMBDA {
-        sum += dot_in_double_contiguous(count, xs, ys);
-      });
+  for_block_pairs(n, x, incx, y, incy, [&](const R* xs, const R* ys, int64_t count) TEV_LAMBDA {
+    sum += dot_in_double_contiguous(count, xs, ys);
+  });
   return sum;
 }
 
@@ -179,17 +173,14 @@ TEV_INLINE R asum_contiguous(int64_t n, const R* x) {
       },
       [&]() TEV_LAMBDA { fold_sums(sums); },
       [&](int64_t i) TEV_LAMBDA { sums[0] += __builtin_elementwise_abs(load<L>(x + i)); },
-      [&](int64_t i, int64_t count) TEV_LAMBDA {
-        sums[0] += __builtin_elementwise_abs(load_first<L>(x + i, count));
-      });
+      [&](int64_t i, int64_t count) TEV_LAMBDA { sums[0] += __builtin_elementwise_abs(load_first<L>(x + i, count)); });
   return sum<L, R>(sums[0]);
 }
 
 template <class R>
 __attribute__((noinline)) R asum_gathered(int64_t n, const R* x, int64_t incx) {
   R sum = 0;
-  for_blocks(
-      n, x, incx, [&](const R* xs, int64_t count) TEV_LAMBDA { sum += asum_contiguous(count, xs); });
+  for_blocks(n, x, incx, [&](const R* xs, int64_t count) TEV_LAMBDA { sum += asum_contiguous(count, xs); });
   return sum;
 }
 
@@ -300,11 +291,10 @@ template <class T>
 __attribute__((noinline)) int64_t iamax_gathered(int64_t n, const T* x, int64_t incx) {
   first_largest<real_of<T>> found = {-1, 0};
   int64_t begin = 0;
-  for_blocks(
-      n, x, incx, [&](const T* xs, int64_t count) TEV_LAMBDA {
-        look_for_larger(begin, count, xs, found);
-        begin += count;
-      });
+  for_blocks(n, x, incx, [&](const T* xs, int64_t count) TEV_LAMBDA {
+    look_for_larger(begin, count, xs, found);
+    begin += count;
+  });
   return found.at;
 }
 

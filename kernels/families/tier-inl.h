@@ -10,7 +10,9 @@ namespace tev::TEV_TIER {
 inline constexpr int kVectorBytes = kTier.vector_bytes.value;
 inline constexpr int kVectorRegisters = kTier.vector_registers.value;
 inline constexpr bool kHasFma = kTier.fused_multiply_add.value;
+inline constexpr bool kBranchesOnAddresses = kTier.branches_on_addresses.value;
 inline constexpr bool kPeelsToAlignment = kTier.peels_to_alignment.value;
+static_assert(kBranchesOnAddresses || !kPeelsToAlignment);
 inline constexpr int32_t kApiVersion = kTier.api_version.value, kApiSupport = kTier.api_support.value;
 inline constexpr bool kLargeStrips = kTier.large_strips.value;
 inline constexpr int kStripsTogether = kTier.strips_together.value;

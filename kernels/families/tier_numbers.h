@@ -4,14 +4,9 @@
 
 #include <cstdint>
 
-namespace tev {
+#include "service/required.h"
 
-// A field that has no default.
-template <class T>
-struct required {
-  constexpr required(T given) : value(given) {}
-  T value;
-};
+namespace tev {
 
 // Of the packed matrix product, per precision.
 struct gemm_shape {
@@ -38,10 +33,11 @@ struct least_packed {
 struct tier_numbers {
   required<int> vector_bytes, vector_registers;
   required<bool> fused_multiply_add;
-  required<bool> peels_to_alignment;  // single elements lead up to the first boundary of a vector
-  required<int32_t> api_version, api_support;  // what the drivers ask for
-  required<bool> large_strips;                 // a strip of A outgrows the first cache: fetch ahead
-  required<int> strips_together;               // strips of A that share a register tile
+  required<bool> branches_on_addresses;  // false: where an operand lies decides nothing, not even which stores are used
+  required<bool> peels_to_alignment;     // single elements lead up to the first boundary of a vector
+  required<int32_t> api_version, api_support;      // what the drivers ask for
+  required<bool> large_strips;                     // a strip of A outgrows the first cache: fetch ahead
+  required<int> strips_together;                   // strips of A that share a register tile
   required<bool> rotates_floats, rotates_doubles;  // broadcasts take a shuffle: rotate rows of B instead
   required<least_packed> packs_from;
   required<gemm_shape> s, d, c, z;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Triangles that meet vectors: products and solutions with a block on the diagonal, rank-1 and rank-2 updates. A full
-// triangle is multiplied J columns at a time, a corner and the rectangle beside it; bands and packed triangles go column
-// by column.
+// triangle is multiplied J columns at a time, a corner and the rectangle beside it; bands and packed triangles go
+// column by column.
 //
 //    d                     multiply, plain        others += rectangle . own, then the corner
 //    d d   own: J columns  multiply, transposed   the corner, then own += rectangle^T . others
@@ -156,11 +156,10 @@ template <class T>
 TEV_INLINE void add_two(int64_t n, T s, const T* x, T t, const T* y, T* column) {
   const real_of<T>*xr = reals(x), *yr = reals(y);
   real_of<T>* to = reals(column);
-  for_own_parts<T, 4>(
-      n * kParts<T>, to, [=](auto part, int64_t i) TEV_LAMBDA {
-        const auto sum = plus_product(part.load_own(to + i), multiplier_of<part.W>(s), part.load(xr + i));
-        part.store(plus_product(sum, multiplier_of<part.W>(t), part.load(yr + i)), to + i);
-      });
+  for_own_parts<T, 4>(n * kParts<T>, to, [=](auto part, int64_t i) TEV_LAMBDA {
+    const auto sum = plus_product(part.load_own(to + i), multiplier_of<part.W>(s), part.load(xr + i));
+    part.store(plus_product(sum, multiplier_of<part.W>(t), part.load(yr + i)), to + i);
+  });
 }
 
 template <class T>
@@ -175,7 +174,8 @@ TEV_INLINE void update_columns(const triangle<T>& a, int64_t begin, int64_t end,
     if (y == nullptr) {
       axpy(count, multiply(alpha, conjugate_if(true, x[j * incx])), of_x, incx, column, 1);
     } else {
-      const T s = multiply(alpha, conjugate_if(true, y[j * incy])), t = conjugate_if(true, multiply(alpha, x[j * incx]));
+      const T s = multiply(alpha, conjugate_if(true, y[j * incy])),
+              t = conjugate_if(true, multiply(alpha, x[j * incx]));
       const T* const of_y = y + (incy < 0 ? last - 1 : first) * incy;
       if (incx == 1 && incy == 1) {
         add_two(count, s, of_x, t, of_y, column);

@@ -244,7 +244,7 @@ struct block {
 };
 
 template <class T, bool kTransposed, int W, int MV, int NC, class R>
-TEV_INLINE void tile(const block<R>& x, const R* b, R* c, const finish<R>& f) {
+TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R>& f) {
   constexpr int NR = NC * kParts<T>;
   // A tile of few sums takes several steps of k side by side: a sum alone would wait for its last addition.
   constexpr int kSteps = NR * MV > 4 ? 1 : NR * MV > 2 ? 2 : 4;
@@ -305,7 +305,7 @@ TEV_INLINE void tile(const block<R>& x, const R* b, R* c, const finish<R>& f) {
 template <class T, bool kTransposed, int W, int MV, int kMost, class R>
 TEV_INLINE void columns(const block<R>& x, int64_t count, const R* b, R* c, const finish<R>& f) {
   if constexpr (kMost > 0) {
-    if (count == kMost) return tile<T, kTransposed, W, MV, kMost>(x, b, c, f);
+    if (count == kMost) return compute_tile<T, kTransposed, W, MV, kMost>(x, b, c, f);
     columns<T, kTransposed, W, MV, kMost - 1>(x, count, b, c, f);
   }
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Level 1: y := alpha x + y, y := x, x := alpha x, x <-> y, rotations of x and y, for n elements at a distance of inc elements. Vectors of
-// elements that follow each other go through registers; others element by element, in order, so that an increment of
-// zero means what it means to a plain loop.
+// Level 1: y := alpha x + y, y := x, x := alpha x, x <-> y, rotations of x and y, for n elements at a distance of inc
+// elements. Vectors of elements that follow each other go through registers; others element by element, in order, so
+// that an increment of zero means what it means to a plain loop.
 #pragma once
 
 #include "kernels/families/in_place-inl.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What mc3 has by name beside the families of every tier: each list of kernels/exports with the precisions that have it.
+// What mc3 has by name beside the families of every tier: the lists of kernels/exports, and the precisions that have
+// them.
 #pragma once
 
 #define TEV_HAS_gemm_framework(s, d, c, z) 0

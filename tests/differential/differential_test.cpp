@@ -18,12 +18,10 @@
 #include <vector>
 
 #include "host/check.h"
-#include "kernels/dispatch/dispatch.h"
+#include "tests/support/each_tier.h"
 #include "tests/support/effort.h"
-#include "tests/support/in_child.h"
+#include "tests/support/entry_calls.h"
 #include "tests/support/sample.h"
-#include "tests/support/tier_list.h"
-#include "tev/service.h"
 
 namespace tev::test {
 namespace {
@@ -67,37 +65,24 @@ void expect_sum(sample& s, T alpha, const strided<T>& x, T beta, const strided<T
 
 // ---- The routines --------------------------------------------------------------------------------------------------
 
-// By public name and by entry point, or by entry point alone.
+// By public name and by entry point.
+#define TEV_BOTH(name) static constexpr std::array name = {blas::blas_calls<E>::name, entries<T>::name};
+template <class T>
+struct calls_in_every_precision {
+  using E = c_element_t<T>;
+  TEV_BOTH(scal)
+  TEV_BOTH(copy)
+  TEV_BOTH(axpy)
+  TEV_BOTH(swap) TEV_BOTH(gemv) TEV_BOTH(geru) TEV_BOTH(gerc) TEV_BOTH(gemmger)
+};
 template <class T>
 struct calls;
-#define TEV_BOTH(name, p) static constexpr std::array name = {&tev_blas_##p##name, &tev_blas_x##p##name};
-#define TEV_CALLS(type, p, entries, ...)                               \
-  template <>                                                          \
-  struct calls<type> {                                                 \
-    TEV_BOTH(scal, p)                                                  \
-    TEV_BOTH(copy, p)                                                  \
-    TEV_BOTH(axpy, p)                                                  \
-    TEV_BOTH(swap, p)                                                  \
-    TEV_BOTH(gemv, p)                                                  \
-    TEV_BOTH(gemmger, p)                                               \
-    static constexpr std::array mscale = {&tev_blas_##p##gemm_mscale}; \
-    __VA_ARGS__                                                        \
-  };                                                                   \
-  struct p##_entries {                                                 \
-    using element = c_element_t<type>;                                 \
-    static constexpr auto gemm = tev_blas_x##p##gemm;                  \
-    static constexpr auto symm = tev_blas_x##p##symm;                  \
-    static constexpr auto trmm = tev_blas_x##p##trmm;                  \
-    static constexpr auto trsm = tev_blas_x##p##trsm;                  \
-    static constexpr auto syr2k = tev_blas_x##p##syr2k;                \
-    static void syrk(auto... x) { tev_blas_x##p##syrk(x..., 0, 0); }   \
-    entries                                                            \
-  };                                                                   \
-  [[maybe_unused]] p##_entries entries_of(type);
-#define TEV_COMPLEX_ENTRIES(p)                        \
-  static constexpr auto hemm = tev_blas_x##p##hemm;   \
-  static constexpr auto her2k = tev_blas_x##p##her2k; \
-  static void herk(auto... x) { tev_blas_x##p##herk(x..., 0, 0); }
+#define TEV_CALLS(type, more)                           \
+  template <>                                           \
+  struct calls<type> : calls_in_every_precision<type> { \
+    using T = type;                                     \
+    more                                                \
+  };
 #define TEV_NAME(name, p, routine) static constexpr auto name = tev_blas_##p##routine;
 // Level 2 with triangles: the names of the real types, sy, sb, sp, stand for he, hb, hp of the complex ones, too.
 #define TEV_TRIANGLES(p, sy, sb, sp) \
@@ -114,17 +99,14 @@ struct calls;
   TEV_NAME(trsv, p, trsv) TEV_NAME(tbsv, p, tbsv) TEV_NAME(tpsv, p, tpsv) TEV_NAME(gbmv, p, gbmv)
 #define TEV_NUMBERS(p, pp, rp) \
   TEV_NAME(asum, pp, asum) TEV_NAME(nrm2, pp, nrm2) TEV_NAME(rot, rp, rot) TEV_NAME(iamax, i, p##amax)
-#define TEV_REAL_CALLS(p) \
-  TEV_BOTH(ger, p) TEV_BOTH(dot, p) TEV_NAME(rotm, p, rotm) TEV_TRIANGLES(p, sy, sb, sp) TEV_NUMBERS(p, p, p)
+#define TEV_REAL_CALLS(p) TEV_BOTH(dotu) TEV_NAME(rotm, p, rotm) TEV_TRIANGLES(p, sy, sb, sp) TEV_NUMBERS(p, p, p)
 #define TEV_COMPLEX_CALLS(p, pp, rp) \
-  TEV_BOTH(geru, p)                  \
-  TEV_BOTH(gerc, p)                  \
   TEV_NAME(dotu, p, dotu)            \
   TEV_NAME(dotc, p, dotc) TEV_NAME(scal_by_real, rp, scal) TEV_TRIANGLES(p, he, hb, hp) TEV_NUMBERS(p, pp, rp)
-TEV_CALLS(float, s, , TEV_REAL_CALLS(s))
-TEV_CALLS(double, d, , TEV_REAL_CALLS(d))
-TEV_CALLS(std::complex<float>, c, TEV_COMPLEX_ENTRIES(c), TEV_COMPLEX_CALLS(c, sc, cs))
-TEV_CALLS(std::complex<double>, z, TEV_COMPLEX_ENTRIES(z), TEV_COMPLEX_CALLS(z, dz, zd))
+TEV_CALLS(float, TEV_REAL_CALLS(s))
+TEV_CALLS(double, TEV_REAL_CALLS(d))
+TEV_CALLS(std::complex<float>, TEV_COMPLEX_CALLS(c, sc, cs))
+TEV_CALLS(std::complex<double>, TEV_COMPLEX_CALLS(z, dz, zd))
 
 template <class T>
 auto in(const T* x) {
@@ -157,7 +139,7 @@ template <class T>
 void swap(sample& s) {
   const int64_t n = s.size(20000);
   const strided<T> x = s.vector<T>(n), y = s.vector<T>(n), new_x = x, new_y = y;
-  s.one_of(calls<T>::swap)(&n, out(new_x.data()), x.inc(), out(new_y.data()), y.inc());
+  entries<T>::swap(&n, out(new_x.data()), x.inc(), out(new_y.data()), y.inc());
   expect_sum(s, T(0), x, T(1), x, new_y);
   expect_sum(s, T(0), y, T(1), y, new_x);
 }
@@ -188,7 +170,7 @@ void dot(sample& s) {
   const strided<T> x = s.vector<T>(n), y = s.vector<T>(n);
   T result;
   if constexpr (!kIsComplex<T>)
-    result = s.one_of(calls<T>::dot)(&n, x.address(), x.inc(), y.address(), y.inc());
+    result = s.one_of(calls<T>::dotu)(&n, x.address(), x.inc(), y.address(), y.inc());
   else
     (Op == 'C' ? calls<T>::dotc : calls<T>::dotu)(out(&result), &n, x.address(), x.inc(), y.address(), y.inc());
   expect_dot(s, Op, column_of(x), column_of(y), result);
@@ -364,7 +346,7 @@ void mscale(sample& s) {
   const T beta = s.scalar<T>();
   const matrix<T> c = s.general<T>(m, n, beta != T(0)), result = c;
   const int64_t ldc = c.ld();
-  s.one_of(calls<T>::mscale)(&m, &n, in(&beta), out(result.data()), &ldc);
+  blas::kernel_calls<c_element_t<T>>::mscale(&m, &n, in(&beta), out(result.data()), &ldc);
   expect_product(s, "NN", 0, T(0), c, c, beta, c, result);
 }
 
@@ -524,7 +506,7 @@ void level3(sample& s) {
   if (s.below(2) == 0)
     call(x.p, result.data());
   else
-    call<T, decltype(entries_of(T()))>(x.p, result.data());
+    call<T, entries<T>>(x.p, result.data());
   expect_passed(s, x.p, result);
   EXPECT_TRUE(x.unwritten_is_intact(result)) << s.words.str();
 }
@@ -581,7 +563,7 @@ const std::vector<row>& rows() {
                                {"her2k", level3<T, operation::her2k>}});
     else
       both.insert(both.end(),
-                  {{"ger", rank_1<T, calls<T>::ger, 'T'>}, {"dot", dot<T, 'T'>}, {"dsdot", dsdot}, {"rotm", rotm<T>}});
+                  {{"ger", rank_1<T, calls<T>::geru, 'T'>}, {"dot", dot<T, 'T'>}, {"dsdot", dsdot}, {"rotm", rotm<T>}});
     return both;
   }();
   return all;
@@ -617,22 +599,18 @@ int run_until(steady::time_point end, uint64_t seed) {
 }
 
 TEST(Differential, EveryRoutineOnEveryTierAgreesWithTheOracle) {
-  const struct {
-    const char *tier, *code;
-  } tiers[] = {{"def", "0"},  {"mc", "2"},         {"mc3", "3"},    {"avx", "4"},
-               {"avx2", "5"}, {"avx512_zel", "6"}, {"avx512", "7"}, {"cnr_def", nullptr}};
   const auto end = steady::now() + std::chrono::seconds(long_run() ? 600 : 5);
   int64_t calls = 0;
   for (uint64_t seed = test_seed(); steady::now() < end; ++seed) {
-    const auto& [tier, code] = tiers[seed % std::size(tiers)];
-    if (!processor_runs(tier)) continue;
+    const tier_in_force& tier = kTiersInForce[seed % std::size(kTiersInForce)];
+    if (!processor_runs(tier.name)) continue;
     const char* const tools = std::getenv("OMP_TOOL_LIBRARIES");  // what tells the thread sanitizer of OpenMP
-    const environment settings = {{code ? "TEV_DEBUG_CPU_TYPE" : "TEV_CBWR", code ? code : "COMPATIBLE"},
-                                  {"TEV_DYNAMIC", seed / 8 % 2 ? "TRUE" : "FALSE"},
-                                  {"OMP_TOOL_LIBRARIES", tools ? tools : ""}};
+    environment settings = tier.settings;
+    settings.insert(settings.end(),
+                    {{"TEV_DYNAMIC", seed / 8 % 2 ? "TRUE" : "FALSE"}, {"OMP_TOOL_LIBRARIES", tools ? tools : ""}});
     const child_result result = in_child(
         settings, [&] { return run_until(std::min(end, steady::now() + std::chrono::milliseconds(600)), seed); });
-    ASSERT_EQ(result.status, 0) << tier << ", " << repeat_with(seed) << '\n' << result.out << result.err;
+    ASSERT_EQ(result.status, 0) << tier.name << ", " << repeat_with(seed) << '\n' << result.out << result.err;
     calls += std::stol(result.out);
   }
   std::printf("%ld calls, %s\n", static_cast<long>(calls), repeat_with(test_seed()).c_str());

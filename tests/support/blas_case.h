@@ -12,38 +12,19 @@
 #include <ostream>
 #include <string>
 
+#include "blas_threading/blas_calls.h"
 #include "host/kinds.h"
 #include "tests/support/matrix.h"
-#include "tev/blas.h"
 
 namespace tev::test {
 
 using host::operation;
 using host::problem;
 
-// The routines of one precision; the real ones have no Hermitian ones.
 template <class T>
-struct routines;
-#define TEV_ROUTINES(type, parts, p, more)             \
-  template <>                                          \
-  struct routines<type> {                              \
-    using element = parts;                             \
-    static constexpr auto gemm = tev_blas_##p##gemm;   \
-    static constexpr auto symm = tev_blas_##p##symm;   \
-    static constexpr auto trmm = tev_blas_##p##trmm;   \
-    static constexpr auto trsm = tev_blas_##p##trsm;   \
-    static constexpr auto syrk = tev_blas_##p##syrk;   \
-    static constexpr auto syr2k = tev_blas_##p##syr2k; \
-    more                                               \
-  };
-#define TEV_HERMITIAN(p)                           \
-  static constexpr auto hemm = tev_blas_##p##hemm; \
-  static constexpr auto herk = tev_blas_##p##herk; \
-  static constexpr auto her2k = tev_blas_##p##her2k;
-TEV_ROUTINES(float, float, s, )
-TEV_ROUTINES(double, double, d, )
-TEV_ROUTINES(std::complex<float>, tev_complex8, c, TEV_HERMITIAN(c))
-TEV_ROUTINES(std::complex<double>, tev_complex16, z, TEV_HERMITIAN(z))
+struct routines : blas::blas_calls<c_element_t<T>> {
+  using element = c_element_t<T>;
+};
 
 inline bool in_place(operation op) { return op == operation::trmm || op == operation::trsm; }
 inline bool is_hermitian(operation op) {

@@ -12,8 +12,25 @@
 #include <type_traits>
 
 #include "tests/support/guarded.h"
+#include "tev/types.h"
 
 namespace tev::test {
+
+// The element type of the library's C interface.
+template <class T>
+struct c_element {
+  using type = T;
+};
+template <>
+struct c_element<std::complex<float>> {
+  using type = tev_complex8;
+};
+template <>
+struct c_element<std::complex<double>> {
+  using type = tev_complex16;
+};
+template <class T>
+using c_element_t = typename c_element<T>::type;
 
 template <class T>
 struct part_of {

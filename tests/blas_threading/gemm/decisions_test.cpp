@@ -10,6 +10,7 @@
 #include <numeric>
 #include <ostream>
 #include <random>
+#include <string_view>
 #include <vector>
 
 #include "blas_threading/gemm/copy_decision.h"
@@ -17,6 +18,8 @@
 #include "blas_threading/gemm/partition.h"
 #include "blas_threading/gemm/small_n.h"
 #include "blas_threading/gemm/thread_count.h"
+#include "blas_threading/plan.h"
+#include "tests/support/each_tier.h"
 #include "tev/service.h"
 
 namespace tev::blas {
@@ -39,49 +42,30 @@ int64_t random_size(engine& random, double largest) {
 
 int64_t ceil_div(int64_t x, int64_t y) { return (x + y - 1) / y; }
 
-// ---- Thread counts
-// ---------------------------------------------------------------------------------------------------
+// ---- Thread counts --------------------------------------------------------------------------------------------------
 
 int64_t threads(int32_t tier, int64_t m, int64_t n, int64_t k, int64_t available, double weight = 1) {
   return gemm_thread_count(tier, m, n, k, weight, available);
 }
 
-TEST(ThreadCount, TinyProductsOfTheManyCoreTierRunAlone) {
-  EXPECT_EQ(threads(kZel, 32, 60, 32, 16), 1);
-  EXPECT_EQ(threads(kZel, 33, 60, 32, 16), 12);
-  EXPECT_EQ(threads(kZel, 33, 60, 32, 1), 1);
-  EXPECT_EQ(threads(kZel, 32, 112, 16, 16), 1);
-  EXPECT_EQ(threads(kZel, 128, 112, 16, 16), 1);
-  EXPECT_GT(threads(kZel, 129, 112, 16, 16), 1);
-  EXPECT_GT(threads(kZel, 128, 113, 16, 16), 1);
-  EXPECT_GT(threads(kZel, 128, 112, 17, 16), 1);
-}
-
-TEST(ThreadCount, TheManyCoreTierSplitsDeepNarrowProductsHoweverSmall) {
-  EXPECT_EQ(threads(kZel, 4, 4, 400, 64), 64);
-  EXPECT_EQ(threads(kZel, 10, 10, 39, 64), 1);
-}
-
-// W = m n k / 8 on avx2. A team of t is worth its cost from W = (500 t + 4000) t / (t - 1) on.
-TEST(ThreadCount, TheDescentThinsLargeTeamsFaster) {
-  constexpr int64_t kVisited[] = {16, 12, 8, 6, 4, 2};
-  EXPECT_EQ(threads(kAvx2, 1, 8, 4999, 16), 1);
-  for (int64_t work = 5000; work < 20000; work += 7) {
-    int64_t expected = 1;
-    for (int64_t t : kVisited)
-      if (expected == 1 && (500 * t + 4000) * t < (t - 1) * work) expected = t;
-    ASSERT_EQ(threads(kAvx2, 1, 8, work, 16), expected) << work;
-  }
-}
-
-TEST(ThreadCount, UpToFourThreadsAreTriedOneByOne) {
-  EXPECT_EQ(threads(kAvx2, 1, 8, 4000, 4), 1);
-  EXPECT_EQ(threads(kAvx2, 1, 8, 4001, 4), 4);
-  EXPECT_EQ(threads(kAvx2, 1, 8, 4501, 3), 3);
-  EXPECT_EQ(threads(kAvx2, 1, 8, 6000, 2), 1);
-  EXPECT_EQ(threads(kAvx2, 1, 8, 6001, 2), 2);
-  EXPECT_EQ(threads(kAvx512, 1, 16, 6001, 2), 2);  // half as much work there
-  EXPECT_EQ(threads(TEV_CPU_AVX, 1, 8, 6001, 2), 2);
+// Rows stand on the two sides of limits. Tiny products of the many-core tier run alone, deep narrow ones are split,
+// however small; up to four threads are tried one by one, of more fewer and fewer.
+TEST(ThreadCount, Limits) {
+  const struct {
+    int32_t tier;
+    int64_t m, n, k, available, threads;
+  } rows[] = {{kZel, 32, 60, 32, 16, 1},    {kZel, 33, 60, 32, 16, 12},     {kZel, 33, 60, 32, 1, 1},
+              {kZel, 32, 112, 16, 16, 1},   {kZel, 128, 112, 16, 16, 1},    {kZel, 129, 112, 16, 16, 16},
+              {kZel, 128, 113, 16, 16, 16}, {kZel, 128, 112, 17, 16, 16},   {kZel, 4, 4, 400, 64, 64},
+              {kZel, 10, 10, 39, 64, 1},    {kAvx2, 1, 8, 4999, 16, 1},     {kAvx2, 1, 8, 8000, 16, 1},
+              {kAvx2, 1, 8, 8001, 16, 4},   {kAvx2, 1, 8, 8400, 16, 4},     {kAvx2, 1, 8, 8401, 16, 6},
+              {kAvx2, 1, 8, 9143, 16, 8},   {kAvx2, 1, 8, 10910, 16, 12},   {kAvx2, 1, 8, 12800, 16, 12},
+              {kAvx2, 1, 8, 12801, 16, 16}, {kAvx2, 1, 8, 4000, 4, 1},      {kAvx2, 1, 8, 4001, 4, 4},
+              {kAvx2, 1, 8, 4501, 3, 3},    {kAvx2, 1, 8, 6000, 2, 1},      {kAvx2, 1, 8, 6001, 2, 2},
+              {kAvx512, 1, 16, 6001, 2, 2}, {TEV_CPU_AVX, 1, 8, 6001, 2, 2}};
+  for (const auto& r : rows)
+    EXPECT_EQ(threads(r.tier, r.m, r.n, r.k, r.available), r.threads)
+        << r.tier << ": " << r.m << 'x' << r.n << 'x' << r.k << ", " << r.available;
 }
 
 TEST(ThreadCount, LiesBetweenOneAndTheTeamAndGrowsWithTheElements) {
@@ -99,8 +83,7 @@ TEST(ThreadCount, LiesBetweenOneAndTheTeamAndGrowsWithTheElements) {
   }
 }
 
-// ---- Panels or none
-// --------------------------------------------------------------------------------------------------
+// ---- Panels or none -------------------------------------------------------------------------------------------------
 
 product_shape shape(int64_t m, int64_t n, int64_t k, int32_t op_a = kernels::kNoTrans, int32_t op_b = kernels::kNoTrans,
                     int64_t ld = 5001) {
@@ -170,8 +153,56 @@ TEST(SmallN, TwoOrThreeColumnsAndFewWhenStridesClash) {
   }
 }
 
-// ---- Grids
-// -----------------------------------------------------------------------------------------------------------
+// ---- Plans ----------------------------------------------------------------------------------------------------------
+
+operation<double> product_of_sizes(char transa, int64_t m, int64_t n, int64_t k) {
+  const double* const none = nullptr;
+  return kernels::make_operation<double>(transa, 'N', m, n, k, 1, none, 4001, none, 4001, 1, nullptr, 4001);
+}
+operation<double> solve_of_sizes(char side, int64_t m, int64_t n) {
+  const double* const none = nullptr;
+  return kernels::make_triangular_operation<double>(kernels::kOpTrsm, side, 'U', 'N', 'N', m, n, 1, none, 4001, nullptr,
+                                                    4001);
+}
+operation<double> update_of_sizes(int64_t n, int64_t k) {
+  const double* const none = nullptr;
+  return kernels::make_rank_k_operation<double>('L', 'N', false, n, k, 1, none, 4001, none, 4001, 1, nullptr, 4001);
+}
+
+TEST(Plan, FollowsOperationShapeAndTier) {
+  test::on_each_tier({{"TEV_NUM_THREADS", "8"}, {"TEV_DYNAMIC", "FALSE"}}, [](const test::tier_in_force& tier) {
+    const bool older = tier.type <= TEV_CPU_AVX, counts_columns = tier.type > TEV_CPU_AVX2;
+    const double* const none = nullptr;
+    const struct {
+      operation<double> p;
+      division by;
+      int64_t threads;
+    } rows[] = {
+        {product_of_sizes('N', 20, 20, 20), division::none, 1},
+        {product_of_sizes('N', 300, 200, 20), older ? division::blocks : division::grid, 8},
+        {product_of_sizes('T', 1001, 2, 1001),
+         counts_columns ? division::rows
+         : older        ? division::blocks
+                        : division::grid,
+         8},
+        {kernels::make_symmetric_operation<double>('L', 'U', 999, 40, 1, none, 1001, none, 1001, 1, nullptr, 1001),
+         older ? division::sides : division::grid, older ? 5 : 8},
+        {solve_of_sizes('L', 2000, 2000), division::sides, 8},
+        {solve_of_sizes('R', 8, 2000), division::diagonal_blocks, 8},
+        {solve_of_sizes('L', 900, 20), division::sides, 3},
+        {update_of_sizes(1000, 1000), division::columns, 8},
+        {update_of_sizes(100, 9000), std::string_view(tier.name) == "cnr_def" ? division::columns : division::depth, 8},
+    };
+    for (const auto& row : rows) {
+      const plan planned = plan_of(row.p);
+      EXPECT_EQ(planned.by, row.by) << &row - rows;
+      EXPECT_EQ(planned.threads, row.threads) << &row - rows;
+    }
+    return 0;
+  });
+}
+
+// ---- Grids ----------------------------------------------------------------------------------------------------------
 
 product_shape random_shape(engine& random) {
   constexpr std::array<std::array<int64_t, 2>, 4> kTiles = {{{24, 8}, {8, 28}, {12, 4}, {4, 14}}};
@@ -311,8 +342,7 @@ TEST(Lookahead, GroupsOfTwoWhenTheWorkingSetFitsFastMemory) {
   EXPECT_EQ(group(2000, 7000 * 5376 + 448 * 2688 + 1, 0), 2);
 }
 
-// ---- Partitions
-// ------------------------------------------------------------------------------------------------------
+// ---- Partitions -----------------------------------------------------------------------------------------------------
 
 // Operands without elements: the shares are told by their offsets.
 void* nowhere(int64_t, int64_t, const operand*) { return nullptr; }

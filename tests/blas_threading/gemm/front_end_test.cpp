@@ -10,9 +10,7 @@
 
 #include "host/check.h"
 #include "tests/support/blas_case.h"
-#include "tests/support/in_child.h"
-#include "tests/support/tier_list.h"
-#include "tev/service.h"
+#include "tests/support/each_tier.h"
 
 namespace tev::test {
 namespace {
@@ -63,24 +61,15 @@ int all_failures() {
   return failures<float>() + failures<double>() + failures<std::complex<float>>() + failures<std::complex<double>>();
 }
 
-struct tier {
-  const char *name, *code;
-};
-constexpr tier kTiers[] = {{"def", "0"}, {"avx", "4"}, {"avx2", "5"}, {"avx512_zel", "6"}, {"avx512", "7"}};
-
 template <class Body>
 void expect_right_on_every_tier(environment settings, Body body) {
-  for (const tier& t : kTiers) {
-    if (!processor_runs(t.name)) continue;
-    environment variables = settings;
-    variables.insert(variables.end(), {{"TEV_DEBUG_CPU_TYPE", t.code}, {"TEV_DYNAMIC", "FALSE"}});
-    const child_result child = in_child(variables, body);
-    EXPECT_EQ(child.status, 0) << t.name << '\n' << child.out.substr(0, 2000) << child.err.substr(0, 2000);
-  }
+  settings.emplace_back("TEV_DYNAMIC", "FALSE");
+  on_each_tier(settings, [&](const tier_in_force&) { return body(); });
 }
 
 TEST(GemmFrontEnd, TeamsOfAnySize) {
-  for (const char* threads : {"1", "3", "16"}) expect_right_on_every_tier({{"TEV_NUM_THREADS", threads}}, all_failures);
+  for (const char* threads : {"1", "3", "16", "64"})
+    expect_right_on_every_tier({{"TEV_NUM_THREADS", threads}}, all_failures);
 }
 
 TEST(GemmFrontEnd, ATeamSmallerThanAskedFor) {

@@ -17,7 +17,7 @@
 #include "host/check.h"
 #include "kernels/dispatch/dispatch.h"
 #include "tests/support/blas_case.h"
-#include "tests/support/in_child.h"
+#include "tests/support/each_tier.h"
 #include "tev/service.h"
 
 namespace tev::test {
@@ -205,45 +205,34 @@ TEST(Version1Driver, SameBitsInEveryRun) {
   }
 }
 
-// The tiers that the driver is made for, through the front end, too; the last one is the reproducible one.
+// The tiers that the driver is made for, through the front end, too.
 TEST(Version1Driver, OnItsOwnTiers) {
-  const struct {
-    environment settings;
-    int32_t type;
-  } tiers[] = {{{{"TEV_DEBUG_CPU_TYPE", "0"}}, TEV_CPU_DEF},
-               {{{"TEV_DEBUG_CPU_TYPE", "2"}}, TEV_CPU_MC},
-               {{{"TEV_DEBUG_CPU_TYPE", "3"}}, TEV_CPU_MC3},
-               {{{"TEV_DEBUG_CPU_TYPE", "4"}}, TEV_CPU_AVX},
-               {{{"TEV_DEBUG_CPU_TYPE", "0"}, {"TEV_CBWR", "COMPATIBLE"}}, TEV_CPU_DEF}};
-  for (const auto& tier : tiers) {
-    const child_result result = in_child(tier.settings, [&] {
-      if (tev_serv_cpu_detect() != tier.type || tev_blas_get_kernel_api_version() != 1) return 3;
-      check_products<float>({4}, 2, 1);
-      check_products<double>({3}, 2, 1);
-      check_products<std::complex<float>>({16}, {1, 2}, {1, 0});
-      check_products<std::complex<double>>({2}, {1, -1}, {0, 2});
-      engine random(50);
-      for (int64_t team = 2; team <= 16; ++team)
-        for (const auto& [share_a, share_b] : {std::pair(true, true), std::pair(true, false), std::pair(false, true)}) {
-          const blas_case<double> y(problem_of<double>(operation::gemm, "NC", 203, 101, 300, 2, 1), random,
-                                    values::whole);
-          const blas_case<std::complex<float>> z(
-              problem_of<std::complex<float>>(operation::gemm, "CN", 61, 130, 290, {1, 2}, 0), random, values::whole);
-          EXPECT_TRUE(shares(y, best_shared_grid(203, 101, team, 8, share_a, share_b)));
-          EXPECT_TRUE(shares(z, best_shared_grid(61, 130, team, 8, share_a, share_b)));
-        }
-      const blas_case<double> x(problem_of<double>(operation::gemm, "NT", 210, 320, 90, 1, 2), random, values::whole);
-      const own_threads four(4);
-      expect_right(x, x.run());
-      // Two threads on two processors share this one.
-      const own_threads two(2);
-      const blas_case<double> tall(problem_of<double>(operation::gemm, "NN", 800, 50, 600, 1, 2), random,
-                                   values::whole);
-      expect_right(tall, tall.run());
-      return ::testing::Test::HasFailure() ? 1 : 0;
-    });
-    EXPECT_EQ(result.status, 0) << tier.type << result.out << result.err;
-  }
+  on_each_tier({}, [](const tier_in_force& tier) {
+    if (tev_serv_cpu_detect() != tier.type) return 3;
+    if (tev_blas_get_kernel_api_version() != 1) return 0;
+    check_products<float>({4}, 2, 1);
+    check_products<double>({3}, 2, 1);
+    check_products<std::complex<float>>({16}, {1, 2}, {1, 0});
+    check_products<std::complex<double>>({2}, {1, -1}, {0, 2});
+    engine random(50);
+    for (int64_t team = 2; team <= 16; ++team)
+      for (const auto& [share_a, share_b] : {std::pair(true, true), std::pair(true, false), std::pair(false, true)}) {
+        const blas_case<double> y(problem_of<double>(operation::gemm, "NC", 203, 101, 300, 2, 1), random,
+                                  values::whole);
+        const blas_case<std::complex<float>> z(
+            problem_of<std::complex<float>>(operation::gemm, "CN", 61, 130, 290, {1, 2}, 0), random, values::whole);
+        EXPECT_TRUE(shares(y, best_shared_grid(203, 101, team, 8, share_a, share_b)));
+        EXPECT_TRUE(shares(z, best_shared_grid(61, 130, team, 8, share_a, share_b)));
+      }
+    const blas_case<double> x(problem_of<double>(operation::gemm, "NT", 210, 320, 90, 1, 2), random, values::whole);
+    const own_threads four(4);
+    expect_right(x, x.run());
+    // Two threads on two processors share this one.
+    const own_threads two(2);
+    const blas_case<double> tall(problem_of<double>(operation::gemm, "NN", 800, 50, 600, 1, 2), random, values::whole);
+    expect_right(tall, tall.run());
+    return 0;
+  });
 }
 
 TEST(Version1Driver, TeamsSmallerThanAskedFor) {

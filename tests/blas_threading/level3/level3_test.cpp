@@ -16,9 +16,7 @@
 
 #include "host/check.h"
 #include "tests/support/blas_case.h"
-#include "tests/support/in_child.h"
-#include "tests/support/tier_list.h"
-#include "tev/service.h"
+#include "tests/support/each_tier.h"
 
 namespace tev::test {
 namespace {
@@ -85,7 +83,7 @@ constexpr shape kSmall[] = {{0, 3, 2}, {3, 0, 2},  {3, 2, 0},   {1, 1, 1},    {2
                             {8, 8, 3}, {17, 9, 2}, {25, 23, 8}, {12, 13, 11}, {89, 92, 40}, {63, 65, 66}};
 constexpr shape kTeams[] = {{130, 121, 60}, {200, 31, 150}, {16, 600, 90},
                             {300, 5, 31},   {97, 203, 310}, {240, 250, 48}};
-constexpr int kTeamSizes[] = {1, 2, 3, 5, 16};
+constexpr int kTeamSizes[] = {1, 2, 3, 5, 16, 64};
 
 // alpha and beta: 0, 1 or anything.
 template <class T>
@@ -134,49 +132,43 @@ void sweep(engine& random, int one_of) {
   });
 }
 
-// In a child for each tier that this processor runs, of those that stand for the others.
+// body(zero of the element type) in a real and in a complex precision, on each tier.
 template <class Body>
-void on_each_tier(environment settings, const Body& body) {
-  settings.emplace_back("OMP_WAIT_POLICY", "passive");  // teams larger than the machine
-  settings.emplace_back("TEV_DEBUG_CPU_TYPE", "");
-  for (const auto& [code, name] : {std::pair("0", "def"), std::pair("4", "avx"), std::pair("5", "avx2"),
-                                   std::pair("6", "avx512_zel"), std::pair("7", "avx512")}) {
-    if (!processor_runs(name)) continue;
-    settings.back().second = code;
-    const child_result result = in_child(settings, [&] {
-      body();
-      return testing::Test::HasFailure() ? 1 : 0;
-    });
-    EXPECT_EQ(result.status, 0) << name << ": " << result.out << result.err;
-  }
+void in_two_precisions_on_each_tier(const environment& settings, const Body& body) {
+  on_each_tier(settings, [&](const tier_in_force&) {
+    body(double{});
+    body(std::complex<float>{});
+    return 0;
+  });
 }
 
 TEST(Level3, EveryRoutineOnEveryTier) {
-  on_each_tier({}, [] {
-    engine random(kSeed);
-    sweep<float>(random, 16);
-    sweep<double>(random, 8);
-    sweep<std::complex<float>>(random, 16);
-    sweep<std::complex<double>>(random, 16);
+  on_each_tier({}, [](const tier_in_force& tier) {
+    engine random(kSeed + static_cast<uint64_t>(tier.type));
+    sweep<float>(random, 24);
+    sweep<double>(random, 12);
+    sweep<std::complex<float>>(random, 24);
+    sweep<std::complex<double>>(random, 24);
+    return 0;
   });
 }
 
 // A large triangle with few right-hand sides goes block by block, a small triangle of deep sums by parts of the sum.
 TEST(Level3, WorkInsideIsShared) {
-  on_each_tier({}, [] {
+  in_two_precisions_on_each_tier({}, [](auto zero) {
+    using T = decltype(zero);
     engine random(kSeed);
-    each_routine<double>([&](const routine& r, const std::string& options) {
+    each_routine<T>([&](const routine& r, const std::string& options) {
       const bool left = options[0] == 'L';
-      if (in_place(r.op) && random() % 4 == 0) {
-        const int64_t sides = std::array{1, 8, 40}[random() % 3], order = std::array{1024, 1030, 1281}[random() % 3];
+      if (in_place(r.op) && random() % 16 == 0) {
+        const int64_t sides = std::array{1, 8, 40}[random() % 3], order = std::array{1024, 1030}[random() % 2];
         const shape s = left ? shape{order, sides, 0} : shape{sides, order, 0};
-        const blas_case<double> x(problem_of<double>(r.op, options, s.m, s.n, s.k, 1.25, 0), random, values::fractions);
+        const blas_case<T> x(problem_of<T>(r.op, options, s.m, s.n, s.k, T(1.25), T(0)), random, values::fractions);
         const own_threads team(static_cast<int>(2 + random() % 3));
         judge(x, x.run());
       }
       if (is_rank_k(r.op)) {
-        const blas_case<double> x(problem_of<double>(r.op, options, 0, 37, 1700, 2, random() % 2), random,
-                                  values::whole);
+        const blas_case<T> x(problem_of<T>(r.op, options, 0, 37, 1700, T(2), T(random() % 2)), random, values::whole);
         const own_threads team(static_cast<int>(2 + random() % 3));
         judge(x, x.run(), true);
       }
@@ -185,15 +177,16 @@ TEST(Level3, WorkInsideIsShared) {
 }
 
 TEST(Level3, SameBitsInEveryCall) {
-  on_each_tier({{"TEV_DYNAMIC", "FALSE"}}, [] {
+  in_two_precisions_on_each_tier({{"TEV_DYNAMIC", "FALSE"}}, [](auto zero) {
+    using T = decltype(zero);
     engine random(kSeed);
-    each_routine<double>([&](const routine& r, const std::string& options) {
-      if (random() % 3 != 0) return;
+    each_routine<T>([&](const routine& r, const std::string& options) {
+      if (random() % 5 != 0) return;
       const shape s = kTeams[random() % std::size(kTeams)];
-      const blas_case<double> x = random_case<double>(r, options, s, random, values::fractions);
+      const blas_case<T> x = random_case<T>(r, options, s, random, values::fractions);
       const int threads = kTeamSizes[random() % std::size(kTeamSizes)];
       const own_threads team(threads);
-      const matrix<double> first = x.run();
+      const matrix<T> first = x.run();
       // From other threads, at the same time, too.
       std::vector<std::jthread> callers;
       for (int i = 0; i < 2; ++i)
@@ -224,7 +217,7 @@ std::atomic<int> requests, failing;  // the request that fails, from 1; 0: none
 void* scarce_malloc(size_t size) { return ++requests == failing ? nullptr : std::malloc(size); }
 
 TEST(Level3, AnyRequestForMemoryMayFail) {
-  on_each_tier({{"TEV_DISABLE_FAST_MM", "1"}}, [] {
+  on_each_tier({{"TEV_DISABLE_FAST_MM", "1"}}, [](const tier_in_force&) {
     i_malloc = scarce_malloc;
     i_free = std::free;
     const own_threads team(3);
@@ -241,12 +234,14 @@ TEST(Level3, AnyRequestForMemoryMayFail) {
       }
       failing = 0;
     });
+    return 0;
   });
 }
 
+template <class T>
 struct call_on_thread {
-  const blas_case<double>& x;
-  matrix<double> result;
+  const blas_case<T>& x;
+  matrix<T> result;
   static void* run(void* self) {
     auto* const own = static_cast<call_on_thread*>(self);
     call(own->x.p, own->result.data());
@@ -256,21 +251,22 @@ struct call_on_thread {
 
 // Threads with little stack are common in programs with many of them. 20: a team whose shared words are not on it.
 TEST(Level3, A64KStackIsEnough) {
-  on_each_tier({}, [] {
+  in_two_precisions_on_each_tier({}, [](auto zero) {
+    using T = decltype(zero);
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     ASSERT_EQ(pthread_attr_setstacksize(&attributes, 64 << 10), 0);
     for (const routine& r : kRoutines)
       for (const int threads : {2, 20}) {
-        if (letters_of<double>(r).empty()) continue;
+        if (letters_of<T>(r).empty()) continue;
         engine random(kSeed);
-        const blas_case<double> x(
-            problem_of<double>(r.op, options_of<double>(r).front(), 300, 310, 200, 2, in_place(r.op) ? 0 : 3), random,
+        const blas_case<T> x(
+            problem_of<T>(r.op, options_of<T>(r).front(), 200, 210, 130, T(2), T(in_place(r.op) ? 0 : 3)), random,
             values::fractions);
-        call_on_thread own = {x, x.start()};
+        call_on_thread<T> own = {x, x.start()};
         tev_serv_set_num_threads(threads);
         pthread_t thread;
-        ASSERT_EQ(pthread_create(&thread, &attributes, call_on_thread::run, &own), 0);
+        ASSERT_EQ(pthread_create(&thread, &attributes, call_on_thread<T>::run, &own), 0);
         pthread_join(thread, nullptr);
         judge(x, own.result);
       }
