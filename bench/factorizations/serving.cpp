@@ -152,10 +152,12 @@ int serve_routine(const std::string& op, void* routine, bool threaded) {
   for (long n = 0; std::fgets(line, sizeof line, stdin); std::fflush(stdout)) {
     if (std::sscanf(line, "case %ld", &n) == 1) {
       p.set_up(static_cast<Integer>(n));
+      p.run();
+      std::puts(p.looks_right() ? "ok" : "wrong result");
+      p.make_copies(1);  // the first call had much to decide
       const double begin = now(true);
       p.run();
       const double seconds = now(true) - begin;
-      std::puts(p.looks_right() ? "ok" : "wrong result");
       p.make_copies(std::clamp(static_cast<int64_t>(kSampleSeconds / seconds), int64_t{1},
                                std::clamp(kMostBytes / p.bytes(), int64_t{1}, kMostCopies)));
     } else {
