@@ -277,8 +277,9 @@ template <class Call>
     const int order = choice < 15 ? 0 : choice < 27 ? 101 : choice < 39 ? 102 : 7;
     if (order == 101 && !reference_survives(call)) continue;
     before = m;
-    outcome wanted = attempt(kReference, like, order, call);
-    expected = m;
+    const outcome wanted = attempt(kReference, like, order, call);
+    // The reference goes on when this handler returns from a letter that is none, with any letter.
+    expected = wanted.reported.starts_with("cblas_") ? before : m;
     m = before;
     const int64_t which = below(4);
     const outcome got = which == 3 ? attempt(kOurs, probe<Call>::kName, order, call)
