@@ -26,3 +26,15 @@
 #define TEV_HAS_gemm_bdz_copies(s, d, c, z) 0
 #define TEV_HAS_gemm_brc_copies(s, d, c, z) 0
 #define TEV_HAS_gemm_htn(s, d, c, z) 0
+#define TEV_HAS_trmm_sm(s, d, c, z) s || d
+#define TEV_HAS_trmm_sm_01_08(s, d, c, z) 0
+#define TEV_HAS_trsm_v1(s, d, c, z) 0
+#define TEV_HAS_trmm_blocked(s, d, c, z) 0
+#define TEV_HAS_trsm_blocked(s, d, c, z) 0
+#define TEV_HAS_trmm_letters(s, d, c, z) 0
+#define TEV_HAS_trsm_letters(s, d, c, z) 0
+#define TEV_HAS_letters_r(s, d, c, z) 0
+#define TEV_HAS_trsm_tiles(s, d, c, z) 0
+#define TEV_HAS_triangular_baseline(s, d, c, z) 0
+#define TEV_HAS_syrk_parts(s, d, c, z) 0
+#define TEV_HAS_herk_pst(s, d, c, z) 0

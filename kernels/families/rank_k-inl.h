@@ -21,25 +21,25 @@ namespace tev::TEV_TIER {
 
 // ---- Triangles of C ------------------------------------------------------------------------------------------------
 
-// Calls body(j, first row, rows) for the columns of a triangle of order n.
-template <class Body>
-TEV_INLINE void for_triangle(bool upper, int64_t n, const Body& body) {
-  for (int64_t j = 0; j < n; ++j) body(j, upper ? 0 : j, upper ? j + 1 : n - j);
-}
-
 // C := beta C; C is not read when beta is zero. A Hermitian C has a real beta and leaves with a real diagonal.
 template <bool kHermitian, class T>
 void scale_triangle(bool upper, int64_t n, T beta, T* c, int64_t ldc) {
-  using R = real_of<T>;
-  for_triangle(upper, n, [&](int64_t j, int64_t i, int64_t rows) TEV_LAMBDA {
-    T* const column = c + i + j * ldc;
+  for (int64_t j = 0; j < n; ++j) {
+    T* const column = c + j * ldc + (upper ? 0 : j);
+    const int64_t rows = upper ? j + 1 : n - j;
     if constexpr (kHermitian) {
-      mscale<R>(2 * rows, 1, beta.real, reals(column), ldc);
+      mscale<real_of<T>>(2 * rows, 1, beta.real, reals(column), ldc);
       c[j * (ldc + 1)].imag = 0;
     } else {
       mscale<T>(rows, 1, beta, column, ldc);
     }
-  });
+  }
+}
+
+// Of the triangle that its copy mode names.
+template <bool kHermitian, class T>
+TEV_INLINE void scale_triangle(const operand* c, const T* beta) {
+  scale_triangle<kHermitian>(stored_triangle(c) == 'U', c->columns, *beta, static_cast<T*>(c->data), c->ld);
 }
 
 // C := beta C + full in the rows i of column j that lie in the triangle: i + below >= j, or <= j in the upper one.
@@ -100,32 +100,83 @@ void triangle_ker0(const int64_t* k, const T* a_panel, const T* b_panel, const T
   }
 }
 
+TEV_INLINE bool is_hermitian(const operand* a, const operand* b) {
+  return ((a->copy_mode | b->copy_mode) & kCopyConjTrans) != 0;
+}
+
+// One packed panel of A, rows [i, i + rows) of C, against the panels of B that meet the triangle.
+template <class T>
+TEV_INLINE void multiply_triangle_panel(const operation<T>* op, const T* a_panel, int64_t i, int64_t rows,
+                                        const operand* b, int64_t p, int64_t depth, const T* beta, const operand* c,
+                                        const buffers* buf, const kernel_info<T>* info) {
+  const bool upper = stored_triangle(c) == 'U';
+  const int64_t diagonal = i + c->row_offset - c->column_offset;
+  const int64_t end = upper ? b->columns : min_of(diagonal + rows, b->columns);
+  for (int64_t j = upper ? max_of(diagonal, 0) : 0; j < end; j += buf->nc) {
+    const int64_t columns = min_of(buf->nc, end - j);
+    const operand source = block_of(b, p, j, depth, columns), target = block_of(c, i, j, rows, columns);
+    packed to = {buf->b.data, 0, 0};
+    info->copy_b(&source, &to, &op->alpha);
+    info->ker0(&depth, a_panel, static_cast<const T*>(buf->b.data), beta, &target);
+  }
+}
+
+// What is left to do after C was scaled where that comes before the sums: a Hermitian C has a real beta, and as a
+// complex one it would read imaginary parts.
+template <class T>
+TEV_INLINE T scale_hermitian(const operation<T>* op, const operand* a, const operand* b, const operand* c,
+                             const kernel_info<T>* info) {
+  if (!is_hermitian(a, b) || is_zero(op->beta) || is_one(op->beta)) return op->beta;
+  info->mscale(c, &op->beta);
+  return one_of<T>();
+}
+
+// A sum without terms: C is scaled, A not read.
+template <class T>
+TEV_INLINE bool only_scales_triangle(const operation<T>* op, const operand* a, const operand* c,
+                                     const kernel_info<T>* info) {
+  if (a->columns > 0 && !is_zero(op->alpha)) return false;
+  if (!is_one(op->beta)) info->mscale(c, &op->beta);
+  return true;
+}
+
+// From this order and depth on panels are packed.
+inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16;
+TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k) { return n >= kLeastOrderPacked && k >= kLeastDepthPacked; }
+
 // As fullacopybcopy, over the blocks that meet the triangle. 2: no memory, nothing was computed.
 template <class T>
 int32_t triangle_fullacopybcopy(const operation<T>* op, const operand* a, const operand* b, const operand* c,
                                 buffers* buf, const kernel_info<T>* info) {
+  if (only_scales_triangle(op, a, c, info)) return 0;
+  if (!is_packed_triangle(c->columns, a->columns)) return info->fallback(op, a, b, c, buf, info);
   initialize_buffers<T>(a, b, &info->plan, buf);
   buf->get(buf);
   if (tev_serv_check_ptr_and_warn(buf->base, kRoutineName<T>)) return 2;
-  const bool upper = (c->copy_mode & kCopyUpper) != 0;
-  const T one = one_of<T>();
+  const T beta = scale_hermitian(op, a, b, c, info), one = one_of<T>();
   for (int64_t p = 0; p < a->columns; p += buf->kc) {
     const int64_t depth = min_of(buf->kc, a->columns - p);
     for (int64_t i = 0; i < a->rows; i += buf->mc) {
-      const int64_t rows = min_of(buf->mc, a->rows - i), end = upper ? b->columns : i + rows;
-      const operand a_block = block_of(a, i, p, rows, depth);
-      packed to_a = {buf->a.data, 0, 0}, to_b = {buf->b.data, 0, 0};
-      info->copy_a(&a_block, &to_a, &one);
-      for (int64_t j = upper ? i : 0; j < end; j += buf->nc) {
-        const int64_t columns = min_of(buf->nc, end - j);
-        const operand b_block = block_of(b, p, j, depth, columns), c_block = block_of(c, i, j, rows, columns);
-        info->copy_b(&b_block, &to_b, &op->alpha);
-        info->ker0(&depth, static_cast<const T*>(buf->a.data), static_cast<const T*>(buf->b.data),
-                   p == 0 ? &op->beta : &one, &c_block);
-      }
+      const int64_t rows = min_of(buf->mc, a->rows - i);
+      const operand source = block_of(a, i, p, rows, depth);
+      packed to = {buf->a.data, 0, 0};
+      info->copy_a(&source, &to, &one);
+      multiply_triangle_panel(op, static_cast<const T*>(buf->a.data), i, rows, b, p, depth, p == 0 ? &beta : &one, c,
+                              buf, info);
     }
   }
   buf->free(buf);
+  return 0;
+}
+
+// A is packed already, in buf->a.data: all rows of `a`, at most kc deep. Packs B into buf->b.data.
+template <class T>
+int32_t triangle_acopiedbcopy(const operation<T>* op, const operand* a, const operand* b, const operand* c,
+                              buffers* buf, const kernel_info<T>* info) {
+  if (only_scales_triangle(op, a, c, info)) return 0;
+  if (tev_serv_check_ptr_and_warn(buf->b.data, kRoutineName<T>)) return 2;
+  const T beta = scale_hermitian(op, a, b, c, info);
+  multiply_triangle_panel(op, static_cast<const T*>(buf->a.data), 0, a->rows, b, 0, a->columns, &beta, c, buf, info);
   return 0;
 }
 
@@ -170,63 +221,97 @@ void halved_triangle(const rank_call<T>& r, int64_t n, const T* a, const T* b, T
     multiply(n2, n1, a2, b, beta, c + n1, r.ldc);
 }
 
-// ---- The routines --------------------------------------------------------------------------------------------------
-
-// From this order and depth on panels are packed.
-inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16;
-
+// False when nothing is to be added: C is scaled then, A not read. A Hermitian C is scaled before the sums.
 template <bool kHermitian, class T>
-__attribute__((noinline)) bool packed_triangle(const operation<T>& op) {
-  kernel_info<T> info;
-  packed_info_of(op, &info);
-  info.ker0 = op.uplo == uplo_code('U') ? triangle_ker0<true, kHermitian, T> : triangle_ker0<false, kHermitian, T>;
-  buffers buf;
-  return triangle_fullacopybcopy(&op, &op.a, &op.b, &op.c, &buf, &info) == 0;
-}
-
-// C := alpha op(A) op(B)^T + beta C, A and B two matrices or one.
-template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
-TEV_INLINE void add_rank_k(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
-  if (n >= kLeastOrderPacked && r.k >= kLeastDepthPacked &&
-      packed_triangle<kHermitian>(make_rank_k_operation(r.upper ? 'U' : 'L', r.plain ? 'N' : r.transposed, kHermitian,
-                                                        n, r.k, r.alpha, a, r.lda, b, r.ldb, beta, c, r.ldc)))
-    return;
-  halved_triangle<kHermitian, T, Gemm>(r, n, a, b, beta, c);
-}
-
-// False when nothing is to be added: C is scaled then, A not read.
-template <bool kHermitian, class T>
-TEV_INLINE bool begin_rank_k(bool upper, int64_t n, int64_t k, T alpha, T* beta, T* c, int64_t ldc) {
-  if (n < 1) return false;
-  const bool adds = k > 0 && !is_zero(alpha);
-  if (!adds && is_one(*beta)) return false;
-  // A Hermitian C is scaled by the real beta before, since a complex one would read imaginary parts.
-  const bool scales_now = !adds || (kHermitian && !is_zero(*beta) && !is_one(*beta));
-  if (!scales_now) return true;
-  scale_triangle<kHermitian>(upper, n, *beta, c, ldc);
+TEV_INLINE bool begin_rank_k(const rank_call<T>& r, int64_t n, T* beta, T* c) {
+  const bool adds = n > 0 && r.k > 0 && !is_zero(r.alpha);
+  if (is_one(*beta)) return adds;
+  if (adds && (!kHermitian || is_zero(*beta))) return true;
+  scale_triangle<kHermitian>(r.upper, n, *beta, c, r.ldc);
   *beta = one_of<T>();
   return adds;
 }
 
-// syrk, herk. Any letter but N means the transposed product.
+// A and B two matrices or one.
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
-TEV_INLINE void rank_k(const char* uplo, const char* trans, int64_t n, int64_t k, T alpha, const T* a, int64_t lda,
-                       T beta, T* c, int64_t ldc) {
-  const rank_call<T> r = {is_letter(uplo, 'U'), is_letter(trans, 'N'), kHermitian ? 'C' : 'T', k, alpha, lda, lda, ldc};
-  if (begin_rank_k<kHermitian>(r.upper, n, k, alpha, &beta, c, ldc))
-    add_rank_k<kHermitian, T, Gemm>(r, n, a, a, beta, c);
+__attribute__((noinline)) void rank_k_nobufs(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  if (begin_rank_k<kHermitian>(r, n, &beta, c)) halved_triangle<kHermitian, T, Gemm>(r, n, a, b, beta, c);
 }
 
-// syr2k, her2k: C := alpha op(A) op(B)^T + alpha op(B) op(A)^T + beta C, the second alpha conjugated if C is Hermitian.
+// The second half of syr2k and her2k: A and B change places, alpha is conjugated if C is Hermitian.
+template <bool kHermitian, class T>
+TEV_INLINE rank_call<T> exchanged(rank_call<T> r) {
+  r.alpha = conjugate_if(kHermitian, r.alpha);
+  const int64_t lda = r.lda;
+  r.lda = r.ldb, r.ldb = lda;
+  return r;
+}
+
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
-TEV_INLINE void rank_2k(const char* uplo, const char* trans, int64_t n, int64_t k, T alpha, const T* a, int64_t lda,
-                        const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
-  rank_call<T> r = {is_letter(uplo, 'U'), is_letter(trans, 'N'), kHermitian ? 'C' : 'T', k, alpha, lda, ldb, ldc};
-  if (!begin_rank_k<kHermitian>(r.upper, n, k, alpha, &beta, c, ldc)) return;
-  add_rank_k<kHermitian, T, Gemm>(r, n, a, b, beta, c);
-  r.alpha = conjugate_if(kHermitian, alpha);
-  r.lda = ldb, r.ldb = lda;
-  add_rank_k<kHermitian, T, Gemm>(r, n, b, a, one_of<T>(), c);
+TEV_INLINE void rank_2k_nobufs(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  rank_k_nobufs<kHermitian, T, Gemm>(r, n, a, b, beta, c);
+  rank_k_nobufs<kHermitian, T, Gemm>(exchanged<kHermitian>(r), n, b, a, one_of<T>(), c);
+}
+
+// As a driver.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+int32_t triangle_nobufs(const operation<T>* op, const operand* a, const operand* b, const operand* c, buffers*,
+                        const kernel_info<T>*) {
+  const rank_call<T> r = {stored_triangle(c) == 'U',
+                          stored_transposition(a) == 'N',
+                          kHermitian ? 'C' : 'T',
+                          a->columns,
+                          op->alpha,
+                          a->ld,
+                          b->ld,
+                          c->ld};
+  rank_k_nobufs<kHermitian, T, Gemm>(r, c->columns, static_cast<const T*>(a->data), static_cast<const T*>(b->data),
+                                     op->beta, static_cast<T*>(c->data));
+  return 0;
+}
+
+// ---- The routines --------------------------------------------------------------------------------------------------
+
+// Any letter but N means the transposed product.
+template <bool kHermitian, class T>
+TEV_INLINE rank_call<T> describe_rank_k(const char* uplo, const char* trans, int64_t k, T alpha, int64_t lda,
+                                        int64_t ldb, int64_t ldc) {
+  return {is_letter(uplo, 'U'), is_letter(trans, 'N'), kHermitian ? 'C' : 'T', k, alpha, lda, ldb, ldc};
+}
+
+// The routines of a rank-k update where no framework has them by name.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+TEV_INLINE void own_rank_k_info(const operation<T>& op, kernel_info<T>* info) {
+  packed_info_of(op, info);
+  info->mscale = scale_triangle<kHermitian, T>;
+  info->ker0 = stored_triangle(&op.c) == 'U' ? triangle_ker0<true, kHermitian, T> : triangle_ker0<false, kHermitian, T>;
+  info->driver = triangle_fullacopybcopy<T>;
+  info->fallback = triangle_nobufs<kHermitian, T, Gemm>;
+}
+
+// By the driver of the kernel information. Info: the framework's routine that fills it, in the tiers that have one.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
+__attribute__((noinline)) void rank_k_by_records(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta,
+                                                 T* c) {
+  const operation<T> op = make_rank_k_operation(r.upper ? 'U' : 'L', r.plain ? 'N' : r.transposed, kHermitian, n, r.k,
+                                                r.alpha, a, r.lda, b, r.ldb, beta, c, r.ldc);
+  kernel_info<T> info;
+  if constexpr (kApiVersion == 2) {
+    strategy plan;
+    initialize_strategy<T>(&plan);
+    Info(&op, &op.a, &op.b, &op.c, &plan, &info);
+  } else {
+    own_rank_k_info<kHermitian, T, Gemm>(op, &info);
+  }
+  buffers buf;
+  if (info.driver(&op, &op.a, &op.b, &op.c, &buf, &info) == 2) info.fallback(&op, &op.a, &op.b, &op.c, &buf, &info);
+}
+
+// C := alpha op(A) op(B)^T + beta C, A and B two matrices or one.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
+TEV_INLINE void rank_k(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  const bool packs = is_packed_triangle(n, r.k) && !is_zero(r.alpha);
+  (packs ? rank_k_by_records<kHermitian, T, Gemm, Info> : rank_k_nobufs<kHermitian, T, Gemm>)(r, n, a, b, beta, c);
 }
 
 }  // namespace tev::TEV_TIER

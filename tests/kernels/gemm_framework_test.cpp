@@ -431,15 +431,26 @@ TYPED_TEST(Framework, DriversOfTheKernelInformation) {
 
 // Computes an operation by the routines of its kernel information.
 template <class T>
-kernel_info<T> compute_by_driver(const framework<T>& f, product<T>& p, int32_t code) {
+kernel_info<T> compute_by_driver(const framework<T>& f, product<T>& p, int32_t code,
+                                 int32_t strategy_code = kFullCopy) {
   strategy s;
   kernel_info<T> info;
   buffers buf;
   p.op.code = code;
   f.initialize_strategy(&s);
+  if (code == kOpSyrk) s.strategy_code = strategy_code;
   f.initialize_info(&p.op, &p.op.a, &p.op.b, &p.op.c, &s, &info);
+  const array<T> a_panel(p.op.m, p.op.k);
+  if (s.strategy_code == kACopied) {
+    f.initialize_buffers(&p.op.a, &p.op.b, &info.plan, &buf);
+    EXPECT_EQ(buf.get(&buf), 0);
+    packed to = {buf.a.data = a_panel.data(), 0, 0};
+    const T one = element<T>(1, 0);
+    info.copy_a(&p.op.a, &to, &one);
+  }
   if (info.driver(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info) == 2)
     EXPECT_EQ(0, info.fallback(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info));
+  if (s.strategy_code == kACopied) buf.free(&buf);
   return info;
 }
 
@@ -479,38 +490,55 @@ TYPED_TEST(Framework, OtherOperationsOfTheKernelInformation) {
             memory_is_short = false;
             p.expect_done(what + " symm");
           }
-        product<T> rank_k(right ? 'T' : 'N', right ? 'N' : 'T', f.mr + 70, f.mr + 70, 30);
-        const array<T> before(f.mr + 70, f.mr + 70);
-        rank_k.op.c.copy_mode = kCopyPlain | triangle;
-        const kernel_info<T> info = compute_by_driver(f, rank_k, kOpSyrk);
-        for (int64_t i = 0; i < rank_k.op.n; ++i)
-          for (int64_t j = 0; j < rank_k.op.n; ++j)
-            if ((i < j) != upper && i != j) rank_k.expected(i, j) = before(i, j);
-        rank_k.expect_done(what + " syrk");
-        const T zero{};
-        info.mscale(&rank_k.op.c, &zero);
-        for (int64_t i = 0; i < rank_k.op.n; ++i)
-          for (int64_t j = 0; j < rank_k.op.n; ++j)
-            if ((i < j) == upper || i == j) rank_k.expected(i, j) = zero;
-        rank_k.expect_done(what + " scaled triangle");
-        // There and back again, in place.
-        product<T> p('N', 'N', right ? 5 : 19, right ? 19 : 5, 19);
-        array<T>&full = right ? p.a : p.b, &triangular = right ? p.b : p.a;
-        for (int64_t i = 0; i < 19; ++i) triangular(i, i) = element<T>(1, 0);
-        store_one_triangle(
-            triangular, upper, [](T) { return T{}; }, false);
-        p.op.alpha = element<T>(1, 0), p.op.beta = T{};
-        p.compute();
-        store_one_triangle(
-            triangular, upper, [](T) { return T{}; }, true);
-        for (int64_t i = 0; i < p.op.m * p.op.n; ++i) p.c.data()[i] = full.data()[i];
-        p.op.from_right = right;
-        (right ? p.op.b : p.op.a).copy_mode |= triangle | kCopyUnit;
-        compute_by_driver(f, p, kOpTrmm);
-        p.expect_done(what + " trmm");
-        for (int64_t i = 0; i < p.op.m * p.op.n; ++i) p.expected.data()[i] = full.data()[i];
-        compute_by_driver(f, p, kOpTrsm);
-        p.expect_done(what + " trsm");
+        for (const int32_t strategy_code : {kFullCopy, kACopied, kNoCopy}) {
+          product<T> rank_k(right ? 'T' : 'N', right ? 'N' : 'T', f.mr + 70, f.mr + 70, 30);
+          const array<T> before(f.mr + 70, f.mr + 70);
+          rank_k.op.c.copy_mode = kCopyPlain | triangle;
+          const kernel_info<T> info = compute_by_driver(f, rank_k, kOpSyrk, strategy_code);
+          const auto in_triangle = [&](const auto& body) {
+            for (int64_t i = 0; i < rank_k.op.n; ++i)
+              for (int64_t j = 0; j < rank_k.op.n; ++j) body(i, j, (i < j) == upper || i == j);
+          };
+          in_triangle([&](int64_t i, int64_t j, bool inside) {
+            if (!inside) rank_k.expected(i, j) = before(i, j);
+          });
+          rank_k.expect_done(what + " syrk by strategy " + std::to_string(strategy_code));
+          const T zero{};
+          info.mscale(&rank_k.op.c, &zero);
+          in_triangle([&](int64_t i, int64_t j, bool inside) {
+            if (inside) rank_k.expected(i, j) = zero;
+          });
+          rank_k.expect_done(what + " scaled triangle");
+        }
+        // There and back again, in place: on the stack, in one block, in several.
+        const struct {
+          int64_t order, places;
+          bool is_short;
+        } kTriangles[] = {{19, 5, false}, {75, 33, false}, {75, 33, true}, {260, 17, false}};
+        for (const auto [order, places, is_short] : kTriangles)
+          for (const int32_t diagonal : {kCopyUnit, kCopyNonUnit}) {
+            product<T> p('N', 'N', right ? places : order, right ? order : places, order);
+            array<T>&full = right ? p.a : p.b, &triangular = right ? p.b : p.a;
+            for (int64_t j = 0; j < order; ++j)
+              for (int64_t i = 0; i < order; ++i)
+                if (i == j || (i + 7 * j) % 16 != 0) triangular(i, j) = element<T>(i == j, 0);
+            const auto zero = [](T) { return T{}; };
+            store_one_triangle(triangular, upper, zero, false);
+            p.op.alpha = element<T>(1, 0), p.op.beta = T{};
+            p.compute();
+            store_one_triangle(triangular, upper, zero, true);
+            for (int64_t i = 0; i < p.op.m * p.op.n; ++i) p.c.data()[i] = full.data()[i];
+            p.op.from_right = right;
+            (right ? p.op.b : p.op.a).copy_mode |= triangle | diagonal;
+            tev_serv_free_buffers();
+            memory_is_short = is_short;
+            compute_by_driver(f, p, kOpTrmm);
+            p.expect_done(what + " trmm");
+            for (int64_t i = 0; i < p.op.m * p.op.n; ++i) p.expected.data()[i] = full.data()[i];
+            compute_by_driver(f, p, kOpTrsm);
+            memory_is_short = false;
+            p.expect_done(what + " trsm");
+          }
       }
 }
 
