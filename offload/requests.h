@@ -7,7 +7,7 @@
 
 #include "factorizations/lu.h"
 #include "factorizations/matrix_view.h"
-#include "offload/session.h"
+#include "offload/connection.h"
 
 namespace tev::offload {
 

@@ -17,14 +17,14 @@
 #include "factorizations/cholesky.h"
 #include "factorizations/lu.h"
 #include "factorizations/qr.h"
+#include "offload/connection.h"
 #include "offload/requests.h"
-#include "offload/session.h"
 #include "offload/sink_steps.h"
 #include "tev/lapack.h"
 #include "tev/service.h"
 
 struct tev_offload {
-  std::unique_ptr<tev::offload::session> sink;  // null: there is none
+  std::unique_ptr<tev::offload::connection> sink;  // null: there is none
   int64_t sink_threads;
   bool finish_here;
   std::string error;
@@ -55,11 +55,11 @@ void copy_columns(const matrix_view<T>& from, const matrix_view<T>& to) {
   for (int64_t j = 0; j < from.columns; ++j) std::copy_n(&from(0, j), from.rows, &to(0, j));
 }
 
-// Memory of the session, given back at the end of the scope.
+// Memory of the connection, given back at the end of the scope.
 template <class T>
 class shared_array {
  public:
-  shared_array(session& owner, int64_t elements)
+  shared_array(connection& owner, int64_t elements)
       : owner_(owner), data_(static_cast<T*>(owner.allocate(static_cast<size_t>(elements) * sizeof(T)))) {}
   shared_array(const shared_array&) = delete;
   shared_array& operator=(const shared_array&) = delete;
@@ -67,7 +67,7 @@ class shared_array {
   T* data() const { return data_; }
 
  private:
-  session& owner_;
+  connection& owner_;
   T* data_;
 };
 
@@ -232,10 +232,10 @@ int tev_offload_open(const tev_offload_options* options, tev_offload** handle) {
   made->sink_threads =
       options->sink_threads > 0 ? options->sink_threads : std::max<int64_t>(tev::offload::processors() - 1, 1);
   if (options->sink != nullptr) {
-    const tev::offload::session_options session_options = {
+    const tev::offload::connection_options connection_options = {
         options->sink, options->library_path != nullptr ? options->library_path : "",
         static_cast<int32_t>(made->sink_threads), options->trust_features != 0};
-    made->sink = std::make_unique<tev::offload::session>(session_options);
+    made->sink = std::make_unique<tev::offload::connection>(connection_options);
     tev::offload::open_error = made->sink->error();
     if (made->sink->has_ended()) return TEV_OFFLOAD_SYSTEM;
   }

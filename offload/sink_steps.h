@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "factorizations/steps.h"
-#include "offload/session.h"
+#include "offload/connection.h"
 
 namespace tev::offload {
 
@@ -36,7 +36,7 @@ inline int64_t border(int64_t panel, int64_t blocks, int64_t sink_threads, bool 
 template <class Factorization, class Requests>
 class sink_steps final : public lapack::steps {
  public:
-  sink_steps(session& sink, int64_t sink_threads, Factorization& what, const Requests& requests, int64_t panels,
+  sink_steps(connection& sink, int64_t sink_threads, Factorization& what, const Requests& requests, int64_t panels,
              int64_t blocks)
       : sink_(sink), sink_threads_(sink_threads), what_(what), requests_(requests), panels_(panels), blocks_(blocks) {
     lines_.resize(static_cast<size_t>(blocks));
@@ -98,7 +98,7 @@ class sink_steps final : public lapack::steps {
     return false;
   }
 
-  session& sink_;
+  connection& sink_;
   const int64_t sink_threads_;
   Factorization& what_;
   const Requests requests_;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "offload/session.h"
+#include "offload/connection.h"
 
 #include <unistd.h>
 
@@ -29,18 +29,18 @@ std::vector<const char*> sink_environment() {
 
 }  // namespace
 
-void session::process_deleter::operator()(vro_process* process) const { vro_process_shutdown(process, kEndMs); }
+void connection::process_deleter::operator()(vro_process* process) const { vro_process_shutdown(process, kEndMs); }
 
-session::session(const session_options& options) : block_(std::make_unique<tev_card_request>()) {
+connection::connection(const connection_options& options) : block_(std::make_unique<tev_card_request>()) {
   if (start(options)) set_up(options);
 }
 
-session::~session() {
+connection::~connection() {
   waiting_.clear();
   answer_.reset();
 }
 
-bool session::start(const session_options& options) {
+bool connection::start(const connection_options& options) {
   vro_process_options process_options = {};
   process_options.executable = options.sink.c_str();
   process_options.library_path = options.library_path.empty() ? nullptr : options.library_path.c_str();
@@ -54,7 +54,7 @@ bool session::start(const session_options& options) {
 }
 
 // Trust comes first: any other request may decide which kernels run.
-bool session::set_up(const session_options& options) {
+bool connection::set_up(const connection_options& options) {
   if (options.trust_features) {
     *block_ = {};
     block_->code = TEV_REQUEST_CALL;
@@ -76,14 +76,14 @@ bool session::set_up(const session_options& options) {
   return !has_ended();
 }
 
-void session::fail(const std::string& why) {
+void connection::fail(const std::string& why) {
   if (error_.empty()) error_ = why.empty() ? "the sink has ended" : why;
   waiting_.clear();
 }
 
 // ---- Memory
 
-session::buffer_map::const_iterator session::buffer_of(const void* address) const {
+connection::buffer_map::const_iterator connection::buffer_of(const void* address) const {
   auto place = buffers_.upper_bound(static_cast<const char*>(address));
   if (place == buffers_.begin()) return buffers_.end();
   --place;
@@ -91,7 +91,7 @@ session::buffer_map::const_iterator session::buffer_of(const void* address) cons
   return inside ? place : buffers_.end();
 }
 
-void* session::allocate(size_t bytes) {
+void* connection::allocate(size_t bytes) {
   vro_buffer* buffer = nullptr;
   const int code = vro_buffer_create(process_.get(), bytes > 0 ? bytes : 1, &buffer);
   if (code == VRO_ENDED) fail(vro_last_error());
@@ -101,7 +101,7 @@ void* session::allocate(size_t bytes) {
   return address;
 }
 
-void session::release(void* memory) {
+void connection::release(void* memory) {
   const auto place = buffers_.find(static_cast<const char*>(memory));
   if (place == buffers_.end()) return;
   vro_buffer_destroy(place->second);
@@ -110,7 +110,7 @@ void session::release(void* memory) {
 
 // ---- Requests
 
-int64_t session::send_block(const std::vector<vro_buffer*>& buffers, size_t result_bytes) {
+int64_t connection::send_block(const std::vector<vro_buffer*>& buffers, size_t result_bytes) {
   vro_completion* completion = nullptr;
   if (has_ended()) return sent_;
   if (vro_run(process_.get(), kEntry, buffers.data(), static_cast<uint32_t>(buffers.size()), block_.get(),
@@ -122,7 +122,7 @@ int64_t session::send_block(const std::vector<vro_buffer*>& buffers, size_t resu
   return ++sent_;
 }
 
-int64_t session::send(const step_request& step) {
+int64_t connection::send(const step_request& step) {
   *block_ = {};
   tev_invoke_request& invoke = block_->invoke;
   invoke.code = TEV_REQUEST_INVOKE;
@@ -140,7 +140,7 @@ int64_t session::send(const step_request& step) {
 }
 
 // False: it is not done yet.
-bool session::take_oldest(int timeout_ms) {
+bool connection::take_oldest(int timeout_ms) {
   const int code = vro_completion_wait(waiting_.front().get(), timeout_ms);
   if (code == VRO_TIMEOUT) return false;
   if (code != VRO_OK) {
@@ -152,24 +152,24 @@ bool session::take_oldest(int timeout_ms) {
   return true;
 }
 
-int64_t session::under_way() {
+int64_t connection::under_way() {
   while (!waiting_.empty() && take_oldest(0)) {
   }
   return static_cast<int64_t>(waiting_.size());
 }
 
-bool session::is_done(int64_t number) { return sent_ - under_way() >= number; }
+bool connection::is_done(int64_t number) { return sent_ - under_way() >= number; }
 
-void session::wait_for(int64_t number) {
+void connection::wait_for(int64_t number) {
   while (!waiting_.empty() && sent_ - static_cast<int64_t>(waiting_.size()) < number) take_oldest(kForever);
 }
 
-void session::wait_for_oldest() {
+void connection::wait_for_oldest() {
   if (!waiting_.empty()) take_oldest(kForever);
 }
 
 template <class Record>
-void session::ask(const char* worker, Record* record) {
+void connection::ask(const char* worker, Record* record) {
   *block_ = {};
   block_->invoke.code = TEV_REQUEST_INVOKE;
   std::strcpy(block_->invoke.worker, worker);
@@ -180,7 +180,7 @@ void session::ask(const char* worker, Record* record) {
   std::memcpy(record, left + offsetof(tev_invoke_request, record), sizeof(*record));
 }
 
-double session::busy_seconds() {
+double connection::busy_seconds() {
   tev_device_time_record record = {0};
   ask(kTimeWorker, &record);
   return record.seconds;

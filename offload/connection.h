@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A running sink and the requests that are under way. Once anything fails, the session has ended: requests do nothing,
-// waits return at once, and error() tells what happened.
+// A running sink and the requests that are under way. Once anything fails, the connection has ended: requests do
+// nothing, waits return at once, and error() tells what happened.
 #pragma once
 
 #include <cstdint>
@@ -15,13 +15,13 @@
 
 namespace tev::offload {
 
-struct session_options {
+struct connection_options {
   std::string sink, library_path;
   int32_t threads;
   bool trust_features;
 };
 
-// What an invoke request says. Operands are addresses in memory of the session.
+// What an invoke request says. Operands are addresses in memory of the connection.
 struct step_request {
   std::string worker;
   uint32_t parameter;
@@ -29,12 +29,12 @@ struct step_request {
   std::vector<const void*> operands;
 };
 
-class session {
+class connection {
  public:
-  explicit session(const session_options& options);
-  session(const session&) = delete;
-  session& operator=(const session&) = delete;
-  ~session();
+  explicit connection(const connection_options& options);
+  connection(const connection&) = delete;
+  connection& operator=(const connection&) = delete;
+  ~connection();
 
   bool has_ended() const { return !error_.empty(); }
   const std::string& error() const { return error_; }
@@ -45,7 +45,7 @@ class session {
 
   // Requests run one after the other; the number names one of them. Sending may wait for room.
   int64_t send(const step_request& step);
-  // Without waiting; true also when the session has ended.
+  // Without waiting; true also when the connection has ended.
   bool is_done(int64_t number);
   void wait_for(int64_t number);
   void wait_for_oldest();
@@ -62,8 +62,8 @@ class session {
   using buffer_map = std::map<const char*, vro_buffer*>;  // by address
 
   buffer_map::const_iterator buffer_of(const void* address) const;
-  bool start(const session_options& options);
-  bool set_up(const session_options& options);
+  bool start(const connection_options& options);
+  bool set_up(const connection_options& options);
   int64_t send_block(const std::vector<vro_buffer*>& buffers, size_t result_bytes);
   template <class Record>
   void ask(const char* worker, Record* record);
