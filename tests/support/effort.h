@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// How long the tests that go by chance go on, and from which seed: ./test sets both.
+// How much the tests do, and from which seed those go that go by chance: ./test sets both.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,12 @@
 #include <string>
 
 namespace tev::test {
+
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
 
 inline bool long_run() { return std::getenv("TEV_TEST_LONG") != nullptr; }
 
