@@ -9,39 +9,12 @@
 #include "host/fill.h"
 #include "host/operand.h"
 #include "host/records.h"
+#include "host/wide.h"
 
 namespace tev::host {
 namespace {
 
-template <class T>
-constexpr bool kIsComplex = !std::is_floating_point_v<T>;
-
-template <class T>
-T conjugated(T x) {
-  if constexpr (kIsComplex<T>)
-    return std::conj(x);
-  else
-    return x;
-}
-
 // ---- A block reflector applied again -------------------------------------------------------------------------------
-
-template <class T>
-struct wider;
-template <>
-struct wider<float> {
-  using type = double;
-};
-template <>
-struct wider<double> {
-  using type = long double;
-};
-template <class R>
-struct wider<std::complex<R>> {
-  using type = std::complex<typename wider<R>::type>;
-};
-template <class T>
-using wide = typename wider<T>::type;
 
 // Without the library's care for infinities, which takes most of its time.
 template <class W>
@@ -62,7 +35,7 @@ struct reflection {
   std::vector<W> subtrahend(const std::vector<W>& y) const {
     std::vector<W> w(static_cast<size_t>(k)), scaled(w.size()), result(y.size());
     for (int64_t j = 0; j < k; ++j)
-      for (int64_t i = 0; i < length; ++i) add_product(w[j], conjugated(v[i + j * length]), y[i]);
+      for (int64_t i = 0; i < length; ++i) add_product(w[j], conjugate(v[i + j * length]), y[i]);
     for (int64_t j = 0; j < k; ++j)
       for (int64_t i = 0; i < k; ++i) add_product(scaled[i], factor[i + j * k], w[j]);
     for (int64_t j = 0; j < k; ++j)
@@ -260,21 +233,21 @@ class step_runner {
 
   // Lines are what the reflectors act on: columns from the left, rows, conjugated, from the right.
   verdict judge_reflection() const {
-    reflection<wide<T>> h = {length(), call_.k, std::vector<wide<T>>(length() * call_.k),
-                             std::vector<wide<T>>(call_.k * call_.k)};
+    reflection<wide_t<T>> h = {length(), call_.k, std::vector<wide_t<T>>(length() * call_.k),
+                               std::vector<wide_t<T>>(call_.k * call_.k)};
     const bool turned = (call_.transa != 'N') == left();
     for (int64_t j = 0; j < call_.k; ++j) {
       for (int64_t i = 0; i < length(); ++i) {
         const T x = a_.original[stored_at(i, j)];
-        h.v[i + j * length()] = place(i, j) > 0 ? (by_rows() ? conjugated(x) : x) : T(place(i, j) == 0);
+        h.v[i + j * length()] = place(i, j) > 0 ? (by_rows() ? conjugate(x) : x) : T(place(i, j) == 0);
       }
       for (int64_t i = 0; i < call_.k; ++i) {
         if (!in_factor(i, j)) continue;
-        const wide<T> x = factor_.original[i + j * call_.k];
-        h.factor[turned ? j + i * call_.k : i + j * call_.k] = turned ? conjugated(x) : x;
+        const wide_t<T> x = factor_.original[i + j * call_.k];
+        h.factor[turned ? j + i * call_.k : i + j * call_.k] = turned ? conjugate(x) : x;
       }
     }
-    const reflection<decltype(std::abs(wide<T>()))> sizes = {h.length, h.k, moduli(h.v), moduli(h.factor)};
+    const reflection<decltype(std::abs(wide_t<T>()))> sizes = {h.length, h.k, moduli(h.v), moduli(h.factor)};
     const auto threads = static_cast<int64_t>(std::max(1u, std::thread::hardware_concurrency()));
     const int64_t lines = left() ? call_.n : call_.m;
     std::vector<verdict> found(threads, {true, 0, 0, 0, {}});
@@ -295,7 +268,7 @@ class step_runner {
   template <class W, class R>
   void judge_line(const reflection<W>& h, const reflection<R>& sizes, int64_t line, verdict& worst) const {
     const auto at = [&](int64_t i) { return left() ? i + line * call_.m : line + i * call_.m; };
-    const auto line_of = [&](const T* c, int64_t i) { return W(left() ? c[at(i)] : conjugated(c[at(i)])); };
+    const auto line_of = [&](const T* c, int64_t i) { return W(left() ? c[at(i)] : conjugate(c[at(i)])); };
     std::vector<W> before(static_cast<size_t>(h.length));
     for (int64_t i = 0; i < h.length; ++i) before[i] = line_of(c_.original.data(), i);
     const std::vector<W> change = h.subtrahend(before);

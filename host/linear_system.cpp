@@ -14,6 +14,7 @@
 #include "host/fill.h"
 #include "host/parse.h"
 #include "host/replacement_file.h"
+#include "host/wide.h"
 #include "tev/blas.h"
 #include "tev/lapack.h"
 #include "tev/offload.h"
@@ -52,9 +53,6 @@ template <class T>
 using real_of = decltype(std::real(T()));
 template <class T>
 using element_of = typename routines<T>::element;
-
-template <class T>
-constexpr bool kIsComplex = !std::is_floating_point_v<T>;
 
 template <class T>
 element_of<T>* in(T* x) {

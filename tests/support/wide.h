@@ -6,34 +6,10 @@
 #include <limits>
 #include <vector>
 
+#include "host/wide.h"
 #include "tests/support/matrix.h"
 
 namespace tev::test {
-
-template <class T>
-struct wider;
-template <>
-struct wider<float> {
-  using type = double;
-};
-template <>
-struct wider<double> {
-  using type = long double;
-};
-template <class R>
-struct wider<std::complex<R>> {
-  using type = std::complex<typename wider<R>::type>;
-};
-template <class T>
-using wide_t = typename wider<T>::type;
-
-template <class T>
-T conjugate(const T& x) {
-  if constexpr (kIsComplex<T>)
-    return std::conj(x);
-  else
-    return x;
-}
 
 // gamma(n) = n u / (1 - n u). A complex multiply-add rounds like four real ones.
 template <class T>
