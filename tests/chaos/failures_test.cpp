@@ -136,7 +136,8 @@ TEST(Failures, EveryAllocationOfTheHost) {
 
 TEST(Failures, EveryAllocationOfTheSink) {
   shared_plan plan;
-  const std::string preload = "LD_PRELOAD=" TEV_FAILING_ALLOCATIONS;
+  const char* const preloaded = std::getenv("LD_PRELOAD");
+  const std::string preload = "LD_PRELOAD=" TEV_FAILING_ALLOCATIONS + (preloaded ? ':' + std::string(preloaded) : "");
   const std::string variable = std::string(kPlanVariable) + "=" + plan.path();
   const char* const environment[] = {preload.c_str(), variable.c_str(), "OMP_NUM_THREADS=2", nullptr};
   fail_each_allocation(

@@ -29,7 +29,7 @@ inline void set_environment(const environment& variables) {
   std::vector<std::string> inherited;
   for (char** entry = environ; *entry; ++entry) inherited.emplace_back(*entry, std::strcspn(*entry, "="));
   for (const std::string& name : inherited)
-    if (!name.ends_with("SAN_OPTIONS") && name != "PATH") unsetenv(name.c_str());
+    if (!name.ends_with("SAN_OPTIONS") && name != "PATH" && name != "LD_PRELOAD") unsetenv(name.c_str());
   for (const auto& [name, value] : variables) setenv(name, value, 1);
 }
 
