@@ -9,11 +9,10 @@ namespace {
 
 bool is_hermitian(const operand& x) { return (x.copy_mode & kernels::kCopyHermitian) != 0; }
 
-// Rank-2k updates and herk have no kernel information.
+// Rank-2k updates have no kernel information.
 template <class T>
 bool has_driver(const operation<T>& p) {
-  const bool is_herk = p.code == kernels::kOpSyrk && is_hermitian(p.c);
-  return p.code != kernels::kOpSyr2k && !is_herk && has_drivers();
+  return p.code != kernels::kOpSyr2k && has_drivers();
 }
 
 template <class T>

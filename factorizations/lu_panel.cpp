@@ -11,6 +11,7 @@
 
 #include "factorizations/kernels.h"
 #include "factorizations/scalars.h"
+#include "tev/lapack.h"
 
 namespace tev::lapack {
 
@@ -83,16 +84,33 @@ int64_t factor_lu(const matrix_view<T>& a, int64_t* pivots) {
   return info;
 }
 
+namespace {
+
+template <class T>
+constexpr auto laswp = tev_lapack_xslaswp;
+template <>
+constexpr auto laswp<double> = tev_lapack_xdlaswp;
+template <>
+constexpr auto laswp<tev_complex8> = tev_lapack_xclaswp;
+template <>
+constexpr auto laswp<tev_complex16> = tev_lapack_xzlaswp;
+
+template <class T>
+void interchange(const matrix_view<T>& a, const int64_t* pivots, int64_t first, int64_t last, int64_t step) {
+  const int64_t from = first + 1;
+  laswp<T>(&a.columns, a.data, &a.ld, &from, &last, pivots, &step);
+}
+
+}  // namespace
+
 template <class T>
 void interchange_rows(const matrix_view<T>& a, const int64_t* pivots, int64_t first, int64_t last) {
-  for (int64_t j = 0; j < a.columns; ++j)
-    for (int64_t i = first; i < last; ++i) std::swap(a(i, j), a(pivots[i] - 1, j));
+  interchange(a, pivots, first, last, 1);
 }
 
 template <class T>
 void interchange_rows_backward(const matrix_view<T>& a, const int64_t* pivots, int64_t first, int64_t last) {
-  for (int64_t j = 0; j < a.columns; ++j)
-    for (int64_t i = last; i-- > first;) std::swap(a(i, j), a(pivots[i] - 1, j));
+  interchange(a, pivots, first, last, -1);
 }
 
 #define TEV_LU_PANEL(T)                                                                    \

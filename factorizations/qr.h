@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// QR as steps: how the matrix is divided, and what a step does to its block.
+// QR as steps: what a step does to its block.
 #pragma once
 
 #include <cstdint>
 
-#include "factorizations/lu.h"
+#include "factorizations/column_division.h"
 #include "factorizations/matrix_view.h"
 #include "factorizations/qr_panel.h"
 #include "factorizations/steps.h"
@@ -23,7 +23,7 @@ class qr_factorization {
     return width * (2 * order + columns);
   }
 
-  const lu_division& division() const { return division_; }
+  const column_division& division() const { return division_; }
 
   bool factor(int64_t panel);
   void update(int64_t panel, const span& blocks);
@@ -44,7 +44,7 @@ class qr_factorization {
 
   const matrix_view<T> a_;
   T* const tau_;
-  const lu_division division_;
+  const column_division division_;
   T* const workspace_;
 };
 

@@ -67,6 +67,8 @@ struct system_outcome {
 
   double best() const { return seconds.front(); }
   bool passed() const;
+  // Small matrices stay in this process, as does what a dead sink left.
+  bool used_sink() const { return busy_seconds > 0; }
 };
 
 // A result that does not pass the check, or does not exist, is not kept.

@@ -124,6 +124,8 @@ struct kernel_info;
 
 template <class T>
 using copy_fn = void(const operand* source, packed* target, const T* scalar);
+// Prepares the diagonal of a packed triangle, of the block that was packed: what to divide by, or that it is 1.
+using diagonal_scale_fn = void(const operand* source, packed* target);
 template <class T>
 using ker0_fn = void(const int64_t* k, const T* a_panel, const T* b_panel, const T* beta, const operand* c);
 // Packs `across` rows or columns in strips over `walked` positions, each element times the scalar.
@@ -147,12 +149,12 @@ struct kernel_info {
   copy_fn<T>* copy_a;            // null where an operation has no such routine, as the three below
   copy_fn<T>* copy_b;
   ker0_fn<T>* ker0;
-  void (*diagonal_scale)(void);  // TRMM, TRSM; else null
-  driver_fn<T>* driver;          // the whole product
-  driver_fn<T>* packed_product;  // A packed already (shared panel), B packed by this call; or null
-  driver_fn<T>* fallback;        // unpacked: needs no memory
-  driver_fn<T>* pst;             // skinny and shallow shapes
-  int64_t pst_m, pst_n;          // with fewer rows and fewer columns pst beats packing
+  diagonal_scale_fn* diagonal_scale;  // TRMM, TRSM; else null
+  driver_fn<T>* driver;               // the whole product
+  driver_fn<T>* packed_product;       // A packed already (shared panel), B packed by this call; or null
+  driver_fn<T>* fallback;             // unpacked: needs no memory
+  driver_fn<T>* pst;                  // skinny and shallow shapes
+  int64_t pst_m, pst_n;               // with fewer rows and fewer columns pst beats packing
 };
 
 // How the threads of a parallel driver share a product, as map_thread_to_kernel reads it.

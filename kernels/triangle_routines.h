@@ -11,9 +11,6 @@ namespace tev::kernels {
 // The row of one operation in the kernel information: replaces those routines of gemm's that it does not share.
 template <class T>
 using kernel_row_fn = void(const operation<T>*, const operand* a, const operand* b, const operand* c, kernel_info<T>*);
-// Prepares the diagonal of a packed triangle, of the block that was packed: what to divide by, or that it is 1.
-// kernel_info::diagonal_scale, which knows of no types.
-using diagonal_scale_fn = void(const operand* source, packed* target);
 // Works out strips of packed lines in place with a packed triangle.
 template <class T>
 using triangle_kernel_fn = void(const int64_t* places, const T* triangle, T* strips);

@@ -50,7 +50,7 @@ step_request make_step(const char* name, const tev_step_slots& slots, std::vecto
 
 tev_option_slot option(char letter) { return {letter, {}}; }
 
-span columns_of(const lapack::lu_division& division, const span& blocks) {
+span columns_of(const lapack::column_division& division, const span& blocks) {
   return {division.block(blocks.begin).begin, division.block(blocks.end - 1).end};
 }
 

@@ -19,7 +19,7 @@ template <class T>
 struct lu_requests {
   matrix_view<T> a;
   const int64_t* pivots;
-  const lapack::lu_division& division;
+  const lapack::column_division& division;
 
   static constexpr bool kIsTriangular = false;  // blocks are as long as the matrix
   std::vector<step_request> operator()(int64_t panel, const span& blocks) const;
@@ -41,7 +41,7 @@ template <class T>
 struct qr_requests {
   matrix_view<T> a;
   const T* workspace;
-  const lapack::lu_division& division;
+  const lapack::column_division& division;
 
   static constexpr bool kIsTriangular = false;
   std::vector<step_request> operator()(int64_t panel, const span& blocks) const;

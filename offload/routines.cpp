@@ -137,7 +137,7 @@ int lu_through_sink(tev_offload& handle, const matrix_view<T>& callers, int64_t*
   const shared_array<int64_t> pivots(*handle.sink, order);
   if (!has_memory(handle, {a.view().data, pivots.data()})) return end_of(handle, false, a, here);
   lapack::lu_factorization<T> lu(a.view(), pivots.data(), block_width(order));
-  const lapack::lu_division& division = lu.division();
+  const lapack::column_division& division = lu.division();
   run_with_sink(handle, lu, lu_requests<T>{a.view(), pivots.data(), division}, division.panels(), division.blocks());
   std::copy_n(pivots.data(), order, ipiv);
   *info = lu.info();
@@ -164,7 +164,7 @@ int qr_through_sink(tev_offload& handle, const matrix_view<T>& callers, T* tau, 
   const shared_array<T> space(*handle.sink, factorization::workspace_elements(order, callers.columns, width));
   if (!has_memory(handle, {a.view().data, space.data()})) return end_of(handle, false, a, here);
   factorization qr(a.view(), tau, width, space.data());
-  const lapack::lu_division& division = qr.division();
+  const lapack::column_division& division = qr.division();
   run_with_sink(handle, qr, qr_requests<T>{a.view(), space.data(), division}, division.panels(), division.blocks());
   *info = 0;
   return end_of(handle, true, a, here);

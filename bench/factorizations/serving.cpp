@@ -2,7 +2,6 @@
 #include "bench/factorizations/serving.h"
 
 #include <dlfcn.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cmath>
@@ -11,15 +10,11 @@
 #include <limits>
 #include <random>
 
+#include "bench/sample_clock.h"
+
 namespace tev::bench {
 
 namespace {
-
-double now(bool threaded) {
-  timespec t;
-  clock_gettime(threaded ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
-}
 
 using wide = std::complex<double>;
 

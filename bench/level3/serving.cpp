@@ -3,7 +3,6 @@
 
 #include <dlfcn.h>
 #include <sched.h>
-#include <time.h>
 
 #include <algorithm>
 #include <complex>
@@ -17,16 +16,11 @@
 #include "bench/level3/multiply_add_peak.h"
 #include "bench/level3/operations.h"
 #include "bench/level3/spot_check.h"
+#include "bench/sample_clock.h"
 
 namespace tev::bench {
 
 namespace {
-
-double now(bool threaded) {
-  timespec t;
-  clock_gettime(threaded ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
-}
 
 // ---- Operands -------------------------------------------------------------------------------------------------------
 

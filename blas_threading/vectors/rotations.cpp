@@ -3,6 +3,7 @@
 // ?rotm), by pieces on a team when the vectors are long.
 #include <cmath>
 #include <complex>
+#include <type_traits>
 
 #include "blas_threading/element.h"
 #include "blas_threading/kernel_calls.h"
@@ -62,20 +63,12 @@ void rotm(int64_t n, R* x, int64_t incx, R* y, int64_t incy, const R* param) {
 
 // No square of a number over- or underflows in these.
 template <class R>
-struct wider;
-template <>
-struct wider<float> {
-  using type = double;
-};
-template <>
-struct wider<double> {
-  using type = long double;
-};
+using wide = std::conditional_t<std::is_same_v<R, float>, double, long double>;
 
 // (c s; -s c) (a; b) = (r; 0). *a := r, *b := the one number from which c and s can be had again.
 template <class R>
 void rotg(R* a, R* b, R* c, R* s) {
-  using W = typename wider<R>::type;
+  using W = wide<R>;
   const W wide_a = *a, wide_b = *b;
   if (*b == 0) {
     *c = 1, *s = 0, *b = 0;
@@ -94,7 +87,7 @@ void rotg(R* a, R* b, R* c, R* s) {
 // (c s; -conj(s) c) (a; b) = (r; 0), c real. *a := r.
 template <class R>
 void rotg(std::complex<R>* a, const std::complex<R>* b, R* c, std::complex<R>* s) {
-  using W = std::complex<typename wider<R>::type>;
+  using W = std::complex<wide<R>>;
   const W wide_a = *a, wide_b = *b;
   if (wide_b == W(0)) {
     *c = 1, *s = 0;

@@ -31,12 +31,12 @@ double busy_share(const system_outcome& o) {
 std::string text_of(const system_call& c, const system_outcome& o) {
   std::string text = fmt::format("{}{}  {} x {}", letter_of(c.type), name_of(c.what), c.m, c.n);
   if (c.solves()) text += fmt::format(", {} right-hand side{}", c.right_sides, c.right_sides == 1 ? "" : "s");
-  text += c.through_sink && o.sink_error.empty() ? ", with a sink\n" : ", in this process\n";
+  text += o.used_sink() ? ", with a sink\n" : ", in this process\n";
   text += fmt::format("time   {}", seconds_text(o.best()));
   if (c.repeat > 1) text += " at best";
   if (c.solves()) text += fmt::format(" to factor, {} to solve", seconds_text(o.solve_seconds));
   text += fmt::format("\nspeed  {:.4g} GFLOP/s\n", gflops(c, o));
-  if (c.through_sink) text += fmt::format("busy   the sink for {:.1f} % of the time\n", 100 * busy_share(o));
+  if (o.used_sink()) text += fmt::format("busy   the sink for {:.1f} % of the time\n", 100 * busy_share(o));
   if (o.growth > 0) text += fmt::format("growth {:.3g}\n", o.growth);
   if (o.rcond >= 0) text += fmt::format("rcond  {:.3g}\n", o.rcond);
   for (const residual& r : o.residuals)
@@ -51,7 +51,7 @@ json json_of(const system_call& c, const system_outcome& o) {
   for (const residual& r : o.residuals) residuals[r.of] = r.value;
   return {{"operation", name_of(c.what)},
           {"precision", std::string(1, letter_of(c.type))},
-          {"where", c.through_sink && o.sink_error.empty() ? "sink" : "here"},
+          {"where", o.used_sink() ? "sink" : "here"},
           {"m", c.m},
           {"n", c.n},
           {"right_sides", c.solves() ? json(c.right_sides) : json()},

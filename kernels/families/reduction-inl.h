@@ -204,18 +204,6 @@ TEV_INLINE V larger(V v, V largest) {
   return v > largest ? v : largest;
 }
 
-template <int W, class R>
-TEV_INLINE R largest_lane(vec<R, W> v) {
-  if constexpr (W == 1)
-    return v[0];
-  else {
-    vec<R, W / 2> low, high;
-    TEV_UNROLL
-    for (int i = 0; i < W / 2; ++i) low[i] = v[i], high[i] = v[i + W / 2];
-    return largest_lane<W / 2, R>(larger(low, high));
-  }
-}
-
 // Elements among which the first largest is looked for once it is known that it is there: they are in the L1 cache.
 template <class T>
 inline constexpr int64_t kSearched = 8192 / static_cast<int64_t>(sizeof(T));
@@ -248,7 +236,7 @@ TEV_INLINE real_of<T> largest_modulus(int64_t n, const T* x) {
         }
       });
   if (n * kParts<T> < L) return most;
-  const R of_lanes = largest_lane<L, R>(largest[0]);
+  const R of_lanes = joined<L, R>(largest[0], [](auto v, auto w) TEV_LAMBDA { return larger(v, w); });
   return of_lanes > most ? of_lanes : most;
 }
 

@@ -142,17 +142,22 @@ TEV_INLINE bool any_nan(vec<R, W> v) {
   return any;
 }
 
-// Sum of all lanes, halves first.
-template <int W, class R>
-TEV_INLINE R sum(vec<R, W> v) {
+// All lanes made one by `join`, halves first.
+template <int W, class R, class Join>
+TEV_INLINE R joined(vec<R, W> v, const Join& join) {
   if constexpr (W == 1)
     return v[0];
   else {
     vec<R, W / 2> low, high;
     TEV_UNROLL
     for (int i = 0; i < W / 2; ++i) low[i] = v[i], high[i] = v[i + W / 2];
-    return sum<W / 2, R>(low + high);
+    return joined<W / 2, R>(join(low, high), join);
   }
+}
+
+template <int W, class R>
+TEV_INLINE R sum(vec<R, W> v) {
+  return joined<W, R>(v, [](auto low, auto high) TEV_LAMBDA { return low + high; });
 }
 
 }  // namespace tev::TEV_TIER

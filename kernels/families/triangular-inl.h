@@ -183,7 +183,7 @@ void work_out_by_routines(const triangular_operands<T>& x, const kernel_info<T>*
   const operand diagonal = block_of(x.triangle, k, k, depth, depth);
   packed to = {triangle, 0, 0};
   (left ? info->copy_a : info->copy_b)(&diagonal, &to, &one);
-  if (info->diagonal_scale != nullptr) reinterpret_cast<diagonal_scale_fn*>(info->diagonal_scale)(&diagonal, &to);
+  if (info->diagonal_scale != nullptr) info->diagonal_scale(&diagonal, &to);
   for (int64_t p = 0; p < x.call.places; p += kPlaces<T>) {
     const int64_t width = min_of(x.call.places - p, kPlaces<T>);
     const operand part = left ? block_of(x.lines, k, p, depth, width) : block_of(x.lines, p, k, width, depth);
@@ -244,8 +244,7 @@ TEV_INLINE void use_triangular(const triangular_row<T>& row, const operation<T>*
   const triangular_form<T>& form = row.form[2 * side + upper];
   (side == 0 ? info->copy_a : info->copy_b) = form.copy;
   (side == 0 ? info->copy_b : info->copy_a) = side == 0 ? places_copy<T, true> : places_copy<T, false>;
-  info->diagonal_scale =
-      reinterpret_cast<void (*)()>((stored_diagonal(triangle) == 'U' ? row.unit_scale : row.scale)[side]);
+  info->diagonal_scale = (stored_diagonal(triangle) == 'U' ? row.unit_scale : row.scale)[side];
   info->ker0 = form.kernel;
   info->driver = form.driver;
   info->packed_product = nullptr;

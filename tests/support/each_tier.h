@@ -31,7 +31,9 @@ template <class Body>
 void on_each_tier(const environment& settings, const Body& body) {
   for (const tier_in_force& tier : kTiersInForce) {
     if (!processor_runs(tier.name) || (kSanitized && !tier.is_sanitized)) continue;
-    environment all = settings;
+    // Room in libomp's table of threads, four times this number: it cannot grow while threads start.
+    environment all = {{"OMP_NUM_THREADS", "64"}};
+    all.insert(all.end(), settings.begin(), settings.end());
     all.insert(all.end(), tier.settings.begin(), tier.settings.end());
     all.emplace_back("OMP_WAIT_POLICY", "passive");  // teams larger than the machine
     const child_result child = in_child(all, [&] { return body(tier) + testing::Test::HasFailure(); });
