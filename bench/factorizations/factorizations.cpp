@@ -6,7 +6,7 @@
 // Operations: getrf, potrf (L), geqrf, gesv, posv (one right-hand side). --peer NAME=PATH adds a library, ours of
 // another build (lib/libtev.so) or one with the standard names and 32-bit integers.
 //
-// Every contestant runs in its own process (bench/level3/contestant.h). Samples are taken in turns; a figure is the
+// Every contestant runs in its own process (contest/contestant.h). Samples are taken in turns; a figure is the
 // median. With one thread the time is that of the thread, so what else the machine does counts little; with more it is
 // the clock's. A small problem is computed many times, each on a copy of its own.
 #include <sched.h>
@@ -20,7 +20,7 @@
 #include <memory>
 
 #include "bench/factorizations/serving.h"
-#include "bench/level3/contestant.h"
+#include "contest/contestant.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <limits>
 #include <random>
 
-#include "bench/sample_clock.h"
+#include "contest/sample_clock.h"
 
 namespace tev::bench {
 

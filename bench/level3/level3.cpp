@@ -3,7 +3,7 @@
 //
 //   bench/level3 --op trsm --tier avx512 --precision d --set small,mid --threads 1 --rounds 9
 //
-// Every contestant runs in its own process (bench/level3/contestant.h), the peers forced to the tier's instruction set
+// Every contestant runs in its own process (contest/contestant.h), the peers forced to the tier's instruction set
 // and to the one below (bench/level3/peers.h); --peer NAME=PATH[:VARIABLE=VALUE,...] names others instead, older builds
 // of ours included (level3_ours.so). With one thread ours is the entry point of the kernels, with more the front end.
 //
@@ -28,12 +28,12 @@
 #include <cstdlib>
 #include <memory>
 
-#include "bench/level3/contestant.h"
 #include "bench/level3/options.h"
 #include "bench/level3/peers.h"
 #include "bench/level3/report.h"
-#include "bench/level3/serving.h"
 #include "bench/level3/size_sets.h"
+#include "contest/contestant.h"
+#include "contest/serving.h"
 
 namespace {
 

@@ -5,17 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "bench/level3/operations.h"
+#include "contest/libraries.h"
 
 namespace tev::bench {
 
-struct options {
-  const operation* op;
-  char precision = 'd';
-  std::string tier = "avx512";
+struct options : discipline {
   std::vector<std::string> sets;   // of `op`, all when none is chosen
   std::vector<std::string> peers;  // NAME=PATH[:VARIABLE=VALUE,...]; none: those of bench/level3/peers.h
-  int threads = 1, rounds = 9;
+  int rounds = 9;
   bool summary = false, busy = false, self = false;
 };
 

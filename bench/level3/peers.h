@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Which libraries meet on a tier: ours, and those of others, each forced to the tier's instruction set, and once more
-// to the one below it, whose kernels are sometimes the faster ones.
+// Who takes part: ours, and those of others that the command line names or that are installed, once more on the
+// instruction set below the tier's.
 #pragma once
 
 #include <memory>
@@ -8,17 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "bench/level3/contestant.h"
 #include "bench/level3/options.h"
+#include "contest/libraries.h"
 
 namespace tev::bench {
-
-struct library {
-  std::string name, path;
-  environment variables;
-};
-
-bool is_tier(const std::string& name);
 
 // NAME=PATH[:VARIABLE=VALUE,...]
 std::optional<library> parse_peer(const std::string& text);

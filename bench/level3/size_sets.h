@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/level3/operations.h"
+#include "contest/operations.h"
 
 namespace tev::bench {
 

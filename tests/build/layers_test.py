@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """Who may include whom. A file includes only from its own layer or a lower one; service includes nothing above it;
-host, loopback, request_check and shim share only the public headers with the library and the sink. docs/architecture.md
+contest, host, loopback, request_check and shim share only the public headers with the library and the sink. docs/architecture.md
 draws the same table."""
 import pathlib
 import re
@@ -17,7 +17,8 @@ MAY_INCLUDE = {
     "offload": {"include", "service", "kernels", "blas_threading", "factorizations", "offload"},
     "loopback": {"include", "loopback"},
     "request_check": {"include", "request_check"},
-    "host": {"include", "host"},
+    "contest": {"contest"},
+    "host": {"include", "contest", "host"},
     "shim": {"include", "shim"},
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]', re.M)

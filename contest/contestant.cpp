@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "bench/level3/contestant.h"
+#include "contest/contestant.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -13,8 +13,11 @@
 
 namespace tev::bench {
 
-contestant::contestant(std::string name, std::vector<std::string> arguments, environment variables)
-    : name_(std::move(name)), arguments_(std::move(arguments)), variables_(std::move(variables)) {
+contestant::contestant(std::string name, std::vector<std::string> arguments, environment variables, std::string program)
+    : name_(std::move(name)),
+      program_(std::move(program)),
+      arguments_(std::move(arguments)),
+      variables_(std::move(variables)) {
   start();
 }
 
@@ -34,7 +37,7 @@ void contestant::start() {
     std::vector<const char*> argv = {program_invocation_short_name, "--serve"};
     for (const std::string& argument : arguments_) argv.push_back(argument.c_str());
     argv.push_back(nullptr);
-    execv("/proc/self/exe", const_cast<char**>(argv.data()));
+    execv(program_.c_str(), const_cast<char**>(argv.data()));
     _exit(127);
   }
   close(questions[0]);

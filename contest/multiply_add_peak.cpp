@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Twelve independent chains, enough to cover the latency of two units. Tiers without fused multiply-add run six
 // multiplications beside six additions.
-#include "bench/level3/multiply_add_peak.h"
+#include "contest/multiply_add_peak.h"
 
 namespace tev::bench {
 

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "bench/level3/operations.h"
+#include "contest/operations.h"
 
 namespace tev::bench {
 

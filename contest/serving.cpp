@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "bench/level3/serving.h"
+#include "contest/serving.h"
 
 #include <dlfcn.h>
 #include <sched.h>
@@ -13,10 +13,10 @@
 #include <filesystem>
 #include <memory>
 
-#include "bench/level3/multiply_add_peak.h"
-#include "bench/level3/operations.h"
-#include "bench/level3/spot_check.h"
-#include "bench/sample_clock.h"
+#include "contest/multiply_add_peak.h"
+#include "contest/operations.h"
+#include "contest/sample_clock.h"
+#include "contest/spot_check.h"
 
 namespace tev::bench {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "bench/level3/operations.h"
+#include "contest/operations.h"
 
 #include <algorithm>
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "bench/level3/operations.h"
+#include "contest/operations.h"
 
 namespace tev::bench {
 
@@ -17,8 +17,9 @@ using environment = std::vector<std::pair<std::string, std::string>>;
 
 class contestant {
  public:
-  // Starts this program again as `--serve <arguments>` (bench/level3/serving.h) with `variables` added.
-  contestant(std::string name, std::vector<std::string> arguments, environment variables);
+  // Starts `program`, this one by default, as `--serve <arguments>` (contest/serving.h) with `variables` added.
+  contestant(std::string name, std::vector<std::string> arguments, environment variables,
+             std::string program = "/proc/self/exe");
   ~contestant();
   contestant(const contestant&) = delete;
   contestant& operator=(const contestant&) = delete;
@@ -44,7 +45,7 @@ class contestant {
   std::string answer_to(const std::string& question);
   void complain(const std::string& answer) const;
 
-  std::string name_;
+  std::string name_, program_;
   std::vector<std::string> arguments_;
   environment variables_;
   bool running_ = false;
