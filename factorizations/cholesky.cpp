@@ -34,6 +34,12 @@ void cholesky_factorization<T>::update(int64_t panel, const span& blocks) {
   }
 }
 
+template <class T>
+void cholesky_factorization<T>::update_diagonal(int64_t panel, int64_t block) {
+  subtract_square(uplo_, uplo_ == 'L' ? 'N' : kAdjoint<T>, part(lines(block), lines(panel)),
+                  part(lines(block), lines(block)));
+}
+
 namespace {
 
 // Small matrices: one thread, recursively.

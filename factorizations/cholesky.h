@@ -26,6 +26,8 @@ class cholesky_factorization {
 
   bool factor(int64_t panel);
   void update(int64_t panel, const span& blocks);
+  // Of one block the square on the diagonal alone.
+  void update_diagonal(int64_t panel, int64_t block);
 
  private:
   span lines(const span& blocks) const { return {blocks.begin * width_, std::min(blocks.end * width_, a_.rows)}; }

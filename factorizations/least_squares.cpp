@@ -6,6 +6,8 @@
 //   F^H x = b, too few              min |x|           x = Q (R^-H b, 0)
 //
 // Matrices near the ends of the range are brought to a safe size first, and the solution is brought back.
+#include "factorizations/least_squares.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -107,8 +109,8 @@ enum class outcome { solved, singular, no_memory };
 
 // x in the first rows of B. `zero`: the position of a zero on the diagonal of R.
 template <class T>
-outcome solve_tall(const least_squares_problem<T>& p, int64_t* zero) {
-  if (!qr_in_process(p.f, p.tau)) return outcome::no_memory;
+outcome solve_tall(const least_squares_problem<T>& p, const qr_function<T>& factor, int64_t* zero) {
+  if (!factor(p.f, p.tau)) return outcome::no_memory;
   const int64_t n = p.f.columns;
   const matrix_view<T> r = p.f.block(0, 0, n, n), top = p.b.block(0, 0, n, p.b.columns);
   if (!p.is_transposed && !apply_q(true, true, p.f, p.tau, p.b)) return outcome::no_memory;
@@ -121,7 +123,8 @@ outcome solve_tall(const least_squares_problem<T>& p, int64_t* zero) {
 
 // B has max(m, n) rows.
 template <class T>
-outcome solve_scaled(bool transposed, const matrix_view<T>& a, T* tau, const matrix_view<T>& b, int64_t* zero) {
+outcome solve_scaled(bool transposed, const matrix_view<T>& a, T* tau, const matrix_view<T>& b,
+                     const qr_function<T>& factor, int64_t* zero) {
   using R = real_of<T>;
   const bool is_tall = a.rows >= a.columns;
   const workspace<T> space(is_tall ? 1 : a.rows * a.columns);
@@ -132,7 +135,7 @@ outcome solve_scaled(bool transposed, const matrix_view<T>& a, T* tau, const mat
   if (of_a.from == 0) return set_to_zero(b), outcome::solved;
   const rescaling<R> of_b = bring_into_range(b.block(0, 0, transposed ? a.columns : a.rows, b.columns));
   if (!is_tall) copy_adjoint(a, f);
-  const outcome result = solve_tall(p, zero);
+  const outcome result = solve_tall(p, factor, zero);
   if (!is_tall) copy_adjoint(f, a);
   if (result != outcome::solved) return result;
   const matrix_view<T> x = b.block(0, 0, p.unknowns(), b.columns);
@@ -141,9 +144,11 @@ outcome solve_scaled(bool transposed, const matrix_view<T>& a, T* tau, const mat
   return result;
 }
 
+}  // namespace
+
 template <class T>
 void gels(char trans, int64_t m, int64_t n, int64_t nrhs, T* a, int64_t lda, T* b, int64_t ldb, T* work, int64_t lwork,
-          int64_t* info) {
+          int64_t* info, const qr_function<T>& factor) {
   const int64_t order = std::min(m, n), length = std::max(m, n);
   const int64_t least = std::max<int64_t>(1, order + std::max(order, nrhs));
   if (!are_right<T>("GELS", info,
@@ -158,18 +163,19 @@ void gels(char trans, int64_t m, int64_t n, int64_t nrhs, T* a, int64_t lda, T* 
   if (is_query(work, lwork, least)) return;
   const matrix_view<T> right = {b, length, nrhs, ldb};
   if (order == 0 || nrhs == 0) return set_to_zero(right);
-  if (solve_scaled(!is_one_of(trans, "N"), {a, m, n, lda}, work, right, info) == outcome::no_memory)
+  if (solve_scaled(!is_one_of(trans, "N"), {a, m, n, lda}, work, right, factor, info) == outcome::no_memory)
     report_no_memory<T>("GELS", info);
 }
 
-}  // namespace
 }  // namespace tev::lapack
 
-#define TEV_GELS(p, T)                                                                                        \
-  void tev_lapack_##p##gels(const char* trans, const int64_t* m, const int64_t* n, const int64_t* nrhs, T* a, \
-                            const int64_t* lda, T* b, const int64_t* ldb, T* work, const int64_t* lwork,      \
-                            int64_t* info) {                                                                  \
-    tev::lapack::gels(*trans, *m, *n, *nrhs, a, *lda, b, *ldb, work, *lwork, info);                           \
+#define TEV_GELS(p, T)                                                                                                \
+  template void tev::lapack::gels(char, int64_t, int64_t, int64_t, T*, int64_t, T*, int64_t, T*, int64_t, int64_t*,   \
+                                  const tev::lapack::qr_function<T>&);                                                \
+  void tev_lapack_##p##gels(const char* trans, const int64_t* m, const int64_t* n, const int64_t* nrhs, T* a,         \
+                            const int64_t* lda, T* b, const int64_t* ldb, T* work, const int64_t* lwork,              \
+                            int64_t* info) {                                                                          \
+    tev::lapack::gels<T>(*trans, *m, *n, *nrhs, a, *lda, b, *ldb, work, *lwork, info, tev::lapack::qr_in_process<T>); \
   }
 TEV_GELS(s, float)
 TEV_GELS(d, double)

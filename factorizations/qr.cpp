@@ -53,6 +53,21 @@ plan plan_of(int64_t order) {
   return {threads, order < 1024 ? 64 : 128, 1};
 }
 
+template <class T>
+void factor_alone(qr_factorization<T>& qr) {
+  step_observer* const observer = observer_of_this_thread;
+  const int64_t panels = qr.division().panels(), blocks = qr.division().blocks();
+  if (observer != nullptr) observer->begins(panels);
+  for (int64_t panel = 0; panel < panels; ++panel) {
+    {
+      const observed_step observed(observer, step_kind::panel, 0, panel, {panel, panel + 1});
+      qr.factor(panel);
+    }
+    const observed_step observed(observer, step_kind::update, 0, panel, {panel + 1, blocks});
+    qr.update_rest(panel);
+  }
+}
+
 }  // namespace
 
 template <class T>
@@ -65,10 +80,7 @@ bool qr_in_process(const matrix_view<T>& a, T* tau) {
   if (p.threads > 1)
     run_on_team(qr, qr.division().panels(), qr.division().blocks(), p);
   else
-    for (int64_t panel = 0; panel < qr.division().panels(); ++panel) {
-      qr.factor(panel);
-      qr.update_rest(panel);
-    }
+    factor_alone(qr);
   return true;
 }
 

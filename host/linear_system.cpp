@@ -166,8 +166,11 @@ class system_runner {
   void open(const sink_settings& sink) {
     if (!sink.processor_type.empty()) setenv("TEV_DEBUG_CPU_TYPE", sink.processor_type.c_str(), 1);
     const tev_offload_options options = {call_.through_sink ? sink.executable.c_str() : nullptr,
-                                         sink.library_path.empty() ? nullptr : sink.library_path.c_str(), sink.threads,
-                                         sink.trust_features, 0};
+                                         sink.library_path.empty() ? nullptr : sink.library_path.c_str(),
+                                         sink.threads,
+                                         sink.trust_features,
+                                         0,
+                                         0};
     tev_offload* handle = nullptr;
     if (tev_offload_open(&options, &handle) != TEV_OFFLOAD_OK) throw failed(tev_offload_last_error(nullptr));
     handle_.reset(handle);

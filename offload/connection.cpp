@@ -76,9 +76,14 @@ bool connection::set_up(const connection_options& options) {
   return !has_ended();
 }
 
-void connection::fail(const std::string& why) {
-  if (error_.empty()) error_ = why.empty() ? "the sink has ended" : why;
+void connection::fail(const char* why) noexcept {
   waiting_.clear();
+  if (!error_.empty()) return;
+  try {
+    error_ = *why != '\0' ? why : "the sink has ended";
+  } catch (const std::bad_alloc&) {
+    error_ = "no memory";  // needs none
+  }
 }
 
 // ---- Memory
@@ -92,12 +97,14 @@ connection::buffer_map::const_iterator connection::buffer_of(const void* address
 }
 
 void* connection::allocate(size_t bytes) {
-  vro_buffer* buffer = nullptr;
-  const int code = vro_buffer_create(process_.get(), bytes > 0 ? bytes : 1, &buffer);
+  vro_buffer* made = nullptr;
+  const int code = vro_buffer_create(process_.get(), bytes > 0 ? bytes : 1, &made);
   if (code == VRO_ENDED) fail(vro_last_error());
   if (code != VRO_OK) return nullptr;
-  void* const address = vro_buffer_map(buffer);
-  buffers_.emplace(static_cast<const char*>(address), buffer);
+  std::unique_ptr<vro_buffer, int (*)(vro_buffer*)> buffer(made, vro_buffer_destroy);
+  void* const address = vro_buffer_map(made);
+  buffers_.emplace(static_cast<const char*>(address), made);
+  buffer.release();
   return address;
 }
 
@@ -118,7 +125,8 @@ int64_t connection::send_block(const std::vector<vro_buffer*>& buffers, size_t r
     fail(vro_last_error());
     return sent_;
   }
-  waiting_.emplace_back(completion);
+  decltype(answer_) sent(completion);
+  waiting_.push_back({std::move(sent), {}});
   return ++sent_;
 }
 
@@ -141,14 +149,16 @@ int64_t connection::send(const step_request& step) {
 
 // False: it is not done yet.
 bool connection::take_oldest(int timeout_ms) {
-  const int code = vro_completion_wait(waiting_.front().get(), timeout_ms);
+  const int code = vro_completion_wait(waiting_.front().completion.get(), timeout_ms);
   if (code == VRO_TIMEOUT) return false;
   if (code != VRO_OK) {
     fail(vro_last_error());
     return true;
   }
-  answer_ = std::move(waiting_.front());
+  request oldest = std::move(waiting_.front());
   waiting_.pop_front();
+  answer_ = std::move(oldest.completion);
+  if (oldest.busy_told) oldest.busy_told(answer<tev_device_time_record>().seconds);
   return true;
 }
 
@@ -168,22 +178,43 @@ void connection::wait_for_oldest() {
   if (!waiting_.empty()) take_oldest(kForever);
 }
 
-template <class Record>
-void connection::ask(const char* worker, Record* record) {
+void connection::wait_for_all() {
+  while (!waiting_.empty()) take_oldest(kForever);
+}
+
+int64_t connection::send_question(const char* worker, const void* record, size_t bytes) {
   *block_ = {};
   block_->invoke.code = TEV_REQUEST_INVOKE;
   std::strcpy(block_->invoke.worker, worker);
-  std::memcpy(block_->invoke.record, record, sizeof(*record));
-  wait_for(send_block({}, 0));
-  if (has_ended()) return;
+  std::memcpy(block_->invoke.record, record, bytes);
+  return send_block({}, 0);
+}
+
+// Of the last request that was done.
+template <class Record>
+Record connection::answer() const {
+  Record record;
   const auto* left = static_cast<const unsigned char*>(vro_completion_misc(answer_.get()));
-  std::memcpy(record, left + offsetof(tev_invoke_request, record), sizeof(*record));
+  std::memcpy(&record, left + offsetof(tev_invoke_request, record), sizeof(record));
+  return record;
+}
+
+template <class Record>
+void connection::ask(const char* worker, Record* record) {
+  wait_for(send_question(worker, record, sizeof(*record)));
+  if (!has_ended()) *record = answer<Record>();
 }
 
 double connection::busy_seconds() {
   tev_device_time_record record = {0};
   ask(kTimeWorker, &record);
   return record.seconds;
+}
+
+void connection::ask_busy_seconds(std::function<void(double)> told) {
+  const tev_device_time_record record = {0};
+  send_question(kTimeWorker, &record, sizeof(record));
+  if (!has_ended()) waiting_.back().busy_told = std::move(told);
 }
 
 }  // namespace tev::offload

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -49,8 +50,10 @@ class connection {
   bool is_done(int64_t number);
   void wait_for(int64_t number);
   void wait_for_oldest();
-  int64_t under_way();
+  void wait_for_all();
   double busy_seconds();
+  // The same at the end of what was requested so far; told by whoever notices the answer.
+  void ask_busy_seconds(std::function<void(double)> told);
 
  private:
   struct process_deleter {
@@ -58,6 +61,10 @@ class connection {
   };
   struct completion_deleter {
     void operator()(vro_completion* completion) const { vro_completion_release(completion); }
+  };
+  struct request {
+    std::unique_ptr<vro_completion, completion_deleter> completion;
+    std::function<void(double)> busy_told;  // of a question for the busy time; else empty
   };
   using buffer_map = std::map<const char*, vro_buffer*>;  // by address
 
@@ -67,13 +74,17 @@ class connection {
   int64_t send_block(const std::vector<vro_buffer*>& buffers, size_t result_bytes);
   template <class Record>
   void ask(const char* worker, Record* record);
+  int64_t send_question(const char* worker, const void* record, size_t bytes);
+  template <class Record>
+  Record answer() const;
+  int64_t under_way();
   bool take_oldest(int timeout_ms);
-  void fail(const std::string& why);
+  void fail(const char* why) noexcept;
 
   std::unique_ptr<vro_process, process_deleter> process_;
   buffer_map buffers_;
   std::unique_ptr<tev_card_request> block_;  // the one being built
-  std::deque<std::unique_ptr<vro_completion, completion_deleter>> waiting_;
+  std::deque<request> waiting_;
   std::unique_ptr<vro_completion, completion_deleter> answer_;  // the last one that was done
   int64_t sent_ = 0;                                            // the number of the last one
   std::string error_;

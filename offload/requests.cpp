@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "blas_threading/element.h"
+#include "factorizations/kernels.h"
 
 namespace tev::offload {
 namespace {
@@ -81,19 +82,45 @@ std::vector<step_request> lu_requests<T>::operator()(int64_t panel, const span& 
   return {make_request<T>("getrf", 0, record, std::move(operands))};
 }
 
+// C := C - A A^H, C of the lines `own`.
+template <class T>
+step_request cholesky_requests<T>::square(int64_t panel, const span& own) const {
+  tev_step_slots slots = {};
+  slots.syrk = {option(uplo), option(uplo == 'L' ? 'N' : 'T'), own.size(), width, a.ld, a.ld};
+  return make_step<T>("syrk", slots, {at(own.begin, panel * width), at(own.begin, own.begin)});
+}
+
+// Of L these rows and columns, of U the mirror image.
+template <class T>
+step_request cholesky_requests<T>::product(int64_t panel, const span& rows, const span& columns) const {
+  const T *const far = at(rows.begin, panel * width), *const near = at(columns.begin, panel * width);
+  tev_step_slots slots = {};
+  if (uplo == 'L')
+    slots.gemm = {option('N'), option(lapack::kAdjoint<T>), rows.size(), columns.size(), width, a.ld, a.ld, a.ld};
+  else
+    slots.gemm = {option(lapack::kAdjoint<T>), option('N'), columns.size(), rows.size(), width, a.ld, a.ld, a.ld};
+  return make_step<T>("gemm", slots,
+                      {uplo == 'L' ? far : near, uplo == 'L' ? near : far, at(rows.begin, columns.begin)});
+}
+
+// But for its diagonal: the rectangle between two halves, then the halves.
+template <class T>
+void cholesky_requests<T>::cover_triangle(int64_t panel, const span& blocks,
+                                          std::vector<step_request>* requests) const {
+  if (blocks.size() < 2) return;
+  const int64_t middle = blocks.begin + blocks.size() / 2;
+  requests->push_back(product(panel, lines({middle, blocks.end}), lines({blocks.begin, middle})));
+  cover_triangle(panel, {blocks.begin, middle}, requests);
+  cover_triangle(panel, {middle, blocks.end}, requests);
+}
+
 template <class T>
 std::vector<step_request> cholesky_requests<T>::operator()(int64_t panel, const span& blocks) const {
-  const bool lower = uplo == 'L';
-  const int64_t n = a.rows, first = panel * width, begin = blocks.begin * width, end = std::min(blocks.end * width, n);
-  const auto at = [&](int64_t i, int64_t j) { return lower ? &a(i, j) : &a(j, i); };
-  tev_step_slots square = {}, beside = {};
-  square.syrk = {option(uplo), option(lower ? 'N' : 'T'), end - begin, width, a.ld, a.ld};
-  std::vector<step_request> requests = {make_step<T>("syrk", square, {at(begin, first), at(begin, begin)})};
-  if (end == n) return requests;
-  beside.gemm = lower ? decltype(beside.gemm){option('N'), option('T'), n - end, end - begin, width, a.ld, a.ld, a.ld}
-                      : decltype(beside.gemm){option('T'), option('N'), end - begin, n - end, width, a.ld, a.ld, a.ld};
-  const T *const far = at(end, first), *const near = at(begin, first);
-  requests.push_back(make_step<T>("gemm", beside, {lower ? far : near, lower ? near : far, at(end, begin)}));
+  const span own = lines(blocks), beyond = {own.end, a.rows};
+  std::vector<step_request> requests;
+  if constexpr (!blas::kComplex<T>) requests.push_back(square(panel, own));
+  if (beyond.size() > 0) requests.push_back(product(panel, beyond, own));
+  if constexpr (blas::kComplex<T>) cover_triangle(panel, blocks, &requests);
   return requests;
 }
 
@@ -115,6 +142,8 @@ template struct lu_requests<tev_complex8>;
 template struct lu_requests<tev_complex16>;
 template struct cholesky_requests<float>;
 template struct cholesky_requests<double>;
+template struct cholesky_requests<tev_complex8>;
+template struct cholesky_requests<tev_complex16>;
 template struct qr_requests<float>;
 template struct qr_requests<double>;
 template struct qr_requests<tev_complex8>;

@@ -9,6 +9,7 @@
 namespace tev::test {
 
 inline thread_local bool new_fails = false;
+inline thread_local int new_left = 0;  // more than 0: so many allocations, and from the last one on they fail
 
 #if __has_feature(thread_sanitizer)
 inline constexpr bool kNewCanFail = false;
@@ -16,7 +17,10 @@ inline constexpr bool kNewCanFail = false;
 inline constexpr bool kNewCanFail = true;
 #endif
 
-inline void* allocate_or_null(size_t size) { return new_fails ? nullptr : std::malloc(size); }
+inline void* allocate_or_null(size_t size) {
+  if (new_left > 0 && --new_left == 0) new_fails = true;
+  return new_fails ? nullptr : std::malloc(size);
+}
 
 inline void* allocate_or_throw(size_t size) {
   void* const block = allocate_or_null(size);
