@@ -71,6 +71,12 @@ int shut_down(vro_process* p, int timeout_ms) {
   return p->ended_well ? VRO_OK : fail(VRO_ENDED, "%s", p->end_text);
 }
 
+int end_at_once(vro_process* p, const char* why) {
+  process_lock lock(p->lock);
+  kill_process(p, lock, why);
+  return VRO_OK;
+}
+
 }  // namespace
 }  // namespace vro
 
@@ -86,6 +92,11 @@ VRO_EXPORT int vro_process_shutdown(vro_process* process, int timeout_ms) {
   const int code = vro::guarded([&] { return vro::shut_down(process, timeout_ms); });
   vro::free_process(process);
   return code;
+}
+
+VRO_EXPORT int vro_process_kill(vro_process* process, const char* why) {
+  if (!process || !why) return vro::fail(VRO_INVALID, "no process given, or no reason");
+  return vro::guarded([&] { return vro::end_at_once(process, why); });
 }
 
 VRO_EXPORT int64_t vro_process_id(const vro_process* process) { return process ? process->pid : 0; }

@@ -13,7 +13,7 @@ constexpr char kEntry[] = "ueaa_prv_card_invoke";  // the sink's function that t
 constexpr char kTimeWorker[] = "ueaa_prv_query_device_time_worker";
 constexpr char kThreadingWorker[] = "configure_device_threading_worker";
 constexpr char kTrustFunction[] = "tev_sink_trust_features";
-constexpr int kForever = -1, kEndMs = 5000;
+constexpr int kEndMs = 5000;
 
 // The team has the size that it was given, however crowded the machine is: its size may decide the last bits.
 constexpr char kFixedTeam[] = "TEV_DYNAMIC=FALSE";
@@ -31,7 +31,8 @@ std::vector<const char*> sink_environment() {
 
 void connection::process_deleter::operator()(vro_process* process) const { vro_process_shutdown(process, kEndMs); }
 
-connection::connection(const connection_options& options) : block_(std::make_unique<tev_card_request>()) {
+connection::connection(const connection_options& options)
+    : block_(std::make_unique<tev_card_request>()), patience_ms_(options.patience_ms) {
   if (start(options)) set_up(options);
 }
 
@@ -150,7 +151,11 @@ int64_t connection::send(const step_request& step) {
 // False: it is not done yet.
 bool connection::take_oldest(int timeout_ms) {
   const int code = vro_completion_wait(waiting_.front().completion.get(), timeout_ms);
-  if (code == VRO_TIMEOUT) return false;
+  if (code == VRO_TIMEOUT && timeout_ms == 0) return false;
+  if (code == VRO_TIMEOUT) {
+    vro_process_kill(process_.get(), "did not answer in time");
+    return take_oldest(timeout_ms);
+  }
   if (code != VRO_OK) {
     fail(vro_last_error());
     return true;
@@ -171,15 +176,15 @@ int64_t connection::under_way() {
 bool connection::is_done(int64_t number) { return sent_ - under_way() >= number; }
 
 void connection::wait_for(int64_t number) {
-  while (!waiting_.empty() && sent_ - static_cast<int64_t>(waiting_.size()) < number) take_oldest(kForever);
+  while (!waiting_.empty() && sent_ - static_cast<int64_t>(waiting_.size()) < number) take_oldest(patience_ms_);
 }
 
 void connection::wait_for_oldest() {
-  if (!waiting_.empty()) take_oldest(kForever);
+  if (!waiting_.empty()) take_oldest(patience_ms_);
 }
 
 void connection::wait_for_all() {
-  while (!waiting_.empty()) take_oldest(kForever);
+  while (!waiting_.empty()) take_oldest(patience_ms_);
 }
 
 int64_t connection::send_question(const char* worker, const void* record, size_t bytes) {

@@ -20,6 +20,7 @@ struct connection_options {
   std::string sink, library_path;
   int32_t threads;
   bool trust_features;
+  int patience_ms = -1;  // a sink that does not answer for so long is ended; below 0: never
 };
 
 // What an invoke request says. Operands are addresses in memory of the connection.
@@ -43,6 +44,9 @@ class connection {
   void* allocate(size_t bytes);
   void release(void* memory);
   bool holds(const void* address) const { return buffer_of(address) != buffers_.end(); }
+
+  // From now on.
+  void set_patience(int milliseconds) { patience_ms_ = milliseconds; }
 
   // Requests run one after the other; the number names one of them. Sending may wait for room.
   int64_t send(const step_request& step);
@@ -87,6 +91,7 @@ class connection {
   std::deque<request> waiting_;
   std::unique_ptr<vro_completion, completion_deleter> answer_;  // the last one that was done
   int64_t sent_ = 0;                                            // the number of the last one
+  int patience_ms_;
   std::string error_;
 };
 

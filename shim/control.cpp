@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // What a library exports once, whatever its integers: its settings, under its own names and under those that programs
 // know, and the two variables of the reference's C interface.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
 #include "shim/library.h"
 #include "shim/thread_limit.h"
 #include "tev/tevblas.h"
@@ -30,6 +34,7 @@ const char* tier_name(int32_t code) {
   return "unknown";
 }
 
+constexpr size_t kAlignment = 64;
 constexpr int kOpenMp = 2;  // of openblas_get_parallel: 0 one thread, 1 threads of its own, 2 OpenMP
 
 }  // namespace
@@ -42,6 +47,18 @@ void tevblas_set_num_threads(int n) { library().domain_set_num_threads(n, TEV_DO
 int tevblas_get_num_threads(void) { return tev::shim::current_threads(); }
 const char* tevblas_get_tier(void) { return tier_name(library().cpu_detect()); }
 const char* tevblas_get_version(void) { return TEV_VERSION; }
+
+void* tevblas_malloc(size_t bytes) {
+  if (const auto shared = library().routed_allocate) return shared(bytes);
+  if (bytes > PTRDIFF_MAX - kAlignment) return nullptr;
+  void* const memory = std::aligned_alloc(kAlignment, (bytes / kAlignment + 1) * kAlignment);
+  return memory ? std::memset(memory, 0, bytes) : nullptr;
+}
+
+void tevblas_free(void* memory) {
+  const auto shared = library().routed_release;
+  shared ? shared(memory) : std::free(memory);
+}
 
 TEV_EXPORT void openblas_set_num_threads(int n) { tevblas_set_num_threads(n); }
 TEV_EXPORT void openblas_set_num_threads_(const int* n) { tevblas_set_num_threads(*n); }

@@ -13,6 +13,8 @@
 #include <ctime>
 
 #include "shim/other_runtimes.h"
+#include "shim/settings.h"
+#include "shim/trace.h"
 
 namespace tev::shim {
 
@@ -21,7 +23,7 @@ constinit std::atomic<uint32_t> process_number = 1;
 
 namespace {
 
-constexpr char kFile[] = "libtev.so.0";
+constexpr char kFile[] = "libtev.so.0", kOffloadFile[] = "libtev_offload.so.0";
 
 // It is never unloaded: its threads live as long as the process.
 constexpr int kMode = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
@@ -32,15 +34,19 @@ constinit functions table = {};
 constinit pthread_mutex_t opening = PTHREAD_MUTEX_INITIALIZER;
 constinit thread_local bool held_by_fork = false;
 
-// In the folder that this library really lies in, whatever links lead there.
-void* open_beside() {
+// The folder that this library really lies in, whatever links lead there, with the / behind it; "" when nobody knows.
+void find_own_folder(char (&folder)[PATH_MAX]) {
   Dl_info own;
-  char path[PATH_MAX + sizeof kFile];
-  if (dladdr(&table, &own) == 0 || !realpath(own.dli_fname, path)) return nullptr;
-  char* const slash = std::strrchr(path, '/');
-  if (!slash) return nullptr;
-  std::memcpy(slash + 1, kFile, sizeof kFile);
-  return access(path, R_OK) == 0 ? dlopen(path, kMode) : nullptr;
+  *folder = '\0';
+  if (dladdr(&table, &own) == 0 || !realpath(own.dli_fname, folder)) return;
+  if (char* const slash = std::strrchr(folder, '/')) slash[1] = '\0';
+}
+
+// In the folder, or where the loader finds it.
+void* open_file(const char* folder, const char* file) {
+  char path[2 * PATH_MAX];
+  std::snprintf(path, sizeof path, "%s%s", folder, file);
+  return dlopen(access(path, R_OK) == 0 ? path : file, kMode);
 }
 
 // As the loader does where a library is missing.
@@ -50,13 +56,20 @@ void* open_beside() {
 }
 
 template <class Function>
-void find(void* handle, const char* name, Function& function) {
+bool find_any(void* handle, const char* name, Function& function) {
   function = reinterpret_cast<Function>(dlsym(handle, name));
-  if (!function) give_up();
+  return function;
 }
 
-void find_all(void* handle, functions& f) {
-#define TEV_FIND(name, base) find(handle, "tev_blas_" #base, f.name);
+template <class Function>
+void find(void* handle, const char* name, Function& function) {
+  if (!find_any(handle, name, function)) give_up();
+}
+
+// Which routines may go to a sink is for the library to say: it has them by another name, too.
+void find_all(void* handle, bool offloads, functions& f) {
+#define TEV_FIND(name, base) \
+  if (!offloads || !find_any(handle, "tev_routed_" #base, f.name)) find(handle, "tev_blas_" #base, f.name);
 #define TEV_MATRIX(name, base, ...) TEV_FIND(name, base)
 #define TEV_COMPOSED_MATRIX(...)
 #define TEV_COMPOSED_VECTOR(...)
@@ -67,14 +80,34 @@ void find_all(void* handle, functions& f) {
 #define TEV_FIND(name) find(handle, "tev_serv_" #name, f.name);
   TEV_SERVICE(TEV_FIND)
 #undef TEV_FIND
+#define TEV_FIND(name) \
+  if (offloads) find(handle, "tev_routed_" #name, f.routed_##name);
+  TEV_ROUTING(TEV_FIND)
+#undef TEV_FIND
+}
+
+// Null where calls stay in this process.
+void* open_for_offloading(const char* folder) {
+  if (!may_offload()) return nullptr;
+  void* const handle = open_file(folder, kOffloadFile);
+  if (!handle) std::fprintf(stderr, "libtevblas: %s; nothing is offloaded\n", dlerror());
+  return handle;
 }
 
 void open_once() {
-  void* handle = open_beside();
-  if (!handle) handle = dlopen(kFile, kMode);
+  char folder[PATH_MAX];
+  find_own_folder(folder);
+  void* handle = open_for_offloading(folder);
+  const bool offloads = handle != nullptr;
+  if (!handle) handle = open_file(folder, kFile);
   if (!handle) give_up();
-  find_all(handle, table);
+  find_all(handle, offloads, table);
   table.trust_features(1);
+  if (offloads) {
+    const tev_routing routing = offload_settings(folder);
+    table.routed_set(&routing);
+  }
+  open_trace();
   opened.store(&table, std::memory_order_release);
 }
 
@@ -94,6 +127,7 @@ void after_fork_in_parent() {
 void after_fork_in_child() {
   opening = PTHREAD_MUTEX_INITIALIZER;
   forget_other_searches();
+  forget_calls_of_parent();
   process_number.fetch_add(1, std::memory_order_relaxed);
 }
 

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The library that computes, libtev.so.0. The first call opens it, for itself alone: its names, and those of its OpenMP
-// runtime, stay out of the program's scope, and however many of these libraries a program loads, they open the same
-// one.
+// The library that computes, libtev.so.0, or libtev_offload.so.0, which has all of it, where calls may go to a sink.
+// The first call opens it, for itself alone: its names, and those of its OpenMP runtime, stay out of the program's
+// scope, and however many of these libraries a program loads, they open the same one.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 
 #include "tev/blas.h"
+#include "tev/routed.h"
 #include "tev/service.h"
 
 namespace tev::shim {
@@ -26,6 +27,11 @@ struct functions {
       row(domain_set_num_threads) row(set_num_threads_local)
 #define TEV_MEMBER(name) decltype(&tev_serv_##name) name;
   TEV_SERVICE(TEV_MEMBER)
+#undef TEV_MEMBER
+  // Null where no call goes to a sink.
+#define TEV_ROUTING(row) row(set) row(took_sink) row(allocate) row(release)
+#define TEV_MEMBER(name) decltype(&tev_routed_##name) routed_##name;
+  TEV_ROUTING(TEV_MEMBER)
 #undef TEV_MEMBER
 };
 

@@ -7,6 +7,7 @@
 #include "shim/composed.h"
 #include "shim/library.h"
 #include "shim/thread_limit.h"
+#include "shim/trace.h"
 
 namespace tev::shim {
 
@@ -22,7 +23,17 @@ constexpr reported_name reported(const char* name) {
   return result;
 }
 
-constexpr double work_of(auto... factors) { return (static_cast<double>(factors) * ...); }
+// How much a call has to do.
+struct amount {
+  double work;           // what decides about teams: multiply-adds of a product, eight for an element that is used once
+  double multiply_adds;  // as they are usually counted
+};
+constexpr double product_of(auto... factors) { return (static_cast<double>(factors) * ...); }
+constexpr amount products(auto... sizes) { return {product_of(sizes...), product_of(sizes...)}; }
+constexpr amount half_products(auto... sizes) { return {product_of(sizes...), product_of(sizes...) / 2}; }
+constexpr amount elements(auto... sizes) { return {8 * product_of(sizes...), product_of(sizes...)}; }
+constexpr amount half_elements(auto... sizes) { return {8 * product_of(sizes...), product_of(sizes...) / 2}; }
+constexpr amount moved(auto... sizes) { return {8 * product_of(sizes...), 0}; }
 
 // Of calls with less work the library never makes a team, in any precision, on any processor. So nothing needs to be
 // decided for them.
@@ -45,12 +56,14 @@ auto result_of(auto* function, Arguments... arguments) {
 #define TEV_CHECK(kind_, name, ...) \
   ++position;                       \
   if (is_wrong<kind::kind_>(name __VA_OPT__(, ) __VA_ARGS__)) return position;
+#define TEV_NOTE(kind_, name, ...) line.note(#name, name)
 #define TEV_IDLE(kind_, name, ...) || is_idle<kind::kind_>(name)
 #define TEV_CALL(name_, work_, computation, ...)                                                     \
   struct name_ {                                                                                     \
     using element = TEV_ELEMENT;                                                                     \
     using part = TEV_PART;                                                                           \
     static constexpr reported_name kName = reported(#name_);                                         \
+    static constexpr const char* kRoutine = #name_;                                                  \
     TEV_EACH(TEV_FIELD, __VA_ARGS__)                                                                 \
     int32_t wrong() const { /* position of the first wrong argument, or 0 */                         \
       [[maybe_unused]] int32_t position = 0;                                                         \
@@ -58,7 +71,8 @@ auto result_of(auto* function, Arguments... arguments) {
       return 0;                                                                                      \
     }                                                                                                \
     bool idle() const { return false TEV_EACH(TEV_IDLE, __VA_ARGS__); } /* nothing to be computed */ \
-    double work() const { return work_; }                                                            \
+    void describe(trace_line& line) const { (TEV_LIST(TEV_NOTE, __VA_ARGS__)); }                     \
+    amount work() const { return work_; }                                                            \
     auto compute() const { return computation; }                                                     \
   };
 #define TEV_MATRIX(name, base, layout, work, ...) \
@@ -73,13 +87,31 @@ auto result_of(auto* function, Arguments... arguments) {
 #undef TEV_ADDRESS
 #undef TEV_CHECK
 #undef TEV_IDLE
+#undef TEV_NOTE
 #undef TEV_CALL
 
 template <class Call>
-auto run(const Call& call) {
-  if (call.work() < kAlone) return call.compute();
+auto run_on_team(const Call& call) {
+  if (call.work().work < kAlone) return call.compute();
   const thread_limit limit;
   return call.compute();
+}
+
+template <class Call>
+[[gnu::noinline, gnu::cold]] auto run_traced(const Call& call) {
+  library();
+  if (!tracing.load(std::memory_order_relaxed)) return run_on_team(call);
+  trace_line line(Call::kRoutine, call.work().multiply_adds * (kComplex<typename Call::element> ? 8 : 2));
+  call.describe(line);
+  line.begin();
+  return run_on_team(call);
+}
+
+template <class Call>
+auto run(const Call& call) {
+  if (tracing.load(std::memory_order_relaxed)) [[unlikely]]
+    return run_traced(call);
+  return run_on_team(call);
 }
 
 }  // namespace tev::shim

@@ -37,6 +37,10 @@ int run(int argc, char** argv) {
       return tool::run_bench(line);
     case tool::command_line::demo:
       return tool::run_demo(line);
+    case tool::command_line::exec_one:
+      return tool::exec_program(line);
+    case tool::command_line::show:
+      return tool::show_trace(line);
     default:
       tool::put(line.text);
       return kSuccess;

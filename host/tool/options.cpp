@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
@@ -82,6 +83,20 @@ constexpr char kBenchFooter[] =
 constexpr char kDemoFooter[] =
     "Runs all four operations in all four precisions, checks each result, and shows a short table of speeds.";
 
+constexpr char kExecFooter[] =
+    "The program's BLAS becomes libtevblas, whatever BLAS it is linked with: by LD_PRELOAD, and its LAPACK's BLAS with "
+    "it\n"
+    "unless that LAPACK is part of another BLAS. What the library says it says on standard error.\n\n"
+    "Examples:\n"
+    "  tev-offload exec -- python3 script.py\n"
+    "  tev-offload exec --offload always --threshold 1e8 --trace calls.txt -- octave script.m\n"
+    "  tev-offload trace calls.txt --svg calls.svg";
+
+constexpr char kTraceFooter[] =
+    "The routines and classes of sizes (by the geometric mean of m, n and k) that took longest come first; `here` is "
+    "the\n"
+    "program's own process. Lines of several processes and runs are added up.";
+
 constexpr int kMostThreads = 1024, kMostRepetitions = 1000000;
 
 // CLI11's own reading of numbers takes octal ones, and the largest number for any that is larger.
@@ -95,17 +110,21 @@ void add_size(CLI::App* app, const char* name, std::optional<int64_t>* size, con
   add_number<int64_t>(app, name, size, help, 0, std::numeric_limits<int64_t>::max());
 }
 
-void add_sink_options(CLI::App* app, sink_options* options) {
+void add_sink_place(CLI::App* app, sink_options* options) {
   add_number(app, "--threads", &options->threads, "Threads of the sink's team; default: as many as it likes", 1,
              kMostThreads);
+  app->add_option("--sink", options->sink, "The sink's executable; default: tev_sink beside this program")
+      ->envname("TEV_SINK")
+      ->type_name("PATH");
+}
+
+void add_sink_options(CLI::App* app, sink_options* options) {
+  add_sink_place(app, options);
   app->add_option("--pin", options->pin, "Processors for these threads, e.g. 1-3,5, from 1; default: no pinning")
       ->type_name("LIST");
   app->add_option("--tier", options->tier,
                   "Kernels: auto, detect, def, mc, mc3, avx, avx2, avx512 or avx512_zel; default: auto")
       ->type_name("NAME");
-  app->add_option("--sink", options->sink, "The sink's executable; default: tev_sink beside this program")
-      ->envname("TEV_SINK")
-      ->type_name("PATH");
   app->add_option("--library-path", options->library_path,
                   "Folders for the sink's libraries; default: ../lib from here")
       ->type_name("PATH");
@@ -166,6 +185,28 @@ CLI::App* add_bench(CLI::App* app, command_line* line) {
   return bench;
 }
 
+CLI::App* add_exec(CLI::App* app, command_line* line) {
+  exec_options& options = line->exec;
+  CLI::App* exec = app->add_subcommand("exec", "A program on this library, offloaded")->footer(kExecFooter);
+  exec->add_option("--offload", options.offload, "never, always, or auto: what is faster in a sink; default: auto")
+      ->type_name("WHEN")
+      ->check(CLI::IsMember({"never", "always", "auto"}));
+  exec->add_option("--threshold", options.threshold, "Smaller calls are never sent; default: 1e6")->type_name("FLOPS");
+  exec->add_option("--timeout", options.timeout, "Until a silent sink is ended; default: by size")
+      ->type_name("SECONDS");
+  exec->add_option("--trace", options.trace, "A line for each call to this file, or to stderr")->type_name("FILE");
+  add_sink_place(exec, &line->sink);
+  exec->prefix_command();  // what follows is the program's
+  return exec;
+}
+
+CLI::App* add_trace(CLI::App* app, command_line* line) {
+  CLI::App* trace = app->add_subcommand("trace", "What exec --trace wrote, added up")->footer(kTraceFooter);
+  trace->add_option("file", line->trace.file, "The trace")->required()->type_name("FILE");
+  trace->add_option("--svg", line->trace.svg, "A picture of it")->type_name("FILE.svg");
+  return trace;
+}
+
 // An empty text stands for an option that was not given; what is given and empty is a script's mistake. CLI11 takes the
 // word after "--option=" as its value.
 void reject_empty_values(int argc, char** argv) {
@@ -188,16 +229,11 @@ void accept(CLI::App* app, int argc, char** argv, command_line* line) {
   }
 }
 
-// "" when this program's file cannot be found.
-std::filesystem::path own_folder() {
-  std::error_code error;
-  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-}
-
 }  // namespace
 
 command_line parse_command_line(int argc, char** argv) {
-  reject_empty_values(argc, argv);
+  const auto own_end = std::find(argv, argv + argc, std::string_view("--"));
+  reject_empty_values(static_cast<int>(own_end - argv), argv);
   command_line line;
   CLI::App app(kAbout, "tev-offload");
   app.set_version_flag("--version", "tev-offload " TEV_VERSION);
@@ -210,18 +246,30 @@ command_line parse_command_line(int argc, char** argv) {
   const CLI::App* demo =
       app.add_subcommand("demo", "A short show of everything; builds trust in a new machine")->footer(kDemoFooter);
   for (CLI::App* command : app.get_subcommands({})) add_sink_options(command, &line.sink);
+  const CLI::App* exec = add_exec(&app, &line);
+  const CLI::App* trace = add_trace(&app, &line);
 
-  accept(&app, argc, argv, &line);
+  accept(&app, static_cast<int>(own_end - argv), argv, &line);
   if (!line.text.empty()) return line;
+  line.exec.program = exec->remaining();
+  if (own_end != argv + argc) line.exec.program.insert(line.exec.program.end(), own_end + 1, argv + argc);
+  if (!line.exec.program.empty() && !exec->parsed()) throw bad_input("--: no command but exec runs a program");
   line.command = info->parsed()    ? command_line::info
                  : run->parsed()   ? command_line::run
                  : bench->parsed() ? command_line::bench
+                 : exec->parsed()  ? command_line::exec_one
+                 : trace->parsed() ? command_line::show
                                    : command_line::demo;
   if (bench->parsed() && bench->count("--repeat") == 0) line.call.repeat = 3;
   if (bench->parsed() && line.call.operation.empty()) line.call.operation = "gemm";
   if (bench->parsed() && line.sizes.empty()) line.sizes = "256,512,1000";
   if (demo->parsed()) line.json = false;
   return line;
+}
+
+std::filesystem::path own_folder() {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
 }
 
 sink_settings resolve(const sink_options& options) {

@@ -2,6 +2,7 @@
 // The command line as a record, and the functions that carry out what it asks for.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -18,13 +19,25 @@ struct sink_options {
   std::string pin;
 };
 
+// What the environment of the program will say; empty: as it is.
+struct exec_options {
+  std::string offload = "auto", threshold, timeout, trace;
+  std::vector<std::string> program;  // and its arguments
+};
+
+struct trace_options {
+  std::string file, svg;
+};
+
 struct command_line {
-  enum { info, run, bench, demo, text_only } command = text_only;
+  enum { info, run, bench, demo, exec_one, show, text_only } command = text_only;
   std::string text;  // text_only: help or version
   sink_options sink;
   bool json = false;
   call_request call;  // run; bench: what all rows share
   std::string sizes;  // bench
+  exec_options exec;
+  trace_options trace;
 };
 
 // Throws a bad_input() for what it does not understand.
@@ -33,10 +46,15 @@ command_line parse_command_line(int argc, char** argv);
 // Finds the sink and its libraries where the options, the environment or the tool's own folder say.
 sink_settings resolve(const sink_options& options);
 
+// "" when this program's file cannot be found.
+std::filesystem::path own_folder();
+
 // Each returns the program's exit status.
 int show_info(const command_line& line);
 int run_one(const command_line& line);
 int run_bench(const command_line& line);
 int run_demo(const command_line& line);
+int exec_program(const command_line& line);  // in place of this one
+int show_trace(const command_line& line);
 
 }  // namespace tev::host::tool

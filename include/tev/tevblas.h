@@ -20,6 +20,13 @@ TEV_EXPORT const char* tevblas_get_tier(void);
 
 TEV_EXPORT const char* tevblas_get_version(void);
 
+/* Memory for matrices that are often read by calls which go to a sink: it sees them, too, and they are not copied. 64
+ * bytes aligned, zeroed; NULL when there is none left. Where nothing is offloaded it is ordinary memory, else it starts
+ * the sink. Both functions wait while the sink computes. A forked child shares the memory with its parent, may not
+ * write what the parent reads, and does not release it. */
+TEV_EXPORT void* tevblas_malloc(size_t bytes);
+TEV_EXPORT void tevblas_free(void* memory); /* NULL is allowed */
+
 #ifdef __cplusplus
 }
 #endif

@@ -57,6 +57,10 @@ int vro_process_create(const vro_process_options* options, vro_process** process
  * by itself with status 0, VRO_ENDED when it had to be killed or had ended before. NULL is allowed. */
 int vro_process_shutdown(vro_process* process, int timeout_ms);
 
+/* Kills the sink. Handles stay, and so does the memory of the buffers; whatever is under way or comes later fails with
+ * VRO_ENDED and says `why`: "took too long", for one. Nothing happens when the sink has ended already. */
+int vro_process_kill(vro_process* process, const char* why);
+
 /* The process number of the sink. */
 int64_t vro_process_id(const vro_process* process);
 

@@ -5,6 +5,7 @@
 #include "tev/lapack.h"
 #include "tev/offload.h"
 #include "tev/request.h"
+#include "tev/routed.h"
 #include "tev/tevblas.h"
 #include "tev/types.h"
 #include "vro/device.h"

@@ -1,0 +1,69 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+/* BLAS calls that run here or in a sink (libtev_offload, which has all of libtev, too). A process has one sink at most,
+ * started by the first call that is sent. What is sent is copied into memory that both see, and the result back when
+ * the sink is done with it; so whatever becomes of the sink, the operands are as they were, and the call runs here.
+ * That is said on standard error, each reason once. C11 and C++20.
+ *
+ * Any number of threads may call; while one has the sink, the others' calls run here. A forked child starts a sink of
+ * its own. */
+#ifndef TEV_ROUTED_H
+#define TEV_ROUTED_H
+
+#include "tev/types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct tev_routing {
+  const char* sink;     /* path of the sink; copied */
+  int32_t sink_threads; /* size of its team; 0: as many as this process has processors */
+  int32_t
+      only_if_faster; /* 1: a call is sent when rates that were measured at the first one say that it pays; 0: always */
+  double threshold;   /* floating-point operations of a call, below which it stays here */
+  double timeout;     /* seconds after which a sink that has not answered is ended; 0: a minute, and a second for
+                         every 10^9 floating-point operations */
+} tev_routing;
+
+/* Before it is called every call runs here. Call it once, before any other function of this header. */
+TEV_EXPORT void tev_routed_set(const tev_routing* routing);
+
+/* 1 when the calling thread's last call of a routine below ran in the sink, else 0; asked again: 0. */
+TEV_EXPORT int32_t tev_routed_took_sink(void);
+
+/* Zeroed memory, 64 bytes aligned, that the sink sees, too: operands in it that are only read are not copied. It starts
+ * the sink; where there is none it is ordinary memory. NULL when there is none left. Both wait while the sink computes.
+ * A forked child sees what the parent writes into it and cannot release it. */
+TEV_EXPORT void* tev_routed_allocate(size_t bytes);
+TEV_EXPORT void tev_routed_release(void* memory);
+
+/* As those of tev/blas.h. Where a call runs depends on its sizes, and on whether there is anything to compute; equal
+ * calls take equal ways as long as the sink lives and is free. */
+#define TEV_ROUTED(p, T)                                                                                               \
+  TEV_EXPORT void tev_routed_##p##gemm(const char* transa, const char* transb, const int64_t* m, const int64_t* n,     \
+                                       const int64_t* k, const T* alpha, const T* a, const int64_t* lda, const T* b,   \
+                                       const int64_t* ldb, const T* beta, T* c, const int64_t* ldc);                   \
+  TEV_EXPORT void tev_routed_##p##symm(const char* side, const char* uplo, const int64_t* m, const int64_t* n,         \
+                                       const T* alpha, const T* a, const int64_t* lda, const T* b, const int64_t* ldb, \
+                                       const T* beta, T* c, const int64_t* ldc);                                       \
+  TEV_EXPORT void tev_routed_##p##syrk(const char* uplo, const char* trans, const int64_t* n, const int64_t* k,        \
+                                       const T* alpha, const T* a, const int64_t* lda, const T* beta, T* c,            \
+                                       const int64_t* ldc);                                                            \
+  TEV_EXPORT void tev_routed_##p##trmm(const char* side, const char* uplo, const char* transa, const char* diag,       \
+                                       const int64_t* m, const int64_t* n, const T* alpha, const T* a,                 \
+                                       const int64_t* lda, T* b, const int64_t* ldb);                                  \
+  TEV_EXPORT void tev_routed_##p##trsm(const char* side, const char* uplo, const char* transa, const char* diag,       \
+                                       const int64_t* m, const int64_t* n, const T* alpha, const T* a,                 \
+                                       const int64_t* lda, T* b, const int64_t* ldb);
+
+TEV_ROUTED(s, float)
+TEV_ROUTED(d, double)
+TEV_ROUTED(c, tev_complex8)
+TEV_ROUTED(z, tev_complex16)
+#undef TEV_ROUTED
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

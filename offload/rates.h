@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// How long a call takes here and how long in a sink on this machine, by what this process measured of itself once.
+#pragma once
+
+#include <cstdint>
+
+namespace tev::offload {
+
+// What is known of a call before it runs.
+struct call_size {
+  double flops;
+  double bytes;  // copied into shared memory and out of it
+  bool is_single;
+};
+
+// Is it over sooner when a sink with so many threads computes it? Decided with the thread count that the process had
+// when it asked first; that takes some milliseconds.
+bool sink_is_faster(const call_size& size, int32_t sink_threads);
+
+// In a forked child: whoever was measuring is not here.
+void forget_measuring();
+
+}  // namespace tev::offload

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The routines that may run in the sink, each as its worker there wants it: sizes decide first, then the operands and
+// the worker's record are described. A call that is wrong, or has nothing to multiply, stays here.
+#include "tev/routed.h"
+
+#include <cctype>
+#include <cstring>
+#include <initializer_list>
+
+#include "blas_threading/blas_calls.h"
+#include "blas_threading/element.h"
+#include "kernels/operation.h"
+#include "offload/routing.h"
+#include "tev/request.h"
+
+namespace tev::offload {
+namespace {
+
+template <class T>
+struct records;
+#define TEV_RECORDS(p, T)                  \
+  template <>                              \
+  struct records<T> {                      \
+    using gemm = tev_##p##gemm_record;     \
+    using level3 = tev_##p##level3_record; \
+    using step = tev_##p##step_record;     \
+  };
+TEV_FOR_EACH_PRECISION(TEV_RECORDS)
+#undef TEV_RECORDS
+
+template <class Record>
+worker_arguments arguments_of(const Record& record, uint32_t parameter = 0) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
+  return {{bytes, bytes + sizeof(record)}, parameter};
+}
+
+template <class T>
+stored_matrix matrix_of(const T* data, int64_t rows, int64_t columns, int64_t ld, part what = part::all) {
+  return {reinterpret_cast<char*>(const_cast<T*>(data)), rows, columns, ld, sizeof(T), what};
+}
+
+template <class T>
+stored_matrix triangle_of(const T* data, int64_t order, int64_t ld, char uplo) {
+  return matrix_of(data, order, order, ld, uplo == 'U' ? part::upper : part::lower);
+}
+
+// op(X), rows x columns, as it is stored.
+template <class T>
+stored_matrix operand_of(char trans, const T* data, int64_t rows, int64_t columns, int64_t ld) {
+  return trans == 'N' ? matrix_of(data, rows, columns, ld) : matrix_of(data, columns, rows, ld);
+}
+
+bool are_right(std::initializer_list<stored_matrix> operands) {
+  for (const stored_matrix& x : operands)
+    if (x.rows < 1 || x.columns < 1 || x.ld < x.rows) return false;
+  return true;
+}
+
+double times(int64_t m, int64_t n, int64_t k) {
+  return static_cast<double>(m) * static_cast<double>(n) * static_cast<double>(k);
+}
+
+// A worker's name, less the letter of the precision behind `start`.
+struct worker_name {
+  const char *start, *end;
+};
+
+// multiply_adds: of numbers of the type. The last operand is the result. False: the call runs here.
+template <class T, class Arguments>
+bool send(const worker_name& worker, double multiply_adds, std::initializer_list<stored_matrix> operands,
+          const T& alpha, bool reads_result, const Arguments& arguments) {
+  double bytes = static_cast<double>((operands.end() - 1)->packed_bytes());  // comes back
+  for (const stored_matrix& x : operands) bytes += static_cast<double>(x.packed_bytes());
+  const call_size size = {multiply_adds * (blas::kComplex<T> ? 8 : 2), bytes,
+                          sizeof(typename blas::element<T>::real) == sizeof(float)};
+  if (!is_sent(size) || blas::is_value(alpha, 0) || !are_right(operands)) return false;
+  const auto letter = static_cast<char>(std::tolower(blas::element<T>::kLetter));
+  return run_in_sink({std::string(worker.start) + letter + worker.end, operands, reads_result, size.flops, arguments});
+}
+
+template <class T>
+bool gemm(char transa, char transb, int64_t m, int64_t n, int64_t k, const T& alpha, const T* a, int64_t lda,
+          const T* b, int64_t ldb, const T& beta, T* c, int64_t ldc) {
+  return send<T>({"tev_blas_", "gemm_ao_worker"}, times(m, n, k),
+                 {operand_of(transa, a, m, k, lda), operand_of(transb, b, k, n, ldb), matrix_of(c, m, n, ldc)}, alpha,
+                 !blas::is_value(beta, 0), [&](const std::vector<int64_t>& lds) {
+                   typename records<T>::gemm record = {};
+                   record.transa = transa, record.transb = transb;
+                   record.m = m, record.n = n, record.k = k;
+                   record.alpha = alpha, record.beta = beta;
+                   record.lda = lds[0], record.ldb = lds[1], record.ldc = lds[2];
+                   return arguments_of(record);
+                 });
+}
+
+template <class T>
+bool symm(char side, char uplo, int64_t m, int64_t n, const T& alpha, const T* a, int64_t lda, const T* b, int64_t ldb,
+          const T& beta, T* c, int64_t ldc) {
+  const int64_t order = side == 'L' ? m : n;
+  return send<T>({"tev_blas_", "symm_ao_worker"}, times(m, n, order),
+                 {triangle_of(a, order, lda, uplo), matrix_of(b, m, n, ldb), matrix_of(c, m, n, ldc)}, alpha,
+                 !blas::is_value(beta, 0), [&](const std::vector<int64_t>& lds) {
+                   typename records<T>::level3 record = {};
+                   record.side = side, record.uplo = uplo;
+                   record.m = m, record.n = n;
+                   record.alpha = alpha, record.beta = beta;
+                   record.lda = lds[0], record.ldb = lds[1], record.ldc = lds[2];
+                   return arguments_of(record);
+                 });
+}
+
+// trmm and trsm.
+template <class T>
+bool triangle(const char* worker, char side, char uplo, char transa, char diag, int64_t m, int64_t n, const T& alpha,
+              const T* a, int64_t lda, T* b, int64_t ldb) {
+  const int64_t order = side == 'L' ? m : n;
+  return send<T>({"tev_blas_", worker}, times(m, n, order) / 2,
+                 {triangle_of(a, order, lda, uplo), matrix_of(b, m, n, ldb)}, alpha, true,
+                 [&](const std::vector<int64_t>& lds) {
+                   typename records<T>::level3 record = {};
+                   record.side = side, record.uplo = uplo, record.transa = transa, record.diag = diag;
+                   record.m = m, record.n = n;
+                   record.alpha = alpha;
+                   record.lda = lds[0], record.ldb = lds[1];
+                   return arguments_of(record);
+                 });
+}
+
+template <class T>
+bool syrk(char uplo, char trans, int64_t n, int64_t k, const T& alpha, const T* a, int64_t lda, const T& beta, T* c,
+          int64_t ldc) {
+  return send<T>({"tev_lapack_", "syrk_worker"}, times(n, n, k) / 2,
+                 {operand_of(trans, a, n, k, lda), triangle_of(c, n, ldc, uplo)}, alpha, !blas::is_value(beta, 0),
+                 [&](const std::vector<int64_t>& lds) {
+                   typename records<T>::step record = {};
+                   record.step.syrk = {{uplo, {}}, {trans, {}}, n, k, lds[0], lds[1]};
+                   record.alpha = alpha, record.beta = beta;
+                   return arguments_of(record, sizeof(record));
+                 });
+}
+
+// In capitals when it is one of them, else 0.
+char option(const char* letter, const char* known) {
+  const char capital = kernels::upper_case(*letter);
+  return std::strchr(known, capital) != nullptr ? capital : '\0';
+}
+
+// The transposition of a rank-k update: C is T in the real precisions, and none of the complex ones.
+template <class T>
+char transposition(const char* letter) {
+  const char capital = option(letter, blas::kComplex<T> ? "NT" : "NTC");
+  return capital == 'C' ? 'T' : capital;
+}
+
+}  // namespace
+}  // namespace tev::offload
+
+using namespace tev::offload;
+
+#define TEV_ROUTED_ROUTINES(p, T)                                                                                    \
+  void tev_routed_##p##gemm(const char* transa, const char* transb, const int64_t* m, const int64_t* n,              \
+                            const int64_t* k, const T* alpha, const T* a, const int64_t* lda, const T* b,            \
+                            const int64_t* ldb, const T* beta, T* c, const int64_t* ldc) {                           \
+    const char opa = option(transa, "NTC"), opb = option(transb, "NTC");                                             \
+    if (opa && opb && gemm<T>(opa, opb, *m, *n, *k, *alpha, a, *lda, b, *ldb, *beta, c, *ldc)) return;               \
+    tev_blas_##p##gemm(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);                                \
+  }                                                                                                                  \
+  void tev_routed_##p##symm(const char* side, const char* uplo, const int64_t* m, const int64_t* n, const T* alpha,  \
+                            const T* a, const int64_t* lda, const T* b, const int64_t* ldb, const T* beta, T* c,     \
+                            const int64_t* ldc) {                                                                    \
+    const char left = option(side, "LR"), upper = option(uplo, "UL");                                                \
+    if (left && upper && symm<T>(left, upper, *m, *n, *alpha, a, *lda, b, *ldb, *beta, c, *ldc)) return;             \
+    tev_blas_##p##symm(side, uplo, m, n, alpha, a, lda, b, ldb, beta, c, ldc);                                       \
+  }                                                                                                                  \
+  void tev_routed_##p##syrk(const char* uplo, const char* trans, const int64_t* n, const int64_t* k, const T* alpha, \
+                            const T* a, const int64_t* lda, const T* beta, T* c, const int64_t* ldc) {               \
+    const char upper = option(uplo, "UL"), op = transposition<T>(trans);                                             \
+    if (upper && op && syrk<T>(upper, op, *n, *k, *alpha, a, *lda, *beta, c, *ldc)) return;                          \
+    tev_blas_##p##syrk(uplo, trans, n, k, alpha, a, lda, beta, c, ldc);                                              \
+  }                                                                                                                  \
+  TEV_ROUTED_TRIANGLE(p, T, trmm)                                                                                    \
+  TEV_ROUTED_TRIANGLE(p, T, trsm)
+#define TEV_ROUTED_TRIANGLE(p, T, name)                                                                               \
+  void tev_routed_##p##name(const char* side, const char* uplo, const char* transa, const char* diag,                 \
+                            const int64_t* m, const int64_t* n, const T* alpha, const T* a, const int64_t* lda, T* b, \
+                            const int64_t* ldb) {                                                                     \
+    const char left = option(side, "LR"), upper = option(uplo, "UL"), op = option(transa, "NTC"),                     \
+               unit = option(diag, "NU");                                                                             \
+    if (left && upper && op && unit &&                                                                                \
+        triangle<T>(#name "_ao_worker", left, upper, op, unit, *m, *n, *alpha, a, *lda, b, *ldb))                     \
+      return;                                                                                                         \
+    tev_blas_##p##name(side, uplo, transa, diag, m, n, alpha, a, lda, b, ldb);                                        \
+  }
+TEV_FOR_EACH_PRECISION(TEV_ROUTED_ROUTINES)

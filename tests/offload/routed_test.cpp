@@ -1,0 +1,262 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// BLAS calls that may go to a sink: right wherever they ran, and ran where they should; with a sink that dies, sleeps
+// or is busy, in forked children, and on operands in memory that the sink sees.
+#include "tev/routed.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "host/check.h"
+#include "tests/support/blas_case.h"
+#include "tests/support/effort.h"
+#include "tests/support/in_child.h"
+#include "tev/service.h"
+
+namespace tev::test {
+namespace {
+
+template <class T>
+struct routed;
+#define TEV_ROUTED_CALLS(T, p)                         \
+  template <>                                          \
+  struct routed<T> : routines<T> {                     \
+    static constexpr auto gemm = tev_routed_##p##gemm; \
+    static constexpr auto symm = tev_routed_##p##symm; \
+    static constexpr auto syrk = tev_routed_##p##syrk; \
+    static constexpr auto trmm = tev_routed_##p##trmm; \
+    static constexpr auto trsm = tev_routed_##p##trsm; \
+  };
+TEV_ROUTED_CALLS(float, s)
+TEV_ROUTED_CALLS(double, d)
+TEV_ROUTED_CALLS(std::complex<float>, c)
+TEV_ROUTED_CALLS(std::complex<double>, z)
+
+void send_all(double threshold = 1, double timeout = 20) {
+  const tev_routing routing = {TEV_SINK_PATH, 1, 0, threshold, timeout};
+  tev_routed_set(&routing);
+}
+
+// "" where the call is right and ran where it should.
+template <class T>
+std::string fault_of(const blas_case<T>& x, bool in_sink) {
+  matrix<T> result = x.start();
+  tev_routed_took_sink();
+  call<T, routed<T>>(x.p, result.data());
+  const host::verdict verdict = host::check(x.p, result.data(), 1);
+  if (!verdict.passed) return verdict.text;
+  if (!x.unwritten_is_intact(result)) return "wrote where it may not";
+  return (tev_routed_took_sink() != 0) == in_sink ? "" : in_sink ? "ran here" : "ran in the sink";
+}
+
+template <class T>
+blas_case<T> random_case(operation op, const char* options, int64_t m, int64_t n, int64_t k, T alpha = T(2),
+                         T beta = T(-1)) {
+  engine random(7);
+  return {problem_of<T>(op, options, m, n, k, alpha, beta), random, values::fractions};
+}
+
+template <class T>
+bool product_is_right(bool in_sink, int64_t order = 150) {
+  return fault_of(random_case<T>(operation::gemm, "NT", order, order, order), in_sink).empty();
+}
+
+constexpr struct {
+  operation op;
+  const char* options;
+} kCalls[] = {{operation::gemm, "NN"},   {operation::gemm, "TC"},   {operation::gemm, "CN"},  {operation::symm, "LU"},
+              {operation::symm, "RL"},   {operation::syrk, "UN"},   {operation::syrk, "LT"},  {operation::trmm, "LUNN"},
+              {operation::trmm, "RLCU"}, {operation::trsm, "LLTN"}, {operation::trsm, "RUNU"}};
+
+template <class T>
+void expect_right_calls() {
+  for (const auto& [op, options] : kCalls) {
+    for (const auto& [m, n, k] : {std::array<int64_t, 3>{65, 43, 70}, {1, 160, 5}, {140, 130, 129}}) {
+      const blas_case<T> x = random_case<T>(op, options, m, n, k, T(2), m == 65 ? T(0) : T(-1));
+      EXPECT_EQ(fault_of(x, true), "") << x;
+    }
+    EXPECT_EQ(fault_of(random_case<T>(op, options, 30, 20, 10, T(0)), false), "") << "nothing to multiply";
+  }
+}
+
+TEST_IN_CHILD(Routed, CallsThroughTheSinkAreRight) {
+  send_all();
+  expect_right_calls<float>();
+  expect_right_calls<double>();
+  expect_right_calls<std::complex<float>>();
+  expect_right_calls<std::complex<double>>();
+}
+
+TEST_IN_CHILD(Routed, WhatIsSmallEmptyOrWrongStaysHere) {
+  EXPECT_TRUE(product_is_right<double>(false)) << "before anybody chose";
+  send_all(2.0 * 100 * 100 * 100);
+  EXPECT_TRUE(product_is_right<double>(false, 99));
+  EXPECT_TRUE(product_is_right<double>(true, 100));
+  EXPECT_TRUE(product_is_right<std::complex<float>>(true, 70)) << "four times the arithmetic";
+  EXPECT_EQ(fault_of(random_case<double>(operation::gemm, "NN", 900, 900, 0), false), "");
+}
+
+// By the model: one thread here, so that a sink with one thread never pays and one with many does for large products.
+std::string large_ones_of(int32_t sink_threads) {
+  tev_serv_set_num_threads(1);
+  const tev_routing routing = {TEV_SINK_PATH, sink_threads, 1, 0, 20};
+  tev_routed_set(&routing);
+  std::string ways;
+  for (const int64_t order : {10, 800, 800, 10, 800}) {
+    const matrix<double> a(order, order, 0);
+    matrix<double> c(order, order, 0);
+    const double one = 1, zero = 0;
+    tev_routed_dgemm("N", "N", &order, &order, &order, &one, a.data(), &order, a.data(), &order, &zero, c.data(),
+                     &order);
+    ways += tev_routed_took_sink() != 0 ? 's' : 'h';
+  }
+  return ways;
+}
+TEST_IN_CHILD(Automatic, NoFasterSinkIsUsed) { EXPECT_EQ(large_ones_of(1), "hhhhh"); }
+TEST_IN_CHILD(Automatic, AFasterOneIsForLargeCalls) { EXPECT_EQ(large_ones_of(16), "hsshs"); }
+
+int64_t shared_mappings() {
+  std::ifstream maps("/proc/self/maps");
+  int64_t found = 0;
+  for (std::string line; std::getline(maps, line);) found += line.find("memfd:vro") != std::string::npos;
+  return found;
+}
+
+// Only for the result is there a copy.
+TEST_IN_CHILD(SharedMemory, OperandsInItAreNotCopied) {
+  send_all();
+  const blas_case<double> x = random_case<double>(operation::gemm, "NN", 200, 200, 200);
+  blas_case<double> shared = x;
+  for (const double** operand : {&shared.p.a, &shared.p.b}) {
+    auto* const memory = static_cast<double*>(tev_routed_allocate(x.a.size() * sizeof(double)));
+    std::copy_n(*operand, x.a.size(), memory);
+    *operand = memory;
+  }
+  EXPECT_EQ(fault_of(shared, true), "");
+  EXPECT_EQ(shared_mappings(), 3);
+  tev_routed_release(const_cast<double*>(shared.p.a));
+  tev_routed_release(const_cast<double*>(shared.p.b));
+  EXPECT_EQ(shared_mappings(), 1);
+  EXPECT_EQ(fault_of(x, true), "");
+  EXPECT_EQ(shared_mappings(), 3) << "now there are copies of all";
+}
+
+// The one child of the calling thread.
+pid_t sink_process() {
+  pid_t child = 0;
+  std::ifstream("/proc/self/task/" + std::to_string(gettid()) + "/children") >> child;
+  return child;
+}
+
+std::string after_signal(int signal) {
+  send_all(1, 0.3);
+  std::string seen = product_is_right<double>(true) ? "sent " : "";
+  void* const memory = tev_routed_allocate(1000);
+  kill(sink_process(), signal);
+  for (int i = 0; i < 3; ++i) seen += product_is_right<double>(false) ? "here " : "";
+  std::memset(memory, 1, 1000);
+  tev_routed_release(memory);
+  tev_routed_release(tev_routed_allocate(1000));
+  return seen;
+}
+
+int64_t lines_of(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
+
+TEST(SinkThatFails, CallsRunHereAndThatIsSaidOnce) {
+  const auto say = [](const std::string& text) { std::fputs(text.c_str(), stdout); };
+  for (const int signal : {SIGKILL, SIGSTOP}) {
+    const auto child = in_child({}, [&] { return say(after_signal(signal)), 0; });
+    EXPECT_EQ(child.out, "sent here here here ") << child.err;
+    EXPECT_EQ(lines_of(child.err), 1) << child.err;
+    EXPECT_NE(child.err.find(signal == SIGKILL ? "was killed" : "did not answer in time"), std::string::npos)
+        << child.err;
+  }
+  for (const char* sink : {"/nowhere/sink", "/bin/true"}) {
+    const auto child = in_child({}, [&] {
+      const tev_routing routing = {sink, 1, 0, 1, 20};
+      tev_routed_set(&routing);
+      return product_is_right<double>(false) && product_is_right<float>(false) ? 0 : 1;
+    });
+    EXPECT_EQ(child.status, 0);
+    EXPECT_EQ(lines_of(child.err), 1) << child.err;
+  }
+}
+
+// At some moment of a large call: the result is right, wherever it was made.
+TEST(SinkThatFails, KilledUnderWay) {
+  std::mt19937_64 random(test_seed());
+  SCOPED_TRACE(repeat_with(test_seed()));
+  for (int round = 0; round < (long_run() ? 100 : 10); ++round) {
+    const auto delay = std::chrono::microseconds(random() % 8000);
+    const auto child = in_child({}, [&] {
+      send_all();
+      if (!product_is_right<float>(true)) return 1;
+      std::thread killer([delay, sink = sink_process()] {
+        std::this_thread::sleep_for(delay);
+        kill(sink, SIGKILL);
+      });
+      const auto& [op, options] = kCalls[static_cast<size_t>(round) % std::size(kCalls)];
+      const std::string in_sink = fault_of(random_case<double>(op, options, 400, 350, 300), true);
+      killer.join();
+      return in_sink.empty() || in_sink == "ran here" ? 0 : 2;
+    });
+    EXPECT_EQ(child.status, 0) << delay.count() << " us " << child.err;
+  }
+}
+
+TEST(Threads, OneHasTheSinkTheOthersComputeHere) {
+  const auto child = in_child({}, [] {
+    send_all();
+    std::atomic<int> right = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+      threads.emplace_back([&] {
+        for (int i = 0; i < 10; ++i) {
+          const std::string fault = fault_of(random_case<double>(operation::gemm, "TN", 200, 200, 200), true);
+          right += fault.empty() || fault == "ran here";
+        }
+      });
+    for (std::thread& thread : threads) thread.join();
+    return right == 40 && product_is_right<double>(true) ? 0 : 1;
+  });
+  EXPECT_EQ(child.status, 0) << child.err;
+  EXPECT_LE(lines_of(child.err), 1) << child.err;
+}
+
+// A child has a sink of its own, also while another thread of the parent has the parent's; neither disturbs the other.
+TEST(Fork, ChildrenStartTheirOwn) {
+  const auto child = in_child({}, [] {
+    send_all();
+    void* const memory = tev_routed_allocate(1000);
+    std::atomic<bool> stop = false, right = true;
+    std::thread other([&] {
+      while (!stop) right = product_is_right<double>(true) && right;
+    });
+    int failed = 0;
+    for (int i = 0; i < 4; ++i) {
+      const pid_t forked = fork();
+      if (forked == 0) {
+        tev_routed_release(memory);  // not theirs
+        _exit(product_is_right<double>(true) && product_is_right<float>(true) ? 0 : 1);
+      }
+      int status = 0;
+      waitpid(forked, &status, 0);
+      failed += status != 0;
+    }
+    stop = true;
+    other.join();
+    tev_routed_release(memory);
+    return failed == 0 && right && product_is_right<double>(true) ? 0 : 1;
+  });
+  EXPECT_EQ(child.status, 0) << child.err;
+  EXPECT_EQ(child.err, "");
+}
+
+}  // namespace
+}  // namespace tev::test
