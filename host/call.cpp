@@ -41,6 +41,9 @@ void reject_meaningless(const call_request& request, operation op) {
               {"--c", !request.c.empty(), gemm || symm || syrk},
               {"--out", !request.out.empty(), blas},
               {"--where", !request.where.empty(), false},
+              {"--host-threads", request.host_threads > 0, false},
+              {"--factors", !request.factors.empty(), false},
+              {"--trace", !request.trace.empty(), false},
               {"--rhs", request.right_sides.has_value(), false}};
   for (const auto& row : rows)
     if (row.given && !row.has_meaning)

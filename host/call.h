@@ -28,6 +28,9 @@ struct call_request {
   // Of whole factorizations (host/linear_system.h).
   std::string where;
   std::optional<int64_t> right_sides;
+  int host_threads = 0;  // 0: not given
+  std::string factors, trace;
+  bool records = false;
 };
 
 struct matrix_size {

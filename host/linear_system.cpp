@@ -2,136 +2,48 @@
 #include "host/linear_system.h"
 
 #include <fmt/format.h>
+#include <omp.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <memory>
 
+#include "host/dense.h"
 #include "host/failure.h"
-#include "host/fill.h"
-#include "host/parse.h"
+#include "host/npz.h"
 #include "host/replacement_file.h"
-#include "host/wide.h"
-#include "tev/blas.h"
-#include "tev/lapack.h"
-#include "tev/offload.h"
+#include "host/system_operands.h"
+#include "host/system_residuals.h"
 
 namespace tev::host {
 namespace {
 
-constexpr const char* kNames[] = {"lu", "cholesky", "qr", "solve", "lstsq"};
-constexpr int64_t kDefaultOrder = 1000;
-
-// The routines of one precision, with std::complex for the library's own types.
-template <class T>
-struct routines;
-#define TEV_ROUTINES(T, E, p, ormqr_name)                     \
-  template <>                                                 \
-  struct routines<T> {                                        \
-    using element = E;                                        \
-    static constexpr auto getrf = tev_offload_##p##getrf;     \
-    static constexpr auto potrf = tev_offload_##p##potrf;     \
-    static constexpr auto geqrf = tev_offload_##p##geqrf;     \
-    static constexpr auto getrs = tev_lapack_##p##getrs;      \
-    static constexpr auto gecon = tev_lapack_##p##gecon;      \
-    static constexpr auto pocon = tev_lapack_##p##pocon;      \
-    static constexpr auto laswp = tev_lapack_##p##laswp;      \
-    static constexpr auto ormqr = tev_lapack_##p##ormqr_name; \
-    static constexpr auto trsm = tev_blas_##p##trsm;          \
-    static constexpr auto gemm = tev_blas_##p##gemm;          \
-  };
-TEV_ROUTINES(float, float, s, ormqr)
-TEV_ROUTINES(double, double, d, ormqr)
-TEV_ROUTINES(std::complex<float>, tev_complex8, c, unmqr)
-TEV_ROUTINES(std::complex<double>, tev_complex16, z, unmqr)
-#undef TEV_ROUTINES
-
-template <class T>
-using real_of = decltype(std::real(T()));
-template <class T>
-using element_of = typename routines<T>::element;
-
-template <class T>
-element_of<T>* in(T* x) {
-  return reinterpret_cast<element_of<T>*>(x);
-}
-template <class T>
-const element_of<T>* in(const T* x) {
-  return reinterpret_cast<const element_of<T>*>(x);
-}
-
-// A plain column-major matrix.
-template <class T>
-struct dense {
-  dense(int64_t rows_, int64_t columns_)
-      : rows(rows_), columns(columns_), elements(static_cast<size_t>(rows_ * columns_)) {}
-  T& operator()(int64_t i, int64_t j) { return elements[static_cast<size_t>(i + j * rows)]; }
-  const T& operator()(int64_t i, int64_t j) const { return elements[static_cast<size_t>(i + j * rows)]; }
-  int64_t ld() const { return std::max<int64_t>(rows, 1); }
-
-  int64_t rows, columns;
-  std::vector<T> elements;
-};
-
-template <class T>
-double column_sum(const T* column, int64_t rows) {
-  double sum = 0;
-  for (int64_t i = 0; i < rows; ++i) sum += static_cast<double>(std::abs(column[i]));
-  return sum;
-}
-
-// Not below a NaN.
-double larger(double x, double y) { return x >= y ? x : y; }
-
-template <class T>
-double norm1(const dense<T>& a) {
-  double norm = 0;
-  for (int64_t j = 0; j < a.columns; ++j) norm = larger(norm, column_sum(&a(0, j), a.rows));
-  return norm;
-}
-
-template <class T>
-double largest_modulus(const dense<T>& a) {
-  double largest = 0;
-  for (const T& x : a.elements) largest = std::max(largest, static_cast<double>(std::abs(x)));
-  return largest;
-}
-
-// C := C + factor op(A) B.
-template <class T>
-void add_product(T factor, char op, const dense<T>& a, char op_b, const dense<T>& b, dense<T>& c) {
-  const int64_t k = op == 'N' ? a.columns : a.rows, lda = a.ld(), ldb = b.ld(), ldc = c.ld();
-  const T one(1);
-  routines<T>::gemm(&op, &op_b, &c.rows, &c.columns, &k, in(&factor), in(a.elements.data()), &lda,
-                    in(b.elements.data()), &ldb, in(&one), in(c.elements.data()), &ldc);
-}
-
-// The triangle of a that is meant, zeros elsewhere, `rows` x `columns`.
-template <class T>
-dense<T> triangle_of(const dense<T>& a, int64_t rows, int64_t columns, bool upper, bool unit) {
-  dense<T> result(rows, columns);
-  for (int64_t j = 0; j < columns; ++j)
-    for (int64_t i = 0; i < rows; ++i)
-      if (i == j || (i < j) == upper) result(i, j) = i == j && unit ? T(1) : a(i, j);
-  return result;
-}
-
-double seconds_since(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+// As the spans of tev/offload.h.
+double clock_seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 struct handle_deleter {
   void operator()(tev_offload* handle) const { tev_offload_close(handle); }
 };
 
+// The OpenMP runtime registers its process by a name in shared memory, which an interrupted program would leave there.
+void remove_runtime_name() {
+  omp_get_max_threads();  // starts it
+  shm_unlink(fmt::format("/__KMP_REGISTERED_LIB_{}_{}", getpid(), getuid()).c_str());
+}
+
 template <class T>
 class system_runner {
  public:
   system_runner(const system_call& c, const sink_settings& sink, const progress& on_progress)
-      : call_(c), on_progress_(on_progress), pivots_(order()), tau_(order()), a_(0, 0), b_(0, 0) {
+      : call_(c), on_progress_(on_progress) {
+    found_.pivots.resize(static_cast<size_t>(order()));
+    found_.tau.resize(static_cast<size_t>(order()));
     open(sink);
   }
 
@@ -141,14 +53,17 @@ class system_runner {
     memory_ = static_cast<T*>(tev_offload_allocate(handle_.get(), static_cast<size_t>(count()) * sizeof(T)));
     if (memory_ == nullptr) throw failed("no memory for the matrix");
     const double busy_before = tev_offload_busy_seconds(handle_.get());
-    for (int i = 0; i < call_.repeat; ++i) factor(result);
+    for (int i = 0; i < call_.repeat; ++i) factor(result, i + 1 == call_.repeat);
     if (result.sink_error.empty()) result.busy_seconds = tev_offload_busy_seconds(handle_.get()) - busy_before;
     std::sort(result.seconds.begin(), result.seconds.end());
     describe(result);
-    if (result.info != 0) return result;
-    if (call_.solves()) solve(result);
-    if (call_.check) judge(result);
-    if (!call_.out.empty() && (!call_.check || result.passed())) keep();
+    if (result.info == 0) {
+      if (call_.solves()) solve(result);
+      if (call_.check) check(result);
+      if (!call_.check || result.passed()) keep();
+    }
+    end_phase();
+    result.phases = std::move(phases_);
     return result;
   }
 
@@ -157,9 +72,26 @@ class system_runner {
   int64_t count() const { return call_.m * call_.n; }
   int64_t lda() const { return std::max<int64_t>(call_.m, 1); }
   bool is_lu() const { return call_.what == task::lu || call_.what == task::solve; }
-  double unit() const { return static_cast<double>(std::numeric_limits<real_of<T>>::epsilon()) / 2; }
-  void tell(const std::string& what) const {
-    if (on_progress_) on_progress_(fmt::format("{}{}: {}", letter_of(call_.type), name_of(call_.what), what));
+
+  void show(const std::string& text) const {
+    if (on_progress_) on_progress_(fmt::format("{}{}: {}", letter_of(call_.type), name_of(call_.what), text));
+  }
+  void begin_phase(const char* name) {
+    end_phase();
+    phases_.push_back({name, clock_seconds(), 0});
+    show(name);
+  }
+  void end_phase() {
+    if (!phases_.empty() && phases_.back().end == 0) phases_.back().end = clock_seconds();
+  }
+
+  // What is left of a factorization is one of the rows and columns that are left.
+  void show_share(int64_t panels, int64_t all) const {
+    const int64_t done = order() * panels / all;
+    const double share = 1 - call_.flop_count(call_.m - done, call_.n - done) / call_.flop_count();
+    const double elapsed = clock_seconds() - phases_.back().begin, total = share > 0 ? elapsed / share : 0;
+    if (total > kLongRun)
+      show(fmt::format("{}, {:.0f} %, {:.0f} s left", phases_.back().name, 100 * share, total - elapsed));
   }
 
   // Both sides must choose the same tier: what the sink is told goes for this process, too.
@@ -170,56 +102,15 @@ class system_runner {
                                          sink.threads,
                                          sink.trust_features,
                                          0,
-                                         0};
+                                         call_.host_threads};
     tev_offload* handle = nullptr;
     if (tev_offload_open(&options, &handle) != TEV_OFFLOAD_OK) throw failed(tev_offload_last_error(nullptr));
     handle_.reset(handle);
-  }
-
-  // ---- Operands
-
-  void load(T* a) const {
-    if (call_.a) return call_.a->read(a);
-    fill_general(a, call_.m, call_.n, call_.seed);
-    if (call_.what != task::cholesky) return;
-    for (int64_t j = 0; j < call_.n; ++j)
-      for (int64_t i = 0; i < call_.n; ++i) {
-        T& x = a[i + j * call_.m];
-        if (i == j)
-          x = T(static_cast<real_of<T>>(2 * call_.n));
-        else if ((i < j) != (call_.uplo == 'U'))
-          x = not_a_number<T>();
-      }
-  }
-
-  dense<T> original() const {
-    dense<T> a(call_.m, call_.n);
-    load(a.elements.data());
-    if (call_.what != task::cholesky) return a;
-    for (int64_t j = 0; j < a.columns; ++j) {
-      a(j, j) = T(std::real(a(j, j)));
-      for (int64_t i = 0; i < j; ++i) {
-        T &upper = a(i, j), &lower = a(j, i);
-        (call_.uplo == 'U' ? lower : upper) = mirrored(call_.uplo == 'U' ? upper : lower);
-      }
-    }
-    return a;
-  }
-
-  static T mirrored(T x) {
-    if constexpr (kIsComplex<T>)
-      return std::conj(x);
-    else
-      return x;
-  }
-
-  dense<T> right_sides() const {
-    dense<T> b(call_.m, call_.right_sides);
-    if (call_.b)
-      call_.b->read(b.elements.data());
-    else
-      fill_general(b.elements.data(), b.rows, b.columns, call_.seed + 1);
-    return b;
+    remove_runtime_name();
+    const auto told = [](void* runner, int64_t done, int64_t panels) {
+      static_cast<const system_runner*>(runner)->show_share(done, panels);
+    };
+    if (on_progress_) tev_offload_set_progress(handle, told, this);
   }
 
   // ---- The work
@@ -231,49 +122,56 @@ class system_runner {
         return routines<T>::potrf(handle_.get(), &call_.uplo, &call_.n, in(memory_), &ld, info);
       case task::qr:
       case task::lstsq:
-        return routines<T>::geqrf(handle_.get(), &call_.m, &call_.n, in(memory_), &ld, in(tau_.data()), info);
+        return routines<T>::geqrf(handle_.get(), &call_.m, &call_.n, in(memory_), &ld, in(found_.tau.data()), info);
       default:
-        return routines<T>::getrf(handle_.get(), &call_.m, &call_.n, in(memory_), &ld, pivots_.data(), info);
+        return routines<T>::getrf(handle_.get(), &call_.m, &call_.n, in(memory_), &ld, found_.pivots.data(), info);
     }
   }
 
-  void factor(system_outcome& result) {
-    tell("preparing the operands");
-    load(memory_);
-    tell(call_.through_sink ? "this process and the sink compute" : "computing");
-    auto start = std::chrono::steady_clock::now();
-    int code = factor_once(&result.info);
+  int prepare_and_factor(const char* name, system_outcome& result, double* seconds) {
+    begin_phase("preparing the operands");
+    load_matrix(call_, memory_);
+    begin_phase(name);
+    const double begin = clock_seconds();
+    const int code = factor_once(&result.info);
+    *seconds = clock_seconds() - begin;
+    return code;
+  }
+
+  void factor(system_outcome& result, bool is_last) {
+    double seconds = 0;
+    if (call_.records && is_last) tev_offload_record(handle_.get(), 1);
+    int code =
+        prepare_and_factor(call_.through_sink ? "this process and the sink compute" : "computing", result, &seconds);
     if (code == TEV_OFFLOAD_ENDED) {  // what is in the memory is half factored
       result.sink_error = tev_offload_last_error(handle_.get());
-      tell("the sink died, this process starts again");
-      load(memory_);
-      start = std::chrono::steady_clock::now();
-      code = factor_once(&result.info);
+      code = prepare_and_factor("the sink died, this process starts again", result, &seconds);
     }
     if (code != TEV_OFFLOAD_OK) throw failed(tev_offload_last_error(handle_.get()));
-    result.seconds.push_back(seconds_since(start));
+    result.seconds.push_back(seconds);
+    if (!call_.records || !is_last) return;
+    size_t spans = 0;
+    const tev_offload_span* const first = tev_offload_recorded(handle_.get(), &spans);
+    result.spans.assign(first, first + spans);
+    tev_offload_record(handle_.get(), 0);
   }
 
   // Growth and condition, from the original and the factors.
   void describe(system_outcome& result) {
-    a_ = dense<T>(call_.m, call_.n);
-    std::copy_n(memory_, count(), a_.elements.data());
-    const dense<T> start = original();
-    norm_ = norm1(start);
+    begin_phase("estimating the condition");
+    found_.factors = dense<T>(call_.m, call_.n);
+    std::copy_n(memory_, count(), found_.factors.elements.data());
+    const dense<T> start = whole_matrix<T>(call_);
     if (is_lu()) result.growth = growth(start);
     if (call_.what == task::lstsq) look_at_diagonal(result);
     if (result.info != 0) result.rcond = is_lu() ? 0 : -1;
     if (result.info != 0 || call_.m != call_.n || !(is_lu() || call_.what == task::cholesky)) return;
-    const auto anorm = static_cast<real_of<T>>(norm_);
+    const auto anorm = static_cast<real_of<T>>(norm1(start));
     real_of<T> rcond = 0;
-    std::vector<T> work(static_cast<size_t>(4 * call_.n));
-    std::vector<std::conditional_t<kIsComplex<T>, real_of<T>, int64_t>> more(static_cast<size_t>(2 * call_.n));
     const int64_t ld = lda();
     int64_t info = 0;
-    if (is_lu())
-      routines<T>::gecon("1", &call_.n, in(memory_), &ld, &anorm, &rcond, in(work.data()), more.data(), &info);
-    else
-      routines<T>::pocon(&call_.uplo, &call_.n, in(memory_), &ld, &anorm, &rcond, in(work.data()), more.data(), &info);
+    const auto condition = is_lu() ? routines<T>::gecon : routines<T>::pocon;
+    condition(handle_.get(), is_lu() ? "1" : &call_.uplo, &call_.n, in(memory_), &ld, &anorm, &rcond, &info);
     result.rcond = static_cast<double>(rcond);
   }
 
@@ -281,7 +179,7 @@ class system_runner {
   void look_at_diagonal(system_outcome& result) const {
     double least = std::numeric_limits<double>::infinity(), largest = 0;
     for (int64_t j = 0; j < call_.n; ++j) {
-      const auto modulus = static_cast<double>(std::abs(a_(j, j)));
+      const auto modulus = static_cast<double>(std::abs(found_.factors(j, j)));
       if (modulus == 0 && result.info == 0) result.info = j + 1;
       least = std::min(least, modulus);
       largest = std::max(largest, modulus);
@@ -294,227 +192,108 @@ class system_runner {
     double in_factor = 0;
     for (int64_t j = 0; j < call_.n; ++j)
       for (int64_t i = 0; i <= std::min(j, call_.m - 1); ++i)
-        in_factor = std::max(in_factor, static_cast<double>(std::abs(a_(i, j))));
+        in_factor = std::max(in_factor, static_cast<double>(std::abs(found_.factors(i, j))));
     return largest > 0 ? in_factor / largest : 0;
   }
 
-  void apply_q(char trans, dense<T>& c) const {
-    const int64_t k = order(), ld = lda(), ldc = c.ld();
-    int64_t lwork = -1, info = 0;
-    T best(0);
-    const auto call = [&](T* work) {
-      routines<T>::ormqr("L", &trans, &c.rows, &c.columns, &k, in(a_.elements.data()), &ld, in(tau_.data()),
-                         in(c.elements.data()), &ldc, in(work), &lwork, &info);
-    };
-    call(&best);
-    lwork = static_cast<int64_t>(std::real(best));
-    std::vector<T> work(static_cast<size_t>(std::max<int64_t>(lwork, 1)));
-    call(work.data());
-  }
-
-  static constexpr char kAdjoint = kIsComplex<T> ? 'C' : 'T';
-
   void solve(system_outcome& result) {
-    tell("solving");
-    const auto start = std::chrono::steady_clock::now();
-    b_ = right_sides();
-    const int64_t ld = lda(), ldb = b_.ld();
+    begin_phase("solving");
+    const double begin = clock_seconds();
+    dense<T> b = right_sides<T>(call_);
+    const int64_t ld = lda(), ldb = b.ld();
     if (call_.what == task::solve) {
       int64_t info = 0;
-      routines<T>::getrs("N", &call_.n, &call_.right_sides, in(memory_), &ld, pivots_.data(), in(b_.elements.data()),
-                         &ldb, &info);
+      const int code = routines<T>::getrs(handle_.get(), "N", &call_.n, &call_.right_sides, in(memory_), &ld,
+                                          found_.pivots.data(), in(b.elements.data()), &ldb, &info);
+      if (code != TEV_OFFLOAD_OK) throw failed(tev_offload_last_error(handle_.get()));
+      found_.solution = std::move(b);
     } else {
       const T one(1);
-      apply_q(kAdjoint, b_);
+      apply_q(kAdjoint<T>, found_.factors, found_.tau, b);
       routines<T>::trsm("L", "U", "N", "N", &call_.n, &call_.right_sides, in(&one), in(memory_), &ld,
-                        in(b_.elements.data()), &ldb);
-      dense<T> x(call_.n, call_.right_sides);
-      for (int64_t j = 0; j < x.columns; ++j) std::copy_n(&b_(0, j), x.rows, &x(0, j));
-      b_ = std::move(x);
+                        in(b.elements.data()), &ldb);
+      found_.solution = dense<T>(call_.n, call_.right_sides);
+      for (int64_t j = 0; j < b.columns; ++j) std::copy_n(&b(0, j), call_.n, &found_.solution(0, j));
     }
-    result.solve_seconds = seconds_since(start);
+    result.solve_seconds = clock_seconds() - begin;
   }
 
-  void keep() const {
-    if (call_.solves())
-      write_npy(call_.out, call_.type, b_.elements.data(), b_.rows, b_.columns);
-    else
-      write_npy(call_.out, call_.type, a_.elements.data(), call_.m, call_.n);
+  void check(system_outcome& result) {
+    begin_phase("the result is checked");
+    result.residuals = judge<T>(call_, found_).residuals();
   }
 
-  // ---- The judgement
+  // ---- What is kept
 
-  void judge(system_outcome& result) const {
-    tell("the result is checked");
-    const dense<T> a = original();
-    const auto add = [&](const char* of, double norm, double scale) {
-      result.residuals.push_back({of, norm == 0 ? 0 : norm / (scale * unit())});
+  void keep() {
+    if (call_.out.empty() && call_.factors.empty()) return;
+    begin_phase("writing");
+    const dense<T>& out = call_.solves() ? found_.solution : found_.factors;
+    if (!call_.out.empty()) write_npy(call_.out, call_.type, out.elements.data(), out.rows, out.columns);
+    if (!call_.factors.empty()) keep_factors();
+  }
+
+  void keep_factors() const {
+    npz_file file(call_.factors);
+    const auto add = [&](const char* name, const dense<T>& a) {
+      file.add(name, call_.type, a.elements.data(), a.rows, a.columns);
     };
-    const auto rows = static_cast<double>(call_.m), columns = static_cast<double>(call_.n);
-    switch (call_.what) {
-      case task::lu:
-        return add("|P A - L U| / (n |A| u)", lu_error(a), columns * norm_);
-      case task::cholesky:
-        return add("|A - L L^H| / (n |A| u)", cholesky_error(a), columns * norm_);
-      case task::qr:
-        add("|R - Q^H A| / (m |A| u)", qr_error(a), rows * norm_);
-        return add("|I - Q^H Q| / (m u)", orthogonality_error(), rows);
-      case task::solve:
-        return add("|b - A x| / (|A| |x| u)", solution_error(a), norm_);
-      case task::lstsq:
-        return add("|(B - A X)^H A| / (max(m, n) |A| |B| u)", least_squares_error(a),
-                   std::max(rows, columns) * norm_ * norm1(right_sides()));
+    if (call_.what == task::cholesky) {
+      const bool upper = call_.uplo == 'U';
+      add(upper ? "U" : "L", triangle_of(found_.factors, call_.n, call_.n, upper, false));
+    } else if (is_lu()) {
+      add("L", triangle_of(found_.factors, call_.m, order(), false, true));
+      add("U", triangle_of(found_.factors, order(), call_.n, true, false));
+      add_pivots(file);
+    } else {
+      add("Q", first_columns_of_q(found_.factors, found_.tau));
+      add("R", triangle_of(found_.factors, order(), call_.n, true, false));
+      file.add("tau", call_.type, found_.tau.data(), order());
     }
+    file.commit();
   }
 
-  double lu_error(dense<T> a) const {
-    const int64_t k = order(), ld = a.ld(), first = 1, step = 1;
-    routines<T>::laswp(&a.columns, in(a.elements.data()), &ld, &first, &k, pivots_.data(), &step);
-    add_product(T(-1), 'N', triangle_of(a_, call_.m, k, false, true), 'N', triangle_of(a_, k, call_.n, true, false), a);
-    return norm1(a);
+  // Rows from 0: row i changed places with row piv[i], and so row perm[i] came to i.
+  void add_pivots(npz_file& file) const {
+    std::vector<int64_t> pivots = found_.pivots, rows(static_cast<size_t>(call_.m));
+    for (int64_t& pivot : pivots) --pivot;
+    for (size_t i = 0; i < rows.size(); ++i) rows[i] = static_cast<int64_t>(i);
+    for (size_t i = 0; i < pivots.size(); ++i) std::swap(rows[i], rows[static_cast<size_t>(pivots[i])]);
+    file.add("piv", pivots);
+    file.add("perm", rows);
   }
 
-  double cholesky_error(dense<T> a) const {
-    const bool upper = call_.uplo == 'U';
-    const dense<T> factor = triangle_of(a_, call_.n, call_.n, upper, false);
-    add_product(T(-1), upper ? kAdjoint : 'N', factor, upper ? 'N' : kAdjoint, factor, a);
-    return norm1(a);
-  }
-
-  double qr_error(dense<T> a) const {
-    apply_q(kAdjoint, a);
-    for (int64_t j = 0; j < a.columns; ++j)
-      for (int64_t i = 0; i <= std::min(j, a.rows - 1); ++i) a(i, j) -= a_(i, j);
-    return norm1(a);
-  }
-
-  double orthogonality_error() const {
-    dense<T> q(call_.m, order()), product(order(), order());
-    for (int64_t j = 0; j < order(); ++j) q(j, j) = product(j, j) = T(1);
-    apply_q('N', q);
-    add_product(T(-1), kAdjoint, q, 'N', q, product);
-    return norm1(product);
-  }
-
-  double solution_error(const dense<T>& a) const {
-    dense<T> b = right_sides();
-    add_product(T(-1), 'N', a, 'N', b_, b);
-    double worst = 0;
-    for (int64_t j = 0; j < b.columns; ++j) {
-      const double error = column_sum(&b(0, j), b.rows);
-      worst = larger(worst, error == 0 ? 0 : error / column_sum(&b_(0, j), b_.rows));
-    }
-    return worst;
-  }
-
-  double least_squares_error(const dense<T>& a) const {
-    dense<T> b = right_sides(), product(call_.right_sides, call_.n);
-    add_product(T(-1), 'N', a, 'N', b_, b);
-    add_product(T(1), kAdjoint, b, 'N', a, product);
-    return norm1(product);
-  }
+  static constexpr double kLongRun = 2;  // seconds
 
   const system_call& call_;
   const progress& on_progress_;
   std::unique_ptr<tev_offload, handle_deleter> handle_;
   T* memory_ = nullptr;  // the matrix where the sink sees it, then its factors
-  std::vector<int64_t> pivots_;
-  std::vector<T> tau_;
-  dense<T> a_, b_;  // the factors once more; the right-hand sides, then the solution
-  double norm_ = 0;
+  found<T> found_;
+  std::vector<phase> phases_;
 };
-
-void reject_meaningless(const call_request& r, task what) {
-  const bool solves = what == task::solve || what == task::lstsq,
-             square = what == task::cholesky || what == task::solve;
-  const struct {
-    const char* option;
-    bool given, has_meaning;
-  } rows[] = {{"--transa", !r.transa.empty(), false}, {"--transb", !r.transb.empty(), false},
-              {"--side", !r.side.empty(), false},     {"--diag", !r.diag.empty(), false},
-              {"--direct", !r.direct.empty(), false}, {"--storev", !r.storev.empty(), false},
-              {"--alpha", !r.alpha.empty(), false},   {"--beta", !r.beta.empty(), false},
-              {"--c", !r.c.empty(), false},           {"-k", r.k.has_value(), false},
-              {"-m", r.m.has_value(), !square},       {"--uplo", !r.uplo.empty(), what == task::cholesky},
-              {"--b", !r.b.empty(), solves},          {"--rhs", r.right_sides.has_value(), solves && r.b.empty()}};
-  for (const auto& row : rows)
-    if (row.given && !row.has_meaning)
-      throw bad_input(fmt::format("{}: has no meaning for {}", row.option, name_of(what)));
-}
-
-void check_shapes(const system_call& c) {
-  const std::string a = c.a ? c.a->path() : "A";
-  if ((c.what == task::cholesky || c.what == task::solve) && c.m != c.n)
-    throw bad_input(fmt::format("{}: is {} x {}, but {} needs a square matrix", a, c.m, c.n, name_of(c.what)));
-  if (c.what == task::lstsq && c.m < c.n)
-    throw bad_input(fmt::format("{}: is {} x {}, but lstsq needs at least as many rows as columns", a, c.m, c.n));
-  if (c.b && c.b->rows() != c.m)
-    throw bad_input(fmt::format("{}: has {} rows, but {} has {}", c.b->path(), c.b->rows(), a, c.m));
-  if (c.b && c.b->type() != c.type)
-    throw bad_input(
-        fmt::format("{}: holds {}, but {} holds {}", c.b->path(), type_name(c.b->type()), a, type_name(c.type)));
-}
-
-void check_memory(const system_call& c) {
-  const double matrix =
-      static_cast<double>(c.m) * static_cast<double>(c.n) * static_cast<double>(element_bytes(c.type));
-  const double needed = matrix * (c.check ? 5 : 3), available = available_bytes();
-  if (needed > available)
-    throw bad_input(fmt::format("{} {} x {}: needs {:.3g} GB of memory, but {:.3g} GB are available", name_of(c.what),
-                                c.m, c.n, needed / 1e9, available / 1e9));
-}
 
 }  // namespace
 
-const char* name_of(task what) { return kNames[static_cast<int>(what)]; }
-
-std::optional<task> task_named(const std::string& text) {
-  const auto* place = std::find(std::begin(kNames), std::end(kNames), text);
-  if (place == std::end(kNames)) return std::nullopt;
-  return static_cast<task>(place - std::begin(kNames));
-}
-
-system_call resolve_system(const call_request& request) {
-  system_call c = {};
-  c.what = *task_named(request.operation);
-  reject_meaningless(request, c.what);
-  c.through_sink = request.where.empty() || request.where == "sink";
-  if (!c.through_sink && request.where != "here")
-    throw bad_input(fmt::format("--where '{}': must be sink or here", request.where));
-  c.uplo = request.uplo.empty() ? 'L' : parse_letter("--uplo", request.uplo, "UL");
-  if (!request.out.empty()) replacement_target(request.out);
-  if (request.a.empty() != request.b.empty() && c.solves())
-    throw bad_input(fmt::format("{}: is missing; A and B come from files, or none", request.a.empty() ? "--a" : "--b"));
-  if (!request.a.empty()) c.a.emplace(request.a);
-  if (!request.b.empty()) c.b.emplace(request.b);
-  c.type = request.precision.empty() ? (c.a ? c.a->type() : precision::d) : parse_precision(request.precision);
-  if (c.a && c.a->type() != c.type)
-    throw bad_input(
-        fmt::format("--precision {}: but {} holds {}", request.precision, request.a, type_name(c.a->type())));
-  c.n = c.a ? c.a->columns() : request.n.value_or(kDefaultOrder);
-  c.m = c.a ? c.a->rows() : request.m.value_or(c.n);
-  if (c.a && (request.n.value_or(c.n) != c.n || request.m.value_or(c.m) != c.m))
-    throw bad_input(fmt::format("-m, -n: but {} is {} x {}", request.a, c.m, c.n));
-  c.right_sides = !c.solves() ? 0 : c.b ? c.b->columns() : request.right_sides.value_or(1);
-  check_shapes(c);
-  c.out = request.out;
-  c.seed = request.seed;
-  c.check = request.check;
-  c.repeat = request.repeat;
-  check_memory(c);
-  return c;
-}
-
-double system_call::flop_count() const {
-  const double rows = static_cast<double>(m), columns = static_cast<double>(n), k = std::min(rows, columns);
-  const double lu = rows * columns * k - (rows + columns) * k * k / 2 + k * k * k / 3;  // pairs
-  const bool is_qr = what == task::qr || what == task::lstsq;
-  const double pairs = what == task::cholesky ? k * k * k / 6 : is_qr ? 2 * lu : lu;
-  return 2 * pairs * (is_complex(type) ? 4 : 1);
-}
-
 bool system_outcome::passed() const {
   return std::all_of(residuals.begin(), residuals.end(), [](const residual& r) { return r.value < kLargestResidual; });
+}
+
+time_shares shares_of(const std::vector<tev_offload_span>& spans) {
+  double first = std::numeric_limits<double>::infinity(), last = -first, panels = 0, updates = 0, sink = 0;
+  int32_t threads = 1;
+  for (const tev_offload_span& s : spans) {
+    if (s.thread < 0) {
+      sink += s.end - s.begin;
+      continue;
+    }
+    first = std::min(first, s.begin), last = std::max(last, s.end);
+    threads = std::max(threads, s.thread + 1);
+    if (s.kind == TEV_OFFLOAD_PANEL) panels += s.end - s.begin;
+    if (s.kind == TEV_OFFLOAD_UPDATE) updates += s.end - s.begin;
+  }
+  if (spans.empty() || !(last > first)) return {};
+  return {panels / (last - first), updates / threads / (last - first), sink / (last - first)};
 }
 
 system_outcome run_system(const system_call& c, const sink_settings& sink, const progress& on_progress) {

@@ -12,47 +12,27 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "host/call.h"
-#include "host/kinds.h"
-#include "host/npy.h"
 #include "host/offload.h"
 #include "host/sink_client.h"
+#include "host/system_call.h"
+#include "tev/offload.h"
 
 namespace tev::host {
-
-enum class task { lu, cholesky, qr, solve, lstsq };
-
-const char* name_of(task what);
-std::optional<task> task_named(const std::string& text);
-
-struct system_call {
-  task what;
-  precision type;
-  bool through_sink;
-  char uplo;                     // cholesky
-  int64_t m, n, right_sides;     // right_sides: 0 where there are none
-  std::optional<npy_file> a, b;  // none: generated from the seed
-  std::string out;               // X, or the factors; empty: not kept
-  uint64_t seed;
-  bool check;
-  int repeat;
-
-  bool solves() const { return what == task::solve || what == task::lstsq; }
-  double flop_count() const;
-};
-
-// Opens the files, too. Throws a bad_input() that names what is wrong.
-system_call resolve_system(const call_request& request);
 
 struct residual {
   std::string of;
   double value;
 };
 inline constexpr double kLargestResidual = 30;
+
+// What the program did from `begin` to `end`, seconds of CLOCK_MONOTONIC.
+struct phase {
+  std::string name;
+  double begin, end;
+};
 
 struct system_outcome {
   std::vector<double> seconds;  // of each repetition's factorization, ascending
@@ -64,6 +44,8 @@ struct system_outcome {
   double rcond;  // reciprocal condition, in the 1-norm; lstsq: the least element of R's diagonal over the
                  // largest, which is no smaller; negative when it is not known
   std::vector<residual> residuals;
+  std::vector<phase> phases;
+  std::vector<tev_offload_span> spans;  // of the last repetition's factorization, where the call records
 
   double best() const { return seconds.front(); }
   bool passed() const;
@@ -73,6 +55,13 @@ struct system_outcome {
 
 // A result that does not pass the check, or does not exist, is not kept.
 system_outcome run_system(const system_call& c, const sink_settings& sink, const progress& on_progress);
+
+// Of the time of a recorded factorization: the calling thread in panels, this process's threads in updates, the sink.
+// Zeros where nothing was recorded.
+struct time_shares {
+  double panels, updates, sink;
+};
+time_shares shares_of(const std::vector<tev_offload_span>& spans);
 
 // The system is so near to a singular one that the type cannot tell them apart.
 bool is_singular_to_precision(const system_call& c, const system_outcome& o);

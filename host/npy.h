@@ -53,6 +53,10 @@ class npy_file {
   npy_header header_;
 };
 
+// What a file begins with: `shape` is what stands between the parentheses.
+const char* npy_code(precision type);
+std::string npy_start(const char* code, const std::string& shape);
+
 // Whole, or not at all (host/replacement_file.h).
 void write_npy(const std::string& path, precision type, const void* elements, int64_t rows, int64_t columns);
 

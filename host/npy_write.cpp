@@ -10,10 +10,15 @@ namespace {
 
 constexpr size_t kAlignment = 64;  // NumPy starts the data at a multiple of this
 
-std::string make_header(precision type, int64_t rows, int64_t columns) {
+}  // namespace
+
+const char* npy_code(precision type) {
   constexpr const char* kCodes[] = {"<f4", "<f8", "<c8", "<c16"};
-  std::string text = fmt::format("{{'descr': '{}', 'fortran_order': True, 'shape': ({}, {}), }}",
-                                 kCodes[static_cast<int>(type)], rows, columns);
+  return kCodes[static_cast<int>(type)];
+}
+
+std::string npy_start(const char* code, const std::string& shape) {
+  std::string text = fmt::format("{{'descr': '{}', 'fortran_order': True, 'shape': ({}), }}", code, shape);
   text.resize((10 + text.size() + kAlignment) / kAlignment * kAlignment - 11, ' ');
   text += '\n';
   std::string header("\x93NUMPY\x01\x00", 8);
@@ -22,11 +27,9 @@ std::string make_header(precision type, int64_t rows, int64_t columns) {
   return header + text;
 }
 
-}  // namespace
-
 void write_npy(const std::string& path, precision type, const void* elements, int64_t rows, int64_t columns) {
   replacement_file file(path);
-  const std::string header = make_header(type, rows, columns);
+  const std::string header = npy_start(npy_code(type), fmt::format("{}, {}", rows, columns));
   file.write(header.data(), static_cast<int64_t>(header.size()));
   file.write(elements, rows * columns * element_bytes(type));
   file.commit();

@@ -52,10 +52,14 @@ constexpr char kRunFooter[] =
     "  larfb    C := op(H) C, --side R: C op(H)  op by --transa; H of k reflectors, --direct, --storev\n"
     "  laswp    rows 1 to k of an m x n matrix are exchanged with their pivots\n"
     "  lu_step  laswp on [B; C], then L X = B with k rows and C := C - A X with m - k\n"
-    "Whole factorizations; this process takes one thread's share, the sink the rest; --where here: no sink:\n"
+    "Whole factorizations; the sink takes its share, --where here: no sink:\n"
     "  lu        A = P L U, m x n               cholesky  A = L L^H, or U^H U with --uplo U; of order n\n"
     "  qr        A = Q R, m x n                 --out writes the factors as LAPACK leaves them\n"
     "  solve     A X = B by lu, A of order n    lstsq     least |A x - b| by qr, m >= n;  --out writes X\n"
+    "--factors writes the arrays L, U, perm and piv, where A[perm] is L U and piv counts from 0; L or U; or Q, R and "
+    "tau.\n"
+    "Processors are divided: --host-threads of this process (1), --threads of the sink (the others).\n"
+    "--trace writes the steps of both sides in the trace-event format, for ui.perfetto.dev.\n"
     "--check prints the scaled residuals by which the reference LAPACK's test programs judge.\n\n"
     "Matrices come from a seed, or all of them from NumPy's .npy files (float32, float64, complex64 or complex128 in\n"
     "either storage and byte order), which then tell precision and sizes. The result is written in Fortran order, at\n"
@@ -74,7 +78,10 @@ constexpr char kRunFooter[] =
 constexpr char kBenchFooter[] =
     "Square problems, one row for each size: the best time of all repetitions, the speed it means, and the share of "
     "all\n"
-    "repetitions' time that the sink was busy (the rest is sending and waking).\n\n"
+    "repetitions' time that the sink was busy (the rest is sending and waking). Of whole factorizations also the "
+    "shares\n"
+    "of the last repetition's time that went into panels, on this process's first thread, and into updates, on all of\n"
+    "its threads.\n\n"
     "Examples:\n"
     "  tev-offload bench\n"
     "  tev-offload bench --op trsm --precision z --sizes 256,512,1000 --repeat 5\n"
@@ -138,6 +145,15 @@ CLI::App* add_info(CLI::App* app, command_line* line) {
   return info;
 }
 
+// Of whole factorizations.
+void add_place(CLI::App* app, call_request* call) {
+  app->add_option("--where", call->where, "sink or here: where a whole factorization runs; default: sink")
+      ->type_name("PLACE");
+  add_number(app, "--host-threads", &call->host_threads,
+             "Threads of this process in a whole factorization; default: 1, with --where here one for each processor",
+             1, kMostThreads);
+}
+
 CLI::App* add_run(CLI::App* app, command_line* line) {
   call_request& call = line->call;
   CLI::App* run = app->add_subcommand("run", "One call, timed and checked")->footer(kRunFooter);
@@ -151,8 +167,11 @@ CLI::App* add_run(CLI::App* app, command_line* line) {
   run->add_option("--side", call.side, "L or R: the side of A; not gemm; default: L")->type_name("LETTER");
   run->add_option("--uplo", call.uplo, "U or L: the triangle of A; not gemm; default: U")->type_name("LETTER");
   run->add_option("--diag", call.diag, "N, or U: ones; trmm and trsm; default: N")->type_name("LETTER");
-  run->add_option("--where", call.where, "sink or here: where a whole factorization runs; default: sink")
-      ->type_name("PLACE");
+  add_place(run, &call);
+  run->add_option("--factors", call.factors, "Write the factors of a whole factorization to this file")
+      ->type_name("FILE.npz");
+  run->add_option("--trace", call.trace, "Write what ran when in a whole factorization to this file")
+      ->type_name("FILE.json");
   add_size(run, "--rhs", &call.right_sides, "Generated right-hand sides of solve and lstsq; default: 1");
   run->add_option("--direct", call.direct, "F or B: first or last reflector first; larfb; default: F")
       ->type_name("LETTER");
@@ -176,8 +195,7 @@ CLI::App* add_bench(CLI::App* app, command_line* line) {
   CLI::App* bench = app->add_subcommand("bench", "A table over sizes")->footer(kBenchFooter);
   bench->add_option("--op", line->call.operation, "As for run; default: gemm")->type_name("OP");
   bench->add_option("--precision", line->call.precision, "s, d, c or z; default: d")->type_name("P");
-  bench->add_option("--where", line->call.where, "sink or here: where whole factorizations run; default: sink")
-      ->type_name("PLACE");
+  add_place(bench, &line->call);
   bench->add_option("--sizes", line->sizes, "Sizes and ranges FIRST:LAST:STEP; default: 256,512,1000")
       ->type_name("LIST");
   add_number(bench, "--repeat", &line->call.repeat, "Repetitions of each size; default: 3", 1, kMostRepetitions);

@@ -12,6 +12,7 @@
 #include "host/tool/output.h"
 #include "host/tool/progress_line.h"
 #include "host/tool/report.h"
+#include "host/tool/timeline.h"
 
 namespace tev::host::tool {
 namespace {
@@ -31,7 +32,9 @@ double busy_share(const system_outcome& o) {
 std::string text_of(const system_call& c, const system_outcome& o) {
   std::string text = fmt::format("{}{}  {} x {}", letter_of(c.type), name_of(c.what), c.m, c.n);
   if (c.solves()) text += fmt::format(", {} right-hand side{}", c.right_sides, c.right_sides == 1 ? "" : "s");
-  text += o.used_sink() ? ", with a sink\n" : ", in this process\n";
+  text += o.used_sink()                            ? ", with a sink\n"
+          : c.through_sink && o.sink_error.empty() ? ", in this process: too small for a sink\n"
+                                                   : ", in this process\n";
   text += fmt::format("time   {}", seconds_text(o.best()));
   if (c.repeat > 1) text += " at best";
   if (c.solves()) text += fmt::format(" to factor, {} to solve", seconds_text(o.solve_seconds));
@@ -42,12 +45,15 @@ std::string text_of(const system_call& c, const system_outcome& o) {
   for (const residual& r : o.residuals)
     text += fmt::format("check  {}: {} = {:.3g}, must be below {:g}\n",
                         r.value < kLargestResidual ? "passed" : "FAILED", r.of, r.value, kLargestResidual);
-  if (!c.out.empty() && o.info == 0 && o.passed()) text += fmt::format("saved  {}\n", c.out);
+  for (const std::string* file : {&c.out, &c.factors})
+    if (!file->empty() && o.info == 0 && o.passed()) text += fmt::format("saved  {}\n", *file);
+  if (!c.trace.empty()) text += fmt::format("trace  {}, for ui.perfetto.dev\n", c.trace);
   return text;
 }
 
 json json_of(const system_call& c, const system_outcome& o) {
   json residuals = json::object();
+  const time_shares shares = shares_of(o.spans);
   for (const residual& r : o.residuals) residuals[r.of] = r.value;
   return {{"operation", name_of(c.what)},
           {"precision", std::string(1, letter_of(c.type))},
@@ -60,6 +66,8 @@ json json_of(const system_call& c, const system_outcome& o) {
           {"seconds_solve", c.solves() ? json(o.solve_seconds) : json()},
           {"gflops", gflops(c, o)},
           {"busy_share", busy_share(o)},
+          {"panel_share", shares.panels > 0 ? json(shares.panels) : json()},
+          {"update_share", shares.panels > 0 ? json(shares.updates) : json()},
           {"info", o.info},
           {"growth", o.growth > 0 ? json(o.growth) : json()},
           {"rcond", o.rcond >= 0 ? json(o.rcond) : json()},
@@ -67,7 +75,17 @@ json json_of(const system_call& c, const system_outcome& o) {
           {"passed", c.check && o.info == 0 ? json(o.passed()) : json()}};
 }
 
+// Nothing is known of the steps where a small matrix is not divided.
+std::string table_row(const system_call& c, const system_outcome& o) {
+  const time_shares shares = shares_of(o.spans);
+  const auto percent = [](double share) { return share > 0 ? fmt::format("{:.1f}", 100 * share) : "-"; };
+  return fmt::format("{:>6}  {:>11.4g}  {:>10.4g}  {:>8}  {:>8}  {:>8}\n", c.n, o.best(), gflops(c, o),
+                     percent(shares.panels), percent(shares.updates), percent(busy_share(o)));
+}
+
 sink_settings settings_for(const command_line& line) {
+  if (line.call.where == "here" && line.sink.threads > 0)
+    throw bad_input("--threads: are the sink's, and there is none; --host-threads are this process's");
   if (!line.sink.pin.empty()) throw bad_input("--pin: has no meaning for whole factorizations");
   return resolve(line.sink);
 }
@@ -95,6 +113,7 @@ int run_system(const command_line& line) {
   progress_line shown;
   const system_outcome o = host::run_system(c, settings_for(line), [&](const std::string& text) { shown.show(text); });
   shown.clear();
+  if (!c.trace.empty()) write_timeline(c.trace, o);
   put(line.json ? json_of(c, o).dump(2) + "\n" : text_of(c, o));
   warn(c, o);
   reject(c, o);
@@ -103,11 +122,13 @@ int run_system(const command_line& line) {
 
 int bench_systems(const command_line& line) {
   call_request request = line.call;
+  request.records = true;
   const sink_settings settings = settings_for(line);
   progress_line shown;
   json rows = json::array();
   if (!line.json)
-    put(fmt::format("{}, best of {}\n  size      seconds     GFLOP/s    busy %\n", request.operation, request.repeat));
+    put(fmt::format("{}, best of {}\n  size      seconds     GFLOP/s   panel %  update %    busy %\n",
+                    request.operation, request.repeat));
   for (const int64_t size : parse_sizes("--sizes", line.sizes)) {
     request.n = size;
     const system_call c = resolve_system(request);
@@ -118,7 +139,7 @@ int bench_systems(const command_line& line) {
     if (line.json)
       rows.push_back(json_of(c, o));
     else
-      put(fmt::format("{:>6}  {:>11.4g}  {:>10.4g}  {:>8.1f}\n", size, o.best(), gflops(c, o), 100 * busy_share(o)));
+      put(table_row(c, o));
   }
   if (line.json) put(json({{"rows", rows}}).dump(2) + "\n");
   return 0;

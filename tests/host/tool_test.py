@@ -15,6 +15,7 @@ import sys
 import tempfile
 import time
 import unittest
+import zipfile
 
 import numpy as np
 
@@ -358,8 +359,7 @@ class Systems(ToolTest):
                                          "--json")
                     report = json.loads(done.stdout)
                     self.assertTrue(report["passed"] and report["residuals"], report)
-                    if where == "sink" and (task, letter) != ("cholesky", "c"):
-                        self.assertGreater(report["busy_share"], 0)
+                    self.assertEqual(report["busy_share"] > 0, where == "sink")
 
     def test_solutions_and_factors_agree_with_numpy(self):
         rng = np.random.default_rng(8)
@@ -376,6 +376,58 @@ class Systems(ToolTest):
             error = np.abs(result - expected).max() / np.abs(expected).max()
             self.assertLess(error, 100 * np.finfo(float).eps * np.linalg.cond(matrix), task)
             self.assertTrue((np.load(self.folder / "a.npy") == matrix).all())
+
+    def test_factors_are_what_numpy_users_expect(self):
+        rng = np.random.default_rng(10)
+        wide = rng.uniform(-1, 1, (40, 60)) + 1j * rng.uniform(-1, 1, (40, 60))
+        products = {"lu": (wide, lambda f: (wide[f["perm"]], f["L"] @ f["U"])),
+                    "qr": (wide.T, lambda f: (wide.T, f["Q"] @ f["R"])),
+                    "cholesky": (wide @ wide.conj().T, lambda f: (wide @ wide.conj().T, f["L"] @ f["L"].conj().T))}
+        for task, (matrix, product) in products.items():
+            path = self.folder / "factors.npz"
+            self.run_tool("run", task, "--a", self.save("a.npy", matrix), "--factors", path)
+            self.assertIsNone(zipfile.ZipFile(path).testzip())
+            factors = dict(np.load(path))
+            np.testing.assert_allclose(*product(factors), rtol=1e-12, atol=1e-12)
+            if task == "lu":
+                rows = np.arange(40)
+                for i, j in enumerate(factors["piv"]):
+                    rows[[i, j]] = rows[[j, i]]
+                self.assertTrue((rows == factors["perm"]).all())
+
+    def test_trace_has_what_both_sides_did(self):
+        path = self.folder / "trace.json"
+        self.run_tool("run", "solve", "-n", 640, "--host-threads", 2, "--threads", 1, "--trace", path, "--check")
+        events = json.loads(path.read_text())["traceEvents"]
+        named = {(e["pid"], e["tid"]) for e in events if e["name"] == "thread_name"}
+        tracks = {}
+        for event in events:
+            if event["ph"] == "X":
+                self.assertIn((event["pid"], event["tid"]), named)
+                self.assertGreaterEqual(event["dur"], 0)
+                tracks.setdefault((event["pid"], event["tid"]), []).append(event)
+        for track in tracks.values():  # one thing after the other
+            track.sort(key=lambda e: e["ts"])
+            for before, after in zip(track, track[1:]):
+                self.assertLessEqual(before["ts"] + before["dur"], after["ts"] + 0.01, (before, after))
+        phases = {e["name"]: e for e in tracks[1, 0]}
+        computing = phases["this process and the sink compute"]
+        self.assertIn("solving", phases)
+        for track, (first, *_, last) in tracks.items():
+            if track != (1, 0):
+                self.assertLessEqual(computing["ts"], first["ts"], track)
+                self.assertLessEqual(last["ts"] + last["dur"], computing["ts"] + computing["dur"] + 1000, track)
+        self.assertEqual({e["cat"] for e in tracks[2, 1]}, {"update"})
+        self.assertEqual([e["name"] for e in tracks[1, 1] if e["cat"] == "panel"], [f"panel {i}" for i in range(10)])
+
+    def test_tables_have_shares(self):
+        for where, threads in (("sink", 1), ("here", 2)):
+            small, large = json.loads(self.run_tool("bench", "--op", "lu", "--where", where, "--host-threads", threads,
+                                                    "--sizes", "100,600", "--json").stdout)["rows"]
+            self.assertEqual((small["where"], large["where"]), ("here", where))
+            self.assertIsNone(small["panel_share"])
+            self.assertTrue(0 < large["panel_share"] < 1 and 0 < large["update_share"] < 1, large)
+        self.assertIn("too small for a sink", self.run_tool("run", "qr", "-n", 100).stdout)
 
     def test_singular_matrices_are_told(self):
         a = np.random.default_rng(9).uniform(-1, 1, (30, 30))
@@ -401,7 +453,8 @@ class Systems(ToolTest):
                                     ("--b: is missing", "solve", "--a", wide), ("--uplo", "lu", "--uplo", "U"),
                                     ("--where 'there'", "lu", "--where", "there"), ("--rhs", "qr", "--rhs", "2"),
                                     ("--rhs", "gemm", "--rhs", "2"), ("--pin", "lu", "--pin", "1"),
-                                    ("memory", "lu", "-n", "99999999")):
+                                    ("--threads", "lu", "--where", "here", "--threads", "2"),
+                                    ("--trace", "gemm", "--trace", "t.json"), ("memory", "lu", "-n", "99999999")):
             self.assert_refused(culprit, "run", *arguments)
 
     def test_a_sink_that_dies_is_made_up_for(self):
@@ -448,6 +501,22 @@ class Death(ToolTest):
         tool.stdout.close()
         os.close(ours)
         wait_for(lambda: not os.path.exists(f"/proc/{sink}"), 5)
+
+
+    def test_an_interrupted_factorization_leaves_nothing(self):
+        for where in ("sink", "here"):
+            ours, theirs = pty.openpty()
+            tool = subprocess.Popen(command("run", "lu", "-n", 600, "--repeat", 1000000, "--where", where, "--out",
+                                            self.folder / "out.npy"), stdout=subprocess.DEVNULL, stderr=theirs)
+            self.addCleanup(tool.kill)
+            os.close(theirs)
+            while b"compu" not in os.read(ours, 200):
+                pass
+            tool.send_signal(signal.SIGINT)
+            self.assertEqual(tool.wait(10), -signal.SIGINT)
+            os.close(ours)
+            self.assertEqual([name for name in os.listdir("/dev/shm") if str(tool.pid) in name], [])
+            self.assertEqual(os.listdir(self.folder), [])
 
 
 if __name__ == "__main__":
