@@ -43,7 +43,9 @@ extern "C" {
 
 TEV_EXPORT int CBLAS_CallFromC = 0, RowMajorStrg = 0;
 
-void tevblas_set_num_threads(int n) { library().domain_set_num_threads(n, TEV_DOMAIN_BLAS); }
+void tevblas_set_num_threads(int n) {
+  tev::shim::program_has_chosen(library().domain_set_num_threads(n, TEV_DOMAIN_BLAS) != 0 && n > 0);
+}
 int tevblas_get_num_threads(void) { return tev::shim::current_threads(); }
 const char* tevblas_get_tier(void) { return tier_name(library().cpu_detect()); }
 const char* tevblas_get_version(void) { return TEV_VERSION; }

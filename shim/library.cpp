@@ -14,6 +14,7 @@
 
 #include "shim/other_runtimes.h"
 #include "shim/settings.h"
+#include "shim/thread_limit.h"
 #include "shim/trace.h"
 
 namespace tev::shim {
@@ -145,6 +146,7 @@ const functions& open_library() {
   if (first) {  // not under the lock: the library, too, waits for forks when its OpenMP runtime starts
     table.domain_get_max_threads(TEV_DOMAIN_BLAS);
     remove_runtime_name();
+    share_with_other_ranks();
   }
   return table;
 }

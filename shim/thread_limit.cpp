@@ -6,6 +6,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <atomic>
 
 #include "shim/library.h"
 #include "shim/other_runtimes.h"
@@ -24,9 +25,12 @@ struct own_limit {
 };
 constinit thread_local own_limit own = {};
 
-int32_t usable_processors() {
+constinit std::atomic<int32_t> share_of_rank = kMostTried;  // processors
+constinit std::atomic<bool> chosen_by_program = false;
+
+int32_t usable_processors(pid_t process = 0) {
   cpu_set_t set;
-  return sched_getaffinity(0, sizeof set, &set) == 0 ? CPU_COUNT(&set) : kMostTried;
+  return sched_getaffinity(process, sizeof set, &set) == 0 ? CPU_COUNT(&set) : kMostTried;
 }
 
 void* pass_gate(void* gate) {
@@ -58,6 +62,8 @@ int32_t permitted(int32_t most) {
     remove_runtime_name();  // a child's runtime has started anew
     own = {.process = process, .asked_for = 1, .threads = 1};
   }
+  if (!chosen_by_program.load(std::memory_order_relaxed))
+    most = std::min(most, share_of_rank.load(std::memory_order_relaxed));
   if (most > 1 && in_region_of_another_runtime()) return 1;
   if (most > own.asked_for) {
     const int32_t useful = std::min({most, usable_processors(), kMostTried});
@@ -68,6 +74,21 @@ int32_t permitted(int32_t most) {
 }
 
 }  // namespace
+
+// Ranks that are bound to processors of their own have no more than this share anyway. What they share is what the
+// first process may use: the machine's processors, or the container's.
+void share_with_other_ranks() {
+  const functions& f = library();
+  const int32_t ranks = f.mpi_get_ppn();
+  if (ranks < 1) return;
+  const int32_t before = f.domain_get_max_threads(TEV_DOMAIN_BLAS);
+  f.mpi_safe(1);                                                    // from now on as without a launcher
+  if (f.domain_get_max_threads(TEV_DOMAIN_BLAS) == before) return;  // a count that somebody chose
+  constexpr pid_t kFirstProcess = 1;
+  share_of_rank.store(std::max(usable_processors(kFirstProcess) / ranks, 1), std::memory_order_relaxed);
+}
+
+void program_has_chosen(bool chosen) { chosen_by_program.store(chosen, std::memory_order_relaxed); }
 
 int32_t current_threads() { return permitted(library().domain_get_max_threads(TEV_DOMAIN_BLAS)); }
 

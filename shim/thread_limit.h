@@ -21,6 +21,13 @@ class thread_limit {
   int32_t before_ = 0;
 };
 
+// For the first call of a process: where an MPI launcher has started several ranks on this machine and nobody has
+// chosen a count, a call has at most this rank's share. The library by itself would take one thread.
+void share_with_other_ranks();
+
+// Whether the program itself says how many threads it wants: then nothing is shared.
+void program_has_chosen(bool chosen);
+
 // Threads of a call that this thread makes now.
 int32_t current_threads();
 

@@ -4,12 +4,14 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <fstream>
 #include <string>
@@ -25,6 +27,7 @@ using dgemm = void(const char*, const char*, const int*, const int*, const int*,
                    const int*, const double*, const int*, const double*, double*, const int*);
 
 constexpr int kNobody = 65534, kRegion = 4;
+constexpr size_t kSmallStack = 64 << 10;
 const tev::test::environment kTwoThreads = {{"OMP_NUM_THREADS", "2"}};
 
 dgemm* open_library(void** handle = nullptr) {
@@ -69,13 +72,55 @@ int first_false(std::initializer_list<bool> conditions) {
   return found == conditions.end() ? 0 : 1 + static_cast<int>(found - conditions.begin());
 }
 
+// Threads of a call in a process with these settings, also after its program asked for `chosen`, if it did.
+int threads_of_a_call(const tev::test::environment& settings, int chosen = 0) {
+  return in_child(settings,
+                  [chosen] {
+                    void* library;
+                    if (!computes(open_library(&library), 3)) return 0;
+                    const auto get = reinterpret_cast<int (*)()>(dlsym(library, "tevblas_get_num_threads"));
+                    if (chosen == 0) return get();
+                    get();
+                    reinterpret_cast<void (*)(int)>(dlsym(library, "tevblas_set_num_threads"))(chosen);
+                    return get();
+                  })
+      .status;
+}
+
+// Ranks of an MPI job that are not bound to processors share them, unless somebody has chosen a count.
+TEST(Threads, UnboundRanksShareTheProcessors) {
+  const int alone = threads_of_a_call({}), two = std::min(alone, 2);
+  constexpr std::pair kOne = {"OMPI_COMM_WORLD_LOCAL_SIZE", "1"}, kMany = {"OMPI_COMM_WORLD_LOCAL_SIZE", "9999"};
+  EXPECT_EQ(threads_of_a_call({kOne}), alone);
+  EXPECT_EQ(threads_of_a_call({kMany}), 1);
+  EXPECT_EQ(threads_of_a_call({kMany, {"OMP_NUM_THREADS", "2"}}), two);
+  EXPECT_EQ(threads_of_a_call({kMany}, 2), two);
+}
+
 TEST(Process, LoadingStartsNothing) {
   const auto child = in_child(kTwoThreads, [] {
     dgemm* const function = open_library();
     const bool quiet = threads() == 1 && !is_mapped("libtev.so.0") && !is_mapped("libomp");
     const bool computed = computes(function, 3);
     return first_false({quiet, computed, is_mapped("libtev.so.0"), dlsym(RTLD_DEFAULT, "omp_in_parallel") == nullptr,
-                        !has_runtime_name(getpid())});
+                        !has_runtime_name(getpid()), wait(nullptr) < 0 && errno == ECHILD});
+  });
+  EXPECT_EQ(child.status, 0) << child.err;
+}
+
+// As daemons start, and as threads of servers are made.
+TEST(Process, ComputesWithoutDescriptorsOnASmallStack) {
+  const auto child = in_child(kTwoThreads, [] {
+    static dgemm* const function = open_library();
+    if (close_range(0, ~0U, 0) != 0) return 1;
+    pthread_attr_t small;
+    pthread_attr_init(&small);
+    pthread_attr_setstacksize(&small, kSmallStack);
+    static bool right = false;
+    const auto compute = [](void*) -> void* { return (right = computes(function, 300), nullptr); };
+    pthread_t thread;
+    if (pthread_create(&thread, &small, compute, nullptr) != 0 || pthread_join(thread, nullptr) != 0) return 2;
+    return right && computes(function, 300) ? 0 : 3;
   });
   EXPECT_EQ(child.status, 0) << child.err;
 }
