@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "factorizations/steps.h"
+#include "tests/support/own_threads.h"
 #include "tests/support/strided.h"
 #include "tests/support/wide.h"
 #include "tev/service.h"
@@ -28,12 +29,6 @@ c_element_t<T>* at(const matrix<T>& a) {
 // Real routines have integers for extra work, complex ones real numbers.
 template <class T>
 using extra_work = std::vector<std::conditional_t<kIsComplex<T>, real_part_t<T>, int64_t>>;
-
-struct own_threads {
-  explicit own_threads(int32_t n) : before(tev_serv_set_num_threads_local(n)) {}
-  ~own_threads() { tev_serv_set_num_threads_local(before); }
-  int32_t before;
-};
 
 template <class T>
 matrix<T> random_matrix(int64_t rows, int64_t columns, engine& random, values kind = values::fractions) {

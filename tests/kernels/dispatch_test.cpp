@@ -15,11 +15,8 @@
 
 #include "kernels/dispatch/dispatch.h"
 #include "tests/support/in_child.h"
-#include "tests/support/tier_list.h"
+#include "tests/support/tier_kernels.h"
 #include "tev/service.h"
-
-#define TEV_DECLARE(tier) extern "C" tev::kernels::ker0_fn<double> tev_blas_##tier##_dgemm_ker0;
-TEV_EACH_TIER(TEV_DECLARE)
 
 namespace tev::test {
 namespace {
@@ -28,9 +25,10 @@ namespace {
 std::string bound_tier() {
   const int64_t size = 100;
   const auto kernel = tev_blas_dgemm_get_optimal_kernel(&size, &size, &size);
-#define TEV_NAME(tier) \
-  if (kernel == tev_blas_##tier##_dgemm_ker0) return #tier;
-  TEV_EACH_TIER(TEV_NAME)
+  for (const std::string& tier : tiers_with<double>("?gemm_ker0")) {
+    kernels::ker0_fn<double>* const named = find_kernel(tier, "?gemm_ker0", 'd');
+    if (kernel == named) return tier;
+  }
   kernels::strategy plan = {};
   const kernels::thread_info full_copy = {0};
   tev_blas_dgemm_map_thread_to_kernel(&full_copy, &plan);

@@ -9,7 +9,6 @@
 //   Team                 threads that run already share a product
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -19,11 +18,10 @@
 
 #include "blas_threading/team/barrier.h"
 #include "kernels/records.h"
-#include "tests/support/guarded.h"
-#include "tests/support/tier_list.h"
+#include "tests/support/described.h"
+#include "tests/support/judge.h"
+#include "tests/support/tier_kernels.h"
 #include "tev/service.h"
-
-#define TEV_EACH_FRAMEWORK_TIER(row) row(avx2) row(avx512) row(avx512_zel)
 
 namespace tev::test {
 namespace {
@@ -35,161 +33,62 @@ bool memory_is_short = false;
 void* allocate_unless_short(size_t size) { return memory_is_short ? nullptr : std::malloc(size); }
 const bool kInstalled = (i_malloc = allocate_unless_short) != nullptr;
 
-template <class T>
-struct framework {
-  std::string tier;
+struct numbers {
+  const char* tier;
   int64_t mr, nr, t1, t2, kc, mc, nc;
-  gemm_fn<T>* gemm;
-  gemm_team_fn<T>* team;
-  void (*initialize_strategy)(strategy*);
-  map_thread_to_kernel_fn* map;
-  initialize_kernel_info_fn<T>* initialize_info;
-  initialize_buffers_fn* initialize_buffers;
-  copy_fn<T>*copyan, *copyat, *copyac, *copybn, *copybt, *copybc;
-  ker0_fn<T>* ker0;
-  driver_fn<T>*full, *a_copied, *in_place;
 };
+// By precision: s d c z.
+constexpr numbers kNumbers[][3] = {{{"avx2", 24, 4, 256, 384, 192, 10008, 384},
+                                    {"avx512", 48, 8, 384, 768, 384, 9984, 384},
+                                    {"avx512_zel", 16, 28, 336, 672, 336, 9888, 224}},
+                                   {{"avx2", 12, 4, 256, 384, 192, 5004, 192},
+                                    {"avx512", 24, 8, 384, 768, 384, 4992, 192},
+                                    {"avx512_zel", 8, 28, 336, 672, 336, 4992, 112}},
+                                   {{"avx2", 12, 2, 256, 384, 192, 5004, 192},
+                                    {"avx512", 24, 4, 384, 768, 384, 4992, 192},
+                                    {"avx512_zel", 8, 14, 336, 672, 336, 4992, 112}},
+                                   {{"avx2", 6, 2, 256, 384, 192, 2502, 96},
+                                    {"avx512", 12, 4, 384, 768, 384, 2496, 96},
+                                    {"avx512_zel", 4, 14, 336, 672, 336, 2496, 56}}};
 
-#define TEV_DECLARE(tier, p, T)                                                                                      \
-  extern "C" gemm_fn<T> tev_blas_##tier##_x##p##gemm;                                                                \
-  extern "C" gemm_team_fn<T> tev_blas_##tier##_x##p##gemm_internal_team;                                             \
-  extern "C" void tev_blas_##tier##_##p##gemm_initialize_strategy(strategy*);                                        \
-  extern "C" map_thread_to_kernel_fn tev_blas_##tier##_##p##gemm_map_thread_to_kernel;                               \
-  extern "C" initialize_kernel_info_fn<T> tev_blas_##tier##_##p##gemm_initialize_kernel_info;                        \
-  extern "C" initialize_buffers_fn tev_blas_##tier##_##p##gemm_initialize_buffers;                                   \
-  extern "C" copy_fn<T> tev_blas_##tier##_##p##gemm_copyan, tev_blas_##tier##_##p##gemm_copyat;                      \
-  extern "C" copy_fn<T> tev_blas_##tier##_##p##gemm_copyac, tev_blas_##tier##_##p##gemm_copybn;                      \
-  extern "C" copy_fn<T> tev_blas_##tier##_##p##gemm_copybt, tev_blas_##tier##_##p##gemm_copybc;                      \
-  extern "C" ker0_fn<T> tev_blas_##tier##_##p##gemm_ker0;                                                            \
-  extern "C" driver_fn<T> tev_blas_##tier##_##p##_generic_fullacopybcopy, tev_blas_##tier##_x##p##gemm_acopiedbcopy, \
-      tev_blas_##tier##_x##p##gemm_nocopy_driver;
-#define TEV_DECLARE_TIER(tier)       \
-  TEV_DECLARE(tier, s, float)        \
-  TEV_DECLARE(tier, d, double)       \
-  TEV_DECLARE(tier, c, tev_complex8) \
-  TEV_DECLARE(tier, z, tev_complex16)
-TEV_EACH_FRAMEWORK_TIER(TEV_DECLARE_TIER)
+template <class T>
+struct framework : numbers {
+  using E = c_element_t<T>;
+  explicit framework(const numbers& row) : numbers(row) {}
+  kernel_address named(const char* name) const { return find_kernel(tier, name, kLetter<T>); }
+  gemm_team_fn<E>* team = named("x?gemm_internal_team");
+  void (*initialize_strategy)(strategy*) = named("?gemm_initialize_strategy");
+  map_thread_to_kernel_fn* map = named("?gemm_map_thread_to_kernel");
+  initialize_kernel_info_fn<E>* initialize_info = named("?gemm_initialize_kernel_info");
+  initialize_buffers_fn* initialize_buffers = named("?gemm_initialize_buffers");
 
-#define TEV_ROW(tier, p, ...)                                                                                       \
-  {                                                                                                                 \
-#tier, __VA_ARGS__, tev_blas_##tier##_x##p##gemm, tev_blas_##tier##_x##p##gemm_internal_team,                   \
-        tev_blas_##tier##_##p##gemm_initialize_strategy, tev_blas_##tier##_##p##gemm_map_thread_to_kernel,          \
-        tev_blas_##tier##_##p##gemm_initialize_kernel_info, tev_blas_##tier##_##p##gemm_initialize_buffers,         \
-        tev_blas_##tier##_##p##gemm_copyan, tev_blas_##tier##_##p##gemm_copyat, tev_blas_##tier##_##p##gemm_copyac, \
-        tev_blas_##tier##_##p##gemm_copybn, tev_blas_##tier##_##p##gemm_copybt, tev_blas_##tier##_##p##gemm_copybc, \
-        tev_blas_##tier##_##p##gemm_ker0, tev_blas_##tier##_##p##_generic_fullacopybcopy,                           \
-        tev_blas_##tier##_x##p##gemm_acopiedbcopy, tev_blas_##tier##_x##p##gemm_nocopy_driver                       \
+  static std::vector<framework> tiers() {
+    std::vector<framework> all;
+    for (const numbers& row : kNumbers[std::string("sdcz").find(kLetter<T>)])
+      if (processor_runs(row.tier)) all.emplace_back(row);
+    return all;
   }
-
-template <class T>
-struct precision;
-#define TEV_PRECISION(T, ...)                                                        \
-  template <>                                                                        \
-  struct precision<T> {                                                              \
-    static std::vector<framework<T>> tiers() {                                       \
-      std::vector<framework<T>> all = {__VA_ARGS__};                                 \
-      std::erase_if(all, [](const auto& row) { return !processor_runs(row.tier); }); \
-      return all;                                                                    \
-    }                                                                                \
-  };
-//                                            mr  nr   t1   t2   kc     mc   nc
-TEV_PRECISION(float, TEV_ROW(avx2, s, 24, 4, 256, 384, 192, 10008, 384),
-              TEV_ROW(avx512, s, 48, 8, 384, 768, 384, 9984, 384),
-              TEV_ROW(avx512_zel, s, 16, 28, 336, 672, 336, 9888, 224))
-TEV_PRECISION(double, TEV_ROW(avx2, d, 12, 4, 256, 384, 192, 5004, 192),
-              TEV_ROW(avx512, d, 24, 8, 384, 768, 384, 4992, 192),
-              TEV_ROW(avx512_zel, d, 8, 28, 336, 672, 336, 4992, 112))
-TEV_PRECISION(tev_complex8, TEV_ROW(avx2, c, 12, 2, 256, 384, 192, 5004, 192),
-              TEV_ROW(avx512, c, 24, 4, 384, 768, 384, 4992, 192),
-              TEV_ROW(avx512_zel, c, 8, 14, 336, 672, 336, 4992, 112))
-TEV_PRECISION(tev_complex16, TEV_ROW(avx2, z, 6, 2, 256, 384, 192, 2502, 96),
-              TEV_ROW(avx512, z, 12, 4, 384, 768, 384, 2496, 96),
-              TEV_ROW(avx512_zel, z, 4, 14, 336, 672, 336, 2496, 56))
-
-// ---- Elements: whole numbers, as pairs -----------------------------------------------------------------------------
-
-template <class T>
-constexpr bool kComplex = sizeof(T) == 2 * alignof(T);
+};
 
 template <class T>
 T element(int re, int im) {
-  if constexpr (kComplex<T>)
-    return {static_cast<decltype(T{}.real)>(re), static_cast<decltype(T{}.real)>(im)};
+  if constexpr (kIsComplex<T>)
+    return {static_cast<real_part_t<T>>(re), static_cast<real_part_t<T>>(im)};
   else
     return static_cast<T>(re);
 }
+
 template <class T>
-std::pair<double, double> parts(T x) {
-  if constexpr (kComplex<T>)
-    return {x.real, x.imag};
-  else
-    return {x, 0};
-}
-template <class T>
-T times(T x, T y, bool conjugated) {
-  const auto [a, b] = parts(x);
-  const auto [c, d] = parts(y);
-  const double e = conjugated ? -d : d;
-  return element<T>(static_cast<int>(a * c - b * e), static_cast<int>(a * e + b * c));
-}
-template <class T>
-T plus(T x, T y) {
-  return element<T>(static_cast<int>(parts(x).first + parts(y).first),
-                    static_cast<int>(parts(x).second + parts(y).second));
+auto in(const T* x) {
+  return reinterpret_cast<const c_element_t<T>*>(x);
 }
 
 template <class T>
-struct array : guarded_array<T> {
-  int64_t ld;
-  array(int64_t rows, int64_t columns) : guarded_array<T>(rows * columns), ld(rows) {
-    for (int64_t i = 0; i < rows * columns; ++i)
-      this->data()[i] = element<T>(static_cast<int>(i * 7 % 11) - 5, static_cast<int>(i * 5 % 7) - 3);
-  }
-  T& operator()(int64_t i, int64_t j) const { return this->data()[i + j * ld]; }
-};
-
-template <class T>
-operand describe(const array<T>& x, char trans, int64_t rows, int64_t columns) {
-  const int32_t mode = trans == 'N' ? kCopyPlain : trans == 'T' ? kCopyTrans : kCopyConjTrans;
-  return {x.data(), rows, columns,   x.ld, 0,
-          0,        rows, sizeof(T), mode, trans == 'N' ? getPointer_notrans : getPointer_trans};
+blas_case<T> whole_case(operation op, const std::string& options, int64_t m, int64_t n, int64_t k) {
+  engine random(7);
+  return {problem_of(op, options, m, n, k, element<T>(2, 1), in_place(op) ? T(0) : element<T>(-1, 1)), random,
+          op == operation::trsm ? values::fractions : values::whole};
 }
-
-// A product C := alpha op(A) op(B) + beta C and its result.
-template <class T>
-struct product {
-  array<T> a, b, c, expected;
-  operation<T> op = {};
-
-  product(char ta, char tb, int64_t m, int64_t n, int64_t k)
-      : a(ta == 'N' ? m : k, ta == 'N' ? k : m), b(tb == 'N' ? k : n, tb == 'N' ? n : k), c(m, n), expected(m, n) {
-    op.op_a = ta == 'N' ? kNoTrans : ta == 'T' ? kTrans : kConjTrans;
-    op.op_b = tb == 'N' ? kNoTrans : tb == 'T' ? kTrans : kConjTrans;
-    op.alpha = element<T>(2, 1);
-    op.beta = element<T>(-1, 1);
-    op.m = m, op.n = n, op.k = k;
-    op.a = describe(a, ta, m, k);
-    op.b = describe(b, tb, k, n);
-    op.c = describe(c, 'N', m, n);
-    compute();
-  }
-  // Again, when a test has changed the operands.
-  void compute() {
-    for (int64_t j = 0; j < op.n; ++j)
-      for (int64_t i = 0; i < op.m; ++i) {
-        T sum{};
-        for (int64_t p = 0; p < op.k; ++p) {
-          const T x = op.op_a == kNoTrans ? a(i, p) : a(p, i), y = op.op_b == kNoTrans ? b(p, j) : b(j, p);
-          sum = plus(sum, times(times(op.alpha, x, op.op_a == kConjTrans), y, op.op_b == kConjTrans));
-        }
-        expected(i, j) = plus(sum, times(op.beta, c(i, j), false));
-      }
-  }
-  void expect_done(const std::string& what) const {
-    for (int64_t i = 0; i < op.m * op.n; ++i)
-      ASSERT_EQ(parts(c.data()[i]), parts(expected.data()[i])) << what << ' ' << i % op.m << ' ' << i / op.m;
-  }
-};
 
 operand extents(int64_t rows, int64_t columns) {
   operand x = {};
@@ -213,12 +112,12 @@ buffers blocks_of(const framework<T>& f, int64_t m, int64_t n, int64_t k, int32_
 
 template <class T>
 class Framework : public testing::Test {};
-using precisions = testing::Types<float, double, tev_complex8, tev_complex16>;
+using precisions = testing::Types<float, double, std::complex<float>, std::complex<double>>;
 TYPED_TEST_SUITE(Framework, precisions);
 
 TYPED_TEST(Framework, StrategyByMode) {
-  for (const auto& f : precision<TypeParam>::tiers()) {
-    const int32_t kNoCopyOrFull = kComplex<TypeParam> ? kFullCopy : kNoCopy;
+  for (const auto& f : framework<TypeParam>::tiers()) {
+    const int32_t kNoCopyOrFull = kIsComplex<TypeParam> ? kFullCopy : kNoCopy;
     const std::pair<int32_t, int32_t> kModes[] = {{0, kFullCopy},      {1, kACopied},  {2, kFullCopy},
                                                   {3, kPartitioned32}, {4, kFullCopy}, {5, kNoCopyOrFull},
                                                   {-1, kFullCopy}};
@@ -238,7 +137,7 @@ TYPED_TEST(Framework, StrategyByMode) {
         s.mr = 1;
         EXPECT_EQ(s.check(&s), 0);
         EXPECT_EQ(s.mr, f.mr);
-      } else if (f.tier == "avx2" && sizeof(TypeParam) == 8) {
+      } else if (f.tier == std::string("avx2") && sizeof(TypeParam) == 8) {
         EXPECT_EQ(s.mr, 8);
         EXPECT_EQ(s.nr, 6);
       }
@@ -248,7 +147,7 @@ TYPED_TEST(Framework, StrategyByMode) {
 
 TYPED_TEST(Framework, Blocks) {
   const auto up = [](int64_t x, int64_t step) { return (x + step - 1) / step * step; };
-  for (const auto& f : precision<TypeParam>::tiers()) {
+  for (const auto& f : framework<TypeParam>::tiers()) {
     const std::pair<int64_t, int64_t> kDepths[] = {
         {1, 128},     {127, 128},  {129, 129}, {f.t1, f.t1}, {f.t1 + 1, (f.t1 + 1) / 2}, {f.t2 - 1, (f.t2 - 1) / 2},
         {f.t2, f.kc}, {5000, f.kc}};
@@ -270,7 +169,7 @@ TYPED_TEST(Framework, Blocks) {
 }
 
 TYPED_TEST(Framework, Buffers) {
-  for (const auto& f : precision<TypeParam>::tiers()) {
+  for (const auto& f : framework<TypeParam>::tiers()) {
     const auto offset_in = [](void* address, uintptr_t boundary) {
       return reinterpret_cast<uintptr_t>(address) % boundary;
     };
@@ -332,254 +231,177 @@ int64_t strip_of(int64_t s, int64_t extent, int64_t strip, int64_t& height) {
 
 TYPED_TEST(Framework, Layout) {
   using T = TypeParam;
-  for (const auto& f : precision<T>::tiers()) {
-    const struct {
-      copy_fn<T>* copy;
-      bool of_a, walks_rows, conjugates;
-    } kCopies[] = {{f.copyan, true, false, false},      {f.copyat, true, true, false},
-                   {f.copyac, true, true, kComplex<T>}, {f.copybn, false, true, false},
-                   {f.copybt, false, false, false},     {f.copybc, false, false, kComplex<T>}};
+  constexpr struct {
+    const char* name;
+    bool of_a, walks_rows, conjugates;
+  } kCopies[] = {{"?gemm_copyan", true, false, false},  {"?gemm_copyat", true, true, false},
+                 {"?gemm_copyac", true, true, true},    {"?gemm_copybn", false, true, false},
+                 {"?gemm_copybt", false, false, false}, {"?gemm_copybc", false, false, true}};
+  engine random(3);
+  for (const auto& f : framework<T>::tiers())
     for (const auto& c : kCopies)
       for (const T scalar : {element<T>(1, 0), element<T>(2, -1)}) {
         const int64_t strip = c.of_a ? f.mr : f.nr, across = 3 * strip - 1, depth = 37;
-        const array<T> source(c.walks_rows ? depth : across, c.walks_rows ? across : depth);
-        const array<T> panel(across, depth);
-        const operand x = describe(source, 'N', c.of_a ? across : depth, c.of_a ? depth : across);
+        matrix<T> source(c.walks_rows ? depth : across, c.walks_rows ? across : depth);
+        source.fill(random, values::whole);
+        const guarded_array<T> panel(across * depth);
+        const operand x =
+            make_operand(kNoTrans, in(source.data()), c.of_a ? across : depth, c.of_a ? depth : across, source.ld());
         packed target = {panel.data(), 0, 0};
-        c.copy(&x, &target, &scalar);
+        copy_fn<c_element_t<T>>* const copy = f.named(c.name);
+        copy(&x, &target, in(&scalar));
         EXPECT_EQ(target.depth, depth);
         EXPECT_EQ(target.width, across);
         for (int64_t s = 0; s < across; ++s)
           for (int64_t p = 0; p < depth; ++p) {
             int64_t height = 0;
             const int64_t start = strip_of(s, across, strip, height);
-            const T expected = times(scalar, c.walks_rows ? source(p, s) : source(s, p), c.conjugates);
-            ASSERT_EQ(parts(panel.data()[start * depth + p * height + s - start]), parts(expected))
-                << f.tier << " copy " << &c - kCopies << " at " << s << ' ' << p;
+            T from = c.walks_rows ? source(p, s) : source(s, p);
+            if constexpr (kIsComplex<T>)
+              if (c.conjugates) from = std::conj(from);
+            ASSERT_EQ(panel.data()[start * depth + p * height + s - start], scalar * from)
+                << f.tier << c.name << " at " << s << ' ' << p;
           }
       }
-  }
 }
 
 TYPED_TEST(Framework, KernelAndClassesOfBeta) {
   using T = TypeParam;
-  for (const auto& f : precision<T>::tiers()) {
-    const int64_t m = 3 * f.mr - 1, n = 2 * f.nr - 1, k = 61;
-    for (const int beta : {0, 1, -2}) {
-      const product<T> p('N', 'N', m, n, k);
-      const array<T> a_panel(m, k), b_panel(n, k);
+  using E = c_element_t<T>;
+  for (const auto& f : framework<T>::tiers())
+    for (const T beta : {T(0), T(1), T(-2), nan_element<T>()}) {
+      engine random(5);
+      const int64_t m = 3 * f.mr - 1, n = 2 * f.nr - 1, k = 61;
+      const blas_case<T> x(problem_of(operation::gemm, "NN", m, n, k, element<T>(2, 1), beta), random, values::whole);
+      const guarded_array<T> a_panel(m * k), b_panel(n * k);
+      const matrix<T> result = x.start();
+      const auto op = described(x.p, result);
       packed to_a = {a_panel.data(), 0, 0}, to_b = {b_panel.data(), 0, 0};
-      const T one = element<T>(1, 0), factor = element<T>(beta, 0);
-      f.copyan(&p.op.a, &to_a, &one);
-      f.copybn(&p.op.b, &to_b, &p.op.alpha);
-      const array<T> before(m, n);
-      if (beta == 0)
-        for (int64_t i = 0; i < m * n; ++i) std::fill_n(reinterpret_cast<char*>(p.c.data() + i), sizeof(T), '\xff');
-      f.ker0(&k, a_panel.data(), b_panel.data(), &factor, &p.op.c);
-      for (int64_t j = 0; j < n; ++j)
-        for (int64_t i = 0; i < m; ++i) {
-          const T sum = plus(p.expected(i, j), times(element<T>(1, -1), before(i, j), false));
-          ASSERT_EQ(parts(p.c(i, j)), parts(plus(sum, times(factor, before(i, j), false))))
-              << f.tier << ' ' << i << ' ' << j;
-        }
-      T not_a_number;
-      std::fill_n(reinterpret_cast<char*>(&not_a_number), sizeof(T), '\xff');
-      f.ker0(&k, a_panel.data(), b_panel.data(), &not_a_number, &p.op.c);
-      for (const T x : {p.c(0, 0), p.c(m - 1, n - 1)}) EXPECT_TRUE(std::isnan(parts(x).first));
+      const T one(1);
+      copy_fn<E>*const copy_a = f.named("?gemm_copyan"), *const copy_b = f.named("?gemm_copybn");
+      ker0_fn<E>* const ker0 = f.named("?gemm_ker0");
+      copy_a(&op.a, &to_a, in(&one));
+      copy_b(&op.b, &to_b, &op.alpha);
+      ker0(&k, in(a_panel.data()), in(b_panel.data()), &op.beta, &op.c);
+      EXPECT_TRUE(is_right(x, result, true)) << f.tier;
     }
+}
+
+// Computes a case by the routines of the kernel information, where `code` (0: what the tier says) is the strategy; with
+// kACopied A is packed by the caller, in a panel that outlives several products.
+template <class T>
+void expect_driver_computes(const framework<T>& f, const blas_case<T>& x, int32_t code = 0, bool is_short = false) {
+  SCOPED_TRACE(testing::Message() << f.tier << ", strategy " << code << (is_short ? ", short" : ""));
+  const matrix<T> result = x.start();
+  const auto op = described(x.p, result);
+  strategy s;
+  kernel_info<c_element_t<T>> info;
+  buffers buf;
+  f.initialize_strategy(&s);
+  s.strategy_code = code;
+  EXPECT_EQ(0, f.initialize_info(&op, &op.a, &op.b, &op.c, &s, &info));
+  EXPECT_EQ(info.element_size, static_cast<int64_t>(sizeof(T)));
+  EXPECT_TRUE(x.p.op != operation::gemm || (info.plan.mr == f.mr && info.pst_m > 0 && info.pst_n > 0));
+  tev_serv_free_buffers();
+  const guarded_array<T> a_panel(op.m * op.k);
+  if (code == kACopied) {
+    f.initialize_buffers(&op.a, &op.b, &info.plan, &buf);
+    ASSERT_EQ(buf.get(&buf), 0);
+    packed to = {buf.a.data = a_panel.data(), 0, 0};
+    const T one(1);
+    info.copy_a(&op.a, &to, in(&one));
   }
+  memory_is_short = is_short;
+  const int32_t status = info.driver(&op, &op.a, &op.b, &op.c, &buf, &info);
+  if (x.p.op == operation::gemm) EXPECT_EQ(status, is_short ? 2 : 0);
+  if (status == 2) EXPECT_EQ(0, info.fallback(&op, &op.a, &op.b, &op.c, &buf, &info));
+  memory_is_short = false;
+  if (code == kACopied) buf.free(&buf);
+  EXPECT_TRUE(is_right(x, result, x.p.op != operation::trsm));
+  if (x.p.op != operation::syrk) return;
+  const T zero(0);
+  info.mscale(&op.c, in(&zero));
+  blas_case<T> cleared = x;
+  cleared.p.alpha = cleared.p.beta = zero;
+  EXPECT_TRUE(is_right(cleared, result, true));
 }
 
 TYPED_TEST(Framework, DriversOfTheKernelInformation) {
   using T = TypeParam;
-  for (const auto& f : precision<T>::tiers())
-    for (const char ta : {'N', 'T', 'C'})
-      for (const char tb : {'N', 'T', 'C'}) {
-        strategy s;
-        kernel_info<T> info;
-        buffers buf;
-        f.initialize_strategy(&s);
-        for (const bool is_short : {false, true}) {
-          product<T> p(ta, tb, 197, 75, 31);  // large enough for panels to pay
-          EXPECT_EQ(0, f.initialize_info(&p.op, &p.op.a, &p.op.b, &p.op.c, &s, &info));
-          EXPECT_EQ(info.element_size, static_cast<int64_t>(sizeof(T)));
-          EXPECT_EQ(info.plan.mr, f.mr);
-          EXPECT_TRUE(info.pst_m > 0 && info.pst_n > 0);
-          tev_serv_free_buffers();
-          memory_is_short = is_short;
-          const int32_t status = info.driver(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info);
-          memory_is_short = false;
-          EXPECT_EQ(status, is_short ? 2 : 0);
-          if (is_short) EXPECT_EQ(0, info.fallback(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info));
-          p.expect_done(f.tier + " driver " + ta + tb);
-        }
-        // A packed by the caller, in a panel that outlives several products.
-        product<T> p(ta, tb, 2 * f.mr + 1, f.nr + 1, 100);
-        s.strategy_code = kACopied;
-        f.initialize_info(&p.op, &p.op.a, &p.op.b, &p.op.c, &s, &info);
-        f.initialize_buffers(&p.op.a, &p.op.b, &info.plan, &buf);
-        ASSERT_EQ(buf.get(&buf), 0);
-        const array<T> a_panel(p.op.m, p.op.k);
-        packed to = {buf.a.data = a_panel.data(), 0, 0};
-        const T one = element<T>(1, 0);
-        info.copy_a(&p.op.a, &to, &one);
-        EXPECT_EQ(info.driver(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info), 0);
-        p.expect_done(f.tier + " A copied");
-        buf.free(&buf);
-      }
-}
-
-// Computes an operation by the routines of its kernel information.
-template <class T>
-kernel_info<T> compute_by_driver(const framework<T>& f, product<T>& p, int32_t code,
-                                 int32_t strategy_code = kFullCopy) {
-  strategy s;
-  kernel_info<T> info;
-  buffers buf;
-  p.op.code = code;
-  f.initialize_strategy(&s);
-  if (code == kOpSyrk) s.strategy_code = strategy_code;
-  f.initialize_info(&p.op, &p.op.a, &p.op.b, &p.op.c, &s, &info);
-  const array<T> a_panel(p.op.m, p.op.k);
-  if (s.strategy_code == kACopied) {
-    f.initialize_buffers(&p.op.a, &p.op.b, &info.plan, &buf);
-    EXPECT_EQ(buf.get(&buf), 0);
-    packed to = {buf.a.data = a_panel.data(), 0, 0};
-    const T one = element<T>(1, 0);
-    info.copy_a(&p.op.a, &to, &one);
-  }
-  if (info.driver(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info) == 2)
-    EXPECT_EQ(0, info.fallback(&p.op, &p.op.a, &p.op.b, &p.op.c, &buf, &info));
-  if (s.strategy_code == kACopied) buf.free(&buf);
-  return info;
-}
-
-// Leaves the triangle that an operand does not store unreadable; before that, `fill` says what it stands for.
-template <class T, class Fill>
-void store_one_triangle(array<T>& x, bool upper, const Fill& fill, bool forget) {
-  for (int64_t j = 0; j < x.ld; ++j)
-    for (int64_t i = 0; i < x.ld; ++i)
-      if (i != j && (i < j) != upper) {
-        if (forget)
-          std::fill_n(reinterpret_cast<char*>(&x(i, j)), sizeof(T), '\xff');
-        else
-          x(i, j) = fill(x(j, i));
-      }
+  for (const auto& f : framework<T>::tiers())
+    for (const char* letters : {"NN", "NT", "NC", "TN", "TT", "TC", "CN", "CT", "CC"}) {
+      for (const bool is_short : {false, true})  // large enough for panels to pay
+        expect_driver_computes(f, whole_case<T>(operation::gemm, letters, 197, 75, 31), 0, is_short);
+      expect_driver_computes(f, whole_case<T>(operation::gemm, letters, 2 * f.mr + 1, f.nr + 1, 100), kACopied);
+    }
 }
 
 TYPED_TEST(Framework, OtherOperationsOfTheKernelInformation) {
   using T = TypeParam;
-  for (const auto& f : precision<T>::tiers())
-    for (const bool upper : {false, true})
-      for (const bool right : {false, true}) {
-        const std::string what = f.tier + (upper ? " upper" : " lower") + (right ? " right" : " left");
-        const int32_t triangle = upper ? kCopyUpper : kCopyLower;
+  for (const auto& f : framework<T>::tiers())
+    for (const char side : {'L', 'R'})
+      for (const char uplo : {'U', 'L'}) {
+        const bool left = side == 'L';
         for (const int64_t order : {f.mr + f.nr + 3, int64_t{400}})  // more than one panel of k
-          for (const bool is_short : {false, true}) {
-            product<T> p('N', 'N', right ? 3 : order, right ? order : 3, order);
-            array<T>& symmetric = right ? p.b : p.a;
-            const auto mirrored = [](T x) { return x; };
-            store_one_triangle(symmetric, upper, mirrored, false);
-            p.compute();
-            store_one_triangle(symmetric, upper, mirrored, true);
-            p.op.from_right = right;
-            (right ? p.op.b : p.op.a).copy_mode |= triangle;
-            tev_serv_free_buffers();
-            memory_is_short = is_short;
-            compute_by_driver(f, p, kOpSymm);
-            memory_is_short = false;
-            p.expect_done(what + " symm");
-          }
-        for (const int32_t strategy_code : {kFullCopy, kACopied, kNoCopy}) {
-          product<T> rank_k(right ? 'T' : 'N', right ? 'N' : 'T', f.mr + 70, f.mr + 70, 30);
-          const array<T> before(f.mr + 70, f.mr + 70);
-          rank_k.op.c.copy_mode = kCopyPlain | triangle;
-          const kernel_info<T> info = compute_by_driver(f, rank_k, kOpSyrk, strategy_code);
-          const auto in_triangle = [&](const auto& body) {
-            for (int64_t i = 0; i < rank_k.op.n; ++i)
-              for (int64_t j = 0; j < rank_k.op.n; ++j) body(i, j, (i < j) == upper || i == j);
-          };
-          in_triangle([&](int64_t i, int64_t j, bool inside) {
-            if (!inside) rank_k.expected(i, j) = before(i, j);
-          });
-          rank_k.expect_done(what + " syrk by strategy " + std::to_string(strategy_code));
-          const T zero{};
-          info.mscale(&rank_k.op.c, &zero);
-          in_triangle([&](int64_t i, int64_t j, bool inside) {
-            if (inside) rank_k.expected(i, j) = zero;
-          });
-          rank_k.expect_done(what + " scaled triangle");
-        }
-        // There and back again, in place: on the stack, in one block, in several.
-        const struct {
+          for (const bool is_short : {false, true})
+            expect_driver_computes(
+                f, whole_case<T>(operation::symm, {side, uplo}, left ? order : 3, left ? 3 : order, 0), 0, is_short);
+        for (const int32_t code : {kFullCopy, kACopied, kNoCopy})
+          expect_driver_computes(f, whole_case<T>(operation::syrk, {uplo, left ? 'N' : 'T'}, 0, f.mr + 70, 30), code);
+        // On the stack, in one block, in several.
+        constexpr struct {
           int64_t order, places;
           bool is_short;
         } kTriangles[] = {{19, 5, false}, {75, 33, false}, {75, 33, true}, {260, 17, false}};
-        for (const auto [order, places, is_short] : kTriangles)
-          for (const int32_t diagonal : {kCopyUnit, kCopyNonUnit}) {
-            product<T> p('N', 'N', right ? places : order, right ? order : places, order);
-            array<T>&full = right ? p.a : p.b, &triangular = right ? p.b : p.a;
-            for (int64_t j = 0; j < order; ++j)
-              for (int64_t i = 0; i < order; ++i)
-                if (i == j || (i + 7 * j) % 16 != 0) triangular(i, j) = element<T>(i == j, 0);
-            const auto zero = [](T) { return T{}; };
-            store_one_triangle(triangular, upper, zero, false);
-            p.op.alpha = element<T>(1, 0), p.op.beta = T{};
-            p.compute();
-            store_one_triangle(triangular, upper, zero, true);
-            for (int64_t i = 0; i < p.op.m * p.op.n; ++i) p.c.data()[i] = full.data()[i];
-            p.op.from_right = right;
-            (right ? p.op.b : p.op.a).copy_mode |= triangle | diagonal;
-            tev_serv_free_buffers();
-            memory_is_short = is_short;
-            compute_by_driver(f, p, kOpTrmm);
-            p.expect_done(what + " trmm");
-            for (int64_t i = 0; i < p.op.m * p.op.n; ++i) p.expected.data()[i] = full.data()[i];
-            compute_by_driver(f, p, kOpTrsm);
-            memory_is_short = false;
-            p.expect_done(what + " trsm");
-          }
+        for (const auto& [order, places, is_short] : kTriangles)
+          for (const char diag : {'U', 'N'})
+            for (const operation op : {operation::trmm, operation::trsm})
+              expect_driver_computes(f,
+                                     whole_case<T>(op, {side, uplo, "NTC"[order % 3], diag}, left ? order : places,
+                                                   left ? places : order, 0),
+                                     0, is_short);
       }
 }
 
 TYPED_TEST(Framework, SequentialProductWhenMemoryIsShort) {
   using T = TypeParam;
-  for (const auto& f : precision<T>::tiers()) {
-    product<T> p('N', 'T', 200, 90, 60);
+  for (const auto& f : framework<T>::tiers()) {
+    const blas_case<T> x = whole_case<T>(operation::gemm, "NT", 200, 90, 60);
+    const matrix<T> result = x.start();
     tev_serv_free_buffers();
     memory_is_short = true;
-    f.gemm("N", "T", &p.op.m, &p.op.n, &p.op.k, &p.op.alpha, p.a.data(), &p.a.ld, p.b.data(), &p.b.ld, &p.op.beta,
-           p.c.data(), &p.c.ld);
+    call(x.p, result.data(), kernel_calls<T>{f.named("x?gemm")});
     memory_is_short = false;
-    p.expect_done(f.tier);
+    EXPECT_TRUE(is_right(x, result, true)) << f.tier;
   }
 }
 
 TYPED_TEST(Framework, Team) {
   using T = TypeParam;
-  const struct {
+  constexpr struct {
     int64_t threads, m, n, k;
   } kCases[] = {{1, 70, 80, 50}, {2, 101, 150, 390}, {3, 205, 7, 60}, {3, 61, 100, 0}};
-  for (const auto& f : precision<T>::tiers())
-    for (const auto& c : kCases)
+  for (const auto& f : framework<T>::tiers())
+    for (const auto& [threads, m, n, k] : kCases)
       for (const bool is_short : {false, true}) {
-        product<T> p('N', 'C', c.m, c.n, c.k);
+        const blas_case<T> x = whole_case<T>(operation::gemm, "NC", m, n, k);
+        const matrix<T> result = x.start();
         blas::barrier_block barrier = {};
         void* board = nullptr;
-        std::vector<int32_t> status(static_cast<size_t>(c.threads));
+        std::vector<int32_t> status(static_cast<size_t>(threads));
         tev_serv_free_buffers();
         memory_is_short = is_short;
         std::vector<std::thread> team;
-        for (int64_t thread = 0; thread < c.threads; ++thread)
-          team.emplace_back([&, thread] {
-            status[static_cast<size_t>(thread)] = f.team(
-                "N", "C", &c.m, &c.n, &c.k, &p.op.alpha, p.a.data(), &p.a.ld, p.b.data(), &p.b.ld, &p.op.beta,
-                p.c.data(), &p.c.ld, &thread, &c.threads, &barrier, reinterpret_cast<uint64_t>(&board), 0, 0, 0, 2);
+        for (int64_t thread = 0; thread < threads; ++thread)
+          team.emplace_back([&, thread, size = threads] {
+            status[static_cast<size_t>(thread)] =
+                call_product(x.p, result.data(), f.team, &thread, &size, static_cast<void*>(&barrier),
+                             reinterpret_cast<uint64_t>(&board), uint64_t{0}, uint64_t{0}, uint64_t{0}, 2);
           });
         for (auto& thread : team) thread.join();
         memory_is_short = false;
         for (const int32_t value : status) EXPECT_EQ(value, is_short ? 1 : 0);
-        if (!is_short) p.expect_done(f.tier + " team");
+        if (!is_short) EXPECT_TRUE(is_right(x, result, true)) << f.tier;
       }
 }
 

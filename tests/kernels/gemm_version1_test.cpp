@@ -15,101 +15,42 @@
 #include <vector>
 
 #include "kernels/version1.h"
-#include "tests/support/matrix.h"
-#include "tests/support/tier_list.h"
-#include "tev/service.h"
-
-#define TEV_EACH_OLDER_TIER(row) row(def) row(cnr_def) row(mc) row(mc3) row(avx)
+#include "tests/support/judge.h"
+#include "tests/support/tier_kernels.h"
 
 namespace tev::test {
 namespace {
 
 using namespace tev::kernels;
 
-template <class E>
-struct older_tier {
-  std::string name;
-  gemm_fn<E>* gemm;
-  gemm_share_fn<E>* par;
-  gemm_team_fn<E>* team;
-  block_info_fn* sizes;
-  zero_record_fn* zero;
-  set_blocks_fn* set;
-  buffers_size_fn* buffers_size;
-  get_block_buffers_fn* get;
-  free_block_buffers_fn* free;
-  copy_fn<E>*copy_a, *copy_b;
-  optimal_kernel_fn<E>* kernel;
-  std::vector<gemm_fn<E>*> leaves;
-};
+// On the newer tiers the same names do nothing.
+constexpr const char* kOlderTiers[] = {"def", "cnr_def", "mc", "mc3", "avx"};
 
-#define TEV_DECLARE(tier, p, E)                                                                       \
-  extern "C" gemm_fn<E> tev_blas_##tier##_x##p##gemm;                                                 \
-  extern "C" gemm_share_fn<E> tev_blas_##tier##_x##p##gemm_par;                                       \
-  extern "C" gemm_team_fn<E> tev_blas_##tier##_x##p##gemm_internal_team;                              \
-  extern "C" block_info_fn tev_blas_##tier##_##p##gemm_get_blks_size;                                 \
-  extern "C" zero_record_fn tev_blas_##tier##_##p##gemm_zero_desc;                                    \
-  extern "C" set_blocks_fn tev_blas_##tier##_##p##gemm_set_blks_size;                                 \
-  extern "C" buffers_size_fn tev_blas_##tier##_##p##gemm_get_bufs_size;                               \
-  extern "C" get_block_buffers_fn tev_blas_##tier##_##p##gemm_getbufs;                                \
-  extern "C" free_block_buffers_fn tev_blas_##tier##_##p##gemm_freebufs;                              \
-  extern "C" copy_fn<E> tev_blas_##tier##_##p##gemm_copya_ext, tev_blas_##tier##_##p##gemm_copyb_ext; \
-  extern "C" optimal_kernel_fn<E> tev_blas_##tier##_##p##gemm_get_optimal_kernel;
-#define TEV_DECLARE_BDZ(tier, p, E) \
-  extern "C" gemm_fn<E> tev_blas_##tier##_x##p##gemm_bdz, tev_blas_##tier##_x##p##gemm_hi_thr_bdz;
-#define TEV_DECLARE_TIER(tier)                                                                         \
-  TEV_DECLARE(tier, s, float)                                                                          \
-  TEV_DECLARE(tier, d, double)                                                                         \
-  TEV_DECLARE(tier, c, tev_complex8)                                                                   \
-  TEV_DECLARE(tier, z, tev_complex16)                                                                  \
-  TEV_DECLARE_BDZ(tier, s, float)                                                                      \
-  TEV_DECLARE_BDZ(tier, d, double)                                                                     \
-  TEV_DECLARE_BDZ(tier, z, tev_complex16)                                                              \
-  extern "C" gemm_fn<float> tev_blas_##tier##_xsgemm0_brc;                                             \
-  extern "C" gemm_fn<double> tev_blas_##tier##_xdgemm0_brc, tev_blas_##tier##_xdgemm1_1_brc;           \
-  extern "C" block_info_fn tev_blas_##tier##_sgemm_blk_info_bdz, tev_blas_##tier##_dgemm_blk_info_bdz, \
-      tev_blas_##tier##_zgemm_blk_info_bdz, tev_blas_##tier##_sgemm_blk_info_hi_thr_bdz;
-TEV_EACH_OLDER_TIER(TEV_DECLARE_TIER)
-
-#define TEV_ROW(tier, p, ...)                      \
-  {#tier,                                          \
-   tev_blas_##tier##_x##p##gemm,                   \
-   tev_blas_##tier##_x##p##gemm_par,               \
-   tev_blas_##tier##_x##p##gemm_internal_team,     \
-   tev_blas_##tier##_##p##gemm_get_blks_size,      \
-   tev_blas_##tier##_##p##gemm_zero_desc,          \
-   tev_blas_##tier##_##p##gemm_set_blks_size,      \
-   tev_blas_##tier##_##p##gemm_get_bufs_size,      \
-   tev_blas_##tier##_##p##gemm_getbufs,            \
-   tev_blas_##tier##_##p##gemm_freebufs,           \
-   tev_blas_##tier##_##p##gemm_copya_ext,          \
-   tev_blas_##tier##_##p##gemm_copyb_ext,          \
-   tev_blas_##tier##_##p##gemm_get_optimal_kernel, \
-   {__VA_ARGS__}},
-#define TEV_BDZ(tier, p) tev_blas_##tier##_x##p##gemm_bdz, tev_blas_##tier##_x##p##gemm_hi_thr_bdz
-#define TEV_ROW_s(tier) TEV_ROW(tier, s, TEV_BDZ(tier, s), tev_blas_##tier##_xsgemm0_brc)
-#define TEV_ROW_d(tier) \
-  TEV_ROW(tier, d, TEV_BDZ(tier, d), tev_blas_##tier##_xdgemm0_brc, tev_blas_##tier##_xdgemm1_1_brc)
-#define TEV_ROW_c(tier) TEV_ROW(tier, c)
-#define TEV_ROW_z(tier) TEV_ROW(tier, z, TEV_BDZ(tier, z))
-
-// T: std::complex for complex; E: the routines' element.
 template <class T>
-struct precision;
-#define TEV_PRECISION(T, E, p)                                                         \
-  template <>                                                                          \
-  struct precision<T> {                                                                \
-    using element = E;                                                                 \
-    static std::vector<older_tier<E>> tiers() {                                        \
-      std::vector<older_tier<E>> all = {TEV_EACH_OLDER_TIER(TEV_ROW_##p)};             \
-      std::erase_if(all, [](const auto& tier) { return !processor_runs(tier.name); }); \
-      return all;                                                                      \
-    }                                                                                  \
-  };
-TEV_PRECISION(float, float, s)
-TEV_PRECISION(double, double, d)
-TEV_PRECISION(std::complex<float>, tev_complex8, c)
-TEV_PRECISION(std::complex<double>, tev_complex16, z)
+struct older_tier {
+  using E = c_element_t<T>;
+  explicit older_tier(const std::string& name) : tier(name) {}
+  kernel_address named(const char* name) const { return find_kernel(tier, name, kLetter<T>); }
+  std::string tier;
+  gemm_fn<E>* gemm = named("x?gemm");
+  gemm_share_fn<E>* par = named("x?gemm_par");
+  gemm_team_fn<E>* team = named("x?gemm_internal_team");
+  block_info_fn* sizes = named("?gemm_get_blks_size");
+  zero_record_fn* zero = named("?gemm_zero_desc");
+  set_blocks_fn* set = named("?gemm_set_blks_size");
+  buffers_size_fn* buffers_size = named("?gemm_get_bufs_size");
+  get_block_buffers_fn* get = named("?gemm_getbufs");
+  free_block_buffers_fn* free = named("?gemm_freebufs");
+  copy_fn<E>*copy_a = named("?gemm_copya_ext"), *copy_b = named("?gemm_copyb_ext");
+  optimal_kernel_fn<E>* kernel = named("?gemm_get_optimal_kernel");
+
+  static std::vector<older_tier> all() {
+    std::vector<older_tier> tiers;
+    for (const char* name : kOlderTiers)
+      if (processor_runs(name)) tiers.emplace_back(name);
+    return tiers;
+  }
+};
 
 template <class T>
 T scalar(int re, int im) {
@@ -120,63 +61,15 @@ T scalar(int re, int im) {
 }
 
 template <class T>
-T conjugated(T x) {
-  if constexpr (kIsComplex<T>)
-    return std::conj(x);
-  else
-    return x;
+blas_case<T> product(const char* letters, int64_t m, int64_t n, int64_t k) {
+  engine random(20240301);
+  return {problem_of(operation::gemm, letters, m, n, k, scalar<T>(2, -1), scalar<T>(-1, 1)), random, values::whole};
 }
 
 template <class T>
-T op(char trans, const matrix<T>& x, int64_t i, int64_t j) {
-  return trans == 'N' ? x(i, j) : trans == 'T' ? x(j, i) : conjugated(x(j, i));
+auto in(const T* x) {
+  return reinterpret_cast<const c_element_t<T>*>(x);
 }
-
-// A product with its result by a plain triple loop.
-template <class T>
-struct product {
-  using E = typename precision<T>::element;
-  char transa, transb;
-  int64_t m, n, k;
-  T alpha = scalar<T>(2, -1), beta = scalar<T>(-1, 1);
-  matrix<T> a, b, c, expected;
-
-  product(char ta, char tb, int64_t rows, int64_t columns, int64_t depth)
-      : transa(ta),
-        transb(tb),
-        m(rows),
-        n(columns),
-        k(depth),
-        a(ta == 'N' ? m : k, ta == 'N' ? k : m),
-        b(tb == 'N' ? k : n, tb == 'N' ? n : k),
-        c(m, n),
-        expected(m, n) {
-    engine random(20240301);
-    for (const matrix<T>* x : {&a, &b, &c}) const_cast<matrix<T>*>(x)->fill(random, values::whole);
-    for (int64_t j = 0; j < n; ++j)
-      for (int64_t i = 0; i < m; ++i) {
-        T sum = 0;
-        for (int64_t p = 0; p < k; ++p) sum += op(transa, a, i, p) * op(transb, b, p, j);
-        expected(i, j) = alpha * sum + beta * c(i, j);
-      }
-  }
-
-  // Calls a routine that begins with the arguments of a product on a copy of C.
-  template <class F, class... More>
-  matrix<T> operator()(F* routine, More... more) const {
-    matrix<T> result = c;
-    call(routine, result, more...);
-    return result;
-  }
-  template <class F, class... More>
-  void call(F* routine, const matrix<T>& result, More... more) const {
-    const int64_t lda = a.ld(), ldb = b.ld(), ldc = result.ld();
-    routine(&transa, &transb, &m, &n, &k, element(&alpha), element(a.data()), &lda, element(b.data()), &ldb,
-            element(&beta), element(result.data()), &ldc, more...);
-  }
-  static const E* element(const T* x) { return reinterpret_cast<const E*>(x); }
-  static E* element(T* x) { return reinterpret_cast<E*>(x); }
-};
 
 template <class T>
 class OlderTiers : public testing::Test {};
@@ -197,8 +90,9 @@ TEST(Blocks, ThresholdsInDoublePrecision) {
                                     {480, 100, 300, 480, 100, 150},
                                     {480, 100, 511, 480, 100, 256},
                                     {480, 100, 512, 480, 100, 256}};
-  for (block_info_fn* info : {tev_blas_def_dgemm_blk_info_bdz, tev_blas_cnr_def_dgemm_blk_info_bdz})
+  for (const char* tier : {"def", "cnr_def"})
     for (const block_sizes& row : kTable) {
+      block_info_fn* const info = find_kernel(tier, "dgemm_blk_info_bdz", 0);
       int64_t mb = 0, nb = 0, kb = 0, mr, nr, ku;
       info(&row.m, &row.n, &row.k, &mb, &nb, &kb, &mr, &nr, &ku);
       EXPECT_EQ((std::array{mb, nb, kb, mr, nr, ku}), (std::array<int64_t, 6>{row.mb, row.nb, row.kb, 12, 4, 2}))
@@ -210,8 +104,8 @@ TEST(Blocks, ThresholdsInDoublePrecision) {
 }
 
 TEST(Blocks, ReproducibleTierTellsNoneInOtherPrecisions) {
-  for (block_info_fn* info : {tev_blas_cnr_def_sgemm_blk_info_bdz, tev_blas_cnr_def_zgemm_blk_info_bdz,
-                              tev_blas_cnr_def_sgemm_blk_info_hi_thr_bdz}) {
+  for (const char* name : {"sgemm_blk_info_bdz", "zgemm_blk_info_bdz", "sgemm_blk_info_hi_thr_bdz"}) {
+    block_info_fn* const info = find_kernel("cnr_def", name, 0);
     const int64_t size = 100;
     int64_t mb = 0, nb = 0, kb = 0, mr = -1, nr = -2, ku = -3;
     info(&size, &size, &size, &mb, &nb, &kb, &mr, &nr, &ku);
@@ -220,88 +114,89 @@ TEST(Blocks, ReproducibleTierTellsNoneInOtherPrecisions) {
 }
 
 TYPED_TEST(OlderTiers, LeavesComputeOverAllBlocks) {
-  const std::vector<product<TypeParam>> cases = [] {
-    std::vector<product<TypeParam>> made;
-    made.reserve(5);
-    made.emplace_back('N', 'T', 509, 7, 301);
-    made.emplace_back('T', 'N', 509, 7, 301);
-    made.emplace_back('C', 'C', 1011, 3, 130);
-    made.emplace_back('N', 'C', 5, 5003, 3);
-    made.emplace_back('C', 'N', 3, 2, 0);
-    return made;
-  }();
-  for (const auto& tier : precision<TypeParam>::tiers())
-    for (size_t leaf = 0; leaf < tier.leaves.size(); ++leaf)
-      for (const product<TypeParam>& p : cases) {
-        const matrix<TypeParam> result = p(tier.leaves[leaf]);
-        EXPECT_TRUE(result.same_bits(p.expected)) << tier.name << " leaf " << leaf << ' ' << p.transa << p.transb;
+  using T = TypeParam;
+  const blas_case<T> cases[] = {product<T>("NT", 509, 7, 301), product<T>("TN", 509, 7, 301),
+                                product<T>("CC", 1011, 3, 130), product<T>("NC", 5, 5003, 3),
+                                product<T>("CN", 3, 2, 0)};
+  for (const char* name : {"x?gemm_bdz", "x?gemm_hi_thr_bdz", "x?gemm0_brc", "x?gemm1_1_brc"})
+    for (const auto& tier : older_tier<T>::all())
+      for (const blas_case<T>& x : cases) {
+        const kernel_calls<T> leaf = {tier.named(name)};
+        if (leaf.kernel.at == nullptr) continue;
+        const matrix<T> result = x.start();
+        call(x.p, result.data(), leaf);
+        EXPECT_TRUE(is_right(x, result, true)) << tier.tier << ' ' << name;
       }
 }
 
 TYPED_TEST(OlderTiers, StepsOfADriverMakeAProduct) {
-  using E = typename precision<TypeParam>::element;
-  for (const auto& tier : precision<TypeParam>::tiers())
-    for (const int32_t mode : {kCopyPlain, kCopyTrans, kCopyConjTrans}) {
-      const char trans = mode == kCopyPlain ? 'N' : mode == kCopyTrans ? 'T' : 'C';
-      const product<TypeParam> p(trans, trans, 37, 11, 20);
+  using T = TypeParam;
+  using E = c_element_t<T>;
+  for (const auto& tier : older_tier<T>::all())
+    for (const auto& [letters, mode] : {std::pair{"NN", kCopyPlain}, {"TT", kCopyTrans}, {"CC", kCopyConjTrans}}) {
+      const blas_case<T> x = product<T>(letters, 37, 11, 20);
+      const problem<T>& p = x.p;
       int64_t mb = 0, nb = 0, kb = 0, mr, nr, ku;
       tier.sizes(&p.m, &p.n, &p.k, &mb, &nb, &kb, &mr, &nr, &ku);
-      ASSERT_TRUE(mb >= p.m && mb % mr == 0 && nb >= p.n && kb >= p.k && kb % ku == 0) << tier.name;
+      ASSERT_TRUE(mb >= p.m && mb % mr == 0 && nb >= p.n && kb >= p.k && kb % ku == 0) << tier.tier;
       block_record r;
       std::memset(&r, 0xFF, sizeof(r));
       tier.zero(&r);
       EXPECT_EQ(r.base, nullptr);
       tier.set(&mb, &nb, &kb, &r);
-      const int64_t wanted = tier.buffers_size(&r), panels = (mb + nb) * kb * static_cast<int64_t>(sizeof(E));
-      EXPECT_TRUE(tier.name.ends_with("def") ? wanted == 0 : wanted >= panels) << tier.name << wanted;
+      const int64_t wanted = tier.buffers_size(&r), panels = (mb + nb) * kb * static_cast<int64_t>(sizeof(T));
+      EXPECT_TRUE(tier.tier.ends_with("def") ? wanted == 0 : wanted >= panels) << tier.tier << wanted;
       ASSERT_EQ(tier.get(&r), 0);
 
-      const operand a = {p.a.data(), p.m, p.k, p.a.ld(), 0, 0, p.m, sizeof(E), mode, nullptr};
-      const operand b = {p.b.data(), p.k, p.n, p.b.ld(), 0, 0, p.k, sizeof(E), mode, nullptr};
+      const operand a = {x.a.data(), p.m, p.k, p.lda, 0, 0, p.m, sizeof(T), mode, nullptr};
+      const operand b = {x.b.data(), p.k, p.n, p.ldb, 0, 0, p.k, sizeof(T), mode, nullptr};
       packed a_panel = {r.a, 0, 0}, b_panel = {r.b, 0, 0};
-      const TypeParam one = 1;
-      tier.copy_a(&a, &a_panel, p.element(&one));
-      tier.copy_b(&b, &b_panel, p.element(&p.alpha));
+      const T one = 1;
+      tier.copy_a(&a, &a_panel, in(&one));
+      tier.copy_b(&b, &b_panel, in(&p.alpha));
       EXPECT_EQ((std::array{a_panel.depth, a_panel.width, b_panel.depth, b_panel.width}),
                 (std::array{p.k, p.m, p.k, p.n}));
-      const matrix<TypeParam> result = p.c;
-      const operand c = {result.data(), p.m, p.n, result.ld(), 0, 0, p.m, sizeof(E), 0, nullptr};
-      tier.kernel(&p.m, &p.n, &p.k)(&p.k, static_cast<E*>(r.a), static_cast<E*>(r.b), p.element(&p.beta), &c);
-      EXPECT_TRUE(result.same_bits(p.expected)) << tier.name << trans;
+      const matrix<T> result = x.start();
+      const operand c = {result.data(), p.m, p.n, p.ldc, 0, 0, p.m, sizeof(T), 0, nullptr};
+      tier.kernel(&p.m, &p.n, &p.k)(&p.k, static_cast<E*>(r.a), static_cast<E*>(r.b), in(&p.beta), &c);
+      EXPECT_TRUE(is_right(x, result, true)) << tier.tier;
       tier.free(&r);
       EXPECT_EQ(r.base, nullptr);
     }
 }
 
 TYPED_TEST(OlderTiers, SharesOfAllThreadsMakeTheProduct) {
+  using T = TypeParam;
   for (const int64_t n : {1, 10})
-    for (const char trans : {'N', 'C'}) {
-      const product<TypeParam> p('T', trans, 9, n, 7);
-      for (const auto& tier : precision<TypeParam>::tiers()) {
+    for (const char* letters : {"TN", "TC"}) {
+      const blas_case<T> x = product<T>(letters, 9, n, 7);
+      for (const auto& tier : older_tier<T>::all()) {
         const int64_t team = 3;
-        const matrix<TypeParam> shared = p.c;
-        for (int64_t t = 0; t < team; ++t) p.call(tier.par, shared, &t, &team);
-        EXPECT_TRUE(shared.same_bits(tier.name.ends_with("def") ? p.c : p.expected)) << tier.name;
+        const matrix<T> shared = x.start();
+        for (int64_t t = 0; t < team; ++t) call_product(x.p, shared.data(), tier.par, &t, &team);
+        if (tier.tier.ends_with("def"))
+          EXPECT_TRUE(shared.same_bits(x.c)) << tier.tier;
+        else
+          EXPECT_TRUE(is_right(x, shared, true)) << tier.tier;
 
-        const matrix<TypeParam> by_team = p.c;
+        const matrix<T> by_team = x.start();
         alignas(64) char barrier[4096] = {};
-        std::vector<std::thread> threads;
+        std::vector<std::jthread> threads;
         for (int64_t t = 0; t < team; ++t)
           threads.emplace_back([&, t] {
             const uint64_t none = 0;
-            p.call(tier.team, by_team, &t, &team, static_cast<void*>(barrier), none, none, none, none, 2);
-            EXPECT_TRUE(by_team.same_bits(p.expected)) << tier.name;  // nobody returns before all are done
+            call_product(x.p, by_team.data(), tier.team, &t, &team, static_cast<void*>(barrier), none, none, none, none,
+                         2);
+            EXPECT_TRUE(is_right(x, by_team, true)) << tier.tier;  // nobody returns before all are done
           });
-        for (std::thread& thread : threads) thread.join();
       }
     }
 }
 
 TYPED_TEST(OlderTiers, ReproducibleTierIsBlindToAddresses) {
-  using E = typename precision<TypeParam>::element;
-  const auto tiers = precision<TypeParam>::tiers();
-  const auto& tier = tiers[1];
-  ASSERT_EQ(tier.name, "cnr_def");
+  using E = c_element_t<TypeParam>;
+  const older_tier<TypeParam> tier("cnr_def");
+  gemm_fn<E>* const blocks = tier.named("x?gemm_bdz");  // not in c
   constexpr int64_t kSizes[][3] = {{7, 5, 9}, {61, 3, 200}, {130, 50, 300}};
   for (const auto& [m, n, k] : kSizes) {
     std::vector<TypeParam> numbers(3 * 300 * 300 / 2), first;
@@ -315,7 +210,7 @@ TYPED_TEST(OlderTiers, ReproducibleTierIsBlindToAddresses) {
       std::copy_n(numbers.begin() + 3, m * n, pc);
       const TypeParam alpha = scalar<TypeParam>(2, 3), beta = scalar<TypeParam>(-1, 1);
       const auto element = [](auto* x) { return reinterpret_cast<E*>(const_cast<TypeParam*>(x)); };
-      for (gemm_fn<E>* gemm : {tier.gemm, tier.leaves.empty() ? tier.gemm : tier.leaves[0]})
+      for (gemm_fn<E>* gemm : {tier.gemm, blocks != nullptr ? blocks : tier.gemm})
         gemm("N", "N", &m, &n, &k, element(&alpha), element(pa), &m, element(pb), &k, element(&beta), element(pc), &m);
       const std::vector<TypeParam> result(pc, pc + m * n);
       if (offset == 0) first = result;

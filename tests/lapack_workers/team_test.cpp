@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "host/check.h"
-#include "tests/support/blas_case.h"
 #include "tests/support/in_child.h"
+#include "tests/support/judge.h"
+#include "tests/support/scarce_memory.h"
 #include "tev/service.h"
 
 namespace tev::test {
@@ -87,13 +87,6 @@ matrix<T> by_team(const blas_case<T>& x, int64_t mode, int64_t size) {
   return result;
 }
 
-template <class T>
-void expect_right(const blas_case<T>& x, const matrix<T>& result, int64_t mode, int64_t size) {
-  const tev::host::verdict verdict = tev::host::check(x.p, result.data(), 1);
-  ASSERT_TRUE(verdict.passed) << x << ", mode " << mode << ", " << size << ": " << verdict.text;
-  ASSERT_TRUE(result.padding_is_intact());
-}
-
 struct shape {
   int64_t m, n, k;
 };
@@ -105,7 +98,8 @@ void check_modes(T alpha, T beta) {
   for (const shape& s : kShapes) {
     const blas_case<T> x(problem_of<T>(operation::gemm, "NT", s.m, s.n, s.k, alpha, beta), random, values::whole);
     for (const int64_t mode : kModes)
-      for (const int64_t size : {1, 2, 3, 9}) expect_right(x, by_team(x, mode, size), mode, size);
+      for (const int64_t size : {1, 2, 3, 9})
+        EXPECT_TRUE(is_right(x, by_team(x, mode, size))) << "mode " << mode << ", " << size;
   }
 }
 
@@ -125,7 +119,7 @@ TEST(TeamProduct, SameBitsInEveryRun) {
                            values::fractions);
   for (const int64_t mode : kModes) {
     const matrix<float> first = by_team(x, mode, 5);
-    expect_right(x, first, mode, 5);
+    EXPECT_TRUE(is_right(x, first));
     for (int run = 0; run < 10; ++run) EXPECT_TRUE(by_team(x, mode, 5).same_bits(first)) << mode;
   }
   team_block no_word = {};
@@ -142,39 +136,26 @@ TEST(TeamProduct, KeepsItsWorkspaceAsLongAsItIsLargeEnough) {
   team_block block = {};
   block.gemm_mode = kTeamByDepth;
   block.workspace = given.data(), block.workspace_capacity = given.size();
-  expect_right(small, by_team(small, block, 3), kTeamByDepth, 3);
+  EXPECT_TRUE(is_right(small, by_team(small, block, 3)));
   EXPECT_TRUE(block.workspace == given.data() && block.workspace_owned == 0);
-  expect_right(large, by_team(large, block, 3), kTeamByDepth, 3);
+  EXPECT_TRUE(is_right(large, by_team(large, block, 3)));
   void* const own = block.workspace;
   EXPECT_TRUE(own != given.data() && block.workspace_owned == 1 && block.workspace_capacity == 1200);
-  expect_right(small, by_team(small, block, 3), kTeamByDepth, 3);
+  EXPECT_TRUE(is_right(small, by_team(small, block, 3)));
   EXPECT_EQ(block.workspace, own);
   free_workspace(block);
   EXPECT_TRUE(block.workspace == nullptr && block.workspace_owned == 0);
 }
-
-std::atomic<int> requests, failing;  // the request that fails, from 1; 0: none
-
-void* scarce_malloc(size_t size) { return ++requests == failing ? nullptr : std::malloc(size); }
 
 // On a tier with the older kernels and one whose product for teams refuses when it has no memory (where it runs).
 TEST(TeamProduct, AnyRequestForMemoryMayFail) {
   engine random(64);
   const blas_case<double> x(problem_of<double>(operation::gemm, "NT", 120, 330, 150, 1, 3), random, values::whole);
   const auto body = [&] {
-    i_malloc = scarce_malloc;
-    i_free = std::free;
-    tev_serv_deallocate(tev_serv_allocate(64, 64));  // the manager's own blocks
-    for (const int64_t mode : {kTeamByDepth, kTeamByKernel}) {
-      int n = 0;
-      do {
-        failing = ++n, requests = 0;
-        const matrix<double> result = by_team(x, mode, 3);
-        if (!tev::host::check(x.p, result.data(), 1).passed) return 1;
-      } while (requests >= n);
-      if (n == 1) return 2;
-    }
-    return 0;
+    scarce_memory::install();
+    for (const int64_t mode : {kTeamByDepth, kTeamByKernel})
+      EXPECT_GT(scarce_memory::fail_each(100, [&] { EXPECT_TRUE(is_right(x, by_team(x, mode, 3))); }), 0);
+    return testing::Test::HasFailure();
   };
   std::vector<const char*> types = {"0"};
   if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) types.push_back("5");

@@ -35,44 +35,52 @@ inline bool is_rank_k(operation op) { return op == operation::syrk || op == oper
 
 // The real scalars are the first parts of the complex ones.
 template <class R, class T, class In, class E>
-void call_hermitian(const problem<T>& p, const In& in, E* out) {
+void call_hermitian(const problem<T>& p, const In& in, E* out, const R& r) {
   const auto real = [](const T& x) { return reinterpret_cast<const real_part_t<T>*>(&x); };
   switch (p.op) {
     case operation::hemm:
-      return R::hemm(&p.side, &p.uplo, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
-                     &p.ldc);
+      return r.hemm(&p.side, &p.uplo, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
+                    &p.ldc);
     case operation::herk:
-      return R::herk(&p.uplo, &p.transa, &p.n, &p.k, real(p.alpha), in(p.a), &p.lda, real(p.beta), out, &p.ldc);
+      return r.herk(&p.uplo, &p.transa, &p.n, &p.k, real(p.alpha), in(p.a), &p.lda, real(p.beta), out, &p.ldc);
     default:
-      return R::her2k(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, real(p.beta), out,
-                      &p.ldc);
+      return r.her2k(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, real(p.beta), out,
+                     &p.ldc);
   }
 }
 
-// Calls the routine of R; `result` holds C, or B of trmm and trsm.
+// Calls a routine whose arguments begin with those of a product.
+template <class T, class F, class... More>
+auto call_product(const problem<T>& p, T* result, F* routine, More... more) {
+  const auto in = [](const T* x) { return reinterpret_cast<const c_element_t<T>*>(x); };
+  return routine(&p.transa, &p.transb, &p.m, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta),
+                 reinterpret_cast<c_element_t<T>*>(result), &p.ldc, more...);
+}
+
+// Calls the routine of r; `result` holds C, or B of trmm and trsm.
 template <class T, class R = routines<T>>
-void call(const problem<T>& p, T* result) {
-  using E = typename R::element;
+void call(const problem<T>& p, T* result, const R& r = {}) {
+  using E = c_element_t<T>;
   const auto in = [](const T* x) { return reinterpret_cast<const E*>(x); };
   E* out = reinterpret_cast<E*>(result);
   switch (p.op) {
     case operation::gemm:
-      return R::gemm(&p.transa, &p.transb, &p.m, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb,
-                     in(&p.beta), out, &p.ldc);
+      return r.gemm(&p.transa, &p.transb, &p.m, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta),
+                    out, &p.ldc);
     case operation::symm:
-      return R::symm(&p.side, &p.uplo, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
-                     &p.ldc);
+      return r.symm(&p.side, &p.uplo, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
+                    &p.ldc);
     case operation::trmm:
-      return R::trmm(&p.side, &p.uplo, &p.transa, &p.diag, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, out, &p.ldb);
+      return r.trmm(&p.side, &p.uplo, &p.transa, &p.diag, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, out, &p.ldb);
     case operation::trsm:
-      return R::trsm(&p.side, &p.uplo, &p.transa, &p.diag, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, out, &p.ldb);
+      return r.trsm(&p.side, &p.uplo, &p.transa, &p.diag, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, out, &p.ldb);
     case operation::syrk:
-      return R::syrk(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(&p.beta), out, &p.ldc);
+      return r.syrk(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(&p.beta), out, &p.ldc);
     case operation::syr2k:
-      return R::syr2k(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
-                      &p.ldc);
+      return r.syr2k(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
+                     &p.ldc);
     default:
-      if constexpr (kIsComplex<T>) call_hermitian<R>(p, in, out);
+      if constexpr (kIsComplex<T>) call_hermitian(p, in, out, r);
   }
 }
 

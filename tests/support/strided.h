@@ -41,4 +41,18 @@ class strided {
   guarded_array<T> storage_;
 };
 
+// As a matrix of one column or one row without gaps; rows so that a letter conjugates without any other effect.
+template <class T>
+matrix<T> column_of(const strided<T>& x) {
+  matrix<T> column(x.size(), 1, 0);
+  for (int64_t i = 0; i < x.size(); ++i) column(i, 0) = x[i];
+  return column;
+}
+template <class T>
+matrix<T> row_of(const strided<T>& x) {
+  matrix<T> row(1, x.size(), 0);
+  for (int64_t i = 0; i < x.size(); ++i) row(0, i) = x[i];
+  return row;
+}
+
 }  // namespace tev::test

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The tiers, for tests that call a tier's routines by their own names.
+// The tiers by name, and which of them this processor runs.
 #pragma once
 
 #include <string>
 
-#define TEV_EACH_TIER(row) row(def) row(cnr_def) row(mc) row(mc3) row(avx) row(avx2) row(avx512) row(avx512_zel)
-
 namespace tev::test {
+
+inline constexpr const char* kTiers[] = {"def", "cnr_def", "mc", "mc3", "avx", "avx2", "avx512", "avx512_zel"};
 
 // Can this processor run the instructions of a tier?
 inline bool processor_runs(const std::string& tier) {

@@ -15,11 +15,11 @@
 #include "blas_threading/gemm/driver.h"
 #include "blas_threading/gemm/lookahead.h"
 #include "blas_threading/gemm/work.h"
-#include "host/check.h"
 #include "kernels/dispatch/dispatch.h"
-#include "kernels/operation.h"
-#include "tests/support/blas_case.h"
+#include "tests/support/described.h"
 #include "tests/support/in_child.h"
+#include "tests/support/judge.h"
+#include "tests/support/scarce_memory.h"
 #include "tests/support/tier_list.h"
 #include "tev/service.h"
 
@@ -42,18 +42,6 @@ class GemmWork : public Framework {};
 class GemmDriver : public Framework {};
 class GemmMemory : public Framework {};
 
-template <class T>
-using element_t = typename routines<T>::element;
-
-template <class T>
-kernels::operation<element_t<T>> operation_of(const problem<T>& p, const matrix<T>& result) {
-  using E = element_t<T>;
-  const auto data = [](const T* x) { return const_cast<E*>(reinterpret_cast<const E*>(x)); };
-  return kernels::make_operation(p.transa, p.transb, p.m, p.n, p.k, reinterpret_cast<const E&>(p.alpha), data(p.a),
-                                 p.lda, data(p.b), p.ldb, reinterpret_cast<const E&>(p.beta), data(result.data()),
-                                 result.ld());
-}
-
 thread_options options_of(int32_t tier, int64_t threads) {
   thread_options o = {};
   o.machine = {.cores = 16, .fast_memory = ~uint64_t{0}, .vesta = 0, .dynamic = 1};
@@ -66,7 +54,7 @@ thread_options options_of(int32_t tier, int64_t threads) {
 template <class T>
 matrix<T> by_routine(const blas_case<T>& x, const thread_options& options) {
   matrix<T> result = x.start();
-  const auto op = operation_of(x.p, result);
+  const auto op = described(x.p, result);
   const auto entries = static_cast<size_t>(sync_entries(options.threads));
   std::vector<barrier_block> barriers(entries);
   std::vector<shared_buffer> shared(entries);
@@ -87,7 +75,7 @@ matrix<T> by_routine(const blas_case<T>& x, const thread_options& options) {
 template <class T>
 matrix<T> by_driver(const blas_case<T>& x, const thread_options& options) {
   matrix<T> result = x.start();
-  const auto op = operation_of(x.p, result);
+  const auto op = described(x.p, result);
   gemm_omp_driver_v2(op, op.a, op.b, op.c, options);
   return result;
 }
@@ -133,9 +121,7 @@ void check_all_settings(const std::string& trans, int64_t m, int64_t n, int64_t 
   engine random(4711);
   const blas_case<T> x(problem_of<T>(operation::gemm, trans, m, n, k, alpha, beta), random, values::whole);
   const matrix<T> right = by_routine(x, options_of(kSettings[0], 2));
-  const tev::host::verdict verdict = tev::host::check(x.p, right.data(), 1);
-  ASSERT_TRUE(verdict.passed) << x << ": " << verdict.text;
-  ASSERT_TRUE(right.padding_is_intact());
+  ASSERT_TRUE(is_right(x, right));
   for (const setting& s : kSettings)
     for (const int64_t threads : teams)
       ASSERT_TRUE(by_routine(x, options_of(s, threads)).same_bits(right)) << x << ", " << s.name << ", " << threads;
@@ -164,8 +150,7 @@ TEST_F(GemmWork, SameBitsInEveryRun) {
   for (const setting& s : kSettings)
     for (const int64_t threads : {4, 7}) {
       const matrix<double> first = by_routine(x, options_of(s, threads));
-      const tev::host::verdict verdict = tev::host::check(x.p, first.data(), 1);
-      EXPECT_TRUE(verdict.passed) << s.name << ": " << verdict.text;
+      EXPECT_TRUE(is_right(x, first)) << s.name;
       for (int run = 0; run < 5; ++run)
         EXPECT_TRUE(by_routine(x, options_of(s, threads)).same_bits(first)) << s.name << ", " << threads;
     }
@@ -204,8 +189,7 @@ void check_driver(const std::vector<int64_t>& teams) {
   for (const shape& s : kDriverShapes) {
     const blas_case<T> x(problem_of<T>(operation::gemm, "TN", s.m, s.n, s.k, T(2), T(-1)), random, values::whole);
     const matrix<T> right = by_driver(x, options_of(TEV_CPU_AVX512, 1));
-    const tev::host::verdict verdict = tev::host::check(x.p, right.data(), 1);
-    ASSERT_TRUE(verdict.passed) << x << ": " << verdict.text;
+    ASSERT_TRUE(is_right(x, right));
     for (const int32_t tier : {TEV_CPU_AVX2, TEV_CPU_AVX512, TEV_CPU_AVX512_ZEL})
       for (const int64_t threads : teams)
         ASSERT_TRUE(by_driver(x, options_of(tier, threads)).same_bits(right))
@@ -226,12 +210,12 @@ TEST_F(GemmDriver, PartsOfKInPlaceAreAddedInOrder) {
                             values::fractions);
   const auto run = [&] {
     matrix<double> result = x.start();
-    const auto op = operation_of(x.p, result);
+    const auto op = described(x.p, result);
     omp_driver_nocopy(op, op.a, op.b, op.c, options_of(TEV_CPU_AVX512_ZEL, 16));
     return result;
   };
   const matrix<double> first = run();
-  EXPECT_TRUE(tev::host::check(x.p, first.data(), 1).passed);
+  EXPECT_TRUE(is_right(x, first));
   for (int i = 0; i < 20; ++i) EXPECT_TRUE(run().same_bits(first));
 }
 
@@ -252,37 +236,18 @@ TEST_F(GemmDriver, TeamsSmallerThanAskedFor) {
 
 // ---- Memory --------------------------------------------------------------------------------------------------------
 
-std::atomic<int> requests, failing;  // the request that fails, from 1; 0: none
-
-void* scarce_malloc(size_t size) { return ++requests == failing ? nullptr : std::malloc(size); }
-
-// Fails the first, the second ... request until a run needs no more (or the tenth: a large team asks for many alike).
-// `blocks`: requests of a run where nothing fails.
-template <class Run>
-int every_request_fails_once(const matrix<double>& right, int blocks, const Run& run) {
-  const auto right_with = [&](int n) {
-    failing = n;
-    requests = 0;
-    return run().same_bits(right);
-  };
-  bool good = right_with(0);
-  if (blocks > 0 && requests != blocks) std::printf("%d blocks instead of %d ", requests.load(), blocks), good = false;
-  int n = 0;
-  do good = right_with(++n) && good;
-  while (requests >= n && n < 10);
-  if (n == 1) std::printf("nothing was requested "), good = false;
-  return good ? 0 : 1;
-}
-
+// Of a large team ten requests, which asks for many alike. `blocks`: requests of a run where nothing fails; 0: any.
 template <class Run>
 void expect_every_request_may_fail(const char* name, const blas_case<double>& x, int blocks, const Run& run) {
   const auto body = [&] {
-    i_malloc = scarce_malloc;
-    i_free = std::free;
-    tev_serv_deallocate(tev_serv_allocate(64, 64));  // the manager's own blocks
+    scarce_memory::install();
     const matrix<double> right = by_driver(x, options_of(TEV_CPU_AVX512, 1));
-    if (!tev::host::check(x.p, right.data(), 1).passed) return 2;
-    return every_request_fails_once(right, blocks, run);
+    EXPECT_TRUE(is_right(x, right));
+    scarce_memory::fail(0);
+    EXPECT_TRUE(run().same_bits(right));
+    if (blocks > 0) EXPECT_EQ(scarce_memory::requests, blocks);
+    EXPECT_GT(scarce_memory::fail_each(10, [&] { EXPECT_TRUE(run().same_bits(right)); }), 0);
+    return testing::Test::HasFailure();
   };
   const child_result result = in_child({{"TEV_DISABLE_FAST_MM", "1"}}, body);
   EXPECT_EQ(result.status, 0) << name << ": " << result.out << result.err;

@@ -14,10 +14,12 @@
 #include <vector>
 
 #include "blas_threading/gemm/version1_shared.h"
-#include "host/check.h"
 #include "kernels/dispatch/dispatch.h"
-#include "tests/support/blas_case.h"
+#include "tests/support/described.h"
 #include "tests/support/each_tier.h"
+#include "tests/support/judge.h"
+#include "tests/support/own_threads.h"
+#include "tests/support/scarce_memory.h"
 #include "tev/service.h"
 
 namespace tev::test {
@@ -86,7 +88,6 @@ struct version1;
 #define TEV_VERSION1(type, element, p)                                                  \
   template <>                                                                           \
   struct version1<type> {                                                               \
-    using E = element;                                                                  \
     static constexpr auto driver = tev_blas_##p##gemm_omp_driver_v1;                    \
     static constexpr gemm_by_threads_fn<element>* strategies[] = {                      \
         tev_blas_##p##gemm_1d_row,         tev_blas_##p##gemm_1d_col,                   \
@@ -102,53 +103,26 @@ TEV_VERSION1(std::complex<double>, tev_complex16, z)
 
 template <class T, class Routine, class... More>
 matrix<T> by(Routine* routine, const blas_case<T>& x, const More*... more) {
-  using E = typename version1<T>::E;
-  const auto in = [](const T* e) { return reinterpret_cast<const E*>(e); };
   matrix<T> result = x.start();
-  const problem<T>& p = x.p;
-  routine(&p.transa, &p.transb, &p.m, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta),
-          reinterpret_cast<E*>(result.data()), &p.ldc, more...);
+  call_product(x.p, result.data(), routine, more...);
   return result;
-}
-
-template <class T>
-void expect_right(const blas_case<T>& x, const matrix<T>& result) {
-  const tev::host::verdict verdict = tev::host::check(x.p, result.data(), 1);
-  EXPECT_TRUE(verdict.passed) << x << ": " << verdict.text;
-  EXPECT_TRUE(result.padding_is_intact()) << x;
 }
 
 // Sharing is a call of its own, so that a test sees whether the threads shared or each worked alone.
 template <class T>
 bool shares(const blas_case<T>& x, const shared_grid& grid) {
-  using E = typename version1<T>::E;
-  const auto scalar = [](const T& x) { return reinterpret_cast<const E&>(x); };
-  const auto data = [](const T* x) { return reinterpret_cast<const E*>(x); };
-  const problem<T>& p = x.p;
-  matrix<T> result = x.start();
-  const auto product =
-      kernels::make_operation(p.transa, p.transb, p.m, p.n, p.k, scalar(p.alpha), data(p.a), p.lda, data(p.b), p.ldb,
-                              scalar(p.beta), reinterpret_cast<E*>(result.data()), p.ldc);
+  const matrix<T> result = x.start();
+  const auto product = described(x.p, result);
   if (!multiply_shared(product, grid)) return false;
-  expect_right(x, result);
+  EXPECT_TRUE(is_right(x, result));
   return true;
 }
-
-std::atomic<int> requests, failing;  // the request that fails, from 1; 0: none
-void* scarce_malloc(size_t size) { return ++requests == failing ? nullptr : std::malloc(size); }
-
-// For the calling thread, as long as it lives.
-struct own_threads {
-  explicit own_threads(int32_t n) : before(tev_serv_set_num_threads_local(n)) {}
-  ~own_threads() { tev_serv_set_num_threads_local(before); }
-  int32_t before;
-};
 
 // Where beta is 0 a sum of zeros may have either sign.
 template <class T>
 bool agree(const blas_case<T>& x, const matrix<T>& result, const matrix<T>& right) {
   if (x.p.beta != T(0)) return result.same_bits(right);
-  return tev::host::check(x.p, result.data(), 1).passed && result.padding_is_intact();
+  return is_right(x, result);
 }
 
 struct shape {
@@ -163,7 +137,7 @@ void check_products(const std::vector<int64_t>& teams, T alpha, T beta) {
     for (const char* trans : {"NN", "TN", "NC", "CT"}) {
       const blas_case<T> x(problem_of<T>(operation::gemm, trans, s.m, s.n, s.k, alpha, beta), random, values::whole);
       const matrix<T> right = by(version1<T>::driver, x);
-      expect_right(x, right);
+      EXPECT_TRUE(is_right(x, right));
       for (const int64_t team : teams) {
         for (const auto& strategy : version1<T>::strategies)
           ASSERT_TRUE(agree(x, by(strategy, x, &team), right))
@@ -199,7 +173,7 @@ TEST(Version1Driver, SameBitsInEveryRun) {
   for (const int64_t team : {2, 7}) {
     for (const auto& strategy : version1<float>::strategies) {
       const matrix<float> first = by(strategy, x, &team);
-      expect_right(x, first);
+      EXPECT_TRUE(is_right(x, first));
       for (int run = 0; run < 10; ++run) EXPECT_TRUE(by(strategy, x, &team).same_bits(first)) << team;
     }
   }
@@ -226,11 +200,11 @@ TEST(Version1Driver, OnItsOwnTiers) {
       }
     const blas_case<double> x(problem_of<double>(operation::gemm, "NT", 210, 320, 90, 1, 2), random, values::whole);
     const own_threads four(4);
-    expect_right(x, x.run());
+    EXPECT_TRUE(is_right(x, x.run()));
     // Two threads on two processors share this one.
     const own_threads two(2);
     const blas_case<double> tall(problem_of<double>(operation::gemm, "NN", 800, 50, 600, 1, 2), random, values::whole);
-    expect_right(tall, tall.run());
+    EXPECT_TRUE(is_right(tall, tall.run()));
     return 0;
   });
 }
@@ -248,21 +222,13 @@ TEST(Version1Driver, TeamsSmallerThanAskedFor) {
 
 TEST(Version1Driver, WithoutMemoryEveryThreadWorksAlone) {
   const child_result result = in_child({{"TEV_DEBUG_CPU_TYPE", "0"}, {"TEV_DISABLE_FAST_MM", "1"}}, [] {
-    i_malloc = scarce_malloc;
-    i_free = std::free;
+    scarce_memory::install();
     engine random(51);
     const int64_t team = 4;
     const blas_case<double> x(problem_of<double>(operation::gemm, "NT", 203, 101, 300, 1, 3), random, values::whole);
-    for (const auto& strategy : version1<double>::strategies) {
-      int n = 0;
-      do {
-        failing = ++n;
-        requests = 0;
-        expect_right(x, by(strategy, x, &team));
-      } while (requests >= n && n < 20);
-    }
-    requests = 0;
-    failing = 1;
+    for (const auto& strategy : version1<double>::strategies)
+      scarce_memory::fail_each(20, [&] { EXPECT_TRUE(is_right(x, by(strategy, x, &team))); });
+    scarce_memory::fail(1);
     EXPECT_FALSE(shares(x, {2, 2, true, true}));
     return ::testing::Test::HasFailure() ? 1 : 0;
   });

@@ -14,9 +14,10 @@
 #include <thread>
 #include <vector>
 
-#include "host/check.h"
-#include "tests/support/blas_case.h"
 #include "tests/support/each_tier.h"
+#include "tests/support/judge.h"
+#include "tests/support/own_threads.h"
+#include "tests/support/scarce_memory.h"
 
 namespace tev::test {
 namespace {
@@ -92,19 +93,6 @@ T random_scalar(engine& random, values kind) {
   return choice < 2 ? T(static_cast<real_part_t<T>>(choice)) : random_element<T>(random, kind);
 }
 
-struct own_threads {
-  explicit own_threads(int32_t n) : before(tev_serv_set_num_threads_local(n)) {}
-  ~own_threads() { tev_serv_set_num_threads_local(before); }
-  int32_t before;
-};
-
-template <class T>
-void judge(const blas_case<T>& x, const matrix<T>& result, bool exactly = false) {
-  const host::verdict verdict = host::check(x.p, result.data(), 1);
-  EXPECT_TRUE(verdict.passed && !(exactly && verdict.worst > 0)) << x << ": " << verdict.text;
-  EXPECT_TRUE(x.unwritten_is_intact(result)) << x;
-}
-
 template <class T>
 blas_case<T> random_case(const routine& r, std::string options, const shape& s, engine& random, values kind) {
   if (random() % 3 == 0)
@@ -122,7 +110,7 @@ void sweep(engine& random, int one_of) {
       const values kind = r.op != operation::trsm && random() % 2 == 0 ? values::whole : values::fractions;
       const blas_case<T> x = random_case<T>(r, options, s, random, kind);
       const own_threads team(threads);
-      judge(x, x.run(), kind == values::whole);
+      EXPECT_TRUE(is_right(x, x.run(), kind == values::whole));
       if (testing::Test::HasFailure()) GTEST_FAIL() << threads << " threads";
     };
     for (const shape& s : kSmall)
@@ -165,12 +153,12 @@ TEST(Level3, WorkInsideIsShared) {
         const shape s = left ? shape{order, sides, 0} : shape{sides, order, 0};
         const blas_case<T> x(problem_of<T>(r.op, options, s.m, s.n, s.k, T(1.25), T(0)), random, values::fractions);
         const own_threads team(static_cast<int>(2 + random() % 3));
-        judge(x, x.run());
+        EXPECT_TRUE(is_right(x, x.run()));
       }
       if (is_rank_k(r.op)) {
         const blas_case<T> x(problem_of<T>(r.op, options, 0, 37, 1700, T(2), T(random() % 2)), random, values::whole);
         const own_threads team(static_cast<int>(2 + random() % 3));
-        judge(x, x.run(), true);
+        EXPECT_TRUE(is_right(x, x.run(), true));
       }
     });
   });
@@ -207,19 +195,15 @@ TEST(Level3, InsideAParallelRegionTheCallerWorksAlone) {
     std::array<matrix<double>, 2> results = {x.start(), x.start()};
 #pragma omp parallel num_threads(2)
     call(x.p, results[omp_get_thread_num() % 2].data());
-    for (const matrix<double>& result : results) judge(x, result);
+    for (const matrix<double>& result : results) EXPECT_TRUE(is_right(x, result));
   });
 }
 
 // ---- Memory --------------------------------------------------------------------------------------------------------
 
-std::atomic<int> requests, failing;  // the request that fails, from 1; 0: none
-void* scarce_malloc(size_t size) { return ++requests == failing ? nullptr : std::malloc(size); }
-
 TEST(Level3, AnyRequestForMemoryMayFail) {
   on_each_tier({{"TEV_DISABLE_FAST_MM", "1"}}, [](const tier_in_force&) {
-    i_malloc = scarce_malloc;
-    i_free = std::free;
+    scarce_memory::install();
     const own_threads team(3);
     each_routine<std::complex<float>>([](const routine& r, const std::string& options) {
       using T = std::complex<float>;
@@ -227,12 +211,7 @@ TEST(Level3, AnyRequestForMemoryMayFail) {
       engine random(kSeed);
       const shape s = is_rank_k(r.op) ? shape{0, 20, 1200} : shape{90, 70, 60};
       const blas_case<T> x(problem_of(r.op, options, s.m, s.n, s.k, T(1, 2), T(0, 1)), random, values::fractions);
-      for (int n = 1; n < 6; ++n) {
-        requests = 0, failing = n;
-        judge(x, x.run());
-        if (requests < n) break;
-      }
-      failing = 0;
+      scarce_memory::fail_each(5, [&] { EXPECT_TRUE(is_right(x, x.run())); });
     });
     return 0;
   });
@@ -268,7 +247,7 @@ TEST(Level3, A64KStackIsEnough) {
         pthread_t thread;
         ASSERT_EQ(pthread_create(&thread, &attributes, call_on_thread<T>::run, &own), 0);
         pthread_join(thread, nullptr);
-        judge(x, own.result);
+        EXPECT_TRUE(is_right(x, own.result));
       }
     pthread_attr_destroy(&attributes);
   });
@@ -294,13 +273,13 @@ TYPED_TEST(Level3Values, ZeroAlphaReadsNoOperandAndNanBetaReachesEveryElement) {
     for (const T beta : {T(0), T(1), T(3)}) {
       blas_case<T> x = this->ordinary(r.op, options, T(0), beta);
       x.p.a = nullptr, x.p.b = nullptr;
-      judge(x, x.run());
+      EXPECT_TRUE(is_right(x, x.run()));
     }
     if (in_place(r.op)) return;
     for (const T alpha : {T(0), T(1)}) {
       blas_case<T> x = this->ordinary(r.op, options, alpha, T(2));
       x.p.beta = T(std::numeric_limits<real_part_t<T>>::quiet_NaN());
-      judge(x, x.run());
+      EXPECT_TRUE(is_right(x, x.run()));
     }
   });
 }
@@ -326,7 +305,7 @@ TYPED_TEST(Level3Values, InfinitiesSpreadAsSumsSay) {
     x.b(20, 30) = infinity, x.b(66, 40) = T(0);
     const bool lower = std::toupper(x.p.uplo) == 'L';
     x.a(lower ? 66 : 10, lower ? 10 : 66) = infinity;
-    judge(x, x.run());
+    EXPECT_TRUE(is_right(x, x.run()));
   });
 }
 
@@ -340,7 +319,7 @@ TYPED_TEST(Level3Values, DivisorsNearTheLimitsDoNotOverflow) {
     blas_case<T> x(problem_of<T>(operation::trsm, "LUNN", 1, 9, 0, T(1), T(0)), random, values::fractions);
     x.a(0, 0) *= factor;
     x.b.fill(random, values::fractions, T(factor));
-    judge(x, x.run());
+    EXPECT_TRUE(is_right(x, x.run()));
   }
 }
 

@@ -9,11 +9,16 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
+#include "blas_threading/blas_calls.h"
 #include "blas_threading/vectors/level2.h"
 #include "tests/support/fake_processor.h"
-#include "tests/support/matrix.h"
+#include "tests/support/judge.h"
+#include "tests/support/own_threads.h"
+#include "tests/support/strided.h"
 #include "tev/blas.h"
 
 namespace tev::test {
@@ -24,65 +29,17 @@ using namespace tev::blas;
 constexpr uint64_t kSeed = 20240229;
 
 template <class T>
-struct calls;
-#define TEV_CALLS(type, parts, p, ger_name, gerc_name)       \
-  template <>                                                \
-  struct calls<type> {                                       \
-    using element = parts;                                   \
-    static constexpr auto scal = tev_blas_##p##scal;         \
-    static constexpr auto copy = tev_blas_##p##copy;         \
-    static constexpr auto axpy = tev_blas_##p##axpy;         \
-    static constexpr auto gemv = tev_blas_##p##gemv;         \
-    static constexpr auto gemv_omp = tev_blas_##p##gemv_omp; \
-    static constexpr auto gemmger = tev_blas_##p##gemmger;   \
-    static constexpr auto ger = tev_blas_##p##ger_name;      \
-    static constexpr auto gerc = tev_blas_##p##gerc_name;    \
-  };
-TEV_CALLS(float, float, s, ger, ger)
-TEV_CALLS(double, double, d, ger, ger)
-TEV_CALLS(std::complex<float>, tev_complex8, c, geru, gerc)
-TEV_CALLS(std::complex<double>, tev_complex16, z, geru, gerc)
-
+using calls = blas_calls<c_element_t<T>>;
 template <class T>
 auto in(const T* x) {
-  return reinterpret_cast<const typename calls<T>::element*>(x);
-}
-template <class T>
-auto out(T* x) {
-  return reinterpret_cast<typename calls<T>::element*>(x);
+  return reinterpret_cast<const c_element_t<T>*>(x);
 }
 
-// n elements, `inc` apart; NaN between them.
 template <class T>
-struct vector {
-  int64_t n, inc;
-  std::vector<T> stored;
-
-  vector(int64_t length, int64_t increment, engine& random, bool filled = true)
-      : n(length), inc(increment), stored(1 + (length - 1) * std::abs(increment), nan_element<T>()) {
-    for (int64_t i = 0; filled && i < n; ++i) (*this)[i] = random_element<T>(random, values::whole);
-  }
-  T& operator[](int64_t i) { return stored[inc < 0 ? (i - n + 1) * inc : i * inc]; }
-  const T& operator[](int64_t i) const { return stored[inc < 0 ? (i - n + 1) * inc : i * inc]; }
-  bool same_as(const vector& other) const {
-    for (size_t i = 0; i < stored.size(); ++i)
-      if (stored[i] != other.stored[i] && (stored[i] == stored[i] || other.stored[i] == other.stored[i])) return false;
-    return true;
-  }
-};
-
-template <class T>
-T conjugated_if(bool conjugated, T x) {
-  if constexpr (kIsComplex<T>) return conjugated ? std::conj(x) : x;
-  return x;
+strided<T> whole(int64_t n, int64_t inc, engine& random) {
+  strided<T> x(n, inc);
+  return x.fill(random, values::whole);
 }
-
-// For the calling thread, as long as it lives.
-struct own_threads {
-  explicit own_threads(int32_t n) : before(tev_serv_set_num_threads_local(n)) {}
-  ~own_threads() { tev_serv_set_num_threads_local(before); }
-  int32_t before;
-};
 
 int64_t threads_of_process() {
   const std::filesystem::directory_iterator tasks("/proc/self/task");
@@ -176,21 +133,21 @@ TEST(VectorTeam, WithoutMemoryItComputesTheSame) {
       a.fill(random, values::whole);
       const int64_t lda = a.ld();
       const double* const ap = a.data();
-      vector<double> x(n, inc, random), y(n, back, random);
-      double *const xs = x.stored.data(), *const ys = y.stored.data();
+      const strided<double> x = whole<double>(n, inc, random), y = whole<double>(n, back, random);
+      double *const xs = x.data(), *const ys = y.data();
       tev_blas_dsymv("U", &n, &half, ap, &lda, xs, &inc, &one, ys, &back);
       tev_blas_dspmv("L", &n, &half, ap, ys, &back, &one, xs, &inc);
       tev_blas_dsbmv("L", &n, &k, &half, ap, &lda, xs, &inc, &one, ys, &back);
       for (const char* trans : {"N", "T"}) {
         tev_blas_dtrmv("U", trans, "U", &n, ap, &lda, xs, &inc);
         tev_blas_dtpmv("L", trans, "U", &n, ap, ys, &back);
-        for (double& element : x.stored) element = std::remainder(element, 16);
-        for (double& element : y.stored) element = std::remainder(element, 16);
+        for (const auto* vector : {&x, &y})
+          for (int64_t i = 0; i < n; ++i) (*vector)[i] = std::remainder((*vector)[i], 16);
       }
       tev_blas_dsyr2("L", &n, &one, xs, &inc, ys, &back, a.data(), &lda);
       std::vector<double> all(ap, ap + n);
-      for (const auto& part : {x, y})
-        for (int64_t i = 0; i < n; ++i) all.push_back(part[i]);
+      for (const auto* vector : {&x, &y})
+        for (int64_t i = 0; i < n; ++i) all.push_back((*vector)[i]);
       return all;
     };
     i_malloc = std::malloc;
@@ -289,26 +246,28 @@ TYPED_TEST(OnTeams, Level1IsTheLoop) {
   if constexpr (kIsComplex<T>) unit = T(0, 1);
   for (int32_t threads = 1; threads <= 8; ++threads)
     for (const int64_t n : {int64_t{1}, 2 * chunk - 1, 2 * chunk, 4 * chunk + 3, 7 * chunk})
-      for (const auto [incx, incy] : increments) {
+      for (const auto& [incx, incy] : increments) {
         SCOPED_TRACE(testing::Message() << n << " elements, increments " << incx << ' ' << incy << ", threads "
                                         << threads);
         const own_threads available(threads);
-        const vector<T> x(n, incx, random), y(n, incy, random);
-        auto scaled = x, copied = y, sum = y, scaled_is = x, copied_is = y, sum_is = y, unchanged = y;
+        const strided<T> x = whole<T>(n, incx, random), y = whole<T>(n, incy, random);
+        const auto scaled = x, copied = y, sum = y, scaled_is = x, copied_is = y, sum_is = y, unchanged = y;
         for (int64_t i = 0; i < n; ++i) scaled[i] *= unit, copied[i] = x[i], sum[i] += unit * x[i];
-        calls<T>::scal(&n, in(&unit), out(scaled_is.stored.data()), &incx);
-        calls<T>::copy(&n, in(x.stored.data()), &incx, out(copied_is.stored.data()), &incy);
-        calls<T>::axpy(&n, in(&unit), in(x.stored.data()), &incx, out(sum_is.stored.data()), &incy);
+        calls<T>::scal(&n, in(&unit), scaled_is.address(), &incx);
+        calls<T>::copy(&n, x.address(), &incx, copied_is.address(), &incy);
+        calls<T>::axpy(&n, in(&unit), x.address(), &incx, sum_is.address(), &incy);
         const T zero = T(0);
-        calls<T>::axpy(&n, in(&zero), nullptr, &incx, out(unchanged.stored.data()), &incy);
-        ASSERT_TRUE(scaled_is.same_as(scaled) && copied_is.same_as(copied) && sum_is.same_as(sum));
-        ASSERT_TRUE(unchanged.same_as(y));
+        calls<T>::axpy(&n, in(&zero), nullptr, &incx, unchanged.address(), &incy);
+        ASSERT_TRUE(copied_is.same_bits(copied) && unchanged.same_bits(y));
+        for (int64_t i = 0; i < n; ++i) ASSERT_TRUE(scaled_is[i] == scaled[i] && sum_is[i] == sum[i]) << i;
+        ASSERT_TRUE(scaled_is.gaps_are_intact() && copied_is.gaps_are_intact() && sum_is.gaps_are_intact());
       }
   const T nan = nan_element<T>();
-  T x = T(0), y = T(1);
+  const strided<T> x(1, 1), y(1, 1);
+  x[0] = T(0), y[0] = T(1);
   const int64_t one = 1;
-  calls<T>::axpy(&one, in(&nan), in(&x), &one, out(&y), &one);
-  EXPECT_TRUE(y != y);
+  calls<T>::axpy(&one, in(&nan), x.address(), &one, y.address(), &one);
+  EXPECT_TRUE(y[0] != y[0]);
 }
 
 constexpr int64_t kShapes[][2] = {{1, 1}, {3, 100}, {7, 3000}, {3000, 7}, {129, 130}, {200, 331}};
@@ -316,32 +275,28 @@ constexpr int64_t kIncrements[][2] = {{1, 1}, {-2, 1}, {2, -1}, {-1, -3}};
 
 TYPED_TEST(OnTeams, GemvIsTheLoop) {
   using T = TypeParam;
+  using gemv_fn = std::remove_pointer_t<decltype(calls<T>::gemv)>;
+  constexpr std::tuple omp_forms = {&tev_blas_sgemv_omp, &tev_blas_dgemv_omp, &tev_blas_cgemv_omp, &tev_blas_zgemv_omp};
   engine random(kSeed);
   for (int32_t threads = 1; threads <= 8; ++threads)
     for (const char trans : {'N', 'T', 'c'})
       for (const auto [m, n] : kShapes) {
         const auto [incx, incy] = kIncrements[random() % 4];
-        SCOPED_TRACE(testing::Message() << trans << ' ' << m << " x " << n << ", increments " << incx << ' ' << incy
-                                        << ", threads " << threads);
+        SCOPED_TRACE(testing::Message() << "increments " << incx << ' ' << incy << ", threads " << threads);
         const own_threads available(threads);
         const bool plain = trans == 'N';
-        const int64_t terms = plain ? n : m, length = plain ? m : n;
         const T alpha = random_element<T>(random, values::whole), beta = T(static_cast<real_part_t<T>>(random() % 3));
         matrix<T> a(m, n);
         a.fill(random, values::whole);
-        const vector<T> x(terms, incx, random), y(length, incy, random, beta != T(0));
-        auto expected = y, forked = y, decided = y;
-        for (int64_t i = 0; i < length; ++i) {
-          T sum = T(0);
-          for (int64_t j = 0; j < terms; ++j) sum += conjugated_if(trans == 'c', plain ? a(i, j) : a(j, i)) * x[j];
-          expected[i] = alpha * sum + (beta == T(0) ? T(0) : beta * y[i]);
-        }
+        const strided<T> x = whole<T>(plain ? n : m, incx, random);
+        const strided<T> y = beta == T(0) ? strided<T>(plain ? m : n, incy) : whole<T>(plain ? m : n, incy, random);
         const int64_t lda = a.ld();
-        for (const auto& [gemv, result] :
-             {std::pair{calls<T>::gemv_omp, &forked}, std::pair{calls<T>::gemv, &decided}}) {
-          gemv(&trans, &m, &n, in(&alpha), in(a.data()), &lda, in(x.stored.data()), &incx, in(&beta),
-               out(result->stored.data()), &incy);
-          ASSERT_TRUE(result->same_as(expected));
+        for (const auto gemv : {std::get<gemv_fn*>(omp_forms), calls<T>::gemv}) {
+          const strided<T> result = y;
+          gemv(&trans, &m, &n, in(&alpha), in(a.data()), &lda, x.address(), &incx, in(&beta), result.address(), &incy);
+          ASSERT_TRUE(
+              is_product({trans, 'N'}, x.size(), alpha, a, column_of(x), beta, column_of(y), column_of(result), true));
+          ASSERT_TRUE(result.gaps_are_intact());
         }
       }
 }
@@ -354,29 +309,27 @@ TYPED_TEST(OnTeams, RankOneIsTheLoop) {
     for (const std::string letters : {"ger", "gerc", "NT", "Cn", "Tc", "CC"})
       for (const auto [m, n] : kShapes) {
         const auto [incx, incy] = kIncrements[random() % 4];
-        SCOPED_TRACE(testing::Message() << letters << ' ' << m << " x " << n << ", increments " << incx << ' ' << incy
-                                        << ", threads " << threads);
+        SCOPED_TRACE(testing::Message() << letters << ", increments " << incx << ' ' << incy << ", threads "
+                                        << threads);
         const own_threads available(threads);
-        const bool ger = letters[0] == 'g', conjugate_x = letters[0] == 'C', conjugate_y = (letters.back() | 32) == 'c';
+        const bool ger = letters[0] == 'g';
         const T alpha = random_element<T>(random, values::whole);
         const T beta = ger ? T(1) : T(static_cast<real_part_t<T>>(random() % 3));
-        const vector<T> x(m, incx, random), y(n, incy, random);
-        matrix<T> c(m, n);
-        if (beta != T(0)) c.fill(random, values::whole);
-        const matrix<T> before = c;
+        const strided<T> x = whole<T>(m, incx, random), y = whole<T>(n, incy, random);
+        matrix<T> before(m, n);
+        if (beta != T(0)) before.fill(random, values::whole);
+        const matrix<T> c = before;
         const int64_t ldc = c.ld();
+        const auto out = reinterpret_cast<c_element_t<T>*>(c.data());
         if (ger)
-          (letters == "ger" ? calls<T>::ger : calls<T>::gerc)(&m, &n, in(&alpha), in(x.stored.data()), &incx,
-                                                              in(y.stored.data()), &incy, out(c.data()), &ldc);
+          (letters == "ger" ? calls<T>::geru : calls<T>::gerc)(&m, &n, in(&alpha), x.address(), &incx, y.address(),
+                                                               &incy, out, &ldc);
         else
-          calls<T>::gemmger(&letters[0], &letters[1], &m, &n, in(&alpha), in(x.stored.data()), &incx,
-                            in(y.stored.data()), &incy, in(&beta), out(c.data()), &ldc);
-        for (int64_t j = 0; j < n; ++j)
-          for (int64_t i = 0; i < m; ++i) {
-            const T product = alpha * conjugated_if(conjugate_x, x[i]) * conjugated_if(conjugate_y, y[j]);
-            ASSERT_EQ(c(i, j), product + (beta == T(0) ? T(0) : beta * before(i, j))) << i << ' ' << j;
-          }
-        ASSERT_TRUE(c.padding_is_intact());
+          calls<T>::gemmger(&letters[0], &letters[1], &m, &n, in(&alpha), x.address(), &incx, y.address(), &incy,
+                            in(&beta), out, &ldc);
+        const auto conjugates = [](char letter) { return (letter | 32) == 'c' ? 'C' : 'T'; };
+        ASSERT_TRUE(is_product({conjugates(letters[0]), conjugates(letters.back())}, 1, alpha, row_of(x), column_of(y),
+                               beta, before, c, true));
       }
 }
 
