@@ -5,6 +5,14 @@
 
 namespace tev::lapack {
 
+block_queue::block_queue(int64_t panels, int64_t blocks, int64_t group, int64_t parts)
+    : panels_(panels), blocks_(static_cast<size_t>(blocks)) {
+  for (int64_t begin = 0, end; begin < blocks; begin = end) {
+    end = begin + std::clamp((blocks - begin) / parts, int64_t{1}, group);
+    for (int64_t b = begin; b < end; ++b) at(b).group = {begin, end};
+  }
+}
+
 void block_queue::ask(blas::span blocks) {
   const std::lock_guard held(lock_);
   for (int64_t b = blocks.begin; b < blocks.end; ++b) ++at(b).asked;
@@ -12,10 +20,10 @@ void block_queue::ask(blas::span blocks) {
 
 // The panels before a block are its updates; one more finishes it.
 block_queue::task block_queue::next_of(int64_t block) const {
-  const int64_t update = at(block).done, first = block / group_ * group_;
+  const int64_t update = at(block).done;
+  const blas::span group = at(block).group;
   if (update == std::min(block, panels_)) return {panels_, {block, block + 1}};
-  if (update >= first) return {update, {block, block + 1}};
-  return {update, {first, std::min(first + group_, count())}};
+  return {update, update >= group.begin ? blas::span{block, block + 1} : group};
 }
 
 block_queue::task block_queue::take() {

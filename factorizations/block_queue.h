@@ -3,11 +3,12 @@
 // leftmost that waits, since the panels wait for the left ones.
 //
 // A product is faster the wider it is. So blocks stand in groups, and a panel that lies left of a group is applied to
-// the whole of it at once; a panel of the same group, to single blocks. What is done at once, and in what order a block
-// gets its updates, does not depend on who takes them.
+// the whole of it at once; a panel of the same group, to single blocks. Groups get narrower to the right, so that there
+// are tasks for all threads until the end. What is done at once, and in what order a block gets its updates, does not
+// depend on who takes them.
 //
-//   groups of 4    | F . . . | . . . . | . . . . |
-//                  |   1 1 1 |    4    |    4    |     updates by panel F, and how many blocks each has
+//   | F . . . | . . . | . . | . | . |
+//   |   1 1 1 |   3   |  2  | 1 | 1 |     updates by panel F, and how many blocks each has
 #pragma once
 
 #include <cstdint>
@@ -26,8 +27,8 @@ class block_queue {
     bool is_none() const { return blocks.size() == 0; }
   };
 
-  block_queue(int64_t panels, int64_t blocks, int64_t group)
-      : panels_(panels), group_(group), blocks_(static_cast<size_t>(blocks)) {}
+  // A group has at most `group` blocks, and at most one part of `parts` of those from its first one on.
+  block_queue(int64_t panels, int64_t blocks, int64_t group, int64_t parts);
 
   void ask(blas::span blocks);
   task take();
@@ -40,6 +41,7 @@ class block_queue {
 
  private:
   struct state {
+    blas::span group = {0, 0};
     int64_t asked = 0, done = 0;
     bool taken = false;
     bool waits() const { return !taken && done < asked; }
@@ -49,7 +51,7 @@ class block_queue {
   int64_t count() const { return static_cast<int64_t>(blocks_.size()); }
   task next_of(int64_t block) const;
 
-  const int64_t panels_, group_;
+  const int64_t panels_;
   mutable std::mutex lock_;
   std::vector<state> blocks_;
   bool closed_ = false;

@@ -49,8 +49,8 @@ namespace {
 
 plan plan_of(int64_t order) {
   const int64_t threads = blas::permitted_threads();
-  if (threads == 1 || order < 256) return {1, order < 64 ? order : order < 512 ? 32 : order < 2048 ? 64 : 128, 1};
-  return {threads, order < 1024 ? 64 : 128, 1};
+  if (threads == 1 || order < 256) return {1, order < 64 ? order : order < 512 ? 32 : order < 2048 ? 64 : 128, 1, 1};
+  return {threads, order < 1024 ? 64 : 128, 1, 1};
 }
 
 template <class T>

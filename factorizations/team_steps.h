@@ -18,8 +18,8 @@ namespace tev::lapack {
 template <class Factorization>
 class team_steps final : public steps {
  public:
-  team_steps(Factorization& what, int64_t panels, int64_t blocks, int64_t group)
-      : what_(what), panels_(panels), blocks_(blocks), queue_(panels, blocks, group) {}
+  team_steps(Factorization& what, int64_t panels, int64_t blocks, const plan& p)
+      : what_(what), panels_(panels), blocks_(blocks), queue_(panels, blocks, p.group, p.parts) {}
 
   // The thread that is number 0 of its team calls run(), the others call serve().
   void run() {
@@ -74,7 +74,7 @@ class team_steps final : public steps {
 
 template <class Factorization>
 void run_on_team(Factorization& what, int64_t panels, int64_t blocks, const plan& p) {
-  team_steps<Factorization> all(what, panels, blocks, p.group);
+  team_steps<Factorization> all(what, panels, blocks, p);
   blas::run_team(p.threads, [&](int64_t thread, int64_t) { thread == 0 ? all.run() : all.serve(thread); });
 }
 

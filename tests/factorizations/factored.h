@@ -37,11 +37,12 @@ matrix<T> random_matrix(int64_t rows, int64_t columns, engine& random, values ki
   return a;
 }
 
-inline constexpr lapack::plan kPlans[] = {{1, 8, 2}, {2, 8, 1}, {3, 8, 3}, {2, 16, 2}, {5, 7, 4}, {3, 20, 9}};
+inline constexpr lapack::plan kPlans[] = {{1, 8, 2, 1},  {2, 8, 1, 2}, {3, 8, 3, 2},
+                                          {2, 16, 2, 1}, {5, 7, 4, 3}, {3, 20, 9, 1}};
 
 inline std::string name_of(const lapack::plan& p) {
   return std::to_string(p.threads) + " threads, width " + std::to_string(p.width) + ", group " +
-         std::to_string(p.group) + ", ";
+         std::to_string(p.group) + " of " + std::to_string(p.parts) + ", ";
 }
 
 // What is done to a random matrix.
