@@ -33,10 +33,19 @@ using lapack::observed_step;
 using lapack::span;
 using lapack::step_kind;
 
+// What a thread here does while one of the sink's does 1: the sink's products are wider. Of 0.6 to 1 in tenths the
+// fastest with one thread on each side, for LU, Cholesky and QR of order 2000 and 4000.
+inline constexpr double kSpeedHere = 0.9;
+
 // Threads on both sides, which compute at the same time.
 struct core_division {
   int64_t host, sink;
-  int64_t all() const { return host + sink; }
+
+  // Of the work, so that both sides take the same time.
+  double part_here() const {
+    const double here = kSpeedHere * static_cast<double>(host);
+    return here / (here + static_cast<double>(sink));
+  }
 };
 
 // What the blocks beyond a panel look like.
@@ -52,7 +61,7 @@ enum class block_shape {
 inline int64_t border(int64_t panel, int64_t blocks, const core_division& cores, block_shape shape) {
   const auto beyond = static_cast<double>(blocks - panel - 1);
   if (beyond < 1) return panel + 1;
-  const double part = static_cast<double>(cores.host) / static_cast<double>(cores.all());
+  const double part = cores.part_here();
   const double share = std::max(0.0, ((beyond + 1) * part - 1) / beyond);
   const double squares = shape == block_shape::without_diagonal ? 1 / beyond : 0;
   const double here =

@@ -292,7 +292,7 @@ TEST(OffloadPlan, TheBorderDividesTheWork) {
           all += area;
           here += is_here ? area : shape == offload::block_shape::without_diagonal ? 0.5 : 0;
         }
-        const double part = static_cast<double>(cores.host) / static_cast<double>(cores.all()),
+        const double part = cores.part_here(),
                      block = shape == offload::block_shape::columns ? 1 : static_cast<double>(beyond),
                      panels_work = all / static_cast<double>(std::max<int64_t>(beyond, 1));
         if (border > panel + 2) EXPECT_NEAR(here + panels_work, part * (all + panels_work), block) << panel;
