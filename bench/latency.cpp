@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   const char* function = argc > 2 ? argv[2] : "be_card_invoke_handler";
-  const vro_process_options options = {argv[1], nullptr, nullptr, -1};
+  const vro_process_options options = {argv[1], nullptr, nullptr, -1, 0};
   vro_process* process = nullptr;
   if (vro_process_create(&options, &process) != VRO_OK) give_up();
   std::printf("# misc bytes   median us   99%% us   least us   (%d round trips of %s)\n", count, function);

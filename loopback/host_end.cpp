@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // How a sink ended. Its process descriptor tells that it did; the status may have been taken by the host program, which
-// is free to reap every child, or to ignore SIGCHLD.
+// is free to reap every child, or to ignore SIGCHLD, and of a sink that is no child there is none.
 #include <poll.h>
 #include <sys/wait.h>
 
@@ -22,7 +22,7 @@ namespace {
 
 constexpr int kKillMs = 5000;  // a killed process that the system keeps longer is left to it
 
-// False when there is none to take: the host program took it, or (si_pid 0) the process still lives.
+// False when there is none to take: it is gone, or (si_pid 0) the process still lives.
 bool take_status(int pidfd, siginfo_t* info) {
   *info = {};
   int result;
@@ -43,7 +43,8 @@ void describe_status(const siginfo_t& status, char* text, size_t room) {
 bool has_ended(int pidfd) {
   siginfo_t info = {};
   const int result = waitid(P_PIDFD, static_cast<id_t>(pidfd), &info, WEXITED | WNOHANG | WNOWAIT);
-  return result == 0 ? info.si_pid != 0 : errno == ECHILD;  // the latter: the host program took its status
+  if (result == 0) return info.si_pid != 0;
+  return errno == ECHILD && pidfd_send_signal(pidfd, 0, nullptr, 0) != 0;  // a child no more, or never one
 }
 
 }  // namespace
@@ -84,7 +85,7 @@ bool conclude(int pidfd, const char* if_alive, char* text, size_t room) {
   else if (known)
     describe_status(status, text, room);  // of a death of its own, even one that was only just faster than ours
   else
-    std::snprintf(text, room, "ended (the host program took its status)");
+    std::snprintf(text, room, "ended (nobody knows its status)");
   return exited && status.si_status == 0;
 }
 

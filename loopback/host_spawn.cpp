@@ -2,13 +2,16 @@
 // Starting the sink's process: one end of a new channel, default signals, its own process group (a Ctrl-C at the
 // terminal is the host program's to handle; the sink ends with its host anyway).
 #include <fcntl.h>
+#include <sched.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -22,7 +25,8 @@ extern "C" {  // some versions of this header do not say so themselves
 namespace vro {
 namespace {
 
-constexpr int kSendBytes = 1 << 20;  // several of the largest messages; the system may grant less
+constexpr size_t kStackBytes = 1 << 16;  // of the process in between; posix_spawn has a stack of its own for the next
+constexpr int kSendBytes = 1 << 20;      // several of the largest messages; the system may grant less
 
 bool has_name(const char* entry, const char* name) {
   const size_t length = std::strlen(name);
@@ -48,15 +52,18 @@ std::vector<std::string> make_environment(const vro_process_options& options, in
   return result;
 }
 
-// Returns the error number of the start, which includes that of the exec.
-int start_program(const vro_process_options& options, int channel, pid_t* pid) try {
-  const std::vector<std::string> environment = make_environment(options, channel);
-  std::vector<char*> pointers;
-  pointers.reserve(environment.size() + 1);
-  for (const std::string& entry : environment) pointers.push_back(const_cast<char*>(entry.c_str()));
-  pointers.push_back(nullptr);
-  char* const arguments[] = {const_cast<char*>(options.executable), nullptr};
+// A start, and what became of it: an error number, which includes that of the exec, or a process.
+struct start {
+  const vro_process_options& options;
+  int channel;
+  char* const* environment;
+  pid_t pid;
+  int pidfd;
+  int error;
+};
 
+void start_here(start& s) {
+  char* const arguments[] = {const_cast<char*>(s.options.executable), nullptr};
   sigset_t none, all;
   sigemptyset(&none);
   sigfillset(&all);
@@ -68,12 +75,46 @@ int start_program(const vro_process_options& options, int channel, pid_t* pid) t
   posix_spawnattr_setsigmask(&attributes, &none);
   posix_spawnattr_setsigdefault(&attributes, &all);
   posix_spawnattr_setpgroup(&attributes, 0);
-  int error = posix_spawn_file_actions_adddup2(&actions, channel, channel);  // clears close-on-exec, in the child only
-  if (!error && options.output >= 0) error = posix_spawn_file_actions_adddup2(&actions, options.output, STDOUT_FILENO);
-  if (!error) error = posix_spawn(pid, options.executable, &actions, &attributes, arguments, pointers.data());
+  s.error =
+      posix_spawn_file_actions_adddup2(&actions, s.channel, s.channel);  // clears close-on-exec, in the child only
+  if (!s.error && s.options.output >= 0)
+    s.error = posix_spawn_file_actions_adddup2(&actions, s.options.output, STDOUT_FILENO);
+  if (!s.error) s.error = posix_spawn(&s.pid, s.options.executable, &actions, &attributes, arguments, s.environment);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
-  return error;
+  s.pidfd = s.error ? -1 : pidfd_open(s.pid, 0);
+}
+
+// By a process in between, with this one's memory and descriptors, which has ended when clone() returns. Its end raises
+// no signal, and no wait but this one meets it.
+void start_detached(start& s) {
+  const auto stack = std::make_unique<unsigned char[]>(kStackBytes);
+  const auto between = [](void* data) {
+    start_here(*static_cast<start*>(data));
+    return 0;
+  };
+  const pid_t pid = clone(between, stack.get() + kStackBytes, CLONE_VM | CLONE_VFORK | CLONE_FILES, &s);
+  if (pid < 0)
+    s.error = errno;
+  else
+    waitpid(pid, nullptr, __WCLONE);
+}
+
+// Returns the error number.
+int start_program(const vro_process_options& options, int channel, vro_process* p) try {
+  const std::vector<std::string> environment = make_environment(options, channel);
+  std::vector<char*> pointers;
+  pointers.reserve(environment.size() + 1);
+  for (const std::string& entry : environment) pointers.push_back(const_cast<char*>(entry.c_str()));
+  pointers.push_back(nullptr);
+  start s = {options, channel, pointers.data(), 0, -1, 0};
+  if (options.detached)
+    start_detached(s);
+  else
+    start_here(s);
+  p->pid = s.pid;
+  p->pidfd = s.pidfd;
+  return s.error;
 } catch (const std::bad_alloc&) {  // thrown before anything was made
   return ENOMEM;
 }
@@ -106,10 +147,10 @@ int spawn(const vro_process_options& options, vro_process* p) {
   int ends[2];
   if (const int error = open_channel(ends))
     return fail(VRO_SYSTEM, "cannot make a channel to a sink: %s", strerrordesc_np(error));
-  const int error = start_program(options, ends[1], &p->pid);
+  p->pidfd = -1;
+  const int error = start_program(options, ends[1], p);
   close(ends[1]);
   p->socket = ends[0];
-  p->pidfd = error ? -1 : pidfd_open(p->pid, 0);
   if (p->pidfd >= 0) return VRO_OK;
   const int pidfd_error = errno;
   close(p->socket);  // which ends a sink that did start

@@ -46,6 +46,7 @@ bool connection::start(const connection_options& options) {
   process_options.executable = options.sink.c_str();
   process_options.library_path = options.library_path.empty() ? nullptr : options.library_path.c_str();
   process_options.output = STDERR_FILENO;
+  process_options.detached = options.detached ? 1 : 0;
   const std::vector<const char*> environment = sink_environment();
   process_options.environment = environment.data();
   vro_process* process = nullptr;

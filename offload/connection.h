@@ -20,7 +20,8 @@ struct connection_options {
   std::string sink, library_path;
   int32_t threads;
   bool trust_features;
-  int patience_ms = -1;  // a sink that does not answer for so long is ended; below 0: never
+  bool detached = false;  // the sink is no child of this process
+  int patience_ms = -1;   // a sink that does not answer for so long is ended; below 0: never
 };
 
 // What an invoke request says. Operands are addresses in memory of the connection.

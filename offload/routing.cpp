@@ -83,6 +83,7 @@ process_sink* living_sink() {
                                                         .library_path = "",
                                                         .threads = chosen->sink_threads,
                                                         .trust_features = true,
+                                                        .detached = true,  // programs wait for all their children
                                                         .patience_ms = kSetUpMs}}};
   if (!process->link.has_ended()) return process;
   say(ended, process->link.error().c_str());

@@ -47,6 +47,8 @@ typedef struct vro_process_options {
   const char* const* environment; /* "NAME=value", NULL-terminated; NULL: the caller's environment */
   const char* library_path;       /* directories put before LD_LIBRARY_PATH of the sink; may be NULL */
   int output;                     /* descriptor that becomes the sink's standard output; -1: the caller's */
+  int detached; /* 1: the sink is no child of this program, whose own waits for any child never meet it; how it ended is
+                   then not known. It ends with the program all the same */
 } vro_process_options;
 
 /* Starts a sink and waits (at most 10 seconds) until it serves. On failure *process is NULL. */

@@ -62,7 +62,7 @@ inline report multiply(vro_process* process, int64_t n) {
 }
 
 inline vro_process* start_sink(const char* const* environment = nullptr) {
-  const vro_process_options options = {TEV_SINK_PATH, environment, nullptr, -1};
+  const vro_process_options options = {TEV_SINK_PATH, environment, nullptr, -1, 0};
   vro_process* process = nullptr;
   vro_process_create(&options, &process);
   return process;

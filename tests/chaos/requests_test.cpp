@@ -34,7 +34,7 @@ struct answer {
 struct Requests : testing::Test {
   void SetUp() override {
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);  // for its words about wrong arguments
-    const vro_process_options options = {TEV_SINK_PATH, nullptr, nullptr, nowhere};
+    const vro_process_options options = {TEV_SINK_PATH, nullptr, nullptr, nowhere, 0};
     ASSERT_EQ(vro_process_create(&options, &process_), VRO_OK) << vro_last_error();
     close(nowhere);
   }

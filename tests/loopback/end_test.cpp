@@ -117,7 +117,7 @@ TEST_F(End, ShutdownKillsASinkThatHangs) {
 
 TEST_F(End, CreateSaysWhyNoSinkServes) {
   const auto error_of = [](const char* executable) {
-    const vro_process_options options = {executable, nullptr, nullptr, -1};
+    const vro_process_options options = {executable, nullptr, nullptr, -1, 0};
     vro_process* p = nullptr;
     EXPECT_NE(VRO_OK, vro_process_create(&options, &p));
     EXPECT_EQ(nullptr, p);
@@ -149,7 +149,7 @@ pid_t start_host(pid_t* sink, const char* name) {
   EXPECT_EQ(0, pipe(ends));
   const pid_t host = fork();
   if (host == 0) {
-    const vro_process_options options = {VRO_TEST_SINK, nullptr, nullptr, -1};
+    const vro_process_options options = {VRO_TEST_SINK, nullptr, nullptr, -1, 0};
     vro_process* p = nullptr;
     if (vro_process_create(&options, &p) != VRO_OK) _exit(1);
     start(p, name, bytes_of(60000));

@@ -103,7 +103,7 @@ class Loopback : public testing::Test {
 
   static vro_process* start_sink(int output = -1, const char* library_path = nullptr,
                                  const char* const* environment = nullptr) {
-    const vro_process_options options = {VRO_TEST_SINK, environment, library_path, output};
+    const vro_process_options options = {VRO_TEST_SINK, environment, library_path, output, 0};
     vro_process* p = nullptr;
     if (vro_process_create(&options, &p) == VRO_OK) started().insert(static_cast<pid_t>(vro_process_id(p)));
     return p;

@@ -17,7 +17,7 @@ namespace {
 using namespace loopback_test;
 using Guest = Loopback;
 
-constexpr char kStatusTaken[] = "ended (the host program took its status) while it ran 'test_exit'";
+constexpr char kStatusTaken[] = "ended (nobody knows its status) while it ran 'test_exit'";
 
 TEST_F(Guest, OfAProgramThatIgnoresItsChildren) {
   const auto old = signal(SIGCHLD, SIG_IGN);

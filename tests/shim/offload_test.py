@@ -33,6 +33,17 @@ assert (a @ np.ones((200, 200)) == 200).all()
 library.tevblas_free(address)
 library.tevblas_free(None)
 """
+CHILDREN = """
+import os
+import numpy as np
+assert (np.ones((200, 200)) @ np.ones((200, 200)) == 200).all()
+if os.fork() == 0: os._exit(3)
+ended = []
+try:
+    while True: ended.append(os.wait()[1])
+except ChildProcessError:
+    assert ended == [3 << 8], ended
+"""
 PROCESSES = """
 import os, threading
 import numpy as np
@@ -46,7 +57,7 @@ if os.fork() == 0:
 threads = [threading.Thread(target=work) for _ in range(3)]
 for thread in threads: thread.start()
 for thread in threads: thread.join()
-os.wait()
+assert os.wait()[1] == 0
 assert np.dot(np.ones(7), np.ones(7)) == 7
 """
 
@@ -93,6 +104,11 @@ class Settings(unittest.TestCase):
             with self.subTest(mode):
                 done = run(MEMORY, OFFLOAD=mode)
                 self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+
+    def test_a_sink_is_no_child(self):
+        done = run(CHILDREN, OFFLOAD="always", TRACE="stderr")
+        self.assertEqual((done.returncode, {call[3] for call in calls(done.stderr)[0]}), (0, {"here", "sink"}))
 
 
 class Trace(unittest.TestCase):

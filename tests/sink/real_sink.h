@@ -7,7 +7,7 @@
 #include "vro/host.h"
 
 inline vro_process* start_sink() {
-  const vro_process_options options = {TEV_SINK_PATH, nullptr, nullptr, -1};
+  const vro_process_options options = {TEV_SINK_PATH, nullptr, nullptr, -1, 0};
   vro_process* process = nullptr;
   EXPECT_EQ(vro_process_create(&options, &process), VRO_OK) << vro_last_error();
   return process;
