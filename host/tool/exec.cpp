@@ -9,22 +9,19 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 
 #include "host/failure.h"
 #include "host/tool/options.h"
+#include "host/tool/places.h"
 
 namespace tev::host::tool {
 namespace {
 
 constexpr char kLibrary[] = "libtevblas.so.0";
 
-// In the tree of folders that this tool is in, else where the loader finds it. Only a library that opens is preloaded:
-// the loader would merely warn, and the program run on the BLAS that it has.
+// Only a library that opens is preloaded: the loader would merely warn, and the program run on the BLAS that it has.
 std::string library_path() {
-  std::error_code error;
-  const std::filesystem::path beside = own_folder().parent_path() / "lib" / kLibrary;
-  const std::string path = std::filesystem::exists(beside, error) ? beside.string() : kLibrary;
+  const std::string path = library_folder() + "/" + kLibrary;
   if (path.find_first_of(" :") != std::string::npos)
     throw bad_input(fmt::format("{}: cannot be preloaded from a folder with blanks or colons in its name", path));
   if (dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL) == nullptr) throw failed(dlerror());

@@ -20,11 +20,16 @@ std::string processor_name() {
 
 }  // namespace
 
-int show_info(const command_line& line) {
-  sink_client sink(resolve(line.sink));
+facts ask(const sink_options& options) {
+  sink_client sink(resolve(options));
   const facts f = {processor_name(), static_cast<int>(std::thread::hardware_concurrency()), sink.executable(),
                    sink.report(), sink.busy_seconds()};
   sink.shut_down();
+  return f;
+}
+
+int show_info(const command_line& line) {
+  const facts f = ask(line.sink);
   put(line.json ? info_json(f) : info_text(f));
   return 0;
 }

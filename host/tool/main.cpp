@@ -41,6 +41,8 @@ int run(int argc, char** argv) {
       return tool::exec_program(line);
     case tool::command_line::show:
       return tool::show_trace(line);
+    case tool::command_line::status:
+      return tool::show_status(line);
     default:
       tool::put(line.text);
       return kSuccess;

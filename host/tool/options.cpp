@@ -7,7 +7,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <limits>
 #include <sstream>
 #include <string_view>
@@ -15,6 +14,7 @@
 #include "host/failure.h"
 #include "host/parse.h"
 #include "host/tier.h"
+#include "host/tool/places.h"
 
 namespace tev::host::tool {
 namespace {
@@ -82,10 +82,15 @@ constexpr char kBenchFooter[] =
     "shares\n"
     "of the last repetition's time that went into panels, on this process's first thread, and into updates, on all of\n"
     "its threads.\n\n"
+    "--plot and --report also measure, at the sink's thread count and instruction set, libtevblas in a process of its\n"
+    "own and, where Debian's packages are installed, OpenBLAS (libopenblas0-serial, -pthread or -openmp) and BLIS\n"
+    "(libblis4-...). The peak is a loop of multiply-adds in registers.\n\n"
     "Examples:\n"
     "  tev-offload bench\n"
     "  tev-offload bench --op trsm --precision z --sizes 256,512,1000 --repeat 5\n"
-    "  tev-offload bench --sizes 100:1000:100 --threads 4 --json";
+    "  tev-offload bench --sizes 100:1000:100 --threads 4 --json\n"
+    "  tev-offload bench --sizes 32,64,128,256,512,1024,2048 --plot dgemm.svg\n"
+    "  tev-offload bench --op gemm,trsm,lu --precision d,z --report speeds.html";
 
 constexpr char kDemoFooter[] =
     "Runs all four operations in all four precisions, checks each result, and shows a short table of speeds.";
@@ -104,6 +109,15 @@ constexpr char kTraceFooter[] =
     "the\n"
     "program's own process. Lines of several processes and runs are added up.";
 
+constexpr char kStatusFooter[] =
+    "Nothing of the program runs: the dynamic loader lists what it would load. Of python3, and of scripts for it, the\n"
+    "module of NumPy is judged, which is looked up in the folders that the interpreter searches. A library or module\n"
+    "may be given as well, as /usr/lib/R/lib/libR.so for R.\n\n"
+    "Examples:\n"
+    "  tev-offload status                        the distribution's libblas.so.3 and its alternatives\n"
+    "  tev-offload status python3\n"
+    "  LD_LIBRARY_PATH=FOLDER tev-offload status octave-cli";
+
 constexpr int kMostThreads = 1024, kMostRepetitions = 1000000;
 
 // CLI11's own reading of numbers takes octal ones, and the largest number for any that is larger.
@@ -120,7 +134,8 @@ void add_size(CLI::App* app, const char* name, std::optional<int64_t>* size, con
 void add_sink_place(CLI::App* app, sink_options* options) {
   add_number(app, "--threads", &options->threads, "Threads of the sink's team; default: as many as it likes", 1,
              kMostThreads);
-  app->add_option("--sink", options->sink, "The sink's executable; default: tev_sink beside this program")
+  app->add_option("--sink", options->sink,
+                  "The sink's executable; default: tev_sink beside this program or in ../libexec")
       ->envname("TEV_SINK")
       ->type_name("PATH");
 }
@@ -133,7 +148,7 @@ void add_sink_options(CLI::App* app, sink_options* options) {
                   "Kernels: auto, detect, def, mc, mc3, avx, avx2, avx512 or avx512_zel; default: auto")
       ->type_name("NAME");
   app->add_option("--library-path", options->library_path,
-                  "Folders for the sink's libraries; default: ../lib from here")
+                  "Folders for the sink's libraries; default: that of this program's own")
       ->type_name("PATH");
 }
 
@@ -193,12 +208,16 @@ CLI::App* add_run(CLI::App* app, command_line* line) {
 
 CLI::App* add_bench(CLI::App* app, command_line* line) {
   CLI::App* bench = app->add_subcommand("bench", "A table over sizes")->footer(kBenchFooter);
-  bench->add_option("--op", line->call.operation, "As for run; default: gemm")->type_name("OP");
-  bench->add_option("--precision", line->call.precision, "s, d, c or z; default: d")->type_name("P");
+  bench->add_option("--op", line->call.operation, "As for run, or several: gemm,trsm; default: gemm")->type_name("OP");
+  bench->add_option("--precision", line->call.precision, "s, d, c or z, or several; default: d")->type_name("P");
   add_place(bench, &line->call);
   bench->add_option("--sizes", line->sizes, "Sizes and ranges FIRST:LAST:STEP; default: 256,512,1000")
       ->type_name("LIST");
   add_number(bench, "--repeat", &line->call.repeat, "Repetitions of each size; default: 3", 1, kMostRepetitions);
+  bench->add_option("--plot", line->plot, "A picture of the speeds, other libraries' beside them")
+      ->type_name("FILE.svg");
+  bench->add_option("--report", line->report, "A page with a picture and a table of each operation")
+      ->type_name("FILE.html");
   add_json(bench, &line->json);
   return bench;
 }
@@ -266,18 +285,21 @@ command_line parse_command_line(int argc, char** argv) {
   for (CLI::App* command : app.get_subcommands({})) add_sink_options(command, &line.sink);
   const CLI::App* exec = add_exec(&app, &line);
   const CLI::App* trace = add_trace(&app, &line);
+  CLI::App* status = app.add_subcommand("status", "Which BLAS a program gets, and why")->footer(kStatusFooter);
+  status->add_option("program", line.program, "Default: any that asks for libblas.so.3");
 
   accept(&app, static_cast<int>(own_end - argv), argv, &line);
   if (!line.text.empty()) return line;
   line.exec.program = exec->remaining();
   if (own_end != argv + argc) line.exec.program.insert(line.exec.program.end(), own_end + 1, argv + argc);
   if (!line.exec.program.empty() && !exec->parsed()) throw bad_input("--: no command but exec runs a program");
-  line.command = info->parsed()    ? command_line::info
-                 : run->parsed()   ? command_line::run
-                 : bench->parsed() ? command_line::bench
-                 : exec->parsed()  ? command_line::exec_one
-                 : trace->parsed() ? command_line::show
-                                   : command_line::demo;
+  line.command = info->parsed()     ? command_line::info
+                 : run->parsed()    ? command_line::run
+                 : bench->parsed()  ? command_line::bench
+                 : exec->parsed()   ? command_line::exec_one
+                 : trace->parsed()  ? command_line::show
+                 : status->parsed() ? command_line::status
+                                    : command_line::demo;
   if (bench->parsed() && bench->count("--repeat") == 0) line.call.repeat = 3;
   if (bench->parsed() && line.call.operation.empty()) line.call.operation = "gemm";
   if (bench->parsed() && line.sizes.empty()) line.sizes = "256,512,1000";
@@ -285,21 +307,10 @@ command_line parse_command_line(int argc, char** argv) {
   return line;
 }
 
-std::filesystem::path own_folder() {
-  std::error_code error;
-  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-}
-
 sink_settings resolve(const sink_options& options) {
   sink_settings settings;
-  const std::filesystem::path folder = own_folder();
-  settings.executable = options.sink.empty() ? (folder / "tev_sink").string() : options.sink;
-  const std::filesystem::path libraries = (folder.parent_path() / "lib");
-  std::error_code error;
-  if (!options.library_path.empty())
-    settings.library_path = options.library_path;
-  else if (std::filesystem::is_directory(libraries, error))
-    settings.library_path = libraries.string();
+  settings.executable = options.sink.empty() ? companion_program("tev_sink") : options.sink;
+  settings.library_path = options.library_path.empty() ? library_folder() : options.library_path;
   settings.threads = options.threads;
   settings.processor_type = processor_type_for(options.tier);
   settings.trust_features = options.tier == "auto";

@@ -2,7 +2,6 @@
 // The command line as a record, and the functions that carry out what it asks for.
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -30,12 +29,14 @@ struct trace_options {
 };
 
 struct command_line {
-  enum { info, run, bench, demo, exec_one, show, text_only } command = text_only;
+  enum { info, run, bench, demo, exec_one, show, status, text_only } command = text_only;
   std::string text;  // text_only: help or version
   sink_options sink;
   bool json = false;
-  call_request call;  // run; bench: what all rows share
-  std::string sizes;  // bench
+  call_request call;         // run; bench: what all rows share
+  std::string sizes;         // bench
+  std::string plot, report;  // bench: files for pictures; empty: none
+  std::string program;       // status; empty: any
   exec_options exec;
   trace_options trace;
 };
@@ -46,9 +47,6 @@ command_line parse_command_line(int argc, char** argv);
 // Finds the sink and its libraries where the options, the environment or the tool's own folder say.
 sink_settings resolve(const sink_options& options);
 
-// "" when this program's file cannot be found.
-std::filesystem::path own_folder();
-
 // Each returns the program's exit status.
 int show_info(const command_line& line);
 int run_one(const command_line& line);
@@ -56,5 +54,6 @@ int run_bench(const command_line& line);
 int run_demo(const command_line& line);
 int exec_program(const command_line& line);  // in place of this one
 int show_trace(const command_line& line);
+int show_status(const command_line& line);
 
 }  // namespace tev::host::tool

@@ -14,14 +14,6 @@ using json = nlohmann::ordered_json;
 
 std::string dump(const json& object) { return object.dump(2, ' ', false, json::error_handler_t::replace) + "\n"; }
 
-// "gemm_step": the step of a factorization, where there is another worker, too.
-std::string called(const call& c) {
-  const bool has_two = c.op == operation::gemm || c.op == operation::trsm;
-  return fmt::format("{}{}", name_of(c.op), c.is_step && has_two ? "_step" : "");
-}
-
-const char* unit(const call& c) { return c.op == operation::laswp ? "GB/s" : "GFLOP/s"; }
-
 std::string sizes_text(const call& c) {
   return fmt::format("{} x {}", c.m, c.n) + (has_depth(c.op) ? fmt::format(" x {}", c.k) : "");
 }
@@ -110,6 +102,13 @@ std::string foreign_processor_note(const facts& f) {
 }
 
 }  // namespace
+
+std::string called(const call& c) {
+  const bool has_two = c.op == operation::gemm || c.op == operation::trsm;
+  return fmt::format("{}{}", name_of(c.op), c.is_step && has_two ? "_step" : "");
+}
+
+const char* unit(const call& c) { return c.op == operation::laswp ? "GB/s" : "GFLOP/s"; }
 
 std::string seconds_text(double seconds) {
   return seconds < 1 ? fmt::format("{:.4g} ms", seconds * 1e3) : fmt::format("{:.4g} s", seconds);

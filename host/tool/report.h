@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/offload.h"
+#include "host/tool/options.h"
 
 namespace tev::host::tool {
 
@@ -22,6 +23,9 @@ struct facts {
 std::string fact(const std::vector<std::pair<std::string, std::string>>& report, const std::string& key);
 
 std::string seconds_text(double seconds);
+
+// Starts a sink for it.
+facts ask(const sink_options& options);
 
 std::string info_text(const facts& f);
 std::string info_json(const facts& f);
@@ -44,5 +48,9 @@ std::string bench_json(const call& first, const std::vector<bench_row>& rows);
 
 // GFLOP/s; of interchanges GB/s that are read or written.
 double speed(const call& c, const outcome& o);
+const char* unit(const call& c);
+
+// "gemm_step": the step of a factorization, where there is another worker, too.
+std::string called(const call& c);
 
 }  // namespace tev::host::tool

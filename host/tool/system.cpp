@@ -120,11 +120,12 @@ int run_system(const command_line& line) {
   return 0;
 }
 
-int bench_systems(const command_line& line) {
+speed_table bench_systems(const command_line& line) {
   call_request request = line.call;
   request.records = true;
   const sink_settings settings = settings_for(line);
   progress_line shown;
+  speed_table table;
   json rows = json::array();
   if (!line.json)
     put(fmt::format("{}, best of {}\n  size      seconds     GFLOP/s   panel %  update %    busy %\n",
@@ -136,13 +137,16 @@ int bench_systems(const command_line& line) {
         c, settings, [&](const std::string& text) { shown.show(fmt::format("size {}: {}", size, text)); });
     shown.clear();
     warn(c, o);
+    table.name = fmt::format("{}{}", letter_of(c.type), name_of(c.what));
+    table.source = c.through_sink ? "sink" : "in process";
+    table.rows.push_back({size, o.best(), gflops(c, o), busy_share(o)});
     if (line.json)
       rows.push_back(json_of(c, o));
     else
       put(table_row(c, o));
   }
   if (line.json) put(json({{"rows", rows}}).dump(2) + "\n");
-  return 0;
+  return table;
 }
 
 }  // namespace tev::host::tool

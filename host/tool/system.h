@@ -4,11 +4,13 @@
 
 #include "host/linear_system.h"
 #include "host/tool/options.h"
+#include "host/tool/speeds.h"
 
 namespace tev::host::tool {
 
-// Each returns the program's exit status.
+// Returns the program's exit status.
 int run_system(const command_line& line);
-int bench_systems(const command_line& line);
+
+speed_table bench_systems(const command_line& line);
 
 }  // namespace tev::host::tool

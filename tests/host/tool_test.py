@@ -16,6 +16,7 @@ import tempfile
 import time
 import unittest
 import zipfile
+from xml.etree import ElementTree
 
 import numpy as np
 
@@ -336,6 +337,37 @@ class Computing(ToolTest):
         for step in ("laswp", "lu_step", "larfb"):
             for size in ("-m", "-n", "-k"):
                 self.run_tool("run", step, size, 0, "--check")
+
+    @unittest.skipIf(THREAD_SANITIZER, "it does not see the threads of a library that is opened later")
+    def test_pictures_of_speeds(self):
+        picture, page = pathlib.Path(self.folder, "speeds.svg"), pathlib.Path(self.folder, "speeds.html")
+        self.run_tool("bench", "--op", "gemm,syrk,lu", "--precision", "s,d", "--sizes", "40,80", "--repeat", 1,
+                      "--threads", 1, "--report", page)
+        text = page.read_text()
+        drawings = [ElementTree.fromstring(svg) for svg in re.findall("<svg.*?</svg>", text, re.S)]
+        self.assertEqual(len(drawings), 6)
+        self.assertTrue(all("100 %" in "".join(svg.itertext()) for svg in drawings), "percent of peak")
+        self.assertEqual(text.count("<th>libtevblas</th>"), 4, "factorizations are none of its")
+        self.assertFalse(re.findall("(src|href)=", text), "a page that needs others")
+        self.run_tool("bench", "--op", "laswp", "--sizes", 40, "--plot", picture)
+        self.assertIn("GB/s", "".join(ElementTree.parse(picture).getroot().itertext()))
+        self.assert_refused("--plot", "bench", "--op", "gemm,trsm", "--plot", picture)
+        self.assert_refused("nothing", "bench", "--op", "gemm,nothing", "--report", page)
+        self.assert_refused("/nowhere", "bench", "--plot", "/nowhere/at/all.svg")
+
+    def test_the_manual_has_every_command_and_option(self):
+        manual = pathlib.Path(__file__).parents[2].joinpath("docs/man/tev-offload.1").read_text().replace("\\-", "-")
+
+        def named_in_help(pattern, *arguments):
+            text = subprocess.run([TOOL, *arguments, "--help"], capture_output=True, text=True, check=True).stdout
+            found = re.findall(pattern, text, re.M)
+            self.assertTrue(found, text)
+            return found
+
+        for command in named_in_help(r"^  ([a-z]+)  "):
+            self.assertIn(command, manual)
+            for option in named_in_help(r"^  (?:-h,)?(--?[a-z][-a-z]*)", command):
+                self.assertTrue(option == "--help" or option in manual, f"docs/man/tev-offload.1 lacks {command} {option}")
 
     def test_bench_and_demo(self):
         rows = json.loads(self.run_tool("bench", "--op", "trmm", "--sizes", "50,100:200:50", "--json").stdout)["rows"]
