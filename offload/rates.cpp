@@ -23,7 +23,6 @@ constexpr int kRepetitions = 3;
 struct rates {
   double flops;  // per second, of one thread in double precision
   double bytes;  // per second, copied by the team
-  int32_t threads;
 };
 
 constinit rates known = {};
@@ -60,19 +59,11 @@ double measured_bytes() {
   return kCopiedBytes / best_seconds([&] { copy_matrix(a, a.packed_at(to.data())); });
 }
 
-// Whatever the calling thread has set for itself.
-int32_t threads_of_process() {
-  const int32_t before = tev_serv_set_num_threads_local(0);
-  const int32_t threads = tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS);
-  tev_serv_set_num_threads_local(before);
-  return threads;
-}
-
 const rates& measured() {
   if (is_known.load(std::memory_order_acquire)) return known;
   pthread_mutex_lock(&measuring);
   if (!is_known.load(std::memory_order_relaxed)) {
-    known = {measured_flops(), measured_bytes(), threads_of_process()};
+    known = {measured_flops(), measured_bytes()};
     is_known.store(true, std::memory_order_release);
   }
   pthread_mutex_unlock(&measuring);
@@ -81,10 +72,10 @@ const rates& measured() {
 
 }  // namespace
 
-bool sink_is_faster(const call_size& size, int32_t sink_threads) {
+bool sink_is_faster(const call_size& size, int32_t sink_threads, int32_t host_threads) {
   const rates& r = measured();
   const double alone = size.flops / (size.is_single ? 2 * r.flops : r.flops);
-  return kWakingSeconds + size.bytes / r.bytes + alone / sink_threads < alone / r.threads;
+  return kWakingSeconds + size.bytes / r.bytes + alone / sink_threads < alone / host_threads;
 }
 
 void forget_measuring() { measuring = PTHREAD_MUTEX_INITIALIZER; }

@@ -13,9 +13,8 @@ struct call_size {
   bool is_single;
 };
 
-// Is it over sooner when a sink with so many threads computes it? Decided with the thread count that the process had
-// when it asked first; that takes some milliseconds.
-bool sink_is_faster(const call_size& size, int32_t sink_threads);
+// Is it over sooner with so many threads of a sink than with so many here? The first question takes milliseconds.
+bool sink_is_faster(const call_size& size, int32_t sink_threads, int32_t host_threads);
 
 // In a forked child: whoever was measuring is not here.
 void forget_measuring();

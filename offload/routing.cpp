@@ -4,7 +4,6 @@
 #include "offload/routing.h"
 
 #include <pthread.h>
-#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,7 +25,7 @@ namespace {
 
 struct settings {
   std::string sink;
-  int32_t sink_threads;
+  int32_t sink_threads, host_threads;
   bool only_if_faster;
   double threshold, timeout;
 };
@@ -46,7 +45,7 @@ struct process_sink {
 constexpr int kSetUpMs = 30'000;  // until a sink has taken its settings
 constexpr double kPatience = 60, kSlowestFlops = 1e9;
 
-constinit const settings* chosen = nullptr;
+constinit std::atomic<const settings*> chosen = nullptr;
 constinit process_sink* process = nullptr;  // made by the first call that is sent; never ended before the process is
 constinit pthread_mutex_t in_use = PTHREAD_MUTEX_INITIALIZER;
 constinit std::atomic<uint32_t> generation = 0;  // another number in every forked child
@@ -70,18 +69,13 @@ void say(reason why, const char* text) {
 
 // ---- The sink
 
-int32_t processors() {
-  cpu_set_t allowed;
-  CPU_ZERO(&allowed);
-  return sched_getaffinity(0, sizeof(allowed), &allowed) == 0 ? CPU_COUNT(&allowed) : 1;
-}
-
 // The lock is held. Null where there is none any more, or none could be started.
 process_sink* living_sink() {
+  const settings& own = *chosen;
   if (!process)
-    process = new process_sink{.link{connection_options{.sink = chosen->sink,
+    process = new process_sink{.link{connection_options{.sink = own.sink,
                                                         .library_path = "",
-                                                        .threads = chosen->sink_threads,
+                                                        .threads = own.sink_threads,
                                                         .trust_features = true,
                                                         .detached = true,  // programs wait for all their children
                                                         .patience_ms = kSetUpMs}}};
@@ -91,7 +85,7 @@ process_sink* living_sink() {
 }
 
 int patience_ms(double flops) {
-  const double seconds = chosen->timeout > 0 ? chosen->timeout : kPatience + flops / kSlowestFlops;
+  const double timeout = chosen.load()->timeout, seconds = timeout > 0 ? timeout : kPatience + flops / kSlowestFlops;
   return static_cast<int>(std::min(std::max(1000 * seconds, 1.0), double{std::numeric_limits<int>::max()}));
 }
 
@@ -194,8 +188,9 @@ void release(const memory_header& header) {
 }  // namespace
 
 bool is_sent(const call_size& size) {
-  return chosen && size.flops > 0 && size.flops >= chosen->threshold &&
-         (!chosen->only_if_faster || sink_is_faster(size, chosen->sink_threads));
+  const settings* const s = chosen;
+  return s && size.flops > 0 && size.flops >= s->threshold &&
+         (!s->only_if_faster || sink_is_faster(size, s->sink_threads, s->host_threads));
 }
 
 bool run_in_sink(const sent_call& call) {
@@ -218,7 +213,8 @@ extern "C" {
 void tev_routed_set(const tev_routing* routing) {
   pthread_atfork(nullptr, nullptr, begin_anew_in_child);
   chosen = new settings{.sink = routing->sink,
-                        .sink_threads = routing->sink_threads > 0 ? routing->sink_threads : processors(),
+                        .sink_threads = routing->sink_threads,
+                        .host_threads = routing->host_threads,
                         .only_if_faster = routing->only_if_faster != 0,
                         .threshold = routing->threshold,
                         .timeout = routing->timeout};

@@ -104,12 +104,15 @@ void open_once() {
   if (!handle) give_up();
   find_all(handle, offloads, table);
   table.trust_features(1);
-  if (offloads) {
-    const tev_routing routing = offload_settings(folder);
-    table.routed_set(&routing);
-  }
   open_trace();
   opened.store(&table, std::memory_order_release);
+}
+
+void start_routing() {
+  char folder[PATH_MAX];
+  find_own_folder(folder);
+  const tev_routing routing = offload_settings(folder);
+  table.routed_set(&routing);
 }
 
 // A child must not find the library half open. Who opens it may wait for what the forking thread holds, so a fork waits
@@ -147,6 +150,7 @@ const functions& open_library() {
     table.domain_get_max_threads(TEV_DOMAIN_BLAS);
     remove_runtime_name();
     share_with_other_ranks();
+    if (table.routed_set) start_routing();
   }
   return table;
 }

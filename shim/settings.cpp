@@ -4,10 +4,11 @@
 #include <limits.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "shim/thread_limit.h"
 
 namespace tev::shim {
 
@@ -64,9 +65,11 @@ bool may_offload() {
 }
 
 tev_routing offload_settings(const char* folder) {
-  const double threads = number_of("TEVBLAS_SINK_THREADS", 1, kMostThreads, 0, "a number of threads");
+  const double sink_threads =
+      number_of("TEVBLAS_SINK_THREADS", 1, kMostThreads, processors_of_rank(), "a number of threads");
   return {.sink = sink_from(folder),
-          .sink_threads = static_cast<int32_t>(threads),
+          .sink_threads = static_cast<int32_t>(sink_threads),
+          .host_threads = threads_of_rank(),
           .only_if_faster = std::strcmp(mode(), "auto") == 0,
           .threshold = number_of("TEVBLAS_THRESHOLD", 0, kMostFlops, kThreshold, "floating-point operations"),
           .timeout = number_of("TEVBLAS_TIMEOUT", 0, kMostSeconds, 0, "seconds")};

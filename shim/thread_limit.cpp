@@ -90,6 +90,10 @@ void share_with_other_ranks() {
 
 void program_has_chosen(bool chosen) { chosen_by_program.store(chosen, std::memory_order_relaxed); }
 
+int32_t processors_of_rank() { return std::min(usable_processors(), share_of_rank.load(std::memory_order_relaxed)); }
+
+int32_t threads_of_rank() { return std::min(library().domain_get_max_threads(TEV_DOMAIN_BLAS), processors_of_rank()); }
+
 int32_t current_threads() { return permitted(library().domain_get_max_threads(TEV_DOMAIN_BLAS)); }
 
 thread_limit::thread_limit() {

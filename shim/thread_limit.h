@@ -31,4 +31,8 @@ void program_has_chosen(bool chosen);
 // Threads of a call that this thread makes now.
 int32_t current_threads();
 
+// Processors of this process, and threads of a large call that has them for itself.
+int32_t processors_of_rank();
+int32_t threads_of_rank();
+
 }  // namespace tev::shim

@@ -16,16 +16,16 @@ extern "C" {
 #endif
 
 typedef struct tev_routing {
-  const char* sink;     /* path of the sink; copied */
-  int32_t sink_threads; /* size of its team; 0: as many as this process has processors */
-  int32_t
-      only_if_faster; /* 1: a call is sent when rates that were measured at the first one say that it pays; 0: always */
-  double threshold;   /* floating-point operations of a call, below which it stays here */
-  double timeout;     /* seconds after which a sink that has not answered is ended; 0: a minute, and a second for
-                         every 10^9 floating-point operations */
+  const char* sink;       /* path of the sink; copied */
+  int32_t sink_threads;   /* size of its team, at least 1 */
+  int32_t host_threads;   /* of a large call that runs here, at least 1 */
+  int32_t only_if_faster; /* 1: only calls are sent that are over sooner then, by rates measured at the first; 0: all */
+  double threshold;       /* floating-point operations of a call, below which it stays here */
+  double timeout;         /* seconds after which a sink that has not answered is ended; 0: a minute, and a second for
+                             every 10^9 floating-point operations */
 } tev_routing;
 
-/* Before it is called every call runs here. Call it once, before any other function of this header. */
+/* Before it is called every call runs here. Call it once. */
 TEV_EXPORT void tev_routed_set(const tev_routing* routing);
 
 /* 1 when the calling thread's last call of a routine below ran in the sink, else 0; asked again: 0. */
