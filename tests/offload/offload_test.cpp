@@ -217,7 +217,7 @@ template <class T>
 std::deque<matrix<T>> all_results(tev_offload* handle) {
   std::deque<matrix<T>> results;
   engine random(7);
-  const int64_t n = 600, two = 2;
+  const int64_t n = 800, two = 2;
   for (const what kind : {what::lu, what::lower_cholesky, what::upper_cholesky}) {
     results.push_back(factor(handle, kind, start_for<T>(kind, n, n, random)).a);
     if (kind != what::lu) continue;
