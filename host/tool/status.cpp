@@ -28,7 +28,7 @@ constexpr char kPlainName[] = "libblas.so.3";
 constexpr char kAlternatives[] = "/etc/alternatives";
 constexpr char kTriplet[] = "-x86_64-linux-gnu";
 
-std::string row(const std::string& name, const std::string& text) { return fmt::format("{:<13}{}\n", name, text); }
+std::string row(const std::string& name, const std::string& text) { return fmt::format("{:<15}{}\n", name, text); }
 
 std::vector<std::string> split(const char* list) {
   std::vector<std::string> parts;

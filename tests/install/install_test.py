@@ -97,10 +97,10 @@ class Installed(unittest.TestCase):
         for program in ((), ("/usr/bin/python3",)):
             text = run(self.tool, "status", *program, **ours)
             self.assertIn("libblas.so.3: this library", text)
-            self.assertIn("because      LD_LIBRARY_PATH", text)
+            self.assertIn("because        LD_LIBRARY_PATH", text)
         preloaded = run(self.tool, "status", "/usr/bin/python3", LD_PRELOAD=str(self.libraries / "libtevblas.so.0"))
         self.assertIn("libtevblas.so.0: this library", preloaded)
-        self.assertIn("because      LD_PRELOAD", preloaded)
+        self.assertIn("because        LD_PRELOAD", preloaded)
         self.assertIn("no BLAS by itself", run(self.tool, "status", "/bin/true"))
         script = self.work / "script"
         script.write_text("#!/usr/bin/env /usr/bin/python3\n")
