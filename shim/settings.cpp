@@ -18,8 +18,8 @@ constexpr double kThreshold = 1e6;  // flops: a product of order 79, microsecond
 constexpr double kMostThreads = 1024, kMostSeconds = 1e6, kMostFlops = 1e300;
 
 // From the library's folder: where it was built, and where it is installed.
-constexpr const char* kSinks[] = {"../bin/tev_sink", "../libexec/tev_sink", "../../libexec/tev_sink",
-                                  "../../../libexec/tev_sink"};
+constexpr const char* kSinks[] = {"../bin/tev_sink", "../../bin/tev_sink", "../libexec/tev_sink",
+                                  "../../libexec/tev_sink", "../../../libexec/tev_sink"};
 constinit char found_sink[PATH_MAX] = "";
 
 // Null where it is empty, too; and in programs that run with more rights than their user.
