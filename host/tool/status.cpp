@@ -94,6 +94,11 @@ bool is_blas(const loaded_object& object) {
   return name.find("blas") != name.npos || name.find("blis") != name.npos;
 }
 
+// As packages of pip have it: under a name of its own, with functions of names of their own.
+bool is_brought_along(const loaded_object& object) {
+  return is_blas(object) && fs::path(object.path).parent_path().filename().string().ends_with(".libs");
+}
+
 bool is_ours(const fs::path& library) { return contents(library).find("tevblas_get_version") != std::string::npos; }
 
 bool lies_in(const fs::path& file, const fs::path& folder) {
@@ -113,6 +118,7 @@ std::string alternative_text(const std::string& name) {
 }
 
 std::string reason(const loaded_object& object, const fs::path& from) {
+  if (is_brought_along(object)) return "the package brought it along, and calls it by names that no other library has";
   std::error_code error;
   const fs::path real = fs::canonical(object.path, error);
   for (const std::string& preloaded : split(std::getenv("LD_PRELOAD")))
@@ -122,13 +128,12 @@ std::string reason(const loaded_object& object, const fs::path& from) {
   const fs::path chosen = fs::path(kAlternatives) / (fs::path(object.name).filename().string() + kTriplet);
   if (fs::equivalent(chosen, real, error))
     return fmt::format("the alternative {} leads to it", chosen.filename().string());
-  if (fs::path(object.path).parent_path().filename().string().ends_with(".libs"))
-    return "the package brought it along, under a name of its own, which nothing from outside reaches";
   return fmt::format("{} asks for {}", from.filename().string(), object.name);
 }
 
 std::string found_text(const std::vector<loaded_object>& objects, const fs::path& from) {
-  const auto blas = std::find_if(objects.begin(), objects.end(), is_blas);
+  auto blas = std::find_if(objects.begin(), objects.end(), is_brought_along);
+  if (blas == objects.end()) blas = std::find_if(objects.begin(), objects.end(), is_blas);
   if (blas == objects.end()) return row("gets", "no BLAS by itself; a module that it loads later may");
   if (blas->path.empty()) return row("gets", blas->name + ": not found");
   std::error_code error;

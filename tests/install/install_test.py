@@ -106,6 +106,13 @@ class Installed(unittest.TestCase):
         script.write_text("#!/usr/bin/env /usr/bin/python3\n")
         script.chmod(0o755)
         self.assertIn("_multiarray_umath", run(self.tool, "status", script))
+        module, own = self.work / "module.so", self.work / "package.libs"
+        own.mkdir()
+        run("cc", "-shared", "-x", "c", "/dev/null", "-o", own / "libx_openblas-1.so")
+        run("cc", "-shared", "-x", "c", "/dev/null", "-x", "none", "-o", module, "-Wl,--no-as-needed",
+            own / "libx_openblas-1.so", "-Wl,-rpath,$ORIGIN/package.libs")
+        brought = run(self.tool, "status", module, LD_PRELOAD=str(self.libraries / "libtevblas.so.0"))
+        self.assertIn("libx_openblas-1.so: another library", brought)
         wrong = subprocess.run([self.tool, "status", "no such program"], capture_output=True, text=True)
         self.assertEqual((wrong.returncode, wrong.stdout), (2, ""))
 
