@@ -22,7 +22,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
 BUILD = ROOT / "build/release"  # unless the command line names another
 DEBIAN = pathlib.Path("/usr/lib/x86_64-linux-gnu")
-PATIENCE = 900  # seconds for one command
+PATIENCE = 600  # seconds for one command
 MARK = "TEV_CLIENTS_RUN"
 
 
@@ -86,7 +86,7 @@ def level_testers() -> list[Part]:
 
 # These ask whether eigenvalues computed with and without vectors have the same bits (in nep.in: for ill-conditioned
 # problems), and report by the number of that test: here the bits of an element of a product depend on the product's
-# size, as docs/reliability.md tells.
+# size, as docs/using.md tells.
 SAME_BITS = {"nep": r"result +(?!8 )\d+ is", "ed": r"test\( *(?![57]\))\d+\)=", "gd": r"result +(?![57] )\d+ is"}
 
 
@@ -131,9 +131,8 @@ def scalapack_inputs(ranks: int) -> Callable[[], None]:
     return write
 
 
-# With any BLAS that fuses products and sums, these wait for ever with four ranks (seen with OpenBLAS and here; not with
-# the reference): their condition estimator's ranks part when roundings differ.
-RANKS_PART = ("xdllt",)
+# With four ranks these wait for one another for ever now and then, over the reference BLAS as well.
+RANKS_PART = ("xsllt", "xdllt", "xcllt", "xzllt")
 
 
 def scalapack_testers() -> list[Part]:
@@ -165,6 +164,8 @@ def programs() -> list[Program]:
     numpy, scipy = (f"lib/python3/dist-packages/{module}.*.so" for module in ("numpy/linalg/_umath_linalg",
                                                                                "scipy/linalg/_fblas"))
     lapack = r"(?i)passed|Total number of examples|End of tests"
+    # Some tests compare two results bit by bit: on a crowded machine, too, teams keep their size.
+    steady = {"TEV_DYNAMIC": "FALSE"}
     pytest = ["/usr/bin/python3", "-m", "pytest", "-q", "-p", "no:cacheprovider", "--pyargs"]
     teams = [Part(f"{ranks}-{bound}", mpi(ranks, "--bind-to", bound, "/usr/bin/python3", HERE / "threads_of_ranks.py"))
              for ranks, bound in ((1, "none"), (2, "core"), (2, "none"), (4, "none"))]
@@ -172,11 +173,11 @@ def programs() -> list[Program]:
     return [
         Program("reference BLAS testers", "lib/*/blas/xblat3d", "PASS", r"FAIL|SUSPECT|\*\*\*|ERROR(?!-EXIT)", level_testers(), True),
         Program("NumPy linalg", numpy, r"\d passed",
-                r"\d failed|\d error", [Part("suite", [*pytest, "numpy.linalg"])]),
+                r"\d failed|\d error", [Part("suite", [*pytest, "numpy.linalg"], settings=steady)]),
         Program("SciPy linalg", scipy, r"\d passed",
-                r"\d failed|\d error", [Part("suite", [*pytest, "scipy.linalg"]),
+                r"\d failed|\d error", [Part("suite", [*pytest, "scipy.linalg"], settings=steady),
                                         Part("sparse", [*pytest, "scipy.sparse.linalg._isolve", "scipy.sparse.linalg._dsolve",
-                                                        "-k", ILL_POSED])]),
+                                                        "-k", ILL_POSED], settings=steady)]),
         Program("Octave", "lib/*/octave/*/liboctave.so", "svd", "warning", [
             Part("operations", ["octave-cli", "--norc", "--quiet", str(HERE / "operations.m"), *order])]),
         Program("R", "lib/R/modules/lapack.so", "svd", "rror|arning", [
@@ -187,7 +188,8 @@ def programs() -> list[Program]:
         Program("MPI: threads of ranks", "", "no more than processors", "more threads",
                 teams),
         Program("HPL", "bin/hpcc", "PASSED", "FAILED", [hpl(1), hpl(2), hpl(4)]),
-        Program("ScaLAPACK testers", "lib/*/scalapack/openmpi-tests/xdlu", "(?i)passed|End of tests", r"[1-9]\d* tests completed and failed|FAILED",
+        Program("ScaLAPACK testers", "lib/*/scalapack/openmpi-tests/xdlu", "(?i)passed|End of tests",
+                r"[1-9]\d* tests completed and failed|FAILED(?! +SKIPPED)",
                 scalapack_testers()),
         Program("LAPACK testers", "lib/*/lapack/xlintstd", lapack, r"(?i)error exits.*failed|not valid", lapack_testers(),
                 True),
@@ -196,7 +198,7 @@ def programs() -> list[Program]:
 
 def settings_of(way: Way, library: pathlib.Path | None = None) -> dict[str, str]:
     """`library`: a folder with a libblas.so.3, of another BLAS."""
-    folders = f"{library or this_library()}:{DEBIAN}/lapack"
+    folders = f"{DEBIAN}/lapack:{library or this_library()}"
     mpi_settings = {"OMPI_ALLOW_RUN_AS_ROOT": "1", "OMPI_ALLOW_RUN_AS_ROOT_CONFIRM": "1",
                     "OMPI_MCA_btl_vader_single_copy_mechanism": "none", "OMPI_MCA_btl": "self,vader"}
     return {"PATH": "/usr/bin:/bin", "HOME": "/tmp", "LC_ALL": "C", "LD_LIBRARY_PATH": folders,
