@@ -42,6 +42,23 @@ TEST_F(Guest, OfAProgramThatReapsEveryChild) {
   shut_down_ended();
 }
 
+// Its end takes neither a handle nor the memory of a buffer.
+TEST_F(Guest, ADetachedSinkServesUntilItIsKilled) {
+  const vro_process_options options = {VRO_TEST_SINK, nullptr, nullptr, -1, 1};
+  vro_process* p = nullptr;
+  vro_buffer* buffer = nullptr;
+  ASSERT_EQ(VRO_OK, vro_process_create(&options, &p)) << vro_last_error();
+  EXPECT_EQ(0, value_of<int>(call(p, "test_signals", "", sizeof(int)).result));
+  ASSERT_EQ(VRO_OK, vro_buffer_create(p, 100, &buffer));
+  EXPECT_EQ(VRO_OK, vro_process_kill(p, "took too long"));
+  EXPECT_EQ(VRO_OK, vro_process_kill(p, "is dead already"));
+  const outcome o = call(p, "test_signals");
+  EXPECT_EQ(VRO_ENDED, o.code);
+  EXPECT_NE(std::string::npos, o.error.find("took too long and was killed")) << o.error;
+  std::memset(vro_buffer_map(buffer), 1, 100);
+  EXPECT_EQ(VRO_ENDED, vro_process_shutdown(p, kWaitMs));
+}
+
 TEST_F(Guest, SinkStartsWithDefaultSignalsWhateverTheHostDoes) {
   sigset_t blocked, old_mask;
   sigfillset(&blocked);
