@@ -30,20 +30,23 @@ enum {
                               this process. */
 };
 
-/* Zeros are good defaults, but for the sink. */
+/* Zeros are good defaults, but for the sink. Host and sink compute at the same time: more threads than processors fight
+ * for them. */
 typedef struct tev_offload_options {
-  const char* sink;         /* path of the sink; NULL: there is none, everything runs in this process */
-  const char* library_path; /* directories put before LD_LIBRARY_PATH of the sink; may be NULL */
-  int32_t sink_threads;     /* size of the sink's team; 0: as many as host_threads leaves of the processors that this
-                               process     may use, at least one. Host and sink compute at the same time: more threads than
-                               processors     fight for them */
-  int32_t
-      trust_features;   /* 1: the sink's and this process's kernels are those that the processor has the features for */
-  int32_t finish_here;  /* 1: where the sink dies, a call starts again in this process and returns TEV_OFFLOAD_OK; a
-                           matrix from tev_offload_allocate is copied for that before it is touched */
-  int32_t host_threads; /* threads of this process beside the sink's, the calling one among them: it factors the panels,
-                           all of them take a share of the updates; 0: one. Without a sink the threads of each call; 0:
-                           as tev/service.h says */
+  /* Path of the sink; NULL: there is none, everything runs in this process. */
+  const char* sink;
+  /* Directories put before LD_LIBRARY_PATH of the sink; may be NULL. */
+  const char* library_path;
+  /* Size of the sink's team; 0: as many as host_threads leaves of this process's processors, at least one. */
+  int32_t sink_threads;
+  /* 1: the sink's and this process's kernels are those that the processor has the features for. */
+  int32_t trust_features;
+  /* 1: where the sink dies, a call starts again in this process and returns TEV_OFFLOAD_OK; a matrix from
+   * tev_offload_allocate is copied for that before it is touched. */
+  int32_t finish_here;
+  /* Threads of this process beside the sink's: the calling one, which factors the panels, and helpers with the updates;
+   * 0: one. Without a sink the threads of each call; 0: as tev/service.h says. */
+  int32_t host_threads;
 } tev_offload_options;
 
 /* On failure *handle is NULL, and tev_offload_last_error(NULL) tells the calling thread why. */
@@ -61,7 +64,7 @@ TEV_EXPORT double tev_offload_busy_seconds(tev_offload* handle);
 /* 1 while there is a sink that lives, else 0. */
 TEV_EXPORT int tev_offload_has_sink(const tev_offload* handle);
 
-/* Zeroed memory that the sink sees, too, page-aligned; NULL when there is none. */
+/* Zeroed memory that the sink, where there is one, sees, too; NULL when there is none. */
 TEV_EXPORT void* tev_offload_allocate(tev_offload* handle, size_t bytes);
 TEV_EXPORT void tev_offload_release(tev_offload* handle, void* memory);
 
