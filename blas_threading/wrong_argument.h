@@ -10,10 +10,10 @@
 
 namespace tev::blas {
 
-// `stem`: the routine's name without the precision, up to six capitals; `position`: of the argument, from 1.
+// `stem`: the routine's name without the precision, up to eight capitals; `position`: of the argument, from 1.
 template <class T>
 void report_wrong_argument(const char* stem, int32_t position) {
-  char name[8] = {element<T>::kLetter};
+  char name[10] = {element<T>::kLetter};
   std::strcpy(name + 1, stem);
   tev_serv_xerbla(name, &position, static_cast<int32_t>(std::strlen(name)));
 }

@@ -8,12 +8,7 @@
 # Programs and libraries find each other by where they lie themselves, so the whole may be moved.
 include(CMakePackageConfigHelpers)
 
-set(libraries tev tevblas tevblas64 tev_offload vro_host vro_device)
-foreach(optional tevlapack tevlapack64)
-  if(TARGET ${optional})
-    list(APPEND libraries ${optional})
-  endif()
-endforeach()
+set(libraries tev tevblas tevblas64 tevlapack tevlapack64 tev_offload vro_host vro_device)
 # What has to be built before `cmake --install`.
 add_custom_target(installed DEPENDS ${libraries} tev_check blas blas64 tev-offload tev_sink tev_contestant)
 
@@ -57,6 +52,8 @@ endfunction()
 tev_pkg_config(tev "BLAS, factorizations and their settings under names of their own")
 tev_pkg_config(tevblas "The standard names of BLAS and CBLAS")
 tev_pkg_config(tevblas64 "The standard names of BLAS and CBLAS, 64-bit integers")
+tev_pkg_config(tevlapack "Factorizations under LAPACK's names, for programs that link a LAPACK behind them")
+tev_pkg_config(tevlapack64 "Factorizations under LAPACK's names, 64-bit integers")
 tev_pkg_config(tev_offload "Factorizations that a sink takes a share of" vro_host)
 tev_pkg_config(tev_check "Judges requests to a sink before they are sent")
 tev_pkg_config(vro_host "The offload runtime, host's side")

@@ -22,10 +22,17 @@
 
 namespace tev::shim {
 
-enum class kind { SIDE, UPLO, TRANS, DIAG, INT, SIZE, INC, STEP, LD, SCALAR, REAL, IN, OUT, REAL_OUT };
+// clang-format off
+enum class kind {
+  ORDER, SIDE, UPLO, TRANS, OP, DIAG,      // letters
+  INT, SIZE, INC, STEP, LD, LWORK,         // integers
+  SCALAR, REAL, NORM, IN, OUT, REAL_OUT,   // by address
+  INDICES, INDICES_OUT, INFO               // arrays of integers
+};
+// clang-format on
 
 constexpr bool is_letter(kind k) { return k <= kind::DIAG; }
-constexpr bool is_integer(kind k) { return k >= kind::INT && k <= kind::LD; }
+constexpr bool is_integer(kind k) { return k >= kind::INT && k <= kind::LWORK; }
 
 template <class E>
 inline constexpr bool kComplex = !std::is_floating_point_v<E>;
@@ -37,7 +44,7 @@ auto field_example() {
   if constexpr (is_integer(K)) return int64_t{};
   if constexpr (K == kind::SCALAR || K == kind::IN) return static_cast<const E*>(nullptr);
   if constexpr (K == kind::OUT) return static_cast<E*>(nullptr);
-  if constexpr (K == kind::REAL) return static_cast<const P*>(nullptr);
+  if constexpr (K == kind::REAL || K == kind::NORM) return static_cast<const P*>(nullptr);
   if constexpr (K == kind::REAL_OUT) return static_cast<P*>(nullptr);
 }
 
@@ -56,13 +63,17 @@ constexpr bool is_one_of(char letter, const char* letters) {
 
 template <kind K>
 constexpr bool is_wrong([[maybe_unused]] auto value, [[maybe_unused]] auto... rule) {
+  if constexpr (K == kind::ORDER) return !is_one_of(value, "CR");
   if constexpr (K == kind::SIDE) return !is_one_of(value, "LR");
   if constexpr (K == kind::UPLO) return !is_one_of(value, "UL");
   if constexpr (K == kind::DIAG) return !is_one_of(value, "NU");
   if constexpr (K == kind::TRANS) return !is_one_of(value, rule...);
-  if constexpr (K == kind::SIZE) return value < 0;
+  if constexpr (K == kind::OP) return !is_one_of(value, "NTCR");
+  if constexpr (K == kind::SIZE) return value < 0 || (... || (value > rule));
   if constexpr (K == kind::INC) return value == 0;
   if constexpr (K == kind::LD) return value < 1 || (value < ... < rule);
+  if constexpr (K == kind::LWORK) return value != -1 && (value < 1 || (value < ... < rule));
+  if constexpr (K == kind::NORM) return *value < 0;
   return false;
 }
 
@@ -119,8 +130,18 @@ using c_parameter = decltype(c_example<K, E, P, I>());
 // A number that is none of the enumeration's becomes a letter that no routine knows.
 template <kind K>
 constexpr char letter_of(int number) {
-  constexpr int kFirst = K == kind::TRANS ? 111 : K == kind::UPLO ? 121 : K == kind::DIAG ? 131 : 141;
-  constexpr const char* kLetters = K == kind::TRANS ? "NTC" : K == kind::UPLO ? "UL" : K == kind::DIAG ? "NU" : "LR";
+  constexpr bool kTransposes = K == kind::TRANS || K == kind::OP;
+  constexpr int kFirst = K == kind::ORDER  ? 101
+                         : kTransposes     ? 111
+                         : K == kind::UPLO ? 121
+                         : K == kind::DIAG ? 131
+                                           : 141;
+  constexpr const char* kLetters = K == kind::ORDER   ? "RC"
+                                   : K == kind::TRANS ? "NTC"
+                                   : K == kind::OP    ? "NTCR"
+                                   : K == kind::UPLO  ? "UL"
+                                   : K == kind::DIAG  ? "NU"
+                                                      : "LR";
   for (int i = 0; kLetters[i] != '\0'; ++i)
     if (number == kFirst + i) return kLetters[i];
   return '?';

@@ -73,6 +73,15 @@ using namespace tev::shim;
   TEV_SECOND_C_NAME(c_name)
 #define TEV_MATRIX(name, base, layout, work, ...) TEV_DEFINE_MATRIX(name, TEV_JOIN(cblas_, name), layout, __VA_ARGS__)
 #define TEV_COMPOSED_MATRIX TEV_MATRIX
+#define TEV_COPY(name, base, work, ...) TEV_DEFINE_COPY(name, TEV_JOIN(cblas_, name), __VA_ARGS__)
+#define TEV_DEFINE_COPY(name, c_name, ...)                                         \
+  extern "C" TEV_EXPORT void TEV_C(c_name)(TEV_LIST(TEV_PARAMETER, __VA_ARGS__)) { \
+    TEV_CALL(name, __VA_ARGS__)                                                    \
+    const integer position = call.wrong();                                         \
+    if (position != 0) return TEV_C(cblas_xerbla)(position, "cblas_" #name, "");   \
+    run(call);                                                                     \
+  }                                                                                \
+  TEV_SECOND_C_NAME(c_name)
 #define TEV_DEFINE_VECTOR(name, c_name, ...)                                       \
   extern "C" TEV_EXPORT void TEV_C(c_name)(TEV_LIST(TEV_PARAMETER, __VA_ARGS__)) { \
     TEV_CALL(name, __VA_ARGS__)                                                    \

@@ -29,6 +29,7 @@ using namespace tev::shim;
     if (is_right(call)) run(call);                                                     \
   }
 #define TEV_COMPOSED_MATRIX TEV_MATRIX
+#define TEV_COPY(name, base, ...) TEV_MATRIX(name, base, none, __VA_ARGS__)
 #define TEV_VECTOR(name, base, work, ...)                                              \
   extern "C" TEV_EXPORT void TEV_FORTRAN(name)(TEV_LIST(TEV_PARAMETER, __VA_ARGS__)) { \
     TEV_CALL(name, __VA_ARGS__)                                                        \

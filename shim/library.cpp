@@ -72,10 +72,16 @@ void find_all(void* handle, bool offloads, functions& f) {
 #define TEV_FIND(name, base) \
   if (!offloads || !find_any(handle, "tev_routed_" #base, f.name)) find(handle, "tev_blas_" #base, f.name);
 #define TEV_MATRIX(name, base, ...) TEV_FIND(name, base)
+#define TEV_COPY(name, base, ...) TEV_FIND(name, base)
 #define TEV_COMPOSED_MATRIX(...)
 #define TEV_COMPOSED_VECTOR(...)
 #define TEV_VECTOR(name, base, ...) TEV_FIND(name, base)
 #define TEV_FUNCTION(name, base, ...) TEV_FIND(name, base)
+#include "shim/each_routine.inc"
+#undef TEV_FIND
+#define TEV_FIND(name) find(handle, "tev_lapack_" #name, f.name);
+#define TEV_LAPACK(name, ...) TEV_FIND(name)
+#define TEV_TABLE "shim/lapack_routines.inc"
 #include "shim/each_routine.inc"
 #undef TEV_FIND
 #define TEV_FIND(name) find(handle, "tev_serv_" #name, f.name);

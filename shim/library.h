@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "tev/blas.h"
+#include "tev/lapack.h"
 #include "tev/routed.h"
 #include "tev/service.h"
 
@@ -16,15 +17,21 @@ namespace tev::shim {
 struct functions {
 #define TEV_MEMBER(name, base) decltype(&tev_blas_##base) name;
 #define TEV_MATRIX(name, base, ...) TEV_MEMBER(name, base)
+#define TEV_COPY(name, base, ...) TEV_MEMBER(name, base)
 #define TEV_COMPOSED_MATRIX(...)
 #define TEV_COMPOSED_VECTOR(...)
 #define TEV_VECTOR(name, base, ...) TEV_MEMBER(name, base)
 #define TEV_FUNCTION(name, base, ...) TEV_MEMBER(name, base)
 #include "shim/each_routine.inc"
 #undef TEV_MEMBER
+#define TEV_LAPACK(name, ...) TEV_MEMBER(name)
+#define TEV_MEMBER(name) decltype(&tev_lapack_##name) name;
+#define TEV_TABLE "shim/lapack_routines.inc"
+#include "shim/each_routine.inc"
+#undef TEV_MEMBER
 #define TEV_SERVICE(row)                                                                        \
   row(trust_features) row(cpu_detect) row(allocate) row(deallocate) row(domain_get_max_threads) \
-      row(domain_set_num_threads) row(set_num_threads_local) row(mpi_get_ppn) row(mpi_safe)
+      row(domain_set_num_threads) row(set_num_threads_local) row(mpi_get_ppn) row(mpi_safe) row(xerbla)
 #define TEV_MEMBER(name) decltype(&tev_serv_##name) name;
   TEV_SERVICE(TEV_MEMBER)
 #undef TEV_MEMBER

@@ -30,7 +30,10 @@ struct amount {
 };
 constexpr double product_of(auto... factors) { return (static_cast<double>(factors) * ...); }
 constexpr amount products(auto... sizes) { return {product_of(sizes...), product_of(sizes...)}; }
-constexpr amount half_products(auto... sizes) { return {product_of(sizes...), product_of(sizes...) / 2}; }
+constexpr amount some_products(double share, auto... sizes) {
+  return {product_of(sizes...), share * product_of(sizes...)};
+}
+constexpr amount half_products(auto... sizes) { return some_products(0.5, sizes...); }
 constexpr amount elements(auto... sizes) { return {8 * product_of(sizes...), product_of(sizes...)}; }
 constexpr amount half_elements(auto... sizes) { return {8 * product_of(sizes...), product_of(sizes...) / 2}; }
 constexpr amount moved(auto... sizes) { return {8 * product_of(sizes...), 0}; }
@@ -79,6 +82,7 @@ auto result_of(auto* function, Arguments... arguments) {
   TEV_CALL(name, work, library().name(TEV_LIST(TEV_ADDRESS, __VA_ARGS__)), __VA_ARGS__)
 #define TEV_COMPOSED_MATRIX(name, base, layout, work, ...) TEV_CALL(name, work, compose_##base(*this), __VA_ARGS__)
 #define TEV_COMPOSED_VECTOR(name, base, work, ...) TEV_CALL(name, work, compose_##base(*this), __VA_ARGS__)
+#define TEV_COPY(name, base, work, ...) TEV_MATRIX(name, base, none, work, __VA_ARGS__)
 #define TEV_VECTOR(name, base, work, ...) TEV_MATRIX(name, base, none, work, __VA_ARGS__)
 #define TEV_FUNCTION(name, base, result, work, ...) \
   TEV_CALL(name, work, result_of<element>(library().name, TEV_LIST(TEV_ADDRESS, __VA_ARGS__)), __VA_ARGS__)

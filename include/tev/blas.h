@@ -469,6 +469,32 @@ TEV_EXPORT void tev_blas_ztrsm(const char* side, const char* uplo, const char* t
                                const int64_t* m, const int64_t* n, const tev_complex16* alpha, const tev_complex16* a,
                                const int64_t* lda, tev_complex16* b, const int64_t* ldb);
 
+/* B := alpha op(A) (omatcopy), the same in place (imatcopy). order C: matrices by columns, R: by rows. A has `rows`
+ * rows and `columns` columns; op(A) is A (trans N), A^T (T), A^H (C) or A conjugated (R). In place the result begins
+ * where A did, with leading dimension ldb; what neither has keeps its bits. alpha = 0 never reads A of omatcopy. An
+ * imatcopy that changes the shape needs memory for a copy: without it code 1089 is reported and A stays as it was. */
+TEV_EXPORT void tev_blas_somatcopy(const char* order, const char* trans, const int64_t* rows, const int64_t* columns,
+                                   const float* alpha, const float* a, const int64_t* lda, float* b,
+                                   const int64_t* ldb);
+TEV_EXPORT void tev_blas_domatcopy(const char* order, const char* trans, const int64_t* rows, const int64_t* columns,
+                                   const double* alpha, const double* a, const int64_t* lda, double* b,
+                                   const int64_t* ldb);
+TEV_EXPORT void tev_blas_comatcopy(const char* order, const char* trans, const int64_t* rows, const int64_t* columns,
+                                   const tev_complex8* alpha, const tev_complex8* a, const int64_t* lda,
+                                   tev_complex8* b, const int64_t* ldb);
+TEV_EXPORT void tev_blas_zomatcopy(const char* order, const char* trans, const int64_t* rows, const int64_t* columns,
+                                   const tev_complex16* alpha, const tev_complex16* a, const int64_t* lda,
+                                   tev_complex16* b, const int64_t* ldb);
+TEV_EXPORT void tev_blas_simatcopy(const char* order, const char* trans, const int64_t* rows, const int64_t* columns,
+                                   const float* alpha, float* a, const int64_t* lda, const int64_t* ldb);
+TEV_EXPORT void tev_blas_dimatcopy(const char* order, const char* trans, const int64_t* rows, const int64_t* columns,
+                                   const double* alpha, double* a, const int64_t* lda, const int64_t* ldb);
+TEV_EXPORT void tev_blas_cimatcopy(const char* order, const char* trans, const int64_t* rows, const int64_t* columns,
+                                   const tev_complex8* alpha, tev_complex8* a, const int64_t* lda, const int64_t* ldb);
+TEV_EXPORT void tev_blas_zimatcopy(const char* order, const char* trans, const int64_t* rows, const int64_t* columns,
+                                   const tev_complex16* alpha, tev_complex16* a, const int64_t* lda,
+                                   const int64_t* ldb);
+
 #ifdef __cplusplus
 }
 #endif

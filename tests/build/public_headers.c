@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 /* Compiles when every public header stands alone in C11; their own assertions check the record layouts. */
+#define TEVBLAS_DECLARE_EXTENSIONS
 #include "tev/blas.h"
 #include "tev/check.h"
 #include "tev/lapack.h"

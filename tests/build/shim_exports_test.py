@@ -1,14 +1,15 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """shim/symbols.txt is what libtevblas shows, sorted; libtevblas64 shows the names among them that have no suffix, and the
-libraries under other names show the same. None of them needs more than the C library.
+libraries under other names show the same. Likewise shim/lapack_symbols.txt and libtevlapack. None of them needs more than
+the C library.
 
-    shim_exports_test.py ROOT LIBTEVBLAS LIBTEVBLAS64 LIBBLAS LIBBLAS64 [--update]
+    shim_exports_test.py ROOT LIBTEVBLAS LIBTEVBLAS64 LIBBLAS LIBBLAS64 LIBTEVLAPACK LIBTEVLAPACK64 [--update]
 """
 import pathlib
 import subprocess
 import sys
 
-root, *libraries = (pathlib.Path(argument) for argument in sys.argv[1:6])
+root, *libraries = (pathlib.Path(argument) for argument in sys.argv[1:8])
 
 
 def output(*command):
@@ -19,18 +20,19 @@ def exported(library):
     return sorted(line.split()[-1] for line in output("nm", "-D", "--defined-only", library).splitlines())
 
 
-listed = root / "shim/symbols.txt"
-if "--update" in sys.argv:
-    listed.write_text("".join(f"{name}\n" for name in exported(libraries[0])))
-narrow = listed.read_text().split()
-wide = [name for name in narrow if not name.endswith(("_64_", "_64", "64_"))]
-
 faults = []
-for library, names in zip(libraries, (narrow, wide) * 2):
-    seen = exported(library)
-    faults += [f"{library.name}: {name} is {'missing' if name in names else 'not in shim/symbols.txt'}"
-               for name in sorted({*seen} ^ {*names})]
-    needed = [line.split("[")[1] for line in output("readelf", "-d", library).splitlines() if "(NEEDED)" in line]
-    faults += [f"{library.name}: needs {name[:-1]}" for name in needed if not name.startswith(("libc.", "ld-linux"))]
-print(*faults, f"{len(narrow)} names", sep="\n")
-sys.exit(1 if faults or not narrow else 0)
+for listed, group in ("shim/symbols.txt", libraries[:4]), ("shim/lapack_symbols.txt", libraries[4:]):
+    if "--update" in sys.argv:
+        (root / listed).write_text("".join(f"{name}\n" for name in exported(group[0])))
+    narrow = (root / listed).read_text().split()
+    wide = [name for name in narrow if not name.endswith(("_64_", "_64", "64_"))]
+    if not narrow:
+        faults.append(f"{listed} is empty")
+    for number, library in enumerate(group):
+        names = wide if number % 2 else narrow
+        faults += [f"{library.name}: {name} is {'missing' if name in names else 'not in ' + listed}"
+                   for name in sorted({*exported(library)} ^ {*names})]
+        needed = [line.split("[")[1] for line in output("readelf", "-d", library).splitlines() if "(NEEDED)" in line]
+        faults += [f"{library.name}: needs {name[:-1]}" for name in needed if not name.startswith(("libc.", "ld-linux"))]
+print(*faults, f"{len(faults)} faults", sep="\n")
+sys.exit(1 if faults else 0)

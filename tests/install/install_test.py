@@ -25,8 +25,8 @@ target_link_libraries(by_package PRIVATE tevalon::tevblas tevalon::tev_offload d
 add_executable(by_plain_name {source})
 target_link_libraries(by_plain_name PRIVATE BLAS::BLAS dl)
 """
-SONAMES = {"libtev.so.0", "libtev_offload.so.0", "libtevblas.so.0", "libtevblas64.so.0", "libvro_device.so.0",
-           "libvro_host.so.0", "libblas.so.3", "libblas64.so.3"}
+SONAMES = {"libtev.so.0", "libtev_offload.so.0", "libtevblas.so.0", "libtevblas64.so.0", "libtevlapack.so.0",
+           "libtevlapack64.so.0", "libvro_device.so.0", "libvro_host.so.0", "libblas.so.3", "libblas64.so.3"}
 
 
 def run(*command, **environment):

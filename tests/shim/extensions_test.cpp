@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What the reference BLAS lacks, against plain sums of whole numbers: ?axpby, ?gemmtr and the batches.
+// What the reference BLAS lacks, against plain sums of whole numbers: ?axpby, ?gemmtr, the batches, ?omatcopy and
+// ?imatcopy.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -69,6 +70,46 @@ TYPED_TEST(Extensions, Axpby) {
       for (int i = 0; i < n; ++i) got[at(i, incy)] = tev::test::nan_element<E>();
     axpby(n, pass(alpha), x.data(), incx, pass(beta), got.data(), incy);
     ASSERT_EQ(got, wanted) << tev::test::repeat_with(tev::test::test_seed());
+  }
+}
+
+// From matrix to matrix and in place: what belongs to no result keeps its value, in place too.
+TYPED_TEST(Extensions, MatrixCopies) {
+  using E = TypeParam;
+  auto* const out_of_place =
+      reinterpret_cast<void (*)(int, int, int, int, scalar<E>, const E*, int, E*, int)>(find(this->name("omatcopy")));
+  auto* const in_place =
+      reinterpret_cast<void (*)(int, int, int, int, scalar<E>, E*, int, int)>(find(this->name("imatcopy")));
+  ASSERT_TRUE(out_of_place && in_place);
+  for (int trial = 0; trial < 200; ++trial) {
+    const int most = trial % 4 == 0 ? 150 : 9, rows = this->below(most),
+              columns = this->below(3) == 0 ? rows : this->below(most);
+    const bool by_rows = this->below(2) == 0, transposes = this->below(2) == 0, conjugates = this->below(2) == 0;
+    const int trans = transposes ? (conjugates ? 113 : 112) : (conjugates ? 114 : 111);
+    const int held = by_rows ? columns : rows, result_held = by_rows == transposes ? rows : columns;
+    const int lda = std::max(held, 1) + this->below(kPadding), same = std::max({held, result_held, 1});
+    const int ldb = this->below(2) == 0 && lda >= result_held
+                        ? lda
+                        : same - this->below(1 + same - std::max(result_held, 1)) + this->below(kPadding);
+    const E alpha = this->below(4) == 0 ? E(static_cast<float>(this->below(2))) : this->element();
+    const std::vector<E> a = this->elements((most + kPadding) * (most + kPadding)),
+                         b = this->elements((most + kPadding) * (most + kPadding));
+    const bool inside = this->below(2) == 0;
+    std::vector<E> got = inside ? a : b, wanted = got;
+    const auto at = [=](int i, int j, int ld) { return static_cast<size_t>(by_rows ? i * ld + j : i + j * ld); };
+    for (int i = 0; i < rows; ++i)
+      for (int j = 0; j < columns; ++j) {
+        E x = a[at(i, j, lda)];
+        if constexpr (kIsComplex<E>) x = conjugates ? std::conj(x) : x;
+        wanted[transposes ? at(j, i, ldb) : at(i, j, ldb)] = alpha * x;
+      }
+    if (inside)
+      in_place(by_rows ? kRows : kRows + 1, trans, rows, columns, pass(alpha), got.data(), lda, ldb);
+    else
+      out_of_place(by_rows ? kRows : kRows + 1, trans, rows, columns, pass(alpha), a.data(), lda, got.data(), ldb);
+    ASSERT_TRUE(got == wanted) << rows << " x " << columns << " lda " << lda << " ldb " << ldb << " trans " << trans
+                               << " rows " << by_rows << " in place " << inside << " alpha " << alpha << " "
+                               << tev::test::repeat_with(tev::test::test_seed());
   }
 }
 

@@ -212,6 +212,7 @@ struct probe;
   TEV_PROBE(name, base, "", void, TEV_TAKE_NOTHING, void, TEV_TAKE_NOTHING, TEV_ORDER_TYPE, TEV_ORDER_VALUE, \
             __VA_ARGS__)
 #define TEV_COMPOSED_MATRIX(...)  // extensions_test.cpp
+#define TEV_COPY(...)
 #define TEV_COMPOSED_VECTOR(...)
 #define TEV_VECTOR(name, base, work, ...) \
   TEV_PROBE(name, base, "", void, TEV_TAKE_NOTHING, void, TEV_TAKE_NOTHING, TEV_PLAIN, TEV_PLAIN, __VA_ARGS__)
@@ -300,6 +301,7 @@ TEST(Routines, ComputeAndReportAsTheReference) {
 #define TEV_EXAMINE(name) examine<tev::shim::name>();
 #define TEV_MATRIX(name, ...) TEV_EXAMINE(name)
 #define TEV_COMPOSED_MATRIX(...)
+#define TEV_COPY(...)
 #define TEV_COMPOSED_VECTOR(...)
 #define TEV_VECTOR(name, ...) TEV_EXAMINE(name)
 #define TEV_FUNCTION(name, ...) TEV_EXAMINE(name)
