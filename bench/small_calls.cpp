@@ -14,6 +14,7 @@
 
 #include "kernels/dispatch/dispatch.h"
 #include "tev/blas.h"
+#include "tev/service.h"
 
 extern "C" {
 void dgemm_(const char*, const char*, const int*, const int*, const int*, const double*, const double*, const int*,
@@ -55,6 +56,7 @@ int main(int argc, char** argv) {
   const int rounds = argc > 2 ? std::max(1, std::atoi(argv[2])) : 51;
   const int64_t w = n;
   const double alpha = 1, zero = 0;
+  tev_serv_trust_features(1);  // as libtevblas does
   std::vector<double> matrix(static_cast<size_t>(n) * n, 1), vector(n, 1), result(static_cast<size_t>(n) * n, 0);
   const double *a = matrix.data(), *x = vector.data();
   double *c = result.data(), sum = 0;

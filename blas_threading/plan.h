@@ -35,10 +35,15 @@ struct plan {
 template <class T>
 inline constexpr int64_t kLine = 64 / static_cast<int64_t>(sizeof(T));
 
+// Sizes up to this are worth one thread on every tier, in every precision: what gemm/tier_row.cpp demands of a team
+// lies above that, and nobody needs to look there.
+inline constexpr int64_t kTiny = 16;
+
 // How many threads an operation is worth: as many as a matrix product of as many multiply-adds. k is the order of a
 // symmetric or triangular operand; of a triangle that contributes, or is computed, half of it counts.
 template <class T>
 int64_t threads_worth(int32_t code, int64_t m, int64_t n, int64_t k) {
+  if (std::max({m, n, k}) <= kTiny) return 1;
   const bool halved = code == kernels::kOpSyrk || code == kernels::kOpTrmm || code == kernels::kOpTrsm;
   const int64_t depth = std::max<int64_t>(halved ? k / 2 : k, 1);
   const int32_t tier = tev_serv_cpu_detect();

@@ -55,7 +55,7 @@ auto result_of(auto* function, Arguments... arguments) {
 }
 
 #define TEV_FIELD(kind_, name, ...) field<kind::kind_, element, part> name;
-#define TEV_ADDRESS(kind_, name, ...) by_address(name)
+#define TEV_ADDRESS(kind_, name, ...) by_address(decltype(name)(name))  // of a copy: see run()
 #define TEV_CHECK(kind_, name, ...) \
   ++position;                       \
   if (is_wrong<kind::kind_>(name __VA_OPT__(, ) __VA_ARGS__)) return position;
@@ -95,8 +95,7 @@ auto result_of(auto* function, Arguments... arguments) {
 #undef TEV_CALL
 
 template <class Call>
-auto run_on_team(const Call& call) {
-  if (call.work().work < kAlone) return call.compute();
+[[gnu::noinline]] auto run_limited(const Call& call) {
   const thread_limit limit;
   return call.compute();
 }
@@ -104,18 +103,22 @@ auto run_on_team(const Call& call) {
 template <class Call>
 [[gnu::noinline, gnu::cold]] auto run_traced(const Call& call) {
   library();
-  if (!tracing.load(std::memory_order_relaxed)) return run_on_team(call);
+  if (!tracing.load(std::memory_order_relaxed)) return run_limited(call);
   trace_line line(Call::kRoutine, call.work().multiply_adds * (kComplex<typename Call::element> ? 8 : 2));
   call.describe(line);
   line.begin();
-  return run_on_team(call);
+  return run_limited(call);
 }
 
+// Nothing here takes the address of the call or of a part of it, so that it lives in registers and on the caller's
+// stack. In memory of its own its arguments would be put two at a time, which has to wait until the caller's stores of
+// them are through: some 10 ns.
 template <class Call>
-auto run(const Call& call) {
-  if (tracing.load(std::memory_order_relaxed)) [[unlikely]]
-    return run_traced(call);
-  return run_on_team(call);
+[[gnu::always_inline]] inline auto run(const Call& call) {
+  const bool traced = tracing.load(std::memory_order_relaxed);
+  if (!traced && call.work().work < kAlone) return call.compute();
+  const Call copy = call;
+  return traced ? run_traced(copy) : run_limited(copy);
 }
 
 }  // namespace tev::shim
