@@ -110,32 +110,32 @@ void compute(const Call& call) {
 #define TEV_READY(kind_, name, ...) &&handed_##name.ready()
 #define TEV_GET(kind_, name, ...) handed_##name.get()
 #define TEV_NOTE(kind_, name, ...) line.note(#name, name)
-#define TEV_DEFINE_CALL(name_, work_, ...) \
-  struct name_ {                           \
-    using element = TEV_ELEMENT;           \
-    using part = TEV_PART;                 \
-    static constexpr reported_name kName = reported(#name_);
-static constexpr const char* kRoutine = #name_;
-TEV_EACH(TEV_FIELD, __VA_ARGS__)
-int32_t wrong() const { /* position of the first wrong argument, or 0 */
-  int32_t position = 0;
-  TEV_EACH(TEV_CHECK, __VA_ARGS__)
-  return 0;
-}
-void describe(trace_line& line) const { (TEV_LIST(TEV_NOTE, __VA_ARGS__)); }
-amount work() const { return work_; }
-bool compute() const { /* false: there was no memory */
-  TEV_EACH(TEV_HAND_OVER, __VA_ARGS__)
-  if (!(true TEV_EACH(TEV_READY, __VA_ARGS__))) return false;
-  library().name_(TEV_LIST(TEV_GET, __VA_ARGS__));
-  return true;
-}
-};  // namespace
+#define TEV_DEFINE_CALL(name_, work_, ...)                                       \
+  struct name_ {                                                                 \
+    using element = TEV_ELEMENT;                                                 \
+    using part = TEV_PART;                                                       \
+    static constexpr reported_name kName = reported(#name_);                     \
+    static constexpr const char* kRoutine = #name_;                              \
+    TEV_EACH(TEV_FIELD, __VA_ARGS__)                                             \
+    int32_t wrong() const { /* position of the first wrong argument, or 0 */     \
+      int32_t position = 0;                                                      \
+      TEV_EACH(TEV_CHECK, __VA_ARGS__)                                           \
+      return 0;                                                                  \
+    }                                                                            \
+    void describe(trace_line& line) const { (TEV_LIST(TEV_NOTE, __VA_ARGS__)); } \
+    amount work() const { return work_; }                                        \
+    bool compute() const { /* false: there was no memory */                      \
+      TEV_EACH(TEV_HAND_OVER, __VA_ARGS__)                                       \
+      if (!(true TEV_EACH(TEV_READY, __VA_ARGS__))) return false;                \
+      library().name_(TEV_LIST(TEV_GET, __VA_ARGS__));                           \
+      return true;                                                               \
+    }                                                                            \
+  };
 #define TEV_LAPACK(name, work, ...) TEV_DEFINE_CALL(name, work, __VA_ARGS__)
 #define TEV_TABLE "shim/lapack_routines.inc"
 #include "shim/each_routine.inc"
 
-}  // namespace tev::shim
+}  // namespace
 }  // namespace tev::shim
 
 using namespace tev::shim;

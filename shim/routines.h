@@ -103,11 +103,12 @@ template <class Call>
 template <class Call>
 [[gnu::noinline, gnu::cold]] auto run_traced(const Call& call) {
   library();
-  if (!tracing.load(std::memory_order_relaxed)) return run_limited(call);
+  const auto compute = [&] { return call.work().work < kAlone ? call.compute() : run_limited(call); };
+  if (!tracing.load(std::memory_order_relaxed)) return compute();
   trace_line line(Call::kRoutine, call.work().multiply_adds * (kComplex<typename Call::element> ? 8 : 2));
   call.describe(line);
   line.begin();
-  return run_limited(call);
+  return compute();
 }
 
 // Nothing here takes the address of the call or of a part of it, so that it lives in registers and on the caller's
