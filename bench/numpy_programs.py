@@ -4,7 +4,7 @@
     python3 bench/numpy_programs.py LIBRARIES [--core NAME] [--sizes 100,500,2000] [--seconds 1] [--programs solve,eigh]
 
 LIBRARIES is the folder of libtevblas (build/release/lib). --core is the name that OpenBLAS has for the machine's
-instruction set (SKYLAKEX for AVX-512): its processes are told to use it, in another column they decide for themselves.
+instruction set (OPENBLAS_CORETYPE): its processes are told to use it, in another column they decide for themselves.
 Ours has libtevlapack before the distribution's LAPACK, in another column the BLAS alone. OMP_NUM_THREADS holds for all.
 """
 import argparse
