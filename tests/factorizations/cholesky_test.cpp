@@ -81,8 +81,12 @@ template <class T>
 void factor_and_judge(char uplo, int64_t n, const kind& k, engine& random, const lapack::plan* p = nullptr) {
   const std::string what = (p ? name_of(*p) : "") + std::string(k.name) + ' ' + uplo + ' ' + std::to_string(n);
   const matrix<T> start = definite_matrix<T>(uplo, n, k, random);
-  matrix<T> a = start;
+  matrix<T> a = start, again = start;
   ASSERT_EQ(potrf(uplo, a, p), 0) << what;
+  if (p != nullptr) {  // whoever takes the blocks, the bits are the same
+    potrf(uplo, again, p);
+    EXPECT_TRUE(again.same_bits(a)) << what;
+  }
   const wide_matrix<wide_t<T>> factor = whole(uplo, a, false), other = adjoint(factor);
   expect_product<T>(whole(uplo, start, true), uplo == 'L' ? factor : other, uplo == 'L' ? other : factor, n + 4, random,
                     what);
