@@ -26,7 +26,12 @@ namespace vro {
 namespace {
 
 constexpr size_t kStackBytes = 1 << 16;  // of the process in between; posix_spawn has a stack of its own for the next
-constexpr int kSendBytes = 1 << 20;      // several of the largest messages; the system may grant less
+#if __has_feature(thread_sanitizer)
+constexpr bool kKnowsClone = false;  // it takes every clone() for a fork, and a child's threads for its own
+#else
+constexpr bool kKnowsClone = true;
+#endif
+constexpr int kSendBytes = 1 << 20;  // several of the largest messages; the system may grant less
 
 bool has_name(const char* entry, const char* name) {
   const size_t length = std::strlen(name);
@@ -108,7 +113,7 @@ int start_program(const vro_process_options& options, int channel, vro_process* 
   for (const std::string& entry : environment) pointers.push_back(const_cast<char*>(entry.c_str()));
   pointers.push_back(nullptr);
   start s = {options, channel, pointers.data(), 0, -1, 0};
-  if (options.detached)
+  if (options.detached && kKnowsClone)
     start_detached(s);
   else
     start_here(s);

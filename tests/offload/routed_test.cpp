@@ -176,7 +176,8 @@ TEST(SinkThatFails, CallsRunHereAndThatIsSaidOnce) {
     const auto child = in_child({}, [&] { return say(after_signal(signal)), 0; });
     EXPECT_EQ(child.out, "sent here here here ") << child.err;
     EXPECT_EQ(lines_of(child.err), 1) << child.err;
-    EXPECT_NE(child.err.find(signal == SIGKILL ? "ended" : "did not answer in time"), std::string::npos) << child.err;
+    EXPECT_NE(child.err.find(signal == SIGKILL ? "the sink (process" : "did not answer in time"), std::string::npos)
+        << child.err;
   }
   for (const char* sink : {"/nowhere/sink", "/bin/true"}) {
     const auto child = in_child({}, [&] {
