@@ -100,7 +100,8 @@ def lapack_testers() -> list[Part]:
     counted = r"\d+ out of .*failed to pass"
     for p in "sdcz":
         add(f"xlintst{p}", f"{p}test", counted)
-        add(f"xlintstrf{p}", f"{p}test_rfp", counted)
+        # One of 7776 systems, the same one everywhere, is too ill-conditioned for single precision, over OpenBLAS as well.
+        add(f"xlintstrf{p}", f"{p}test_rfp", r"^(?!.*[SC]TFSM.* 1 out of).*failed to pass")
         for kind in ("nep", "sep", "se2", "svd", "glm", "gqr", "gsv", "csd", "lse"):
             add(f"xeigtst{p}", kind, SAME_BITS.get(kind, counted))
         for kind in ("ec", "ed", "gg", "gd", "sb", "sg", "bb", "bal", "bak", "gbal", "gbak"):
