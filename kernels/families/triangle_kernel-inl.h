@@ -31,137 +31,139 @@ struct line_layout {
   TEV_INLINE int64_t place() const { return left ? ldb : 1; }
 };
 
-// Calls body(width<V>, first place, places) for each strip.
-template <class T, int V = kStripVectors, class Body>
-TEV_INLINE void for_places(int64_t places, const Body& body, int64_t first = 0) {
-  constexpr int64_t P = kPlaces<T, V>;
-  for (; first + P <= places; first += P) body(width<V>{}, first, P);
+// Calls body(width<V>, first place, places) for each strip: full ones, then one for the rest, of as many registers as
+// that takes.
+template <class T, int V, class Body>
+TEV_INLINE void for_last_places(int64_t places, const Body& body, int64_t first) {
   if constexpr (V > 1)
-    for_places<T, V - 1>(places, body, first);
-  else if (first < places)
-    body(width<1>{}, first, places - first);
+    if (places - first <= kPlaces<T, V - 1>) return for_last_places<T, V - 1>(places, body, first);
+  body(width<V>{}, first, places - first);
+}
+template <class T, class Body>
+TEV_INLINE void for_places(int64_t places, const Body& body) {
+  int64_t first = 0;
+  for (; first + kPlaces<T> <= places; first += kPlaces<T>) body(width<kStripVectors>{}, first, kPlaces<T>);
+  if (first < places) for_last_places<T, kStripVectors>(places, body, first);
 }
 
 // ---- Between B and strips ------------------------------------------------------------------------------------------
 
-// The places of a strip that is one register wide, of which B has `width`; the last one stands for those that it lacks.
-template <class T>
-struct partial_strip {
-  static constexpr int P = kPlaces<T, 1>;
-  T* at[P];
+// Half a register behind a mask, where the tier has such masks; whole ones as load_first and store_first say.
+#if defined(__AVX512VL__)
+inline constexpr bool kMasksHalves = true;
+#else
+inline constexpr bool kMasksHalves = false;
+#endif
+template <int W, class R>
+TEV_INLINE vec<R, W> load_some(const R* from, int64_t n) {
+#if defined(__AVX512VL__)
+  if constexpr (sizeof(R) * W == 32 && sizeof(R) == 8)
+    return _mm256_maskz_loadu_pd(static_cast<__mmask8>((1u << n) - 1), from);
+  else if constexpr (sizeof(R) * W == 32)
+    return _mm256_maskz_loadu_ps(static_cast<__mmask8>((1u << n) - 1), from);
+#endif
+  return load_first<W>(from, n);
+}
+template <int W, class R>
+TEV_INLINE void store_some(vec<R, W> value, R* to, int64_t n) {
+#if defined(__AVX512VL__)
+  if constexpr (sizeof(R) * W == 32 && sizeof(R) == 8)
+    return _mm256_mask_storeu_pd(to, static_cast<__mmask8>((1u << n) - 1), value);
+  else if constexpr (sizeof(R) * W == 32)
+    return _mm256_mask_storeu_ps(to, static_cast<__mmask8>((1u << n) - 1), value);
+#endif
+  store_first<W>(value, to, n);
+}
 
-  TEV_INLINE partial_strip(int64_t width, T* b, int64_t ldb) {
+// A register of a strip's line: `width` places of it. A square: element j of place i in unit j of vector i.
+template <class T_, int P>
+struct strip_register {
+  using T = T_;
+  using R = real_of<T>;
+  static constexpr int U = kParts<T>, L = lanes_dividing<R>(P * U), N = L / U;  // units of U in L lanes
+  line_layout b_lies;
+  int64_t n, width;
+
+  // The first `count` elements of a place or of a line.
+  TEV_INLINE static vec<R, L> load_row(const T* from, int64_t count) {
+    return count >= N ? load<L>(reals(from)) : load_some<L>(reals(from), count * U);
+  }
+  TEV_INLINE static void store_row(vec<R, L> row, int64_t count, T* to) {
+    if (count >= N)
+      store<L>(row, reals(to));
+    else
+      store_some<L>(row, reals(to), count * U);
+  }
+  // The last square overlaps the one before it.
+  TEV_INLINE int64_t square_at(int64_t next) const { return n < N ? 0 : min_of(next, n - N); }
+
+  // From n lines of B; a line is contiguous on side R, a place on side L. The last place stands for those that B lacks.
+  template <class Map>
+  TEV_INLINE void load_lines(const T* b, T* strip, Map alpha) const {
+    if (!b_lies.left) {
+      for (int64_t i = 0; i < n; ++i)
+        store<L>(alpha.template operator()<L>(load_row(b + i * b_lies.ldb, width)), reals(strip + i * P));
+      return;
+    }
+    const T* place[N];
     TEV_UNROLL
-    for (int p = 0; p < P; ++p) at[p] = b + (p < width ? p : width - 1) * ldb;
+    for (int p = 0; p < N; ++p) place[p] = b + (p < width ? p : width - 1) * b_lies.ldb;
+    for (int64_t next = 0; next < n; next += N) {
+      const int64_t i = square_at(next);
+      vec<R, L> square[N];
+      TEV_UNROLL
+      for (int p = 0; p < N; ++p) square[p] = alpha.template operator()<L>(load_row(place[p] + i, n));
+      transpose<L, U>(square);
+      TEV_UNROLL
+      for (int p = 0; p < N; ++p)
+        if (p < n) store<L>(square[p], reals(strip + (i + p) * P));
+    }
+  }
+  TEV_INLINE void store_lines(const T* strip, T* b) const {
+    if (!b_lies.left) {
+      for (int64_t i = 0; i < n; ++i) store_row(load<L>(reals(strip + i * P)), width, b + i * b_lies.ldb);
+      return;
+    }
+    for (int64_t next = 0; next < n; next += N) {
+      const int64_t i = square_at(next);
+      vec<R, L> square[N];
+      TEV_UNROLL
+      for (int p = 0; p < N; ++p) square[p] = p < n ? load<L>(reals(strip + (i + p) * P)) : vec<R, L>{};
+      transpose<L, U>(square);
+      TEV_UNROLL
+      for (int p = 0; p < N; ++p)
+        if (p < width) store_row(square[p], n, b + p * b_lies.ldb + i);
+    }
   }
 };
 
-// Between n lines of B, places from b on, and a strip; a line of B is contiguous on side R, a place on side L.
-template <class T, class Map>
-TEV_INLINE void load_part(line_layout b_lies, int64_t n, int64_t width, const T* b, T* strip, Map alpha) {
-  using R = real_of<T>;
-  constexpr int U = kParts<T>, L = kLanes<R>, P = kPlaces<T, 1>;
-  if (!b_lies.left) {
-    for (int64_t i = 0; i < n; ++i)
-      store<L>(alpha.template operator()<L>(load_first<L>(reals(b + i * b_lies.ldb), width * U)), reals(strip + i * P));
-    return;
-  }
-  const partial_strip<const T> place(width, b, b_lies.ldb);
-  int64_t i = 0;
-  for (; i < n && n >= P; i += P) {
-    i = min_of(i, n - P);  // the last square overlaps the one before it
-    vec<R, L> square[P];
-    TEV_UNROLL
-    for (int p = 0; p < P; ++p) square[p] = alpha.template operator()<L>(load<L>(reals(place.at[p] + i)));
-    transpose<L, U>(square);
-    TEV_UNROLL
-    for (int p = 0; p < P; ++p) store<L>(square[p], reals(strip + (i + p) * P));
-  }
-  for (; i < n; ++i)
-    for (int p = 0; p < P; ++p)
-      store<U>(alpha.template operator()<U>(load<U>(reals(place.at[p] + i))), reals(strip + i * P + p));
-}
-
-template <class T>
-TEV_INLINE void store_part(line_layout b_lies, int64_t n, int64_t width, const T* strip, T* b) {
-  using R = real_of<T>;
-  constexpr int U = kParts<T>, L = kLanes<R>, P = kPlaces<T, 1>;
-  if (!b_lies.left) {
-    for (int64_t i = 0; i < n; ++i) store_first<L>(load<L>(reals(strip + i * P)), reals(b + i * b_lies.ldb), width * U);
-    return;
-  }
-  int64_t i = 0;
-  for (; i < n && n >= P; i += P) {
-    i = min_of(i, n - P);
-    vec<R, L> square[P];
-    TEV_UNROLL
-    for (int p = 0; p < P; ++p) square[p] = load<L>(reals(strip + (i + p) * P));
-    transpose<L, U>(square);
-    TEV_UNROLL
-    for (int p = 0; p < P; ++p)
-      if (p < width) store<L>(square[p], reals(b + p * b_lies.ldb + i));
-  }
-  for (; i < n; ++i)
-    for (int64_t p = 0; p < width; ++p) b[i + p * b_lies.ldb] = strip[i * P + p];
-}
-
+// Into a strip, times alpha.
 template <int P, class T, class Map>
 TEV_INLINE void load_strip(line_layout b_lies, int64_t n, int64_t width, const T* b, T* strip, Map alpha) {
-  if constexpr (P == kPlaces<T, 1>)
-    if (width < P) return load_part(b_lies, n, width, b, strip, alpha);
-  if (b_lies.left)
-    copy_right_strip<T, P>(n, b, b_lies.ldb, strip, alpha);
-  else
-    copy_down_strip<T, P>(n, b, b_lies.ldb, strip, alpha);
+  using part = strip_register<T, P>;
+  if (!b_lies.left && width == P) return copy_down_strip<T, P>(n, b, b_lies.ldb, strip, alpha);
+  for (int p = 0; p < P; p += part::N)
+    part{b_lies, n, min_of(width - p, part::N)}.load_lines(b + p * b_lies.place(), strip + p, alpha);
 }
-
-// n elements of each of R columns from a strip that is R wide: undoes copy_right_strip.
-template <class T, int R>
-TEV_INLINE void spread_strip(int64_t n, const T* strip, T* to, int64_t ld) {
-  constexpr int U = kParts<T>, W = lanes_dividing<real_of<T>>(R * U), kRows = W / U;
-  int64_t p = 0;
-  if constexpr (kRows > 1)
-    for (; p < n && n >= kRows; p += kRows) {
-      p = min_of(p, n - kRows);
-      TEV_UNROLL
-      for (int c = 0; c < R; c += kRows) {
-        vec<real_of<T>, W> square[kRows];
-        TEV_UNROLL
-        for (int i = 0; i < kRows; ++i) square[i] = load<W>(reals(strip + (p + i) * R + c));
-        transpose<W, U>(square);
-        TEV_UNROLL
-        for (int i = 0; i < kRows; ++i) store<W>(square[i], reals(to + p + (c + i) * ld));
-      }
-    }
-  for (; p < n; ++p)
-    for (int c = 0; c < R; ++c) to[p + c * ld] = strip[p * R + c];
-}
-
-template <int P, class T>
-TEV_INLINE void store_strip(line_layout b_lies, int64_t n, int64_t width, const T* strip, T* b) {
-  if constexpr (P == kPlaces<T, 1>)
-    if (width < P) return store_part(b_lies, n, width, strip, b);
-  if (b_lies.left) return spread_strip<T, P>(n, strip, b, b_lies.ldb);
-  constexpr int kReals = P * kParts<T>, W = lanes_dividing<real_of<T>>(kReals);
-  for (int64_t i = 0; i < n; ++i, strip += P, b += b_lies.ldb) {
-    TEV_UNROLL
-    for (int v = 0; v < kReals; v += W) store<W>(load<W>(reals(strip) + v), reals(b) + v);
-  }
-}
-
-// Into a strip, times alpha; lines that lack to a group are 0.
 template <int P, class T>
 __attribute__((noinline)) void load_lines(line_layout b_lies, int64_t n, int64_t width, T alpha, const T* b, T* strip) {
   if (is_one(alpha))
     load_strip<P>(b_lies, n, width, b, strip, on_the_way<T, false, false>{alpha});
   else
     load_strip<P>(b_lies, n, width, b, strip, on_the_way<T, true, false>{alpha});
-  for (int64_t i = n * P; i < whole_groups(n, kGroup<T>) * P; ++i) strip[i] = T{};
 }
 
 template <int P, class T>
 __attribute__((noinline)) void store_lines(line_layout b_lies, int64_t n, int64_t width, const T* strip, T* b) {
-  store_strip<P>(b_lies, n, width, strip, b);
+  using part = strip_register<T, P>;
+  for (int p = 0; p < P; p += part::N)
+    part{b_lies, n, min_of(width - p, part::N)}.store_lines(strip + p, b + p * b_lies.place());
+}
+
+// Lines that lack to a group are 0.
+template <int P, class T>
+TEV_INLINE void fill_group(int64_t n, T* strip) {
+  for (int64_t i = n * P; i < whole_groups(n, kGroup<T>) * P; ++i) strip[i] = T{};
 }
 
 // ---- A group of lines of one strip ---------------------------------------------------------------------------------
@@ -185,6 +187,65 @@ template <class S>
 struct line_values {
   vec<typename S::R, S::L> of[S::G][S::V];
 };
+
+// Where finished lines go: `width` places of each of them.
+template <class T>
+struct lines_of_b {
+  line_layout lie;
+  int64_t lines, width;
+  T* at;  // null: nowhere, they are wanted as a strip
+};
+
+// Lanes first .. first+W-1 of a register.
+template <int W, class R, class V>
+TEV_INLINE vec<R, W> lanes_from(const V& v, int first) {
+  vec<R, W> part;
+  TEV_UNROLL
+  for (int i = 0; i < W; ++i) part[i] = v[first + i];
+  return part;
+}
+
+// Lines first .. first+G-1 as rows of B, in squares of registers or parts of them.
+template <class S, class T>
+TEV_INLINE void put_rows(const line_values<S>& x, int64_t first, const lines_of_b<T>& b) {
+  using R = typename S::R;
+  constexpr int N = S::L / S::U, Q = S::G < N ? S::G : N, W = Q * S::U;
+  TEV_UNROLL
+  for (int i = 0; i < S::G; i += Q) TEV_UNROLL
+  for (int p = 0; p < S::P; p += Q) {
+    vec<R, W> square[Q];
+    TEV_UNROLL
+    for (int q = 0; q < Q; ++q) square[q] = lanes_from<W, R>(x.of[i + q][p / N], p % N * S::U);
+    transpose<W, S::U>(square);
+    const int64_t lines = b.lines - first - i;
+    TEV_UNROLL
+    for (int q = 0; q < Q; ++q) {
+      if (p + q >= b.width) break;
+      R* const to = reals(b.at + first + i + (p + q) * b.lie.ldb);
+      if (lines >= Q)
+        store<W>(square[q], to);
+      else
+        for (int64_t l = 0; l < lines * S::U; ++l) to[l] = square[q][l];
+    }
+  }
+}
+
+template <class S, class T>
+TEV_INLINE void put_columns(const line_values<S>& x, int64_t first, const lines_of_b<T>& b) {
+  constexpr int L = S::L, N = L / S::U;
+  TEV_UNROLL
+  for (int i = 0; i < S::G; ++i) {
+    if (first + i >= b.lines) return;
+    TEV_UNROLL
+    for (int v = 0; v < S::V; ++v) {
+      auto* const to = reals(b.at + (first + i) * b.lie.ldb + v * N);
+      if (b.width >= (v + 1) * N)
+        store<L>(x.of[i][v], to);
+      else if (b.width > v * N)
+        store_first<L>(x.of[i][v], to, (b.width - v * N) * S::U);
+    }
+  }
+}
 
 // Number i of a packed triangle.
 template <int L, class R>
@@ -295,7 +356,7 @@ TEV_INLINE void take_corner(bool unit, const R* corner, const R* own, line_sums<
 
 template <triangular Kind, bool kForward, class S>
 TEV_INLINE void work_out_group(const triangle_block<typename S::T>& block, int64_t lines, bool unit, int64_t g,
-                               typename S::R* strip) {
+                               typename S::R* strip, const lines_of_b<typename S::T>& b) {
   using T = typename S::T;
   using R = typename S::R;
   constexpr int G = S::G, L = S::L, V = S::V;
@@ -319,29 +380,41 @@ TEV_INLINE void work_out_group(const triangle_block<typename S::T>& block, int64
   }
   if constexpr (Kind == triangular::solve)
     solve_corner<kForward, kForward ? 0 : G - 1>(corner, unit ? nullptr : block.divisors + first, x);
-  TEV_UNROLL
-  for (int i = 0; i < G; ++i) TEV_UNROLL
-  for (int v = 0; v < V; ++v) store<L>(x.of[i][v], own + (i * V + v) * L);
+  if (Kind == triangular::solve || b.at == nullptr) {
+    TEV_UNROLL
+    for (int i = 0; i < G; ++i) TEV_UNROLL
+    for (int v = 0; v < V; ++v) store<L>(x.of[i][v], own + (i * V + v) * L);
+  }
+  if (b.at == nullptr) return;
+  if (b.lie.left)
+    put_rows(x, first, b);
+  else
+    put_columns(x, first, b);
 }
 
-// All lines of a strip of P places.
+// All lines of a strip of P places. The strip is used up by a product that goes to B.
 template <triangular Kind, bool kForward, int G, int P, class T>
-__attribute__((noinline)) void work_out_strip(const triangle_block<T>& block, bool unit, T* strip) {
+__attribute__((noinline)) void work_out_strip(const triangle_block<T>& block, bool unit, T* strip,
+                                              const lines_of_b<T>& b) {
   const int64_t lines = block.head->lines, groups = lines / G;
   // Lines that others still take from are multiplied last.
   constexpr bool kUpwards = kForward == (Kind == triangular::solve);
   for (int64_t i = 0; i < groups; ++i)
-    work_out_group<Kind, kForward, line_tile<T, G, P>>(block, lines, unit, kUpwards ? i : groups - 1 - i, reals(strip));
+    work_out_group<Kind, kForward, line_tile<T, G, P>>(block, lines, unit, kUpwards ? i : groups - 1 - i, reals(strip),
+                                                       b);
 }
 
-// All strips, one after another.
+// All strips, one after another; b: the first one's lines.
 template <triangular Kind, bool kForward, class T>
-TEV_INLINE void work_out_strips(int64_t places, const T* triangle, T* strips) {
+TEV_INLINE void work_out_strips(int64_t places, const T* triangle, T* strips, lines_of_b<T> b) {
   constexpr int G = kGroup<T>;
   const triangle_block<T> block = packed_triangle<T, G>(triangle);
   const bool unit = block.head->unit != 0;
-  for_places<T>(places, [&](auto v, int64_t first, int64_t) TEV_LAMBDA {
-    work_out_strip<Kind, kForward, G, kPlaces<T, decltype(v)::value>>(block, unit, strips + first * block.head->lines);
+  for_places<T>(places, [&](auto v, int64_t first, int64_t width) TEV_LAMBDA {
+    constexpr int P = kPlaces<T, decltype(v)::value>;
+    b.width = width;
+    work_out_strip<Kind, kForward, G, P>(block, unit, strips + first * block.head->lines, b);
+    if (b.at != nullptr) b.at += P * b.lie.place();
   });
 }
 
@@ -357,23 +430,19 @@ void places_copy(const operand* source, packed* target, const T* scalar) {
   target->depth = n;
   target->width = places;
   for_places<T>(places, [&](auto v, int64_t first, int64_t width) TEV_LAMBDA {
-    load_lines<kPlaces<T, decltype(v)::value>>(b_lies, n, width, *scalar, b + first * b_lies.place(),
-                                               strips + first * whole_groups(n, kGroup<T>));
+    constexpr int P = kPlaces<T, decltype(v)::value>;
+    T* const strip = strips + first * whole_groups(n, kGroup<T>);
+    load_lines<P>(b_lies, n, width, *scalar, b + first * b_lies.place(), strip);
+    fill_group<P>(n, strip);
   });
 }
 
-// The packed lines are worked out where they are, whichever of the panels that is, and stored to C.
-template <bool kLeft, class T>
-TEV_INLINE void triangular_kernel(triangle_kernel_fn<T>* kernel_0, const T* a_panel, const T* b_panel,
-                                  const operand* c) {
-  const line_layout b_lies = {kLeft, c->ld};
+// The packed lines, whichever of the panels they are, are worked out to C and used up.
+template <triangular Kind, bool kLeft, bool kForward, class T>
+TEV_INLINE void triangular_kernel(const T* a_panel, const T* b_panel, const operand* c) {
   const int64_t places = kLeft ? c->columns : c->rows, n = kLeft ? c->rows : c->columns;
-  T *const strips = const_cast<T*>(kLeft ? b_panel : a_panel), *const b = static_cast<T*>(c->data);
-  kernel_0(&places, kLeft ? a_panel : b_panel, strips);
-  for_places<T>(places, [&](auto v, int64_t first, int64_t width) TEV_LAMBDA {
-    store_lines<kPlaces<T, decltype(v)::value>>(b_lies, n, width, strips + first * whole_groups(n, kGroup<T>),
-                                                b + first * b_lies.place());
-  });
+  work_out_strips<Kind, kForward>(places, kLeft ? a_panel : b_panel, const_cast<T*>(kLeft ? b_panel : a_panel),
+                                  {{kLeft, c->ld}, n, 0, static_cast<T*>(c->data)});
 }
 
 // ---- Solutions of other tiles --------------------------------------------------------------------------------------
@@ -396,7 +465,7 @@ TEV_INLINE void copy_for_tiles(char side, const operand* source, packed* target)
 
 template <class T, bool kForward, int G, int P>
 TEV_INLINE void solve_tiles(bool unit, const T* triangle, T* strip) {
-  work_out_strip<triangular::solve, kForward, G, P>(packed_triangle<T, G>(triangle), unit, strip);
+  work_out_strip<triangular::solve, kForward, G, P>(packed_triangle<T, G>(triangle), unit, strip, {});
 }
 
 }  // namespace tev::TEV_TIER

@@ -9,37 +9,11 @@
 //     rest   X    ..                           backward, the rest are the lines before the block
 #pragma once
 
-#include "kernels/families/triangle_kernel-inl.h"
+#include "kernels/families/triangle_in_place-inl.h"
 #include "kernels/routine_types.h"
 #include "tev/service.h"
 
 namespace tev::TEV_TIER {
-
-template <class T>
-struct triangular_call {
-  bool forward, unit;
-  char trans;
-  int64_t places;
-  line_strides by;  // in A
-  int64_t lda;
-  line_layout b_lies;
-
-  TEV_INLINE bool conjugated() const { return (trans & ~0x20) == 'C'; }
-};
-
-// `lower`: the stored triangle.
-template <class T>
-TEV_INLINE triangular_call<T> describe_triangular(bool left, bool lower, char trans, bool unit, int64_t places,
-                                                  int64_t lda, int64_t ldb) {
-  const bool plain = is_letter(&trans, 'N');
-  return {.forward = (lower == plain) == left,
-          .unit = unit,
-          .trans = trans,
-          .places = places,
-          .by = strides_of(left, plain, lda),
-          .lda = lda,
-          .b_lies = {left, ldb}};
-}
 
 // ---- Block by block ------------------------------------------------------------------------------------------------
 
@@ -47,7 +21,7 @@ TEV_INLINE triangular_call<T> describe_triangular(bool left, bool lower, char tr
 template <class T, kernels::gemm_fn<T>* Gemm>
 TEV_INLINE void take_from_block(const triangular_call<T>& c, int64_t i, int64_t count, int64_t k, int64_t depth,
                                 T scalar, const T* a, T beta, T* b) {
-  if (count < 1) return;
+  if (count < 1 || depth < 1) return;
   const char plain = 'N';
   const T* const x = a + i * c.by.to + k * c.by.from;
   const T* const from = b + k * c.b_lies.line();
@@ -59,23 +33,31 @@ TEV_INLINE void take_from_block(const triangular_call<T>& c, int64_t i, int64_t 
     Gemm(&plain, &c.trans, &c.places, &count, &depth, &scalar, from, &ldb, x, &c.lda, &beta, to, &ldb);
 }
 
-// own(k, depth, factor) works out the block of `depth` lines from k on, times factor.
-template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm, class Own>
+// own(k, depth, factor) works out the block of `depth` lines from k on, times factor. Where what a line takes lies side
+// by side, the block takes its share from all lines at once instead of leaving theirs to the rest: a sum is deep then,
+// and the triangle is read as it lies.
+template <triangular Kind, bool kGathers, class T, kernels::gemm_fn<T>* Gemm, class Own>
 TEV_INLINE void block_by_block(const triangular_call<T>& c, int64_t order, int64_t step, T alpha, const T* a, T* b,
                                const Own& own) {
-  const T one = real_element<T>(1);
+  const T one = real_element<T>(1), minus_one = real_element<T>(-1);
   const int64_t blocks = (order + step - 1) / step;
   const bool upwards = c.forward == (Kind == triangular::solve);
   for (int64_t q = 0; q < blocks; ++q) {
     const int64_t k = (upwards ? q : blocks - 1 - q) * step, depth = order - k < step ? order - k : step;
-    const int64_t rest = c.forward ? k + depth : 0, count = c.forward ? order - rest : k;
-    if constexpr (Kind == triangular::solve) {
-      own(k, depth, q == 0 ? alpha : one);
-      take_from_block<T, Gemm>(c, rest, count, k, depth, real_element<T>(-1), a, q == 0 ? alpha : one, b);
-    } else {
-      take_from_block<T, Gemm>(c, rest, count, k, depth, alpha, a, one, b);
-      own(k, depth, alpha);
-    }
+    const bool behind = c.forward != kGathers;  // the lines that the block gives to, or gathers from
+    const int64_t rest = behind ? k + depth : 0, count = behind ? order - rest : k;
+    const auto exchange = [&](T scalar, T beta) TEV_LAMBDA {
+      if constexpr (kGathers)
+        take_from_block<T, Gemm>(c, k, depth, rest, count, scalar, a, beta, b);
+      else
+        take_from_block<T, Gemm>(c, rest, count, k, depth, scalar, a, beta, b);
+    };
+    const bool exchanges_first = kGathers == (Kind == triangular::solve);
+    const T scalar = Kind == triangular::solve ? minus_one : alpha;
+    const T beta = Kind == triangular::solve && (kGathers || q == 0) ? alpha : one;
+    if (exchanges_first && (q > 0 || !kGathers)) exchange(scalar, beta);
+    own(k, depth, Kind == triangular::multiply || q == 0 ? alpha : one);
+    if (!exchanges_first) exchange(scalar, beta);
   }
 }
 
@@ -102,16 +84,16 @@ __attribute__((noinline)) void work_out_block(const triangular_call<T>& c, int64
     constexpr int P = kPlaces<T, decltype(v)::value>;
     T* const at = b + first * c.b_lies.place();
     load_lines<P>(c.b_lies, n, width, alpha, at, strip);
-    (c.forward ? work_out_strip<Kind, true, G, P, T> : work_out_strip<Kind, false, G, P, T>)(block, c.unit, strip);
-    store_lines<P>(c.b_lies, n, width, strip, at);
+    fill_group<P>(n, strip);
+    (c.forward ? work_out_strip<Kind, true, G, P, T>
+               : work_out_strip<Kind, false, G, P, T>)(block, c.unit, strip, lines_of_b<T>{c.b_lies, n, width, at});
   });
 }
 
 // ---- Without buffers -----------------------------------------------------------------------------------------------
 
-// Lines of a block: in memory of the allocator, where a strip and its share of the triangle stay in the second cache;
-// on the stack, also when there is no memory.
-inline constexpr int64_t kLargeBlock = 256, kSmallBlock = 32;
+// Lines of a block in memory of the allocator, where a strip and its share of the triangle stay in the second cache.
+inline constexpr int64_t kLargeBlock = 256;
 
 // A packed triangle is read once per strip: a few places do not repay a large one.
 template <class T>
@@ -120,11 +102,20 @@ TEV_INLINE bool stays_on_the_stack(int64_t order, int64_t places) {
 }
 
 template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm>
-__attribute__((noinline)) void in_small_blocks(const triangular_call<T>& c, int64_t order, T alpha, const T* a, T* b) {
-  alignas(64) char memory[block_bytes<T>(kSmallBlock)];
-  block_by_block<Kind, T, Gemm>(c, order, kSmallBlock, alpha, a, b, [&](int64_t k, int64_t depth, T factor) TEV_LAMBDA {
-    work_out_block<Kind>(c, depth, factor, a + k * (c.lda + 1), b + k * c.b_lies.line(), memory);
-  });
+__attribute__((noinline)) void in_blocks_in_place(const triangular_call<T>& c, int64_t order, T alpha, const T* a,
+                                                  T* b) {
+  const auto own = [&](int64_t k, int64_t depth, T factor) TEV_LAMBDA {
+    work_out_in_place<Kind>(c, depth, factor, a + k * (c.lda + 1), b + k * c.b_lies.line());
+  };
+  if (c.by.from == 1)
+    block_by_block<Kind, true, T, Gemm>(c, order, kSmallBlock, alpha, a, b, own);
+  else
+    block_by_block<Kind, false, T, Gemm>(c, order, kSmallBlock, alpha, a, b, own);
+}
+
+template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm>
+TEV_INLINE void in_small_blocks(const triangular_call<T>& c, int64_t order, T alpha, const T* a, T* b) {
+  (order <= kSmallBlock ? work_out_in_place<Kind, T> : in_blocks_in_place<Kind, T, Gemm>)(c, order, alpha, a, b);
 }
 
 // ---- With buffers --------------------------------------------------------------------------------------------------
@@ -136,8 +127,9 @@ TEV_INLINE bool in_large_blocks(const triangular_call<T>& c, int64_t order, T al
   const int64_t step = whole_groups((order + blocks - 1) / blocks, kGroup<T>);
   char* const memory = static_cast<char*>(tev_serv_allocate(block_bytes<T>(step), 128));
   if (memory == nullptr) return false;
-  block_by_block<Kind, T, Gemm>(c, order, step, alpha, a, b,
-                                [&](int64_t k, int64_t depth, T factor) TEV_LAMBDA { own(k, depth, factor, memory); });
+  block_by_block<Kind, false, T, Gemm>(c, order, step, alpha, a, b, [&](int64_t k, int64_t depth, T factor) TEV_LAMBDA {
+    own(k, depth, factor, memory);
+  });
   tev_serv_deallocate(memory);
   return true;
 }
