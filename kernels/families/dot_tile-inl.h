@@ -208,11 +208,11 @@ TEV_INLINE int64_t next_share(int64_t left, int64_t most) {
   return left >= 2 * most || left <= most ? (left < most ? left : most) : (left + 1) / 2;
 }
 
-// All of C(m x n). The longer side of C is the outer loop, so that its operand is streamed once.
+// All of C(m x n). The longer side of C is the outer loop, so that its operand is streamed once. short_rows: so are the
+// rows and columns that this is a stretch of.
 template <class T, class R>
-TEV_INLINE void by_dots(int64_t m, int64_t n, dot_block<R> x, const finish<R>& f) {
+TEV_INLINE void by_dots(int64_t m, int64_t n, dot_block<R> x, bool short_rows, const finish<R>& f) {
   constexpr int MR = kDotRows<T>, NR = kDotColumns<T>, U = kParts<T>;
-  const bool short_rows = x.depth * static_cast<int64_t>(sizeof(R)) <= kShortRow;
   x.a_ahead = x.b_ahead = kDotAhead / static_cast<int64_t>(sizeof(R));
   if (short_rows && m >= n && m > MR) x.a_ahead = MR * x.a_row;
   if (short_rows && m < n && n > NR) x.b_ahead = NR * x.b_column;

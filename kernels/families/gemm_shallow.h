@@ -1,28 +1,40 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Which products are a matter of writing C: so few steps of k, and so many bytes of C, that C goes past the caches,
-// straight to memory. Where C does not consist of whole lines it goes the usual way: the same numbers, since where an
-// operand lies must not show in the result. The tier that does not branch on addresses always goes that way.
+// Shallow products are a matter of writing C: few steps of k, and a large C with long columns. They pack nothing and go
+// down the columns of C. A C that is too large to be found in a cache later goes past the caches, straight to memory,
+// where it consists of whole lines; elsewhere it goes the usual way: the same numbers, since where an operand lies must
+// not show in the result. The tier that does not branch on addresses always goes that way.
 #pragma once
 
 #include "kernels/families/element-inl.h"
 
 namespace tev::TEV_TIER {
 
-inline constexpr int64_t kShallowDepth = kVectorBytes == 64 ? 16 : 8;
-inline constexpr int64_t kPastCaches = 12 * 1024 * 1024;
+// Complex elements do twice the work for a byte of C, so that packing pays sooner; but before that the kernels of a
+// fixed depth, which go along the rows, are slower than columns as soon as C outgrows half of a second cache.
+template <class T>
+inline constexpr bool kShallowComplex = kHasFma&& kParts<T> == 2;
+template <class T>
+inline constexpr int64_t kShallowDepth = (kVectorBytes == 64 ? 16 : 8) / (kShallowComplex<T> ? 2 : 1);
+template <class T>
+inline constexpr int64_t kLargeC = kShallowComplex<T> ? 512 * 1024 : 12 * 1024 * 1024;
+
+// Bytes of a long column, and of a C that is not expected in the last cache: with one of 32 MiB, 16 MB still are.
+inline constexpr int64_t kLongColumn = 4096, kPastCaches = 24 * 1024 * 1024;
 
 template <class T>
 TEV_INLINE bool is_shallow(char transa, int64_t m, int64_t n, int64_t k, T beta) {
   constexpr int64_t kSize = sizeof(T);
-  return (transa & ~0x20) == 'N' && k <= kShallowDepth && m * kSize >= 4096 && m * n > kPastCaches / kSize &&
-         is_zero(beta);
+  return (transa & ~0x20) == 'N' && k <= kShallowDepth<T> && m * kSize >= kLongColumn && m * n > kLargeC<T> / kSize &&
+         (kShallowComplex<T> || is_zero(beta));
 }
 
-// All columns begin with a line.
+// C is not read, too large, and all columns begin with a line.
 template <class T>
-TEV_INLINE bool has_whole_lines(const T* c, int64_t ldc) {
+TEV_INLINE bool goes_past_caches(int64_t m, int64_t n, T beta, const T* c, int64_t ldc) {
+  constexpr int64_t kSize = sizeof(T);
   if constexpr (!kBranchesOnAddresses) return false;
-  return reinterpret_cast<uintptr_t>(c) % kLineBytes == 0 && ldc * static_cast<int64_t>(sizeof(T)) % kLineBytes == 0;
+  return is_zero(beta) && m * n > kPastCaches / kSize && reinterpret_cast<uintptr_t>(c) % kLineBytes == 0 &&
+         ldc * kSize % kLineBytes == 0;
 }
 
 }  // namespace tev::TEV_TIER

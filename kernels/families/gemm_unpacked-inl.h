@@ -20,8 +20,10 @@ namespace tev::TEV_TIER {
 
 inline constexpr int kPanelBytes = 24 * 1024;  // half of a first-level cache: the rest is for B and C
 
-// Deepest stretch of k for which a strip of A is used before the next one is read.
-inline constexpr int64_t kUnpackedDepth = 128;
+// Deepest stretch of k for which a strip of A is used before the next one is read. A single strip comes as fast from
+// the second cache, of which it gets a third; lines of B that hold several columns get half of it. Found on 48 KiB /
+// 1 MiB.
+inline constexpr int64_t kUnpackedDepth = 128, kOneStripBytes = 384 * 1024, kSharedLinesBytes = 512 * 1024;
 
 // k in even stretches of at most `deepest`.
 TEV_INLINE int64_t stretch(int64_t k, int64_t deepest) {
@@ -83,6 +85,15 @@ TEV_INLINE walk<R> walk_of(const T* x, bool transposed, int64_t ld) {
   return transposed ? walk<R>{at, across, one} : walk<R>{at, one, across};
 }
 
+template <class T, class R>
+TEV_INLINE int64_t depth_of_one_strip(int64_t n, walk<R> b) {
+  constexpr int64_t kSize = sizeof(R), kHeight = kTileVectors * kLanesOf<R>,
+                    kLongest = kOneStripBytes / (kHeight * kSize);
+  if constexpr (!kHasFma) return kUnpackedDepth;
+  const int64_t shared = b.row == kParts<T> ? kLongest : kSharedLinesBytes / kSize / (n * kParts<T>);
+  return shared > kLongest ? kLongest : shared < kUnpackedDepth ? kUnpackedDepth : shared;
+}
+
 // C(m x n) += A B from strips of A's rows. kTransposed: m counts columns of C. What is deeper than kUnpackedDepth goes
 // in stretches of k; while a stretch is used, the next strip of A and, once, the next stretch of B are fetched.
 template <class T, bool kTransposed, class R>
@@ -100,7 +111,8 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
     return;
   }
   constexpr int64_t kLeast = kLeastAhead / static_cast<int64_t>(sizeof(R));
-  const int64_t deepest = stretch(k, kUnpackedDepth);
+  const int64_t deepest =
+      stretch(k, rows_in_all <= kTileVectors * kLanesOf<R> ? depth_of_one_strip<T>(n, b) : kUnpackedDepth);
   const int64_t steps_ahead = kStepsAhead * a.column > kLeast ? kStepsAhead * a.column : kLeast;
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
@@ -120,40 +132,57 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
   }
 }
 
-// All rows of at most NC columns, from the top. A call for each of the full tiles would cost as much as its few steps.
-template <class T, int NC, class R>
-__attribute__((noinline)) void column_group(block<R> x, const finish<R>& f) {
-  constexpr int kHeight = kTileVectors * kLanesOf<R>;
-  int64_t rows_left = x.rows;
-  for (x.rows = kHeight; x.n == NC && next_strip<R>(rows_left) == kHeight; rows_left -= kHeight) {
-    compute_tile<T, false, kLanesOf<R>, kTileVectors, NC>(x, x.b, x.c, f);
-    x.a += kHeight, x.c += kHeight;
-  }
-  for (; rows_left > 0; rows_left -= x.rows) {
-    x.rows = next_strip<R>(rows_left);
-    strip_of_any_height<T, false, kLanesOf<R>, kTileVectors>(x, f);
-    x.a += x.rows, x.c += x.rows;
+// Down one group of columns after the other: all rows of as many columns as a tile has, then the rest of the columns.
+// One function, since a call for each tile would cost as much as a few steps.
+template <class T, class R>
+__attribute__((noinline)) void column_groups(block<R> x, const finish<R>& f) {
+  constexpr int W = kLanesOf<R>, V = kTileVectors, NC = kTileColumns / kParts<T>;
+  const int64_t rows_in_all = x.rows;
+  const R* const top = x.a;
+  for (int64_t left = x.n; left > 0; left -= x.n, x.b += x.n * x.b_column, x.c += x.n * x.ldc) {
+    x.n = left >= 2 * NC || left == NC ? NC : left;
+    x.a = top;
+    R* const c = x.c;
+    for (int64_t rows_left = rows_in_all; rows_left > 0; rows_left -= x.rows) {
+      x.rows = next_strip<R>(rows_left);
+      if (x.n == NC && x.rows == V * W) {
+        x.rows = V * W;  // known to the compiler: no masks
+        compute_tile<T, false, W, V, NC>(x, x.b, x.c, f);
+      } else if (x.n == NC && V > 2 && x.rows > W && x.rows <= 2 * W) {
+        compute_tile<T, false, W, 2, NC>(x, x.b, x.c, f);
+      } else {
+        const block<R> rest = x;  // a copy, so that x stays in registers
+        strip_of_any_height<T, false, W, V>(rest, f);
+      }
+      x.a += x.rows;
+      x.c += x.rows;
+    }
+    x.c = c;
   }
 }
 
-// A shallow product: down one group of columns after the other, so that C is written as it lies. A block of A stays in
-// the second cache meanwhile.
-inline constexpr int64_t kShallowBlockBytes = 512 * 1024;
+// Where so much of A cannot be kept in the first cache strip by strip, a block of it stays in half of the smallest
+// second cache, and the product goes down its columns, so that C is written as it lies. What is deeper streams through
+// the caches anyway, and better strip by strip. Found on 48 KiB / 1 MiB.
+inline constexpr int64_t kGroupBytes = 512 * 1024, kGroupDepth = 384, kLeastGrouped = 96 * 1024, kLeastGroups = 4;
+
+template <class T>
+TEV_INLINE bool pays_down_columns(int64_t m, int64_t n, int64_t k) {
+  constexpr int64_t kSize = sizeof(T);
+  return kVectorBytes == 64 && m * kSize > kTileVectors * kVectorBytes && m * k * kSize > kLeastGrouped &&
+         k <= kGroupDepth && n * kParts<T> >= kLeastGroups * kTileColumns;
+}
 
 template <class T, class R>
 TEV_INLINE void by_column_groups(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
-                                 finish<R> f) {
-  constexpr int kHeight = kTileVectors * kLanesOf<R>, NC = kTileColumns / kParts<T>;
+                                 const finish<R>& f) {
+  constexpr int kHeight = kTileVectors * kLanesOf<R>;
   const int64_t rows_in_all = m * kParts<T>;
-  const int64_t most = kShallowBlockBytes / static_cast<int64_t>(sizeof(R)) / k / kHeight * kHeight;
-  f.past_caches = true;
+  const int64_t most = kGroupBytes / static_cast<int64_t>(sizeof(R)) / k / kHeight * kHeight;
   for (int64_t i = 0; i < rows_in_all; i += most)
-    for (int64_t j = 0; j < n; j += NC)
-      column_group<T, NC>(
-          block<R>{rows_in_all - i < most ? rows_in_all - i : most, n - j < NC ? n - j : NC, k, a.at + i, a.column,
-                   b.at + j * b.column, b.row, b.column, c + i + j * ldc, ldc, 0, 0},
-          f);
-  __builtin_ia32_sfence();  // what was written past the caches is seen by others before what comes now
+    column_groups<T>(block<R>{rows_in_all - i < most ? rows_in_all - i : most, n, k, a.at + i, a.column, b.at, b.row,
+                              b.column, c + i, ldc, 0, 0},
+                     f);
 }
 
 // The same from strips that are transposed into a panel first.
@@ -180,20 +209,29 @@ TEV_INLINE void by_panels(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
 // is the one with few rows (columns): kFewPackedDots at most.
 //
 // Longest stretch of k, in bytes of a row: with many rows on both sides what is read again has to stay in the first
-// cache, as long as a stretch repays the sums at its end.
-inline constexpr int64_t kDotBytes = 1024, kLongDotBytes = 64 * 1024, kDotCacheBytes = 32 * 1024;
+// cache, as long as a stretch repays the sums at its end. A few tiles, of operands that come from the last cache, repay
+// longer ones; what is fetched is then ahead along k.
+inline constexpr int64_t kDotBytes = 1024, kFewDotBytes = 4096, kLongDotBytes = 64 * 1024, kDotCacheBytes = 32 * 1024,
+                         kStreamedBytes = 8 * 1024 * 1024;  // what is larger comes from memory
 
 template <class T, class R>
 TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
                                  finish<R> f) {
   const int64_t held = kDotCacheBytes / (m + n);
-  const int64_t bytes = m <= kDotRows<T> || n <= kDotColumns<T> ? kLongDotBytes : held > kDotBytes ? held : kDotBytes;
+  const bool one_tile = m <= kDotRows<T> && n <= kDotColumns<T>;
+  const int64_t operand_bytes = (m + n) * k * int64_t{sizeof(T)};
+  const bool few = kVectorBytes == 64 && !one_tile && m <= kFewDots && n <= kFewDots && operand_bytes > kGroupBytes &&
+                   operand_bytes <= kStreamedBytes;
+  const int64_t bytes = few                                       ? kFewDotBytes
+                        : m <= kDotRows<T> || n <= kDotColumns<T> ? kLongDotBytes
+                        : held > kDotBytes                        ? held
+                                                                  : kDotBytes;
   const int64_t deepest = stretch(k, bytes / static_cast<int64_t>(sizeof(T)));
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     by_dots<T>(m, n,
                dot_block<R>{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc, 0, 0},
-               f);
+               !few && depth * int64_t{sizeof(T)} <= kShortRow, f);
     add_to_c(f);
   }
 }
@@ -212,7 +250,7 @@ TEV_INLINE void by_packed_dots(bool packs_a, int64_t m, int64_t n, int64_t k, wa
     transpose_strip<T>(depth * kParts<T>, few, packs_a ? x.a : x.b, packs_a ? a.column : b.row, panel, row);
     (packs_a ? x.a : x.b) = panel;
     (packs_a ? x.a_row : x.b_column) = row;
-    by_dots<T>(m, n, x, f);
+    by_dots<T>(m, n, x, depth * int64_t{sizeof(T)} <= kShortRow, f);
     add_to_c(f);
   }
 }
@@ -247,8 +285,14 @@ __attribute__((noinline)) void gemm_unpacked(char transa, char transb, int64_t m
   if (!na && !nb && packs_few(n, m)) return by_packed_dots<T>(false, m, n, k, aw, bw, c_real, ldc_real, f(false));
   if (!nb && (!na || (m < kFewSwapped && n > m) || is_streamed(m, n, k)))  // C^T = op(B)^T op(A)^T
     return by_strips<T, true>(n, m, k, b_swapped, a_swapped, c_real, ldc_real, f(true));
-  if (is_shallow(ta, m, n, k, beta) && has_whole_lines(c, ldc))
-    return by_column_groups<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
+  const bool shallow = is_shallow(ta, m, n, k, beta);
+  if (na && (shallow || pays_down_columns<T>(m, n, k))) {
+    auto down = f(false);
+    down.past_caches = shallow && goes_past_caches(m, n, beta, c, ldc);
+    by_column_groups<T>(m, n, k, aw, bw, c_real, ldc_real, down);
+    if (down.past_caches) __builtin_ia32_sfence();  // others see what was written before what comes now
+    return;
+  }
   if (na) return by_strips<T, false>(m, n, k, aw, bw, c_real, ldc_real, f(false));
   by_panels<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
 }

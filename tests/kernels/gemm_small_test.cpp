@@ -131,11 +131,13 @@ TYPED_TEST(GemmSmall, Rounding) {
   using T = TypeParam;
   this->for_each_routine([&](const routine& r, const auto& run) {
     if (r.k >= 0 || r.name == "?gemm_sm_01_10") return;
-    // Deep; deep in several strips; few rows against an operand that is read once.
+    // Deep; deep in several strips; few rows against an operand that is read once; one strip in several stretches; few
+    // rows and columns; down the columns, deep and shallow.
     const std::vector<std::tuple<const char*, int64_t, int64_t, int64_t>> shapes = {
-        {"CN", 3, 5, 2100}, {"CN", 26, 9, 700}, {"NN", 26, 9, 700}, {"NN", 12, 520, 260}, {"NC", 12, 520, 260}};
+        {"CN", 3, 5, 2100},   {"CN", 26, 9, 700}, {"NN", 26, 9, 700},   {"NN", 12, 520, 260}, {"NC", 12, 520, 260},
+        {"NN", 22, 11, 2100}, {"NT", 9, 40, 900}, {"CN", 12, 11, 6000}, {"NN", 130, 33, 260}, {"NC", 600, 111, 3}};
     for (const auto& [letters, m, n, k] : shapes) {
-      if (n > 100 && r.name != "?gemm_unpacked") continue;
+      if (m * n * k > 200000 && r.name != "?gemm_unpacked") continue;
       const std::string pair = *r.pair != 0 ? r.pair : letters;
       const T beta = r.beta == beta_class::zero ? T(0) : r.beta == beta_class::one ? T(1) : T(-0.75F);
       const blas_case<T> x(problem_of<T>(operation::gemm, pair, m, n, k, T(1.25F), beta), this->random_,
