@@ -2,11 +2,14 @@
 #include "factorizations/block_queue.h"
 
 #include <algorithm>
+#include <memory>
 
 namespace tev::lapack {
 
 block_queue::block_queue(int64_t panels, int64_t blocks, int64_t group, int64_t parts)
-    : panels_(panels), blocks_(static_cast<size_t>(blocks)) {
+    : panels_(panels), blocks_(blocks), states_(blocks) {
+  if (!states_) return;
+  std::uninitialized_value_construct_n(states_.data(), blocks);
   for (int64_t begin = 0, end; begin < blocks; begin = end) {
     end = begin + std::clamp((blocks - begin) / parts, int64_t{1}, group);
     for (int64_t b = begin; b < end; ++b) at(b).group = {begin, end};
@@ -28,7 +31,7 @@ block_queue::task block_queue::next_of(int64_t block) const {
 
 block_queue::task block_queue::take() {
   const std::lock_guard held(lock_);
-  for (int64_t b = 0; b < count(); ++b) {
+  for (int64_t b = 0; b < blocks_; ++b) {
     if (!at(b).waits()) continue;
     const task next = next_of(b);
     const auto all_wait = [&] {

@@ -13,9 +13,9 @@
 
 #include <cstdint>
 #include <mutex>
-#include <vector>
 
 #include "blas_threading/operands.h"
+#include "factorizations/workspace.h"
 
 namespace tev::lapack {
 
@@ -29,6 +29,9 @@ class block_queue {
 
   // A group has at most `group` blocks, and at most one part of `parts` of those from its first one on.
   block_queue(int64_t panels, int64_t blocks, int64_t group, int64_t parts);
+
+  // Otherwise nothing may be asked of it.
+  bool has_memory() const { return static_cast<bool>(states_); }
 
   void ask(blas::span blocks);
   task take();
@@ -46,14 +49,13 @@ class block_queue {
     bool taken = false;
     bool waits() const { return !taken && done < asked; }
   };
-  state& at(int64_t block) { return blocks_[static_cast<size_t>(block)]; }
-  const state& at(int64_t block) const { return blocks_[static_cast<size_t>(block)]; }
-  int64_t count() const { return static_cast<int64_t>(blocks_.size()); }
+  state& at(int64_t block) { return states_.data()[block]; }
+  const state& at(int64_t block) const { return states_.data()[block]; }
   task next_of(int64_t block) const;
 
-  const int64_t panels_;
+  const int64_t panels_, blocks_;
   mutable std::mutex lock_;
-  std::vector<state> blocks_;
+  const workspace<state> states_;
   bool closed_ = false;
 };
 

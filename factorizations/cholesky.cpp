@@ -56,10 +56,11 @@ plan plan_of(int64_t n) {
 template <class T>
 int64_t cholesky_in_process(char uplo, const matrix_view<T>& a) {
   const plan p = plan_of(a.rows);
-  if (p.threads == 1) return factor_cholesky(uplo, a);
+  columns_done told(a.rows);
+  if (p.threads == 1) return factor_cholesky(uplo, a, &told);
   cholesky_factorization<T> cholesky(uplo, a, p.width);
-  run_on_team(cholesky, cholesky.panels(), cholesky.panels(), p);
-  return cholesky.info();
+  const bool has_run = run_on_team(cholesky, cholesky.panels(), cholesky.panels(), p);
+  return has_run ? cholesky.info() : factor_cholesky(uplo, a);
 }
 
 template class cholesky_factorization<float>;

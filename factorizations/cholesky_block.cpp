@@ -40,23 +40,27 @@ int64_t factor_narrow(const matrix_view<T>& a) {
 }  // namespace
 
 template <class T>
-int64_t factor_cholesky(char uplo, const matrix_view<T>& a) {
+int64_t factor_cholesky(char uplo, const matrix_view<T>& a, columns_done* told) {
   const bool lower = uplo == 'L';
   const int64_t n = a.rows;
-  if (n <= kNarrow) return lower ? factor_narrow<true>(a) : factor_narrow<false>(a);
+  if (n <= kNarrow) {
+    const int64_t info = lower ? factor_narrow<true>(a) : factor_narrow<false>(a);
+    if (told != nullptr) told->add(n);
+    return info;
+  }
   const int64_t first = std::max(n / 2 / kNarrow, int64_t{1}) * kNarrow, rest = n - first;
   const matrix_view<T> done = a.block(0, 0, first, first), below = a.block(first, first, rest, rest);
   const matrix_view<T> beside = lower ? a.block(first, 0, rest, first) : a.block(0, first, first, rest);
-  if (const int64_t info = factor_cholesky(uplo, done); info != 0) return info;
+  if (const int64_t info = factor_cholesky(uplo, done, told); info != 0) return info;
   solve(lower ? 'R' : 'L', uplo, kAdjoint<T>, 'N', done, beside);
   subtract_square(uplo, lower ? 'N' : kAdjoint<T>, beside, below);
-  const int64_t info = factor_cholesky(uplo, below);
+  const int64_t info = factor_cholesky(uplo, below, told);
   return info == 0 ? 0 : first + info;
 }
 
-template int64_t factor_cholesky(char, const matrix_view<float>&);
-template int64_t factor_cholesky(char, const matrix_view<double>&);
-template int64_t factor_cholesky(char, const matrix_view<tev_complex8>&);
-template int64_t factor_cholesky(char, const matrix_view<tev_complex16>&);
+template int64_t factor_cholesky(char, const matrix_view<float>&, columns_done*);
+template int64_t factor_cholesky(char, const matrix_view<double>&, columns_done*);
+template int64_t factor_cholesky(char, const matrix_view<tev_complex8>&, columns_done*);
+template int64_t factor_cholesky(char, const matrix_view<tev_complex16>&, columns_done*);
 
 }  // namespace tev::lapack

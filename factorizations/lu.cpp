@@ -46,11 +46,12 @@ plan plan_of(int64_t order) {
 
 template <class T>
 int64_t lu_in_process(const matrix_view<T>& a, int64_t* pivots) {
-  const plan p = plan_of(std::min(a.rows, a.columns));
-  if (p.threads == 1) return factor_lu(a, pivots);
+  const int64_t order = std::min(a.rows, a.columns);
+  const plan p = plan_of(order);
+  columns_done told(order);
+  if (p.threads == 1) return factor_lu(a, pivots, &told);
   lu_factorization<T> lu(a, pivots, p.width);
-  run_on_team(lu, lu.division().panels(), lu.division().blocks(), p);
-  return lu.info();
+  return run_on_team(lu, lu.division().panels(), lu.division().blocks(), p) ? lu.info() : factor_lu(a, pivots);
 }
 
 template class lu_factorization<float>;

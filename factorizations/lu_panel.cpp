@@ -66,18 +66,22 @@ int64_t factor_narrow(const matrix_view<T>& a, int64_t* pivots) {
 }  // namespace
 
 template <class T>
-int64_t factor_lu(const matrix_view<T>& a, int64_t* pivots) {
+int64_t factor_lu(const matrix_view<T>& a, int64_t* pivots, columns_done* told) {
   const int64_t order = std::min(a.rows, a.columns);
-  if (a.columns <= kNarrow) return factor_narrow(a, pivots);
+  if (a.columns <= kNarrow) {
+    const int64_t info = factor_narrow(a, pivots);
+    if (told != nullptr) told->add(order);
+    return info;
+  }
   const int64_t left = std::max(order / 2 / kNarrow * kNarrow, std::min(order, kNarrow)), right = a.columns - left;
   const matrix_view<T> beside = a.block(0, left, a.rows, right);
-  int64_t info = factor_lu(a.block(0, 0, a.rows, left), pivots);
+  int64_t info = factor_lu(a.block(0, 0, a.rows, left), pivots, told);
   interchange_rows(beside, pivots, 0, left);
   solve('L', 'L', 'N', 'U', a.block(0, 0, left, left), beside.block(0, 0, left, right));
   const matrix_view<T> rest = a.block(left, left, a.rows - left, right);
   if (rest.rows == 0) return info;
   subtract_product('N', a.block(left, 0, rest.rows, left), 'N', beside.block(0, 0, left, right), rest);
-  const int64_t info_of_rest = factor_lu(rest, pivots + left);
+  const int64_t info_of_rest = factor_lu(rest, pivots + left, told);
   if (info == 0 && info_of_rest != 0) info = left + info_of_rest;
   for (int64_t i = left; i < order; ++i) pivots[i] += left;
   interchange_rows(a.block(0, 0, a.rows, left), pivots, left, order);
@@ -114,7 +118,7 @@ void interchange_rows_backward(const matrix_view<T>& a, const int64_t* pivots, i
 }
 
 #define TEV_LU_PANEL(T)                                                                    \
-  template int64_t factor_lu(const matrix_view<T>&, int64_t*);                             \
+  template int64_t factor_lu(const matrix_view<T>&, int64_t*, columns_done*);              \
   template void interchange_rows(const matrix_view<T>&, const int64_t*, int64_t, int64_t); \
   template void interchange_rows_backward(const matrix_view<T>&, const int64_t*, int64_t, int64_t);
 TEV_LU_PANEL(float)

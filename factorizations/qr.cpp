@@ -77,10 +77,8 @@ bool qr_in_process(const matrix_view<T>& a, T* tau) {
   const workspace<T> space(qr_factorization<T>::workspace_elements(order, a.columns, p.width));
   if (!space) return false;
   qr_factorization<T> qr(a, tau, p.width, space.data());
-  if (p.threads > 1)
-    run_on_team(qr, qr.division().panels(), qr.division().blocks(), p);
-  else
-    factor_alone(qr);
+  const bool has_run = p.threads > 1 && run_on_team(qr, qr.division().panels(), qr.division().blocks(), p);
+  if (!has_run) factor_alone(qr);
   return true;
 }
 

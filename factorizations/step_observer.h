@@ -23,6 +23,8 @@ class step_observer {
   virtual void begins(int64_t panels) = 0;
   // Called by the thread that did it, whose number in the team is told; by several threads at once.
   virtual void saw(step_kind kind, int64_t thread, int64_t panel, span blocks, double begin) = 0;
+  // Of a matrix that is factored without panels so many columns are done.
+  virtual void reached(int64_t done, int64_t columns) = 0;
 
  protected:
   ~step_observer() = default;
@@ -30,6 +32,21 @@ class step_observer {
 
 // What the calling thread factors is told to it; null: nobody asks.
 inline thread_local step_observer* observer_of_this_thread = nullptr;
+
+// What a recursion tells the observer of the thread that makes one.
+class columns_done {
+ public:
+  explicit columns_done(int64_t columns) : observer_(observer_of_this_thread), columns_(columns) {}
+  void add(int64_t columns) {
+    done_ += columns;
+    if (observer_ != nullptr) observer_->reached(done_, columns_);
+  }
+
+ private:
+  step_observer* const observer_;
+  const int64_t columns_;
+  int64_t done_ = 0;
+};
 
 // From here to the end of the scope.
 class observed_step {

@@ -21,6 +21,8 @@ class team_steps final : public steps {
   team_steps(Factorization& what, int64_t panels, int64_t blocks, const plan& p)
       : what_(what), panels_(panels), blocks_(blocks), queue_(panels, blocks, p.group, p.parts) {}
 
+  bool has_memory() const { return queue_.has_memory(); }
+
   // The thread that is number 0 of its team calls run(), the others call serve().
   void run() {
     if (observer_ != nullptr) observer_->begins(panels_);
@@ -72,10 +74,13 @@ class team_steps final : public steps {
   block_queue queue_;
 };
 
+// False: there was no memory for the tasks, and nothing has been done.
 template <class Factorization>
-void run_on_team(Factorization& what, int64_t panels, int64_t blocks, const plan& p) {
+bool run_on_team(Factorization& what, int64_t panels, int64_t blocks, const plan& p) {
   team_steps<Factorization> all(what, panels, blocks, p);
+  if (!all.has_memory()) return false;
   blas::run_team(p.threads, [&](int64_t thread, int64_t) { thread == 0 ? all.run() : all.serve(thread); });
+  return true;
 }
 
 }  // namespace tev::lapack

@@ -14,6 +14,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 extern "C" {  // some versions of this header do not say so themselves
@@ -60,7 +61,7 @@ std::vector<std::string> make_environment(const vro_process_options& options, in
 // A start, and what became of it: an error number, which includes that of the exec, or a process.
 struct start {
   const vro_process_options& options;
-  int channel;
+  int channel;  // the sink's end; -1 when it is closed here
   char* const* environment;
   pid_t pid;
   int pidfd;
@@ -87,6 +88,7 @@ void start_here(start& s) {
   if (!s.error) s.error = posix_spawn(&s.pid, s.options.executable, &actions, &attributes, arguments, s.environment);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
+  close(std::exchange(s.channel, -1));  // makes room for a descriptor of the process
   s.pidfd = s.error ? -1 : pidfd_open(s.pid, 0);
 }
 
@@ -105,7 +107,7 @@ void start_detached(start& s) {
     waitpid(pid, nullptr, __WCLONE);
 }
 
-// Returns the error number.
+// Returns the error number. The channel's end is closed here, whatever happens.
 int start_program(const vro_process_options& options, int channel, vro_process* p) try {
   const std::vector<std::string> environment = make_environment(options, channel);
   std::vector<char*> pointers;
@@ -117,10 +119,12 @@ int start_program(const vro_process_options& options, int channel, vro_process* 
     start_detached(s);
   else
     start_here(s);
+  if (s.channel >= 0) close(s.channel);
   p->pid = s.pid;
   p->pidfd = s.pidfd;
   return s.error;
 } catch (const std::bad_alloc&) {  // thrown before anything was made
+  close(channel);
   return ENOMEM;
 }
 
@@ -154,7 +158,6 @@ int spawn(const vro_process_options& options, vro_process* p) {
     return fail(VRO_SYSTEM, "cannot make a channel to a sink: %s", strerrordesc_np(error));
   p->pidfd = -1;
   const int error = start_program(options, ends[1], p);
-  close(ends[1]);
   p->socket = ends[0];
   if (p->pidfd >= 0) return VRO_OK;
   const int pidfd_error = errno;

@@ -20,6 +20,9 @@ class recorder final : public lapack::step_observer {
 
   void begins(int64_t panels) override { panels_ = panels; }
   void saw(lapack::step_kind kind, int64_t thread, int64_t panel, lapack::span blocks, double begin) override;
+  void reached(int64_t done, int64_t columns) override {
+    if (told_ != nullptr) told_(context_, done, columns);
+  }
   // Of the calling thread, until now.
   void saw_request(int64_t panel, const lapack::span& blocks, double begin);
   // That request's work: the sink was busy for so long.

@@ -68,9 +68,9 @@ TEV_EXPORT int tev_offload_has_sink(const tev_offload* handle);
 TEV_EXPORT void* tev_offload_allocate(tev_offload* handle, size_t bytes);
 TEV_EXPORT void tev_offload_release(tev_offload* handle, void* memory);
 
-/* How far a factorization is: `done` of its `panels`. Called by the calling thread after each panel; none in a
- * factorization that is not divided, as small ones are, and all but QR on one thread. */
-typedef void tev_offload_progress_fn(void* context, int64_t done, int64_t panels);
+/* How far a factorization is: `done` of its `parts`, which are panels or, where it is not divided into such, as on one
+ * thread, columns. Called by the calling thread after each of them, or each few columns. */
+typedef void tev_offload_progress_fn(void* context, int64_t done, int64_t parts);
 TEV_EXPORT void tev_offload_set_progress(tev_offload* handle, tev_offload_progress_fn* told, void* context);
 
 /* What a thread did from `begin` to `end`, seconds of CLOCK_MONOTONIC. */

@@ -3,6 +3,8 @@
 #include "factorizations/cholesky.h"
 #include "factorizations/team_steps.h"
 #include "tests/factorizations/factored.h"
+#include "tests/support/in_child.h"
+#include "tests/support/scarce_memory.h"
 #include "tev/lapack.h"
 
 namespace tev::test {
@@ -220,6 +222,17 @@ TYPED_TEST(Cholesky, ArgumentErrors) {
          C::pocon(v.letter(1), &v[2], fresh(), &v[4], &anorm, &rcond, at(work), extra.data(), info);
        }},
   });
+}
+
+TEST(CholeskyMemory, AnyRequestMayFail) {
+  const child_result result = in_child({{"TEV_DISABLE_FAST_MM", "1"}}, [] {
+    scarce_memory::install();
+    const own_threads three(3);
+    engine random(3);
+    scarce_memory::fail_each(20, [&] { factor_and_judge<double>('U', 280, kKinds[0], random); });
+    return testing::Test::HasFailure();
+  });
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
 }  // namespace

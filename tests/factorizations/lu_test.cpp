@@ -6,6 +6,8 @@
 #include "factorizations/lu.h"
 #include "factorizations/team_steps.h"
 #include "tests/factorizations/factored.h"
+#include "tests/support/in_child.h"
+#include "tests/support/scarce_memory.h"
 #include "tev/lapack.h"
 
 namespace tev::test {
@@ -387,6 +389,18 @@ TYPED_TEST(Lu, ArgumentErrors) {
                   at(work), extra.data(), info);
        }},
   });
+}
+
+TEST(LuMemory, AnyRequestMayFail) {
+  const child_result result = in_child({{"TEV_DISABLE_FAST_MM", "1"}}, [] {
+    scarce_memory::install();
+    const own_threads three(3);
+    engine random(3);
+    const matrix<double> start = random_matrix<double>(300, 280, random);
+    scarce_memory::fail_each(20, [&] { judge(start, factored_lu<double>(start), random, "scarce memory"); });
+    return testing::Test::HasFailure();
+  });
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
 }  // namespace

@@ -30,6 +30,9 @@ struct offload_calls;
     static constexpr auto getri = tev_offload_##p##getri; \
     static constexpr auto gecon = tev_offload_##p##gecon; \
     static constexpr auto gels = tev_offload_##p##gels;   \
+    static constexpr auto potrs = tev_offload_##p##potrs; \
+    static constexpr auto pocon = tev_offload_##p##pocon; \
+    static constexpr auto potri = tev_offload_##p##potri; \
     static constexpr auto potrf = tev_offload_##p##potrf; \
     static constexpr auto geqrf = tev_offload_##p##geqrf; \
     static constexpr auto gesv = tev_offload_##p##gesv;   \
@@ -212,25 +215,32 @@ TEST(OffloadShapes, ManyThreadsRectanglesSmallMatricesAndCopies) {
   }
 }
 
-// LU and Cholesky, and what stands on the factors of LU.
+// LU and Cholesky, and what stands on the factors.
 template <class T>
 std::deque<matrix<T>> all_results(tev_offload* handle) {
+  using calls = offload_calls<T>;
   std::deque<matrix<T>> results;
   engine random(7);
   const int64_t n = 800, two = 2;
   for (const what kind : {what::lu, what::lower_cholesky, what::upper_cholesky}) {
-    results.push_back(factor(handle, kind, start_for<T>(kind, n, n, random)).a);
-    if (kind != what::lu) continue;
     factored<T> f = factor(handle, kind, start_for<T>(kind, n, n, random));
+    results.push_back(f.a);
     matrix<T> x(n, two);
     x.fill(random, values::fractions);
     const int64_t lda = f.a.ld(), ldx = x.ld();
     const auto anorm = static_cast<real_part_t<T>>(n);
     real_part_t<T> rcond = 0;
     int64_t info[3] = {7, 7, 7};
-    offload_calls<T>::getrs(handle, "T", &n, &two, at(f.a), &lda, f.pivots.data(), at(x), &ldx, &info[0]);
-    offload_calls<T>::gecon(handle, "I", &n, at(f.a), &lda, &anorm, &rcond, &info[1]);
-    offload_calls<T>::getri(handle, &n, at(f.a), &lda, f.pivots.data(), &info[2]);
+    if (kind == what::lu) {
+      calls::getrs(handle, "T", &n, &two, at(f.a), &lda, f.pivots.data(), at(x), &ldx, &info[0]);
+      calls::gecon(handle, "I", &n, at(f.a), &lda, &anorm, &rcond, &info[1]);
+      calls::getri(handle, &n, at(f.a), &lda, f.pivots.data(), &info[2]);
+    } else {
+      const char* const uplo = kind == what::lower_cholesky ? "L" : "U";
+      calls::potrs(handle, uplo, &n, &two, at(f.a), &lda, at(x), &ldx, &info[0]);
+      calls::pocon(handle, uplo, &n, at(f.a), &lda, &anorm, &rcond, &info[1]);
+      calls::potri(handle, uplo, &n, at(f.a), &lda, &info[2]);
+    }
     EXPECT_EQ(info[0] + info[1] + info[2], 0);
     EXPECT_GT(rcond, 0);
     results.push_back(x), results.push_back(f.a);
