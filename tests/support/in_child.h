@@ -24,12 +24,13 @@ struct child_result {
   std::string err;  // standard error
 };
 
-// The parent's settings that the library reads do not reach the child.
+// The parent's settings that the library reads do not reach the child; what sanitizers need does.
 inline void set_environment(const environment& variables) {
   std::vector<std::string> inherited;
   for (char** entry = environ; *entry; ++entry) inherited.emplace_back(*entry, std::strcspn(*entry, "="));
   for (const std::string& name : inherited)
-    if (!name.ends_with("SAN_OPTIONS") && name != "PATH" && name != "LD_PRELOAD") unsetenv(name.c_str());
+    if (!name.ends_with("SAN_OPTIONS") && name != "OMP_TOOL_LIBRARIES" && name != "PATH" && name != "LD_PRELOAD")
+      unsetenv(name.c_str());
   for (const auto& [name, value] : variables) setenv(name, value, 1);
 }
 
