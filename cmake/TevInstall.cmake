@@ -33,7 +33,7 @@ function(tev_manual page component)
   set(packed ${CMAKE_BINARY_DIR}/install/${page}.gz)
   add_custom_command(OUTPUT ${packed} DEPENDS docs/man/${page} VERBATIM
     COMMAND sh -c "gzip -9nc '${CMAKE_SOURCE_DIR}/docs/man/${page}' > '${packed}'")
-  add_custom_target(manual_${page} DEPENDS ${packed})
+  add_custom_target(manual_${page} ALL DEPENDS ${packed})
   add_dependencies(installed manual_${page})
   install(FILES ${packed} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
 endfunction()
