@@ -1,52 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "offload/requests.h"
 
-#include <algorithm>
-#include <cctype>
-#include <cstring>
-
-#include "blas_threading/element.h"
 #include "factorizations/kernels.h"
+#include "offload/worker_requests.h"
 
 namespace tev::offload {
 namespace {
 
-template <class T>
-struct wire;
-template <>
-struct wire<float> {
-  using step = tev_sstep_record;
-};
-template <>
-struct wire<double> {
-  using step = tev_dstep_record;
-};
-template <>
-struct wire<tev_complex8> {
-  using step = tev_cstep_record;
-};
-template <>
-struct wire<tev_complex16> {
-  using step = tev_zstep_record;
-};
-
-template <class T, class Record>
-step_request make_request(const char* name, uint32_t parameter, const Record& record,
-                          std::vector<const void*> operands) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
-  const auto letter = static_cast<char>(std::tolower(blas::element<T>::kLetter));
-  return {std::string("tev_lapack_") + letter + name + "_worker",
-          parameter,
-          {bytes, bytes + sizeof(record)},
-          std::move(operands)};
-}
-
 // alpha = -1, beta = 1: something is subtracted.
 template <class T>
-step_request make_step(const char* name, const tev_step_slots& slots, std::vector<const void*> operands) {
-  const typename wire<T>::step record = {
-      .step = slots, .alpha = blas::element_of<T>(-1), .beta = blas::element_of<T>(1)};
-  return make_request<T>(name, sizeof(record), record, std::move(operands));
+step_request subtraction(const char* worker, const tev_step_slots& slots, std::vector<const void*> operands) {
+  return lapack_request<T>(worker, slots, blas::element_of<T>(-1), blas::element_of<T>(1), std::move(operands));
 }
 
 tev_option_slot option(char letter) { return {letter, {}}; }
@@ -79,7 +43,7 @@ std::vector<step_request> lu_requests<T>::operator()(int64_t panel, const span& 
   const T* const top = &a(own.begin, columns.begin);
   std::vector<const void*> operands = {&a(0, columns.begin), pivots, &a(own.begin, own.begin), top};
   if (below > 0) operands.insert(operands.end(), {&a(own.end, own.begin), top, &a(own.end, columns.begin)});
-  return {make_request<T>("getrf", 0, record, std::move(operands))};
+  return {worker_request<T>("tev_lapack_", "getrf_worker", 0, record, std::move(operands))};
 }
 
 // C := C - A A^H, C of the lines `own`.
@@ -87,7 +51,7 @@ template <class T>
 step_request cholesky_requests<T>::square(int64_t panel, const span& own) const {
   tev_step_slots slots = {};
   slots.syrk = {option(uplo), option(uplo == 'L' ? 'N' : 'T'), own.size(), width, a.ld, a.ld};
-  return make_step<T>("syrk", slots, {at(own.begin, panel * width), at(own.begin, own.begin)});
+  return subtraction<T>("syrk_worker", slots, {at(own.begin, panel * width), at(own.begin, own.begin)});
 }
 
 // Of L these rows and columns, of U the mirror image.
@@ -99,8 +63,8 @@ step_request cholesky_requests<T>::product(int64_t panel, const span& rows, cons
     slots.gemm = {option('N'), option(lapack::kAdjoint<T>), rows.size(), columns.size(), width, a.ld, a.ld, a.ld};
   else
     slots.gemm = {option(lapack::kAdjoint<T>), option('N'), columns.size(), rows.size(), width, a.ld, a.ld, a.ld};
-  return make_step<T>("gemm", slots,
-                      {uplo == 'L' ? far : near, uplo == 'L' ? near : far, at(rows.begin, columns.begin)});
+  return subtraction<T>("gemm_worker", slots,
+                        {uplo == 'L' ? far : near, uplo == 'L' ? near : far, at(rows.begin, columns.begin)});
 }
 
 // But for its diagonal: the rectangle between two halves, then the halves.
@@ -131,9 +95,9 @@ std::vector<step_request> qr_requests<T>::operator()(int64_t panel, const span& 
   tev_step_slots slots = {};
   slots.larfb = {option('L'), option('C'), option('F'), option('C'), a.rows - own.begin, columns.size(),
                  own.size(),  a.ld,        width,       a.ld,        columns.size()};
-  return {make_step<T>("larfb", slots,
-                       {&a(own.begin, own.begin), workspace + own.begin * width, &a(own.begin, columns.begin),
-                        workspace + (2 * division.order + columns.begin) * width})};
+  return {subtraction<T>("larfb_worker", slots,
+                         {&a(own.begin, own.begin), workspace + own.begin * width, &a(own.begin, columns.begin),
+                          workspace + (2 * division.order + columns.begin) * width})};
 }
 
 template struct lu_requests<float>;

@@ -3,7 +3,6 @@
 // the worker's record are described. A call that is wrong, or has nothing to multiply, stays here.
 #include "tev/routed.h"
 
-#include <cctype>
 #include <cstring>
 #include <initializer_list>
 
@@ -11,28 +10,10 @@
 #include "blas_threading/element.h"
 #include "kernels/operation.h"
 #include "offload/routing.h"
-#include "tev/request.h"
+#include "offload/worker_requests.h"
 
 namespace tev::offload {
 namespace {
-
-template <class T>
-struct records;
-#define TEV_RECORDS(p, T)                  \
-  template <>                              \
-  struct records<T> {                      \
-    using gemm = tev_##p##gemm_record;     \
-    using level3 = tev_##p##level3_record; \
-    using step = tev_##p##step_record;     \
-  };
-TEV_FOR_EACH_PRECISION(TEV_RECORDS)
-#undef TEV_RECORDS
-
-template <class Record>
-worker_arguments arguments_of(const Record& record, uint32_t parameter = 0) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
-  return {{bytes, bytes + sizeof(record)}, parameter};
-}
 
 template <class T>
 stored_matrix matrix_of(const T* data, int64_t rows, int64_t columns, int64_t ld, part what = part::all) {
@@ -60,36 +41,30 @@ double times(int64_t m, int64_t n, int64_t k) {
   return static_cast<double>(m) * static_cast<double>(n) * static_cast<double>(k);
 }
 
-// A worker's name, less the letter of the precision behind `start`.
-struct worker_name {
-  const char *start, *end;
-};
-
 // multiply_adds: of numbers of the type. The last operand is the result. False: the call runs here.
-template <class T, class Arguments>
-bool send(const worker_name& worker, double multiply_adds, std::initializer_list<stored_matrix> operands,
-          const T& alpha, bool reads_result, const Arguments& arguments) {
+template <class T, class Request>
+bool send(double multiply_adds, std::initializer_list<stored_matrix> operands, const T& alpha, bool reads_result,
+          const Request& request) {
   double bytes = static_cast<double>((operands.end() - 1)->packed_bytes());  // comes back
   for (const stored_matrix& x : operands) bytes += static_cast<double>(x.packed_bytes());
   const call_size size = {multiply_adds * (blas::kComplex<T> ? 8 : 2), bytes,
                           sizeof(typename blas::element<T>::real) == sizeof(float)};
   if (!is_sent(size) || blas::is_value(alpha, 0) || !are_right(operands)) return false;
-  const auto letter = static_cast<char>(std::tolower(blas::element<T>::kLetter));
-  return run_in_sink({std::string(worker.start) + letter + worker.end, operands, reads_result, size.flops, arguments});
+  return run_in_sink({operands, reads_result, size.flops, request});
 }
 
 template <class T>
 bool gemm(char transa, char transb, int64_t m, int64_t n, int64_t k, const T& alpha, const T* a, int64_t lda,
           const T* b, int64_t ldb, const T& beta, T* c, int64_t ldc) {
-  return send<T>({"tev_blas_", "gemm_ao_worker"}, times(m, n, k),
+  return send<T>(times(m, n, k),
                  {operand_of(transa, a, m, k, lda), operand_of(transb, b, k, n, ldb), matrix_of(c, m, n, ldc)}, alpha,
-                 !blas::is_value(beta, 0), [&](const std::vector<int64_t>& lds) {
+                 !blas::is_value(beta, 0), [&](const placed_operands& placed) {
                    typename records<T>::gemm record = {};
                    record.transa = transa, record.transb = transb;
                    record.m = m, record.n = n, record.k = k;
                    record.alpha = alpha, record.beta = beta;
-                   record.lda = lds[0], record.ldb = lds[1], record.ldc = lds[2];
-                   return arguments_of(record);
+                   record.lda = placed.lds[0], record.ldb = placed.lds[1], record.ldc = placed.lds[2];
+                   return blas_request<T>("gemm_ao_worker", record, placed.addresses);
                  });
 }
 
@@ -97,15 +72,15 @@ template <class T>
 bool symm(char side, char uplo, int64_t m, int64_t n, const T& alpha, const T* a, int64_t lda, const T* b, int64_t ldb,
           const T& beta, T* c, int64_t ldc) {
   const int64_t order = side == 'L' ? m : n;
-  return send<T>({"tev_blas_", "symm_ao_worker"}, times(m, n, order),
+  return send<T>(times(m, n, order),
                  {triangle_of(a, order, lda, uplo), matrix_of(b, m, n, ldb), matrix_of(c, m, n, ldc)}, alpha,
-                 !blas::is_value(beta, 0), [&](const std::vector<int64_t>& lds) {
+                 !blas::is_value(beta, 0), [&](const placed_operands& placed) {
                    typename records<T>::level3 record = {};
                    record.side = side, record.uplo = uplo;
                    record.m = m, record.n = n;
                    record.alpha = alpha, record.beta = beta;
-                   record.lda = lds[0], record.ldb = lds[1], record.ldc = lds[2];
-                   return arguments_of(record);
+                   record.lda = placed.lds[0], record.ldb = placed.lds[1], record.ldc = placed.lds[2];
+                   return blas_request<T>("symm_ao_worker", record, placed.addresses);
                  });
 }
 
@@ -114,28 +89,25 @@ template <class T>
 bool triangle(const char* worker, char side, char uplo, char transa, char diag, int64_t m, int64_t n, const T& alpha,
               const T* a, int64_t lda, T* b, int64_t ldb) {
   const int64_t order = side == 'L' ? m : n;
-  return send<T>({"tev_blas_", worker}, times(m, n, order) / 2,
-                 {triangle_of(a, order, lda, uplo), matrix_of(b, m, n, ldb)}, alpha, true,
-                 [&](const std::vector<int64_t>& lds) {
+  return send<T>(times(m, n, order) / 2, {triangle_of(a, order, lda, uplo), matrix_of(b, m, n, ldb)}, alpha, true,
+                 [&](const placed_operands& placed) {
                    typename records<T>::level3 record = {};
                    record.side = side, record.uplo = uplo, record.transa = transa, record.diag = diag;
                    record.m = m, record.n = n;
                    record.alpha = alpha;
-                   record.lda = lds[0], record.ldb = lds[1];
-                   return arguments_of(record);
+                   record.lda = placed.lds[0], record.ldb = placed.lds[1];
+                   return blas_request<T>(worker, record, placed.addresses);
                  });
 }
 
 template <class T>
 bool syrk(char uplo, char trans, int64_t n, int64_t k, const T& alpha, const T* a, int64_t lda, const T& beta, T* c,
           int64_t ldc) {
-  return send<T>({"tev_lapack_", "syrk_worker"}, times(n, n, k) / 2,
-                 {operand_of(trans, a, n, k, lda), triangle_of(c, n, ldc, uplo)}, alpha, !blas::is_value(beta, 0),
-                 [&](const std::vector<int64_t>& lds) {
-                   typename records<T>::step record = {};
-                   record.step.syrk = {{uplo, {}}, {trans, {}}, n, k, lds[0], lds[1]};
-                   record.alpha = alpha, record.beta = beta;
-                   return arguments_of(record, sizeof(record));
+  return send<T>(times(n, n, k) / 2, {operand_of(trans, a, n, k, lda), triangle_of(c, n, ldc, uplo)}, alpha,
+                 !blas::is_value(beta, 0), [&](const placed_operands& placed) {
+                   tev_step_slots slots = {};
+                   slots.syrk = {{uplo, {}}, {trans, {}}, n, k, placed.lds[0], placed.lds[1]};
+                   return lapack_request<T>("syrk_worker", slots, alpha, beta, placed.addresses);
                  });
 }
 

@@ -17,7 +17,6 @@
 #include <memory>
 #include <new>
 
-#include "offload/connection.h"
 #include "tev/routed.h"
 
 namespace tev::offload {
@@ -119,19 +118,17 @@ bool place_operands(process_sink& sink, const sent_call& call, std::vector<store
 
 bool run(process_sink& sink, const sent_call& call) {
   std::vector<stored_matrix> placed;
-  std::vector<int64_t> lds;
-  std::vector<const void*> addresses;
+  placed_operands told;
   if (!place_operands(sink, call, placed)) {
     if (living_sink()) say(no_memory, "not enough memory that a sink could share");
     return false;
   }
   for (const stored_matrix& x : placed) {
-    lds.push_back(x.ld);
-    addresses.push_back(x.data);
+    told.addresses.push_back(x.data);
+    told.lds.push_back(x.ld);
   }
-  worker_arguments arguments = call.arguments(lds);
   sink.link.set_patience(patience_ms(call.flops));
-  sink.link.wait_for(sink.link.send({call.worker, arguments.parameter, std::move(arguments.record), addresses}));
+  sink.link.wait_for(sink.link.send(call.request(told)));
   if (!living_sink()) return false;
   copy_matrix(placed.back(), call.operands.back());
   return true;

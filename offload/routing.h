@@ -4,9 +4,9 @@
 
 #include <cstdint>
 #include <functional>
-#include <string>
 #include <vector>
 
+#include "offload/connection.h"
 #include "offload/rates.h"
 #include "offload/shared_copy.h"
 
@@ -15,20 +15,18 @@ namespace tev::offload {
 // By sizes alone: equal calls take equal ways.
 bool is_sent(const call_size& size);
 
-// What a worker reads beside its buffers: its record and the request's parameter.
-struct worker_arguments {
-  std::vector<unsigned char> record;
-  uint32_t parameter;
+// Where the sink finds a call's operands.
+struct placed_operands {
+  std::vector<const void*> addresses;
+  std::vector<int64_t> lds;
 };
 
 // A call for the sink. The last operand is the result.
 struct sent_call {
-  std::string worker;
   std::vector<stored_matrix> operands;
   bool reads_result;
   double flops;
-  // For operands with these leading dimensions.
-  std::function<worker_arguments(const std::vector<int64_t>& lds)> arguments;
+  std::function<step_request(const placed_operands& placed)> request;
 };
 
 // False: it did not run, and the operands are as they were.
