@@ -12,18 +12,16 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <utility>
 
+#include "host/ending_signals.h"
 #include "host/failure.h"
 
 namespace tev::host {
 namespace {
-
-constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
 // The random name while it exists, for the signals' handler; else empty.
 char temporary_name[4096];
@@ -31,37 +29,6 @@ char temporary_name[4096];
 void remove_temporary() {
   if (temporary_name[0] != '\0') unlink(temporary_name);
   temporary_name[0] = '\0';
-}
-
-void remove_and_end(int signal) {
-  remove_temporary();
-  std::signal(signal, SIG_DFL);
-  raise(signal);
-}
-
-// Holds the signals back while the name and the file that has it come into being or go.
-class signals_held {
- public:
-  signals_held() {
-    sigset_t ending;
-    sigemptyset(&ending);
-    for (const int signal : kEndingSignals) sigaddset(&ending, signal);
-    pthread_sigmask(SIG_BLOCK, &ending, &before_);
-  }
-  signals_held(const signals_held&) = delete;
-  signals_held& operator=(const signals_held&) = delete;
-  ~signals_held() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_;
-};
-
-void watch_signals() {
-  for (const int signal : kEndingSignals) {
-    struct sigaction current = {};
-    if (sigaction(signal, nullptr, &current) == 0 && current.sa_handler == SIG_DFL)  // nohup ignores SIGHUP
-      std::signal(signal, remove_and_end);
-  }
 }
 
 failure cannot_write(const std::string& path, const std::string& why) {
@@ -88,7 +55,7 @@ int open_nameless(const std::string& target, mode_t mode) {
 
 int open_named(const std::string& target, mode_t mode) {
   const signals_held held;
-  watch_signals();
+  tidy_at_ending_signals(remove_temporary);
   choose_temporary_name(target);
   const int descriptor = open(temporary_name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   if (descriptor < 0) temporary_name[0] = '\0';

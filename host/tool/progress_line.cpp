@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The line of progress_line.h: written over itself, wiped at the end.
 #include "host/tool/progress_line.h"
 
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
+
+#include "host/ending_signals.h"
 
 namespace tev::host::tool {
 namespace {
@@ -14,6 +16,13 @@ constexpr auto kPatience = std::chrono::seconds(1);
 constexpr auto kBetween = std::chrono::milliseconds(100);
 constexpr char kWipe[] = "\r\x1b[K";
 
+volatile std::sig_atomic_t is_shown = 0;
+
+void wipe() {
+  if (is_shown != 0) (void)!write(STDERR_FILENO, kWipe, sizeof(kWipe) - 1);
+  is_shown = 0;
+}
+
 }  // namespace
 
 progress_line::progress_line() : terminal_(isatty(STDERR_FILENO) == 1), next_(clock::now() + kPatience) {}
@@ -21,13 +30,11 @@ progress_line::progress_line() : terminal_(isatty(STDERR_FILENO) == 1), next_(cl
 void progress_line::show(const std::string& text) {
   if (!terminal_ || clock::now() < next_) return;
   next_ = clock::now() + kBetween;
-  shown_ = true;
+  tidy_at_ending_signals(wipe);
+  is_shown = 1;
   std::fprintf(stderr, "%s%s", kWipe, text.c_str());
 }
 
-void progress_line::clear() {
-  if (shown_) std::fputs(kWipe, stderr);
-  shown_ = false;
-}
+void progress_line::clear() { wipe(); }
 
 }  // namespace tev::host::tool

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // One line on the terminal that tells what a long run is doing; nothing when standard error is no terminal, nor within
-// the first second.
+// the first second. It is wiped at the end, and when a signal ends the program. There is one at a time.
 #pragma once
 
 #include <chrono>
@@ -20,7 +20,6 @@ class progress_line {
 
  private:
   bool terminal_;
-  bool shown_ = false;
   std::chrono::steady_clock::time_point next_;  // not before
 };
 
