@@ -17,16 +17,6 @@ namespace {
 constexpr int kLastProcessor = 1024;
 constexpr size_t kMostSizes = 1000;
 
-std::vector<std::string_view> split(std::string_view text, char separator) {
-  std::vector<std::string_view> pieces;
-  for (;;) {
-    const size_t end = text.find(separator);
-    pieces.push_back(text.substr(0, end));
-    if (end == text.npos) return pieces;
-    text.remove_prefix(end + 1);
-  }
-}
-
 template <class N>
 bool read_number(std::string_view text, N* number) {
   if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
@@ -35,6 +25,16 @@ bool read_number(std::string_view text, N* number) {
 }
 
 }  // namespace
+
+std::vector<std::string> split(const std::string& text, char separator) {
+  std::vector<std::string> pieces;
+  for (size_t begin = 0;;) {
+    const size_t end = text.find(separator, begin);
+    pieces.push_back(text.substr(begin, end - begin));
+    if (end == text.npos) return pieces;
+    begin = end + 1;
+  }
+}
 
 named_operation parse_operation(const std::string& text) {
   for (const operation op : {operation::gemm, operation::symm, operation::trmm, operation::trsm})
@@ -79,7 +79,7 @@ char parse_letter(const std::string& option, const std::string& text, const std:
 }
 
 std::complex<double> parse_scalar(const std::string& option, const std::string& text, precision p) {
-  const std::vector<std::string_view> parts = split(text, ',');
+  const std::vector<std::string> parts = split(text, ',');
   double part[2] = {0, 0};
   bool good = parts.size() <= 2;
   for (size_t i = 0; good && i < parts.size(); ++i) good = read_number(parts[i], &part[i]);
@@ -94,8 +94,8 @@ std::complex<double> parse_scalar(const std::string& option, const std::string& 
 
 std::vector<int> parse_processors(const std::string& option, const std::string& text) {
   std::vector<int> processors;
-  for (const std::string_view piece : split(text, ',')) {
-    const std::vector<std::string_view> ends = split(piece, '-');
+  for (const std::string& piece : split(text, ',')) {
+    const std::vector<std::string> ends = split(piece, '-');
     int first = 0, last = 0;
     if (ends.size() > 2 || !read_number(ends.front(), &first) || !read_number(ends.back(), &last) || first > last)
       throw bad_input(fmt::format("{} '{}': '{}' is no processor and no range like 1-3", option, text, piece));
@@ -111,9 +111,9 @@ std::vector<int> parse_processors(const std::string& option, const std::string& 
 
 std::vector<int64_t> parse_sizes(const std::string& option, const std::string& text) {
   std::vector<int64_t> sizes;
-  for (const std::string_view piece : split(text, ',')) {
+  for (const std::string& piece : split(text, ',')) {
     int64_t range[3] = {};
-    const std::vector<std::string_view> parts = split(piece, ':');
+    const std::vector<std::string> parts = split(piece, ':');
     bool good = parts.size() == 1 || parts.size() == 3;
     for (size_t i = 0; good && i < parts.size(); ++i) good = read_number(parts[i], &range[i]) && range[i] > 0;
     if (parts.size() == 1) range[1] = range[0], range[2] = 1;

@@ -32,6 +32,9 @@ std::complex<double> parse_scalar(const std::string& option, const std::string& 
 // "1-3,5": processors 1, 2, 3 and 5, ascending, each once. 1 to 1024: a sink cannot be told to use processor 0.
 std::vector<int> parse_processors(const std::string& option, const std::string& text);
 
+// The pieces between separators, empty ones too; of an empty text one.
+std::vector<std::string> split(const std::string& text, char separator);
+
 // "256,512,1000", or "100:1000:100" for 100, 200 ... 1000; both may be mixed.
 std::vector<int64_t> parse_sizes(const std::string& option, const std::string& text);
 

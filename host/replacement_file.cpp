@@ -132,4 +132,10 @@ void replacement_file::commit() {
   temporary_name[0] = '\0';
 }
 
+void write_file(const std::string& path, const std::string& text) {
+  replacement_file file(path);
+  file.write(text.data(), static_cast<int64_t>(text.size()));
+  file.commit();
+}
+
 }  // namespace tev::host

@@ -12,6 +12,9 @@ namespace tev::host {
 // changes nothing.
 std::string replacement_target(const std::string& path);
 
+// A text as such a file.
+void write_file(const std::string& path, const std::string& text);
+
 // At most one at a time.
 class replacement_file {
  public:

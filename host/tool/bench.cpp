@@ -9,6 +9,7 @@
 #include "host/offload.h"
 #include "host/parse.h"
 #include "host/replacement_file.h"
+#include "host/tool/info.h"
 #include "host/tool/options.h"
 #include "host/tool/output.h"
 #include "host/tool/progress_line.h"
@@ -53,19 +54,11 @@ speed_table bench_calls(const command_line& line) {
   return table;
 }
 
-std::vector<std::string> split(const std::string& list) {
-  std::vector<std::string> parts;
-  std::stringstream stream(list);
-  for (std::string part; std::getline(stream, part, ',');) parts.push_back(part);
-  if (parts.empty()) parts.emplace_back();
-  return parts;
-}
-
 // A line for each operation in each precision.
 std::vector<command_line> one_by_one(const command_line& line) {
   std::vector<command_line> lines;
-  for (const std::string& operation : split(line.call.operation))
-    for (const std::string& precision : split(line.call.precision)) {
+  for (const std::string& operation : split(line.call.operation, ','))
+    for (const std::string& precision : split(line.call.precision, ',')) {
       lines.push_back(line);
       lines.back().call.operation = operation;
       lines.back().call.precision = precision;
@@ -88,12 +81,6 @@ conditions conditions_of(const facts& f) {
   return {fact(f.report, "tier"), std::atoi(fact(f.report, "threads").c_str()), caches_text(fact(f.report, "caches"))};
 }
 
-void write(const std::string& path, const std::string& text) {
-  replacement_file file(path);
-  file.write(text.data(), static_cast<int64_t>(text.size()));
-  file.commit();
-}
-
 void draw(const command_line& line, std::vector<speed_table> tables) {
   facts f = ask(line.sink);
   const conditions on = conditions_of(f);
@@ -103,11 +90,11 @@ void draw(const command_line& line, std::vector<speed_table> tables) {
     shown.clear();
     if (!line.json) put(comparison_text(table, on));
   }
-  if (!line.plot.empty()) write(line.plot, plot(tables.front(), on, line.call.repeat));
+  if (!line.plot.empty()) write_file(line.plot, plot(tables.front(), on, line.call.repeat));
   if (line.report.empty()) return;
   f.report.insert(f.report.begin(), {"processor", f.processor});
   f.report.emplace_back("repetitions", std::to_string(line.call.repeat));
-  write(line.report, page(tables, on, line.call.repeat, f.report));
+  write_file(line.report, page(tables, on, line.call.repeat, f.report));
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// tev-offload info: what host and sink are.
+// tev-offload info.
+#include "host/tool/info.h"
+
 #include <fstream>
 #include <thread>
 
-#include "host/tool/options.h"
 #include "host/tool/output.h"
 #include "host/tool/report.h"
 
@@ -19,6 +20,12 @@ std::string processor_name() {
 }
 
 }  // namespace
+
+std::string fact(const std::vector<std::pair<std::string, std::string>>& report, const std::string& key) {
+  for (const auto& [name, value] : report)
+    if (name == key) return value;
+  return "?";
+}
 
 facts ask(const sink_options& options) {
   sink_client sink(resolve(options));

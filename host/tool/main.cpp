@@ -29,19 +29,19 @@ void occupy_standard_descriptors() {
 int run(int argc, char** argv) {
   const tool::command_line line = tool::parse_command_line(argc, argv);
   switch (line.command) {
-    case tool::command_line::info:
+    case tool::tool_command::info:
       return tool::show_info(line);
-    case tool::command_line::run:
+    case tool::tool_command::run:
       return tool::run_one(line);
-    case tool::command_line::bench:
+    case tool::tool_command::bench:
       return tool::run_bench(line);
-    case tool::command_line::demo:
+    case tool::tool_command::demo:
       return tool::run_demo(line);
-    case tool::command_line::exec_one:
+    case tool::tool_command::exec:
       return tool::exec_program(line);
-    case tool::command_line::show:
+    case tool::tool_command::trace:
       return tool::show_trace(line);
-    case tool::command_line::status:
+    case tool::tool_command::status:
       return tool::show_status(line);
     default:
       tool::put(line.text);

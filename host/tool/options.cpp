@@ -293,13 +293,13 @@ command_line parse_command_line(int argc, char** argv) {
   line.exec.program = exec->remaining();
   if (own_end != argv + argc) line.exec.program.insert(line.exec.program.end(), own_end + 1, argv + argc);
   if (!line.exec.program.empty() && !exec->parsed()) throw bad_input("--: no command but exec runs a program");
-  line.command = info->parsed()     ? command_line::info
-                 : run->parsed()    ? command_line::run
-                 : bench->parsed()  ? command_line::bench
-                 : exec->parsed()   ? command_line::exec_one
-                 : trace->parsed()  ? command_line::show
-                 : status->parsed() ? command_line::status
-                                    : command_line::demo;
+  line.command = info->parsed()     ? tool_command::info
+                 : run->parsed()    ? tool_command::run
+                 : bench->parsed()  ? tool_command::bench
+                 : exec->parsed()   ? tool_command::exec
+                 : trace->parsed()  ? tool_command::trace
+                 : status->parsed() ? tool_command::status
+                                    : tool_command::demo;
   if (bench->parsed() && bench->count("--repeat") == 0) line.call.repeat = 3;
   if (bench->parsed() && line.call.operation.empty()) line.call.operation = "gemm";
   if (bench->parsed() && line.sizes.empty()) line.sizes = "256,512,1000";

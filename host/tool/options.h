@@ -28,8 +28,10 @@ struct trace_options {
   std::string file, svg;
 };
 
+enum class tool_command { info, run, bench, demo, exec, trace, status, text_only };
+
 struct command_line {
-  enum { info, run, bench, demo, exec_one, show, status, text_only } command = text_only;
+  tool_command command = tool_command::text_only;
   std::string text;  // text_only: help or version
   sink_options sink;
   bool json = false;

@@ -121,12 +121,6 @@ double speed(const call& c, const outcome& o) {
   return o.best() > 0 ? work / o.best() / 1e9 : 0;
 }
 
-std::string fact(const std::vector<std::pair<std::string, std::string>>& report, const std::string& key) {
-  for (const auto& [name, value] : report)
-    if (name == key) return value;
-  return "?";
-}
-
 std::string info_text(const facts& f) {
   std::string text = fmt::format("host          {}, {} threads\n", f.processor, f.threads);
   text += fmt::format("sink          {}\n", f.sink);

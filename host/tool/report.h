@@ -3,29 +3,14 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "host/offload.h"
-#include "host/tool/options.h"
+#include "host/tool/info.h"
 
 namespace tev::host::tool {
 
-struct facts {
-  std::string processor;  // of the host
-  int threads;            // processors of the host, as threads see them
-  std::string sink;       // its executable
-  std::vector<std::pair<std::string, std::string>> report;
-  double busy_seconds;
-};
-
-// The value of a key in a sink's report, "?" when it has none.
-std::string fact(const std::vector<std::pair<std::string, std::string>>& report, const std::string& key);
-
 std::string seconds_text(double seconds);
-
-// Starts a sink for it.
-facts ask(const sink_options& options);
 
 std::string info_text(const facts& f);
 std::string info_json(const facts& f);

@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "host/failure.h"
+#include "host/parse.h"
 #include "host/tool/loader.h"
 #include "host/tool/options.h"
 #include "host/tool/output.h"
@@ -30,11 +31,10 @@ constexpr char kTriplet[] = "-x86_64-linux-gnu";
 
 std::string row(const std::string& name, const std::string& text) { return fmt::format("{:<15}{}\n", name, text); }
 
-std::vector<std::string> split(const char* list) {
-  std::vector<std::string> parts;
-  std::stringstream stream(list ? list : "");
-  for (std::string part; std::getline(stream, part, ':');)
-    if (!part.empty()) parts.push_back(part);
+std::vector<std::string> listed_in(const char* variable) {
+  const char* const list = std::getenv(variable);
+  std::vector<std::string> parts = split(list ? list : "", ':');
+  std::erase(parts, "");
   return parts;
 }
 
@@ -47,7 +47,7 @@ std::string contents(const fs::path& file) {
 
 fs::path found_in_path(const std::string& program) {
   if (program.find('/') != program.npos) return program;
-  for (const std::string& folder : split(std::getenv("PATH")))
+  for (const std::string& folder : listed_in("PATH"))
     if (const fs::path file = fs::path(folder) / program; access(file.c_str(), X_OK) == 0) return file;
   throw bad_input(program + ": there is no such program");
 }
@@ -65,7 +65,7 @@ fs::path interpreter_of(const fs::path& file) {
 // Folders of packages in an interpreter's order: the user's first.
 std::vector<fs::path> package_folders(const fs::path& interpreter) {
   std::vector<fs::path> folders;
-  for (const std::string& folder : split(std::getenv("PYTHONPATH"))) folders.push_back(folder);
+  for (const std::string& folder : listed_in("PYTHONPATH")) folders.push_back(folder);
   std::error_code error;
   const fs::path prefix = fs::absolute(interpreter, error).parent_path().parent_path();
   std::vector<fs::path> prefixes = {prefix / "local", prefix};
@@ -121,9 +121,9 @@ std::string reason(const loaded_object& object, const fs::path& from) {
   if (is_brought_along(object)) return "the package brought it along, and calls it by names that no other library has";
   std::error_code error;
   const fs::path real = fs::canonical(object.path, error);
-  for (const std::string& preloaded : split(std::getenv("LD_PRELOAD")))
+  for (const std::string& preloaded : listed_in("LD_PRELOAD"))
     if (fs::equivalent(preloaded, object.path, error) || preloaded == object.name) return "LD_PRELOAD names it";
-  for (const std::string& folder : split(std::getenv("LD_LIBRARY_PATH")))
+  for (const std::string& folder : listed_in("LD_LIBRARY_PATH"))
     if (lies_in(object.path, folder)) return "LD_LIBRARY_PATH has its folder " + folder;
   const fs::path chosen = fs::path(kAlternatives) / (fs::path(object.name).filename().string() + kTriplet);
   if (fs::equivalent(chosen, real, error))

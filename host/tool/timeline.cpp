@@ -67,11 +67,6 @@ std::string trace_text(const system_outcome& o) {
 
 }  // namespace
 
-void write_timeline(const std::string& path, const system_outcome& o) {
-  const std::string text = trace_text(o);
-  replacement_file file(path);
-  file.write(text.data(), static_cast<int64_t>(text.size()));
-  file.commit();
-}
+void write_timeline(const std::string& path, const system_outcome& o) { write_file(path, trace_text(o)); }
 
 }  // namespace tev::host::tool

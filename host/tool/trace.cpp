@@ -45,12 +45,7 @@ std::string table(const trace_summary& trace) {
 
 int show_trace(const command_line& line) {
   const trace_summary trace = read_trace(line.trace.file);
-  if (!line.trace.svg.empty()) {
-    const std::string picture = svg(chart_of(trace, totals(trace)));
-    replacement_file file(line.trace.svg);
-    file.write(picture.data(), static_cast<int64_t>(picture.size()));
-    file.commit();
-  }
+  if (!line.trace.svg.empty()) write_file(line.trace.svg, svg(chart_of(trace, totals(trace))));
   put(table(trace));
   return 0;
 }
