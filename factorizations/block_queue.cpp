@@ -2,18 +2,14 @@
 #include "factorizations/block_queue.h"
 
 #include <algorithm>
+#include <bit>
 #include <memory>
 
 namespace tev::lapack {
 
 block_queue::block_queue(int64_t panels, int64_t blocks, int64_t group, int64_t parts)
-    : panels_(panels), blocks_(blocks), states_(blocks) {
-  if (!states_) return;
-  std::uninitialized_value_construct_n(states_.data(), blocks);
-  for (int64_t begin = 0, end; begin < blocks; begin = end) {
-    end = begin + std::clamp((blocks - begin) / parts, int64_t{1}, group);
-    for (int64_t b = begin; b < end; ++b) at(b).group = {begin, end};
-  }
+    : panels_(panels), blocks_(blocks), group_(group), parts_(parts), states_(blocks) {
+  if (states_) std::uninitialized_value_construct_n(states_.data(), blocks);
 }
 
 void block_queue::ask(blas::span blocks) {
@@ -21,12 +17,20 @@ void block_queue::ask(blas::span blocks) {
   for (int64_t b = blocks.begin; b < blocks.end; ++b) ++at(b).asked;
 }
 
+blas::span block_queue::group_of(int64_t panel, int64_t block) const {
+  const int64_t next = panel + 1;
+  if (block == next) return {block, block + 1};
+  const int64_t most = std::clamp((blocks_ - next - 1) / parts_, int64_t{1}, group_);
+  const auto width = static_cast<int64_t>(std::bit_floor(static_cast<uint64_t>(most)));
+  const int64_t end = blocks_ - (blocks_ - 1 - block) / width * width;
+  return {std::max(end - width, next + 1), end};
+}
+
 // The panels before a block are its updates; one more finishes it.
 block_queue::task block_queue::next_of(int64_t block) const {
   const int64_t update = at(block).done;
-  const blas::span group = at(block).group;
   if (update == std::min(block, panels_)) return {panels_, {block, block + 1}};
-  return {update, update >= group.begin ? blas::span{block, block + 1} : group};
+  return {update, group_of(update, block)};
 }
 
 block_queue::task block_queue::take() {
@@ -36,7 +40,7 @@ block_queue::task block_queue::take() {
     const task next = next_of(b);
     const auto all_wait = [&] {
       for (int64_t i = next.blocks.begin; i < next.blocks.end; ++i)
-        if (!at(i).waits()) return false;
+        if (!at(i).waits() || at(i).done != at(b).done) return false;
       return true;
     };
     if (!all_wait()) continue;

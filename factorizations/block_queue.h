@@ -2,13 +2,15 @@
 // Updates that wait for a thread: per block a number of them, done one after the other. Whoever is free takes the
 // leftmost that waits, since the panels wait for the left ones.
 //
-// A product is faster the wider it is. So blocks stand in groups, and a panel that lies left of a group is applied to
-// the whole of it at once; a panel of the same group, to single blocks. Groups get narrower to the right, so that there
-// are tasks for all threads until the end. What is done at once, and in what order a block gets its updates, does not
-// depend on who takes them.
+// A product is faster the wider it is. So a panel is applied to groups of blocks at once, but alone to the block that
+// is the next panel. Fewer blocks are left from panel to panel, and groups get narrower, so that there are tasks for
+// all threads until the end. Their widths are powers of 2, counted from the right, so that a group is wholly within one
+// of the panel before. What is done at once, and in what order a block gets its updates, does not depend on who takes
+// them.
 //
-//   | F . . . | . . . | . . | . | . |
-//   |   1 1 1 |   3   |  2  | 1 | 1 |     updates by panel F, and how many blocks each has
+//   F  1  2  2  2  3  3  3  3  4  4  4  4     updates by panel F: what has one number is one task
+//      F  1  2  2  3  3  3  3  4  4  4  4
+//         F  1  2  3  3  4  4  5  5  6  6     fewer are left: narrower groups
 #pragma once
 
 #include <cstdint>
@@ -44,16 +46,16 @@ class block_queue {
 
  private:
   struct state {
-    blas::span group = {0, 0};
     int64_t asked = 0, done = 0;
     bool taken = false;
     bool waits() const { return !taken && done < asked; }
   };
   state& at(int64_t block) { return states_.data()[block]; }
   const state& at(int64_t block) const { return states_.data()[block]; }
+  blas::span group_of(int64_t panel, int64_t block) const;
   task next_of(int64_t block) const;
 
-  const int64_t panels_, blocks_;
+  const int64_t panels_, blocks_, group_, parts_;
   mutable std::mutex lock_;
   const workspace<state> states_;
   bool closed_ = false;

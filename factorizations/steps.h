@@ -61,14 +61,15 @@ struct plan {
   int64_t threads;
   int64_t width;  // of a block
   int64_t group;  // most blocks that a panel left of all of them is applied to at once
-  int64_t parts;  // the blocks from any one on are at least as many groups, or single blocks
+  int64_t parts;  // at least as many groups, or single blocks, for each panel
 };
 
-// For products that dominate: a narrow block makes a cheap panel, a wide one deep products, and the wider a group the
-// better, as long as each thread has a few to take. Measured on two cores with AVX-512, 1 and 2 MiB of second cache.
+// For products that dominate: a narrow block makes a cheap panel, a wide one deep products (384: no deeper than what
+// the kernels take at once), and the wider a group the less often a panel is packed, as long as each thread has a few
+// to take. Measured on two cores with AVX-512 and 1 MiB of second cache, narrow ones with 2 MiB, too.
 inline plan plan_of_products(int64_t lines, int64_t threads) {
-  constexpr int64_t kWideEnough = 1024;  // products gain nothing more
-  const int64_t width = lines < 768 ? 64 : lines < 3072 ? 128 : 256;
+  constexpr int64_t kWideEnough = 2048;  // packing has become a few percent
+  const int64_t width = lines < 768 ? 64 : lines < 3072 ? 128 : 384;
   return {threads, width, kWideEnough / width, 4 * threads};
 }
 
