@@ -4,21 +4,20 @@
 //   bench/block_reflector [--order 4000] [--reflectors 128] [--threads 2] [--rounds 9]
 //
 // A row for each precision and side: medians of rounds in which both take turns, as GFLOP/s by their own products.
-#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <random>
 #include <vector>
 
+#include "bench/program.h"
 #include "blas_threading/blas_calls.h"
 #include "blas_threading/element.h"
-#include "contest/sample_clock.h"
 #include "tev/lapack.h"
 #include "tev/service.h"
 
 namespace {
 
+using tev::bench::median;
+using tev::bench::seconds;
 using tev::blas::blas_calls;
 using tev::blas::element_of;
 using tev::blas::kComplex;
@@ -39,18 +38,6 @@ std::vector<T> random_elements(int64_t count) {
     else
       x = static_cast<real>(part(random));
   return all;
-}
-
-template <class Body>
-double seconds(bool threaded, const Body& body) {
-  const double begin = tev::bench::now(threaded);
-  body();
-  return tev::bench::now(threaded) - begin;
-}
-
-double median(std::vector<double>& samples) {
-  std::sort(samples.begin(), samples.end());
-  return samples[samples.size() / 2];
 }
 
 template <class T, class Routine>
@@ -86,20 +73,11 @@ void measure(char letter, char side, const settings& s, Routine* larfb) {
 
 int main(int argc, char** argv) {
   settings s;
-  for (int i = 1; i < argc; i += 2) {
-    const struct {
-      const char* name;
-      int64_t* value;
-    } options[] = {
-        {"--order", &s.order}, {"--reflectors", &s.reflectors}, {"--threads", &s.threads}, {"--rounds", &s.rounds}};
-    const auto* option = std::find_if(std::begin(options), std::end(options),
-                                      [&](const auto& o) { return std::strcmp(argv[i], o.name) == 0; });
-    if (option != std::end(options) && i + 1 < argc) *option->value = std::atoll(argv[i + 1]);
-    if (option == std::end(options) || *option->value < 1 || s.reflectors > s.order) {
-      std::fprintf(stderr, "usage: block_reflector [--order N] [--reflectors K] [--threads T] [--rounds R]\n");
-      return 2;
-    }
-  }
+  if (!tev::bench::read_numbers(
+          argc, argv,
+          {{"--order", &s.order}, {"--reflectors", &s.reflectors}, {"--threads", &s.threads}, {"--rounds", &s.rounds}}))
+    return 2;
+  if (s.reflectors > s.order) return std::fputs("more reflectors than rows\n", stderr), 2;
   tev_serv_set_num_threads(static_cast<int32_t>(s.threads));
   for (const char side : {'L', 'R'}) {
     measure<float>('s', side, s, tev_lapack_slarfb);

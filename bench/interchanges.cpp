@@ -5,37 +5,24 @@
 //
 // A row for each precision: the median of all rounds for both, in which they take turns on the same matrix, and the
 // loop's time over ours. GB/s: two elements read and written for each interchange.
-#include <omp.h>
-
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <random>
 #include <vector>
 
+#include "bench/program.h"
 #include "blas_threading/element.h"
 #include "tev/lapack.h"
 #include "tev/service.h"
 
 namespace {
 
+using tev::bench::median;
+using tev::bench::seconds;
+
 struct settings {
   int64_t columns = 4000, rows = 4000, pivots = 128, threads = 2, rounds = 15;
 };
-
-template <class Body>
-double seconds(const Body& body) {
-  const auto begin = std::chrono::steady_clock::now();
-  body();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-}
-
-double median(std::vector<double>& samples) {
-  std::sort(samples.begin(), samples.end());
-  return samples[samples.size() / 2];
-}
 
 // As the pivots of a panel: each row with one of those below it.
 std::vector<int64_t> random_pivots(const settings& s) {
@@ -71,8 +58,8 @@ void measure(char letter, const settings& s, Routine* laswp) {
   const int64_t first = 1, step = 1;
   for (int64_t round = 0; round <= s.rounds; ++round) {
     const double swapped =
-        seconds([&] { laswp(&s.columns, a.data(), &s.rows, &first, &s.pivots, pivots.data(), &step); });
-    const double touched = seconds([&] { touch(s, a.data(), pivots.data()); });
+        seconds(s.threads > 1, [&] { laswp(&s.columns, a.data(), &s.rows, &first, &s.pivots, pivots.data(), &step); });
+    const double touched = seconds(s.threads > 1, [&] { touch(s, a.data(), pivots.data()); });
     if (round > 0) ours.push_back(swapped), loop.push_back(touched);  // the first brings the team and the pages
   }
   const double bytes = 4.0 * static_cast<double>(s.columns * s.pivots) * sizeof(T);
@@ -85,23 +72,14 @@ void measure(char letter, const settings& s, Routine* laswp) {
 
 int main(int argc, char** argv) {
   settings s;
-  for (int i = 1; i < argc; i += 2) {
-    const struct {
-      const char* name;
-      int64_t* value;
-    } options[] = {{"--columns", &s.columns},
-                   {"--rows", &s.rows},
-                   {"--pivots", &s.pivots},
-                   {"--threads", &s.threads},
-                   {"--rounds", &s.rounds}};
-    const auto* option = std::find_if(std::begin(options), std::end(options),
-                                      [&](const auto& o) { return std::strcmp(argv[i], o.name) == 0; });
-    if (option != std::end(options) && i + 1 < argc) *option->value = std::atoll(argv[i + 1]);
-    if (option == std::end(options) || *option->value < 1 || s.pivots > s.rows) {
-      std::fprintf(stderr, "usage: interchanges [--columns N] [--rows M] [--pivots K] [--threads T] [--rounds R]\n");
-      return 2;
-    }
-  }
+  if (!tev::bench::read_numbers(argc, argv,
+                                {{"--columns", &s.columns},
+                                 {"--rows", &s.rows},
+                                 {"--pivots", &s.pivots},
+                                 {"--threads", &s.threads},
+                                 {"--rounds", &s.rounds}}))
+    return 2;
+  if (s.pivots > s.rows) return std::fputs("more pivots than rows\n", stderr), 2;
   tev_serv_set_num_threads(static_cast<int32_t>(s.threads));
   measure<float>('s', s, tev_lapack_slaswp);
   measure<double>('d', s, tev_lapack_dlaswp);

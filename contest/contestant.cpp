@@ -11,7 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 
-namespace tev::bench {
+namespace tev::contest {
 
 contestant::contestant(std::string name, std::vector<std::string> arguments, environment variables, std::string program)
     : name_(std::move(name)),
@@ -103,4 +103,4 @@ double contestant::sample() {
   return seconds.empty() ? NAN : std::atof(seconds.c_str());
 }
 
-}  // namespace tev::bench
+}  // namespace tev::contest

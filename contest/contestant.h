@@ -11,7 +11,7 @@
 
 #include "contest/operations.h"
 
-namespace tev::bench {
+namespace tev::contest {
 
 using environment = std::vector<std::pair<std::string, std::string>>;
 
@@ -54,4 +54,4 @@ class contestant {
   FILE* from_ = nullptr;
 };
 
-}  // namespace tev::bench
+}  // namespace tev::contest

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <iterator>
 
-namespace tev::bench {
+namespace tev::contest {
 
 namespace {
 
@@ -84,4 +84,4 @@ std::unique_ptr<contestant> invite(const library& l, const discipline& d, const 
   return std::make_unique<contestant>(l.name, arguments, variables, program);
 }
 
-}  // namespace tev::bench
+}  // namespace tev::contest

@@ -9,7 +9,7 @@
 #include "contest/contestant.h"
 #include "contest/operations.h"
 
-namespace tev::bench {
+namespace tev::contest {
 
 struct library {
   std::string name, path;
@@ -48,4 +48,4 @@ std::vector<library> installed_peers(const instruction_set& set, bool threaded);
 std::unique_ptr<contestant> invite(const library& l, const discipline& d,
                                    const std::string& program = "/proc/self/exe");
 
-}  // namespace tev::bench
+}  // namespace tev::contest

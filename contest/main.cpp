@@ -6,7 +6,7 @@
 #include "contest/serving.h"
 
 int main(int argc, char** argv) {
-  if (argc > 2 && argv[1] == std::string_view("--serve")) return tev::bench::serve({argv + 2, argv + argc});
+  if (argc > 2 && argv[1] == std::string_view("--serve")) return tev::contest::serve({argv + 2, argv + argc});
   std::fputs("tev_contestant: is started by `tev-offload bench --plot`\n", stderr);
   return 2;
 }

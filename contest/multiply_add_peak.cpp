@@ -3,7 +3,7 @@
 // multiplications beside six additions.
 #include "contest/multiply_add_peak.h"
 
-namespace tev::bench {
+namespace tev::contest {
 
 namespace {
 
@@ -56,4 +56,4 @@ double spend_multiply_adds(const std::string& tier, bool single, int64_t loops) 
   return rounds * 12 * (fused ? 2 : 1) * bytes / (single ? 4 : 8);
 }
 
-}  // namespace tev::bench
+}  // namespace tev::contest

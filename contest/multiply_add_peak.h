@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string>
 
-namespace tev::bench {
+namespace tev::contest {
 
 // Runs `loops` rounds of independent multiply-adds with the vectors of `tier`; returns floating-point operations done.
 double spend_multiply_adds(const std::string& tier, bool single, int64_t loops);
 
-}  // namespace tev::bench
+}  // namespace tev::contest

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-namespace tev::bench {
+namespace tev::contest {
 
 namespace {
 
@@ -118,4 +118,4 @@ void call(const operation& op, void* routine, const level3_case& c, const leadin
   }
 }
 
-}  // namespace tev::bench
+}  // namespace tev::contest

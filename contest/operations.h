@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace tev::bench {
+namespace tev::contest {
 
 enum class shape { product, symmetric, rank_k, rank_2k, triangular };
 
@@ -64,4 +64,4 @@ double flops_of(const operation& op, const level3_case& c, char precision);
 void call(const operation& op, void* routine, const level3_case& c, const leading_dimensions& ld, const void* one,
           const void* zero, const void* a, const void* b, void* result);
 
-}  // namespace tev::bench
+}  // namespace tev::contest

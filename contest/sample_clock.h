@@ -4,7 +4,7 @@
 
 #include <time.h>
 
-namespace tev::bench {
+namespace tev::contest {
 
 inline double now(bool threaded) {
   timespec t;
@@ -12,4 +12,4 @@ inline double now(bool threaded) {
   return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
 }
 
-}  // namespace tev::bench
+}  // namespace tev::contest

@@ -18,7 +18,7 @@
 #include "contest/sample_clock.h"
 #include "contest/spot_check.h"
 
-namespace tev::bench {
+namespace tev::contest {
 
 namespace {
 
@@ -110,7 +110,8 @@ class problem {
 
   // After the first run.
   bool looks_right() const {
-    return bench::looks_right<T>(op_, case_, identity_of<T>(op_, case_, a_.now(), b_.now(), c_.as_filled(), c_.now()));
+    return contest::looks_right<T>(op_, case_,
+                                   identity_of<T>(op_, case_, a_.now(), b_.now(), c_.as_filled(), c_.now()));
   }
 
   // A triangular operation works on its own result, millions of times: nothing may grow or fade away.
@@ -249,4 +250,4 @@ void bind(pid_t thread, int processor) {
   sched_setaffinity(thread, sizeof one, &one);
 }
 
-}  // namespace tev::bench
+}  // namespace tev::contest

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace tev::bench {
+namespace tev::contest {
 
 // library PATH OPERATION PRECISION [threaded]: with "threaded" the clock's time, otherwise the thread's.
 // peak TIER PRECISION: multiply-adds in registers; every case is "ok", a run is seconds per floating-point operation.
@@ -20,4 +20,4 @@ int serve(const std::vector<std::string>& arguments);
 // Thread 0 is the calling one.
 void bind(pid_t thread, int processor);
 
-}  // namespace tev::bench
+}  // namespace tev::contest

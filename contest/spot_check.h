@@ -14,7 +14,7 @@
 
 #include "contest/operations.h"
 
-namespace tev::bench {
+namespace tev::contest {
 
 template <class T>
 using real_of = decltype(std::abs(T{}));
@@ -122,4 +122,4 @@ bool looks_right(const operation& op, const level3_case& c, const identity<T>& s
   return true;
 }
 
-}  // namespace tev::bench
+}  // namespace tev::contest

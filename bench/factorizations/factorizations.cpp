@@ -25,6 +25,7 @@
 namespace {
 
 using namespace tev::bench;
+using namespace tev::contest;
 
 struct options {
   std::string op = "getrf", precision = "d", tier = "7";

@@ -57,9 +57,9 @@ class problem {
     for (size_t i = 0; i < matrices_.size(); ++i) call(matrices_[i].data(), sides_[i].data());
   }
   double seconds_of_run(bool threaded) {
-    const double begin = now(threaded);
+    const double begin = contest::now(threaded);
     run();
-    return now(threaded) - begin;
+    return contest::now(threaded) - begin;
   }
 
   // Of the first copy: the residual of a solution, or of the product of the factors with a vector.

@@ -9,6 +9,8 @@
 
 namespace tev::bench {
 
+using namespace contest;
+
 struct options : discipline {
   std::vector<std::string> sets;   // of `op`, all when none is chosen
   std::vector<std::string> peers;  // NAME=PATH[:VARIABLE=VALUE,...]; none: those of bench/level3/peers.h

@@ -9,6 +9,8 @@
 
 namespace tev::bench {
 
+using namespace contest;
+
 // The names of the sets that the operation has.
 std::vector<std::string> sets_of(const operation& op);
 
