@@ -16,6 +16,7 @@ namespace tev::offload {
 namespace {
 
 constexpr double kWakingSeconds = 1e-4;  // of a sink that sleeps, and of the caller after it: both ways of a request
+constexpr double kPanelCost = 3;         // times that of as many operations of a product
 constexpr int64_t kOrder = 256;          // of the measured product: half a megabyte a matrix, a millisecond
 constexpr int64_t kCopiedBytes = 1 << 23;
 constexpr int kRepetitions = 3;
@@ -74,8 +75,9 @@ const rates& measured() {
 
 bool sink_is_faster(const call_size& size, int32_t sink_threads, int32_t host_threads) {
   const rates& r = measured();
-  const double alone = size.flops / (size.is_single ? 2 * r.flops : r.flops);
-  return kWakingSeconds + size.bytes / r.bytes + alone / sink_threads < alone / host_threads;
+  const double rate = size.is_single ? 2 * r.flops : r.flops, alone = size.flops / rate;
+  const double there = std::max(alone / sink_threads, kPanelCost * size.panel_flops / rate);
+  return kWakingSeconds + size.bytes / r.bytes + there < alone / host_threads;
 }
 
 void forget_measuring() { measuring = PTHREAD_MUTEX_INITIALIZER; }

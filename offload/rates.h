@@ -11,6 +11,7 @@ struct call_size {
   double flops;
   double bytes;  // copied into shared memory and out of it
   bool is_single;
+  double panel_flops = 0;  // of those, by the calling thread while the sink does the others
 };
 
 // Is it over sooner with so many threads of a sink than with so many here? The first question takes milliseconds.

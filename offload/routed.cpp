@@ -41,6 +41,12 @@ double times(int64_t m, int64_t n, int64_t k) {
   return static_cast<double>(m) * static_cast<double>(n) * static_cast<double>(k);
 }
 
+// Where the sink finds a call's operands.
+struct placed_operands {
+  std::vector<const void*> addresses;
+  std::vector<int64_t> lds;
+};
+
 // multiply_adds: of numbers of the type. The last operand is the result. False: the call runs here.
 template <class T, class Request>
 bool send(double multiply_adds, std::initializer_list<stored_matrix> operands, const T& alpha, bool reads_result,
@@ -50,7 +56,13 @@ bool send(double multiply_adds, std::initializer_list<stored_matrix> operands, c
   const call_size size = {multiply_adds * (blas::kComplex<T> ? 8 : 2), bytes,
                           sizeof(typename blas::element<T>::real) == sizeof(float)};
   if (!is_sent(size) || blas::is_value(alpha, 0) || !are_right(operands)) return false;
-  return run_in_sink({operands, reads_result, size.flops, request});
+  return run_in_sink({operands, reads_result, size.flops, [&](tev_offload& handle, const auto& matrices) {
+                        placed_operands placed;
+                        for (const stored_matrix& x : matrices)
+                          placed.addresses.push_back(x.data), placed.lds.push_back(x.ld);
+                        handle.sink->wait_for(handle.sink->send(request(placed)));
+                        return !handle.sink->has_ended();
+                      }});
 }
 
 template <class T>

@@ -37,8 +37,10 @@ struct shared_area {
 constexpr size_t kMostOperands = 3, kLeastArea = 1 << 20;
 
 struct process_sink {
-  connection link;
+  tev_offload handle;
   std::array<shared_area, kMostOperands> areas = {};
+
+  connection& link() const { return *handle.sink; }
 };
 
 constexpr int kSetUpMs = 30'000;  // until a sink has taken its settings
@@ -68,18 +70,26 @@ void say(reason why, const char* text) {
 
 // ---- The sink
 
+// The calling thread is its only helper with factorizations.
+std::unique_ptr<process_sink> start_sink(const settings& own) {
+  auto started = std::make_unique<process_sink>();
+  started->handle.cores = {1, own.sink_threads};
+  started->handle.sink =
+      std::make_unique<connection>(connection_options{.sink = own.sink,
+                                                      .library_path = "",
+                                                      .threads = own.sink_threads,
+                                                      .trust_features = true,
+                                                      .detached = true,  // programs wait for all their children
+                                                      .patience_ms = kSetUpMs});
+  return started;
+}
+
 // The lock is held. Null where there is none any more, or none could be started.
 process_sink* living_sink() {
   const settings& own = *chosen;
-  if (!process)
-    process = new process_sink{.link{connection_options{.sink = own.sink,
-                                                        .library_path = "",
-                                                        .threads = own.sink_threads,
-                                                        .trust_features = true,
-                                                        .detached = true,  // programs wait for all their children
-                                                        .patience_ms = kSetUpMs}}};
-  if (!process->link.has_ended()) return process;
-  say(ended, process->link.error().c_str());
+  if (!process) process = start_sink(own).release();
+  if (!process->link().has_ended()) return process;
+  say(ended, process->link().error().c_str());
   return nullptr;
 }
 
@@ -92,9 +102,9 @@ int patience_ms(double flops) {
 void* area_of(process_sink& sink, size_t operand, size_t bytes) {
   shared_area& area = sink.areas[operand];
   if (area.bytes >= bytes) return area.memory;
-  if (area.memory) sink.link.release(area.memory);
+  if (area.memory) sink.link().release(area.memory);
   const size_t room = std::bit_ceil(std::max(bytes, kLeastArea));
-  area = {sink.link.allocate(room), room};
+  area = {sink.link().allocate(room), room};
   if (!area.memory) area.bytes = 0;
   return area.memory;
 }
@@ -104,7 +114,7 @@ bool place_operands(process_sink& sink, const sent_call& call, std::vector<store
   for (size_t i = 0; i < call.operands.size(); ++i) {
     const stored_matrix& own = call.operands[i];
     const bool is_result = i + 1 == call.operands.size();
-    if (!is_result && sink.link.holds(own.data)) {
+    if (!is_result && sink.link().holds(own.data)) {
       placed.push_back(own);
       continue;
     }
@@ -118,20 +128,14 @@ bool place_operands(process_sink& sink, const sent_call& call, std::vector<store
 
 bool run(process_sink& sink, const sent_call& call) {
   std::vector<stored_matrix> placed;
-  placed_operands told;
-  if (!place_operands(sink, call, placed)) {
-    if (living_sink()) say(no_memory, "not enough memory that a sink could share");
-    return false;
-  }
-  for (const stored_matrix& x : placed) {
-    told.addresses.push_back(x.data);
-    told.lds.push_back(x.ld);
-  }
-  sink.link.set_patience(patience_ms(call.flops));
-  sink.link.wait_for(sink.link.send(call.request(told)));
+  sink.link().set_patience(patience_ms(call.flops));
+  const bool has_run = place_operands(sink, call, placed) && call.compute(sink.handle, placed);
   if (!living_sink()) return false;
-  copy_matrix(placed.back(), call.operands.back());
-  return true;
+  if (has_run)
+    copy_matrix(placed.back(), call.operands.back());
+  else
+    say(no_memory, "not enough memory that a sink could share");
+  return has_run;
 }
 
 class lock_of_sink {
@@ -169,7 +173,7 @@ struct alignas(64) memory_header {
 
 memory_header* allocate(size_t bytes) {
   process_sink* const sink = chosen ? living_sink() : nullptr;
-  void* begin = sink ? sink->link.allocate(bytes) : nullptr;
+  void* begin = sink ? sink->link().allocate(bytes) : nullptr;
   const bool is_shared = begin != nullptr;
   if (!begin) begin = std::aligned_alloc(alignof(memory_header), (bytes + 63) / 64 * 64);
   if (!begin) return nullptr;
@@ -179,7 +183,7 @@ memory_header* allocate(size_t bytes) {
 
 void release(const memory_header& header) {
   if (!header.is_shared) return std::free(header.begin);
-  if (header.generation == generation.load(std::memory_order_relaxed)) process->link.release(header.begin);
+  if (header.generation == generation.load(std::memory_order_relaxed)) process->link().release(header.begin);
 }
 
 }  // namespace

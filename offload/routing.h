@@ -6,7 +6,7 @@
 #include <functional>
 #include <vector>
 
-#include "offload/connection.h"
+#include "offload/handle.h"
 #include "offload/rates.h"
 #include "offload/shared_copy.h"
 
@@ -15,18 +15,13 @@ namespace tev::offload {
 // By sizes alone: equal calls take equal ways.
 bool is_sent(const call_size& size);
 
-// Where the sink finds a call's operands.
-struct placed_operands {
-  std::vector<const void*> addresses;
-  std::vector<int64_t> lds;
-};
-
 // A call for the sink. The last operand is the result.
 struct sent_call {
   std::vector<stored_matrix> operands;
   bool reads_result;
   double flops;
-  std::function<step_request(const placed_operands& placed)> request;
+  // With the operands where the sink sees them. False: there was no memory, or the sink has ended.
+  std::function<bool(tev_offload& sink, const std::vector<stored_matrix>& placed)> compute;
 };
 
 // False: it did not run, and the operands are as they were.

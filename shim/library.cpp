@@ -69,8 +69,9 @@ void find(void* handle, const char* name, Function& function) {
 
 // Which routines may go to a sink is for the library to say: it has them by another name, too.
 void find_all(void* handle, bool offloads, functions& f) {
-#define TEV_FIND(name, base) \
-  if (!offloads || !find_any(handle, "tev_routed_" #base, f.name)) find(handle, "tev_blas_" #base, f.name);
+#define TEV_FIND_IN(layer, name, base) \
+  if (!offloads || !find_any(handle, "tev_routed_" #base, f.name)) find(handle, "tev_" #layer "_" #base, f.name);
+#define TEV_FIND(name, base) TEV_FIND_IN(blas, name, base)
 #define TEV_MATRIX(name, base, ...) TEV_FIND(name, base)
 #define TEV_COPY(name, base, ...) TEV_FIND(name, base)
 #define TEV_COMPOSED_MATRIX(...)
@@ -79,11 +80,10 @@ void find_all(void* handle, bool offloads, functions& f) {
 #define TEV_FUNCTION(name, base, ...) TEV_FIND(name, base)
 #include "shim/each_routine.inc"
 #undef TEV_FIND
-#define TEV_FIND(name) find(handle, "tev_lapack_" #name, f.name);
-#define TEV_LAPACK(name, ...) TEV_FIND(name)
+#define TEV_LAPACK(name, ...) TEV_FIND_IN(lapack, name, name)
 #define TEV_TABLE "shim/lapack_routines.inc"
 #include "shim/each_routine.inc"
-#undef TEV_FIND
+#undef TEV_FIND_IN
 #define TEV_FIND(name) find(handle, "tev_serv_" #name, f.name);
   TEV_SERVICE(TEV_FIND)
 #undef TEV_FIND

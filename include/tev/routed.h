@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
-/* BLAS calls that run here or in a sink (libtev_offload, which has all of libtev, too). A process has one sink at most,
- * started by the first call that is sent. What is sent is copied into memory that both see, and the result back when
- * the sink is done with it; so whatever becomes of the sink, the operands are as they were, and the call runs here.
- * That is said on standard error, each reason once. C11 and C++20.
+/* BLAS calls and factorizations that run here or in a sink (libtev_offload, which has all of libtev, too). A process
+ * has one sink at most, started by the first call that is sent. What is sent is copied into memory that both see, and
+ * the result back when the sink is done with it; so whatever becomes of the sink, the operands are as they were, and
+ * the call runs here. That is said on standard error, each reason once. C11 and C++20.
  *
  * Any number of threads may call; while one has the sink, the others' calls run here. A forked child starts a sink of
  * its own. */
@@ -37,8 +37,9 @@ TEV_EXPORT int32_t tev_routed_took_sink(void);
 TEV_EXPORT void* tev_routed_allocate(size_t bytes);
 TEV_EXPORT void tev_routed_release(void* memory);
 
-/* As those of tev/blas.h. Where a call runs depends on its sizes, and on whether there is anything to compute; equal
- * calls take equal ways as long as the sink lives and is free. */
+/* As those of tev/blas.h and tev/lapack.h. Where a call runs depends on its sizes, and on whether there is anything to
+ * compute; equal calls take equal ways as long as the sink lives and is free. Of a factorization the calling thread
+ * does the panels and a share; solutions by the factors are made here. */
 #define TEV_ROUTED(p, T)                                                                                               \
   TEV_EXPORT void tev_routed_##p##gemm(const char* transa, const char* transb, const int64_t* m, const int64_t* n,     \
                                        const int64_t* k, const T* alpha, const T* a, const int64_t* lda, const T* b,   \
@@ -54,7 +55,19 @@ TEV_EXPORT void tev_routed_release(void* memory);
                                        const int64_t* lda, T* b, const int64_t* ldb);                                  \
   TEV_EXPORT void tev_routed_##p##trsm(const char* side, const char* uplo, const char* transa, const char* diag,       \
                                        const int64_t* m, const int64_t* n, const T* alpha, const T* a,                 \
-                                       const int64_t* lda, T* b, const int64_t* ldb);
+                                       const int64_t* lda, T* b, const int64_t* ldb);                                  \
+  TEV_EXPORT void tev_routed_##p##getrf(const int64_t* m, const int64_t* n, T* a, const int64_t* lda, int64_t* ipiv,   \
+                                        int64_t* info);                                                                \
+  TEV_EXPORT void tev_routed_##p##gesv(const int64_t* n, const int64_t* nrhs, T* a, const int64_t* lda, int64_t* ipiv, \
+                                       T* b, const int64_t* ldb, int64_t* info);                                       \
+  TEV_EXPORT void tev_routed_##p##potrf(const char* uplo, const int64_t* n, T* a, const int64_t* lda, int64_t* info);  \
+  TEV_EXPORT void tev_routed_##p##posv(const char* uplo, const int64_t* n, const int64_t* nrhs, T* a,                  \
+                                       const int64_t* lda, T* b, const int64_t* ldb, int64_t* info);                   \
+  TEV_EXPORT void tev_routed_##p##geqrf(const int64_t* m, const int64_t* n, T* a, const int64_t* lda, T* tau, T* work, \
+                                        const int64_t* lwork, int64_t* info);                                          \
+  TEV_EXPORT void tev_routed_##p##gels(const char* trans, const int64_t* m, const int64_t* n, const int64_t* nrhs,     \
+                                       T* a, const int64_t* lda, T* b, const int64_t* ldb, T* work,                    \
+                                       const int64_t* lwork, int64_t* info);
 
 TEV_ROUTED(s, float)
 TEV_ROUTED(d, double)

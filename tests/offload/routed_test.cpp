@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// BLAS calls that may go to a sink: right wherever they ran, and ran where they should; with a sink that dies, sleeps
-// or is busy, in forked children, and on operands in memory that the sink sees.
+// BLAS calls and factorizations that may go to a sink: right wherever they ran, and ran where they should; with a sink
+// that dies, sleeps or is busy, in forked children, and on operands in memory that the sink sees.
 #include "tev/routed.h"
 
 #include <pthread.h>
@@ -15,9 +15,11 @@
 #include <thread>
 
 #include "host/check.h"
+#include "tests/offload/factors.h"
 #include "tests/support/blas_case.h"
 #include "tests/support/effort.h"
 #include "tests/support/in_child.h"
+#include "tev/service.h"
 
 namespace tev::test {
 namespace {
@@ -37,6 +39,46 @@ TEV_ROUTED_CALLS(float, s)
 TEV_ROUTED_CALLS(double, d)
 TEV_ROUTED_CALLS(std::complex<float>, c)
 TEV_ROUTED_CALLS(std::complex<double>, z)
+
+// As those of a handle.
+template <class T>
+struct factorizations;
+#define TEV_ROUTED_FACTORIZATIONS(T, p)                                                                             \
+  template <>                                                                                                       \
+  struct factorizations<T> {                                                                                        \
+    using E = c_element_t<T>;                                                                                       \
+    static int getrf(tev_offload*, auto... x) { return tev_routed_##p##getrf(x...), 0; }                            \
+    static int gesv(tev_offload*, auto... x) { return tev_routed_##p##gesv(x...), 0; }                              \
+    static int potrf(tev_offload*, auto... x) { return tev_routed_##p##potrf(x...), 0; }                            \
+    static int posv(tev_offload*, auto... x) { return tev_routed_##p##posv(x...), 0; }                              \
+    static int geqrf(tev_offload*, const int64_t* m, const int64_t* n, E* a, const int64_t* lda, E* tau,            \
+                     int64_t* info) {                                                                               \
+      const matrix<T> work(*n, 1);                                                                                  \
+      return tev_routed_##p##geqrf(m, n, a, lda, tau, at(work), n, info), 0;                                        \
+    }                                                                                                               \
+    static int gels(tev_offload*, const char* trans, const int64_t* m, const int64_t* n, const int64_t* nrhs, E* a, \
+                    const int64_t* lda, E* b, const int64_t* ldb, int64_t* info) {                                  \
+      const int64_t length = *m + *n;                                                                               \
+      const matrix<T> work(length, 1);                                                                              \
+      return tev_routed_##p##gels(trans, m, n, nrhs, a, lda, b, ldb, at(work), &length, info), 0;                   \
+    }                                                                                                               \
+  };
+TEV_ROUTED_FACTORIZATIONS(float, s)
+TEV_ROUTED_FACTORIZATIONS(double, d)
+TEV_ROUTED_FACTORIZATIONS(std::complex<float>, c)
+TEV_ROUTED_FACTORIZATIONS(std::complex<double>, z)
+
+bool took_sink() { return tev_routed_took_sink() != 0; }
+
+// The one process of which this one has a descriptor.
+pid_t sink_process() {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
+    std::ifstream file(entry.path());
+    for (std::string name; file >> name;)
+      if (pid_t found = 0; name == "Pid:" && file >> found && found > 0) return found;
+  }
+  return 0;
+}
 
 void send_all(double threshold = 1, double timeout = 20) {
   const tev_routing routing = {TEV_SINK_PATH, 1, 1, 0, threshold, timeout};
@@ -65,6 +107,16 @@ blas_case<T> random_case(operation op, const char* options, int64_t m, int64_t n
 template <class T>
 bool product_is_right(bool in_sink, int64_t order = 150) {
   return fault_of(random_case<T>(operation::gemm, "NT", order, order, order), in_sink).empty();
+}
+
+template <class T>
+bool factors_are_right(bool in_sink, what kind = what::lu, int64_t order = 300) {
+  engine random(3);
+  const matrix<T> start = start_for<T>(kind, order, order, random);
+  const factored<T> f = factor<T, factorizations<T>>(nullptr, kind, start);
+  const bool took = took_sink();
+  expect_factors(kind, start, f, "order " + std::to_string(order));
+  return f.info == 0 && took == in_sink && !testing::Test::HasFailure();
 }
 
 constexpr struct {
@@ -100,6 +152,68 @@ TEST_IN_CHILD(Routed, WhatIsSmallEmptyOrWrongStaysHere) {
   EXPECT_TRUE(product_is_right<double>(true, 100));
   EXPECT_TRUE(product_is_right<std::complex<float>>(true, 70)) << "four times the arithmetic";
   EXPECT_EQ(fault_of(random_case<double>(operation::gemm, "NN", 900, 900, 0), false), "");
+}
+
+// The same bits, too.
+template <class T>
+void expect_factors_of_a_handle(int32_t threads) {
+  const sink_handle handle(threads);
+  engine random(3);
+  for (const auto& [kind, name] : kFactorizations)
+    for (const auto& [m, n] : {std::pair<int64_t, int64_t>{521, 521}, {600, 530}, {515, 620}}) {
+      if (m != n && kind != what::lu && kind != what::qr) continue;
+      const matrix<T> start = start_for<T>(kind, m, n, random);
+      const factored<T> expected = factor(handle.get(), kind, start);
+      const factored<T> result = factor<T, factorizations<T>>(nullptr, kind, start);
+      EXPECT_TRUE(took_sink()) << name << m;
+      EXPECT_EQ(result.info, 0) << name << m;
+      EXPECT_TRUE(result.a.same_bits(expected.a) && result.tau.same_bits(expected.tau)) << name << m;
+      EXPECT_EQ(result.pivots, expected.pivots) << name << m;
+    }
+}
+
+template <class T>
+void expect_solutions() {
+  expect_systems_solved<T, factorizations<T>>(nullptr, {300, 521});
+  EXPECT_TRUE(took_sink());
+  expect_least_squares_solved<T, factorizations<T>>(nullptr, took_sink);
+}
+
+TEST_IN_CHILD(RoutedFactorizations, AreRight) {
+  send_all();
+  expect_factors_of_a_handle<double>(1);
+  expect_factors_of_a_handle<std::complex<float>>(1);
+  expect_solutions<float>();
+  expect_solutions<double>();
+  expect_solutions<std::complex<float>>();
+  expect_solutions<std::complex<double>>();
+}
+
+TEST_IN_CHILD(RoutedFactorizations, WhatIsSmallWrongOrAsksStaysHere) {
+  static std::string told;
+  tev_serv_set_xerbla([](const char* name, const int32_t* position, int32_t length) {
+    told = std::string(name, static_cast<size_t>(length)) + ' ' + std::to_string(*position);
+  });
+  send_all();
+  const int64_t n = 400, small = 399, query = -1;
+  double best = 0;
+  int64_t info = 7;
+  tev_routed_dgeqrf(&n, &n, nullptr, &n, nullptr, &best, &query, &info);
+  EXPECT_TRUE(best >= 400 && info == 0);
+  tev_routed_dgels("N", &n, &n, &n, nullptr, &n, nullptr, &n, &best, &query, &info);
+  EXPECT_TRUE(best >= 800 && info == 0);
+  tev_routed_dgels("N", &n, &n, &n, nullptr, &n, nullptr, &small, &best, &n, &info);
+  EXPECT_TRUE(told == "DGELS 8" && info == -8) << told;
+  tev_routed_dgesv(&n, &n, nullptr, &n, nullptr, nullptr, &small, &info);
+  EXPECT_TRUE(told == "DGESV 7" && info == -7) << told;
+  tev_routed_dpotrf("X", &n, nullptr, &n, &info);
+  EXPECT_TRUE(told == "DPOTRF 1" && info == -1) << told;
+  EXPECT_EQ(sink_process(), 0);
+  for (const auto& [kind, largest] : {std::pair{what::lu, 128}, {what::lower_cholesky, 256}, {what::qr, 128}}) {
+    EXPECT_TRUE(factors_are_right<double>(false, kind, largest));
+    EXPECT_TRUE(factors_are_right<double>(true, kind, largest + 1));
+    EXPECT_TRUE(factors_are_right<double>(true, kind, largest + 1)) << "equal calls, equal ways";
+  }
 }
 
 // By the model, with one thread here: a sink with one thread never pays, one with many does for large products.
@@ -146,22 +260,15 @@ TEST_IN_CHILD(SharedMemory, OperandsInItAreNotCopied) {
   EXPECT_EQ(shared_mappings(), 3) << "now there are copies of all";
 }
 
-// The one process of which this one has a descriptor.
-pid_t sink_process() {
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
-    std::ifstream file(entry.path());
-    for (std::string name; file >> name;)
-      if (pid_t found = 0; name == "Pid:" && file >> found && found > 0) return found;
-  }
-  return 0;
-}
-
-std::string after_signal(int signal) {
+std::string after_signal(int signal, bool factors) {
+  const auto is_right = [](bool factorization, bool in_sink) {
+    return factorization ? factors_are_right<double>(in_sink) : product_is_right<double>(in_sink);
+  };
   send_all(1, 3);
-  std::string seen = product_is_right<double>(true) ? "sent " : "";
+  std::string seen = is_right(factors, true) ? "sent " : "";
   void* const memory = tev_routed_allocate(1000);
   kill(sink_process(), signal);
-  for (int i = 0; i < 3; ++i) seen += product_is_right<double>(false) ? "here " : "";
+  for (int i = 0; i < 3; ++i) seen += is_right(factors == (i % 2 == 0), false) ? "here " : "";
   std::memset(memory, 1, 1000);
   tev_routed_release(memory);
   tev_routed_release(tev_routed_allocate(1000));
@@ -172,8 +279,9 @@ int64_t lines_of(const std::string& text) { return std::count(text.begin(), text
 
 TEST(SinkThatFails, CallsRunHereAndThatIsSaidOnce) {
   const auto say = [](const std::string& text) { std::fputs(text.c_str(), stdout); };
-  for (const int signal : {SIGKILL, SIGSTOP}) {
-    const auto child = in_child({}, [&] { return say(after_signal(signal)), 0; });
+  for (const int which : {0, 1, 2, 3}) {
+    const int signal = which < 2 ? SIGKILL : SIGSTOP;
+    const auto child = in_child({}, [&] { return say(after_signal(signal, which % 2 != 0)), 0; });
     EXPECT_EQ(child.out, "sent here here here ") << child.err;
     EXPECT_EQ(lines_of(child.err), 1) << child.err;
     EXPECT_NE(child.err.find(signal == SIGKILL ? "the sink (process" : "did not answer in time"), std::string::npos)
@@ -203,10 +311,18 @@ TEST(SinkThatFails, KilledUnderWay) {
         std::this_thread::sleep_for(delay);
         kill(sink, SIGKILL);
       });
-      const auto& [op, options] = kCalls[static_cast<size_t>(round) % std::size(kCalls)];
-      const std::string in_sink = fault_of(random_case<double>(op, options, 400, 350, 300), true);
+      const auto number = static_cast<size_t>(round) / 2;
+      std::string in_sink;
+      if (round % 2 == 0) {
+        const auto& [op, options] = kCalls[number % std::size(kCalls)];
+        in_sink = fault_of(random_case<double>(op, options, 400, 350, 300), true);
+      } else if (const size_t kind = number % (std::size(kFactorizations) + 1); kind > 0) {
+        factors_are_right<double>(true, kFactorizations[kind - 1].kind, 600);
+      } else {
+        expect_least_squares_solved<double, factorizations<double>>(nullptr, [] { return true; });
+      }
       killer.join();
-      return in_sink.empty() || in_sink == "ran here" ? 0 : 2;
+      return (in_sink.empty() || in_sink == "ran here") && !testing::Test::HasFailure() ? 0 : 2;
     });
     EXPECT_EQ(child.status, 0) << delay.count() << " us " << child.err;
   }
@@ -248,7 +364,7 @@ TEST(Fork, ChildrenStartTheirOwn) {
       const pid_t forked = fork();
       if (forked == 0) {
         tev_routed_release(memory);  // not theirs
-        _exit(product_is_right<double>(true) && product_is_right<float>(true) ? 0 : 1);
+        _exit(product_is_right<double>(true) && factors_are_right<float>(true) ? 0 : 1);
       }
       int status = 0;
       waitpid(forked, &status, 0);
