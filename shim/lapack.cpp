@@ -15,8 +15,6 @@ extern "C"
 namespace tev::shim {
 namespace {
 
-constexpr int32_t kNotEnoughMemory = 1089;  // as the library reports it
-
 constexpr bool is_index_array(kind k) { return k >= kind::INDICES; }
 
 template <kind K, class E, class P>
@@ -97,39 +95,24 @@ bool is_right(const Call& call) {
 template <class Call>
 void compute(const Call& call) {
   if (run(call)) return;
-  library().xerbla(Call::kName.text, &kNotEnoughMemory, Call::kName.length);
+  report_no_memory(call);
   set_info(call, -kNotEnoughMemory);
 }
 
 #define TEV_FIELD(kind_, name, ...) lapack_field<kind::kind_, element, part> name;
-#define TEV_CHECK(kind_, name, ...) \
-  ++position;                       \
-  if (is_wrong<kind::kind_>(name __VA_OPT__(, ) __VA_ARGS__)) return position;
 #define TEV_HAND_OVER(kind_, name, ...) \
   const handed_over<kind::kind_, decltype(name)> handed_##name(name __VA_OPT__(, ) __VA_ARGS__);
 #define TEV_READY(kind_, name, ...) &&handed_##name.ready()
 #define TEV_GET(kind_, name, ...) handed_##name.get()
-#define TEV_NOTE(kind_, name, ...) line.note(#name, name)
-#define TEV_DEFINE_CALL(name_, work_, ...)                                       \
-  struct name_ {                                                                 \
-    using element = TEV_ELEMENT;                                                 \
-    using part = TEV_PART;                                                       \
-    static constexpr reported_name kName = reported(#name_);                     \
-    static constexpr const char* kRoutine = #name_;                              \
-    TEV_EACH(TEV_FIELD, __VA_ARGS__)                                             \
-    int32_t wrong() const { /* position of the first wrong argument, or 0 */     \
-      int32_t position = 0;                                                      \
-      TEV_EACH(TEV_CHECK, __VA_ARGS__)                                           \
-      return 0;                                                                  \
-    }                                                                            \
-    void describe(trace_line& line) const { (TEV_LIST(TEV_NOTE, __VA_ARGS__)); } \
-    amount work() const { return work_; }                                        \
-    bool compute() const { /* false: there was no memory */                      \
-      TEV_EACH(TEV_HAND_OVER, __VA_ARGS__)                                       \
-      if (!(true TEV_EACH(TEV_READY, __VA_ARGS__))) return false;                \
-      library().name_(TEV_LIST(TEV_GET, __VA_ARGS__));                           \
-      return true;                                                               \
-    }                                                                            \
+#define TEV_DEFINE_CALL(name_, work_, ...)                        \
+  struct name_ {                                                  \
+    TEV_CALL_MEMBERS(name_, work_, __VA_ARGS__)                   \
+    bool compute() const { /* false: there was no memory */       \
+      TEV_EACH(TEV_HAND_OVER, __VA_ARGS__)                        \
+      if (!(true TEV_EACH(TEV_READY, __VA_ARGS__))) return false; \
+      library().name_(TEV_LIST(TEV_GET, __VA_ARGS__));            \
+      return true;                                                \
+    }                                                             \
   };
 #define TEV_LAPACK(name, work, ...) TEV_DEFINE_CALL(name, work, __VA_ARGS__)
 #define TEV_TABLE "shim/lapack_routines.inc"

@@ -13,6 +13,7 @@
 #include <ctime>
 
 #include "shim/other_runtimes.h"
+#include "shim/process_state.h"
 #include "shim/settings.h"
 #include "shim/thread_limit.h"
 #include "shim/trace.h"
@@ -32,6 +33,8 @@ constexpr int kMode = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
 constexpr time_t kPatience = 2;  // seconds that a fork waits for an opening library
 
 constinit functions table = {};
+constinit process_state own_state = {};  // where there was no memory for a common one
+constinit process_state* state = &own_state;
 constinit pthread_mutex_t opening = PTHREAD_MUTEX_INITIALIZER;
 constinit thread_local bool held_by_fork = false;
 
@@ -110,11 +113,13 @@ void open_once() {
   if (!handle) give_up();
   find_all(handle, offloads, table);
   table.trust_features(1);
+  if (void* const common = table.front_end_data(sizeof(process_state))) state = static_cast<process_state*>(common);
   open_trace();
   opened.store(&table, std::memory_order_release);
 }
 
 void start_routing() {
+  if (!table.routed_set) return;
   char folder[PATH_MAX];
   find_own_folder(folder);
   const tev_routing routing = offload_settings(folder);
@@ -156,10 +161,15 @@ const functions& open_library() {
     table.domain_get_max_threads(TEV_DOMAIN_BLAS);
     remove_runtime_name();
     share_with_other_ranks();
-    if (table.routed_set) start_routing();
+    if (!std::atomic_ref(state->is_set_up).exchange(true)) {
+      check_settings();
+      start_routing();
+    }
   }
   return table;
 }
+
+process_state& state_of_process() { return *state; }
 
 void remove_runtime_name() {
   char name[64];

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "tev/blas.h"
+#include "tev/front_end.h"
 #include "tev/lapack.h"
 #include "tev/routed.h"
 #include "tev/service.h"
@@ -29,9 +30,10 @@ struct functions {
 #define TEV_TABLE "shim/lapack_routines.inc"
 #include "shim/each_routine.inc"
 #undef TEV_MEMBER
-#define TEV_SERVICE(row)                                                                        \
-  row(trust_features) row(cpu_detect) row(allocate) row(deallocate) row(domain_get_max_threads) \
-      row(domain_set_num_threads) row(set_num_threads_local) row(mpi_get_ppn) row(mpi_safe) row(xerbla)
+#define TEV_SERVICE(row)                                                                                        \
+  row(trust_features) row(cpu_detect) row(allocate) row(deallocate) row(domain_get_max_threads)                 \
+      row(domain_set_num_threads) row(set_num_threads_local) row(front_end_data) row(mpi_get_ppn) row(mpi_safe) \
+          row(xerbla)
 #define TEV_MEMBER(name) decltype(&tev_serv_##name) name;
   TEV_SERVICE(TEV_MEMBER)
 #undef TEV_MEMBER

@@ -54,28 +54,32 @@ auto result_of(auto* function, Arguments... arguments) {
   }
 }
 
-#define TEV_FIELD(kind_, name, ...) field<kind::kind_, element, part> name;
-#define TEV_ADDRESS(kind_, name, ...) by_address(decltype(name)(name))  // of a copy: see run()
+// What a call is, whatever computes it; for whoever includes this, too, with a TEV_FIELD of its own.
 #define TEV_CHECK(kind_, name, ...) \
   ++position;                       \
   if (is_wrong<kind::kind_>(name __VA_OPT__(, ) __VA_ARGS__)) return position;
 #define TEV_NOTE(kind_, name, ...) line.note(#name, name)
+#define TEV_CALL_MEMBERS(name_, work_, ...)                                    \
+  using element = TEV_ELEMENT;                                                 \
+  using part = TEV_PART;                                                       \
+  static constexpr reported_name kName = reported(#name_);                     \
+  static constexpr const char* kRoutine = #name_;                              \
+  TEV_EACH(TEV_FIELD, __VA_ARGS__)                                             \
+  int32_t wrong() const { /* position of the first wrong argument, or 0 */     \
+    [[maybe_unused]] int32_t position = 0;                                     \
+    TEV_EACH(TEV_CHECK, __VA_ARGS__)                                           \
+    return 0;                                                                  \
+  }                                                                            \
+  void describe(trace_line& line) const { (TEV_LIST(TEV_NOTE, __VA_ARGS__)); } \
+  amount work() const { return work_; }
+
+#define TEV_FIELD(kind_, name, ...) field<kind::kind_, element, part> name;
+#define TEV_ADDRESS(kind_, name, ...) by_address(decltype(name)(name))  // of a copy: see run()
 #define TEV_IDLE(kind_, name, ...) || is_idle<kind::kind_>(name)
 #define TEV_CALL(name_, work_, computation, ...)                                                     \
   struct name_ {                                                                                     \
-    using element = TEV_ELEMENT;                                                                     \
-    using part = TEV_PART;                                                                           \
-    static constexpr reported_name kName = reported(#name_);                                         \
-    static constexpr const char* kRoutine = #name_;                                                  \
-    TEV_EACH(TEV_FIELD, __VA_ARGS__)                                                                 \
-    int32_t wrong() const { /* position of the first wrong argument, or 0 */                         \
-      [[maybe_unused]] int32_t position = 0;                                                         \
-      TEV_EACH(TEV_CHECK, __VA_ARGS__)                                                               \
-      return 0;                                                                                      \
-    }                                                                                                \
+    TEV_CALL_MEMBERS(name_, work_, __VA_ARGS__)                                                      \
     bool idle() const { return false TEV_EACH(TEV_IDLE, __VA_ARGS__); } /* nothing to be computed */ \
-    void describe(trace_line& line) const { (TEV_LIST(TEV_NOTE, __VA_ARGS__)); }                     \
-    amount work() const { return work_; }                                                            \
     auto compute() const { return computation; }                                                     \
   };
 #define TEV_MATRIX(name, base, layout, work, ...) \
@@ -89,10 +93,15 @@ auto result_of(auto* function, Arguments... arguments) {
 #include "shim/each_routine.inc"
 #undef TEV_FIELD
 #undef TEV_ADDRESS
-#undef TEV_CHECK
 #undef TEV_IDLE
-#undef TEV_NOTE
 #undef TEV_CALL
+
+// A call that could not be computed is reported as the library reports it.
+inline constexpr int32_t kNotEnoughMemory = 1089;
+template <class Call>
+[[gnu::cold]] void report_no_memory(const Call&) {
+  library().xerbla(Call::kName.text, &kNotEnoughMemory, Call::kName.length);
+}
 
 template <class Call>
 [[gnu::noinline]] auto run_limited(const Call& call) {

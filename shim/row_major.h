@@ -40,20 +40,36 @@ E conjugate(const E& x) {
 template <class E>
 class conjugated {
  public:
-  conjugated(int64_t n, const E*& x, int64_t& incx)
+  conjugated(int64_t n, const E* x, int64_t incx)
       : elements_(static_cast<E*>(library().allocate((n < 1 ? 1 : n) * static_cast<int64_t>(sizeof(E)), 64))) {
     const E* const first = incx < 0 ? x - (n - 1) * incx : x;
-    for (int64_t i = 0; i < n; ++i) elements_[i] = conjugate(first[i * incx]);
-    x = elements_;
-    incx = 1;
+    for (int64_t i = 0; elements_ && i < n; ++i) elements_[i] = conjugate(first[i * incx]);
   }
-  ~conjugated() { library().deallocate(elements_); }
+  ~conjugated() {
+    if (elements_) library().deallocate(elements_);
+  }
   conjugated(const conjugated&) = delete;
   conjugated& operator=(const conjugated&) = delete;
+  bool ready() const { return elements_ != nullptr; }
+  void replace(const E*& x, int64_t& incx) const { x = elements_, incx = 1; }
 
  private:
   E* const elements_;
 };
+
+// A call with the conjugates of x, or of x and y, instead of them.
+void run_with_conjugated_x(auto& call, int64_t n) {
+  const conjugated x(n, call.x, call.incx);
+  if (!x.ready()) return report_no_memory(call);
+  x.replace(call.x, call.incx);
+  run(call);
+}
+void run_with_conjugated_vectors(auto& call, int64_t m, int64_t n) {
+  const conjugated y(n, call.y, call.incy);
+  if (!y.ready()) return report_no_memory(call);
+  y.replace(call.y, call.incy);
+  run_with_conjugated_x(call, m);
+}
 
 template <class E>
 void conjugate_in_place(int64_t n, E* x, int64_t incx) {
@@ -67,6 +83,8 @@ void run_with_conjugated_matrix(auto& x, int64_t m, int64_t n) {
   x.alpha = &alpha;
   x.beta = &beta;
   const conjugated copy(n, x.x, x.incx);
+  if (!copy.ready()) return report_no_memory(x);
+  copy.replace(x.x, x.incx);
   conjugate_in_place(m, x.y, x.incy);
   run(x);
   conjugate_in_place(m, x.y, x.incy);
@@ -181,17 +199,11 @@ struct rank_1_conjugated : rank_1 {
     own.text[4] = 'U';
     return own;
   }
-  void run(auto& x) {
-    const conjugated first(x.m, x.x, x.incx), second(x.n, x.y, x.incy);
-    shim::run(x);
-  }
+  void run(auto& x) { run_with_conjugated_vectors(x, x.m, x.n); }
 };
 
 struct hermitian_rank_1 : symmetric_vector {
-  void run(auto& x) {
-    const conjugated first(x.n, x.x, x.incx);
-    shim::run(x);
-  }
+  void run(auto& x) { run_with_conjugated_x(x, x.n); }
 };
 
 struct hermitian_rank_2 : layout {
@@ -200,10 +212,7 @@ struct hermitian_rank_2 : layout {
     std::swap(x.x, x.y);
     std::swap(x.incx, x.incy);
   }
-  void run(auto& x) {
-    const conjugated first(x.n, x.x, x.incx), second(x.n, x.y, x.incy);
-    shim::run(x);
-  }
+  void run(auto& x) { run_with_conjugated_vectors(x, x.n, x.n); }
 };
 
 }  // namespace tev::shim::row_major

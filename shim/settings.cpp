@@ -58,10 +58,10 @@ const char* mode() {
 
 }  // namespace
 
-bool may_offload() {
-  if (std::strcmp(mode(), "always") == 0 || std::strcmp(mode(), "auto") == 0) return true;
-  if (std::strcmp(mode(), "never") != 0) complain("TEVBLAS_OFFLOAD", mode(), "never, always or auto");
-  return false;
+bool may_offload() { return std::strcmp(mode(), "always") == 0 || std::strcmp(mode(), "auto") == 0; }
+
+void check_settings() {
+  if (!may_offload() && std::strcmp(mode(), "never") != 0) complain("TEVBLAS_OFFLOAD", mode(), "never, always or auto");
 }
 
 tev_routing offload_settings(const char* folder) {

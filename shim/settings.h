@@ -9,6 +9,9 @@ namespace tev::shim {
 // Calls may go to a sink.
 bool may_offload();
 
+// Tells of what may_offload() took for never.
+void check_settings();
+
 // `folder`: of this library, with a / behind it, or ""; from there a sink is looked for that nobody has named.
 tev_routing offload_settings(const char* folder);
 

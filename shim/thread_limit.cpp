@@ -10,6 +10,7 @@
 
 #include "shim/library.h"
 #include "shim/other_runtimes.h"
+#include "shim/process_state.h"
 
 namespace tev::shim {
 
@@ -25,8 +26,12 @@ struct own_limit {
 };
 constinit thread_local own_limit own = {};
 
-constinit std::atomic<int32_t> share_of_rank = kMostTried;  // processors
-constinit std::atomic<bool> chosen_by_program = false;
+std::atomic_ref<bool> chosen_by_program() { return std::atomic_ref(state_of_process().chosen_by_program); }
+
+int32_t share_of_rank() {
+  const int32_t share = std::atomic_ref(state_of_process().share_of_rank).load(std::memory_order_relaxed);
+  return share > 0 ? share : kMostTried;
+}
 
 int32_t usable_processors(pid_t process = 0) {
   cpu_set_t set;
@@ -62,8 +67,7 @@ int32_t permitted(int32_t most) {
     remove_runtime_name();  // a child's runtime has started anew
     own = {.process = process, .asked_for = 1, .threads = 1};
   }
-  if (!chosen_by_program.load(std::memory_order_relaxed))
-    most = std::min(most, share_of_rank.load(std::memory_order_relaxed));
+  if (!chosen_by_program().load(std::memory_order_relaxed)) most = std::min(most, share_of_rank());
   if (most > 1 && in_region_of_another_runtime()) return 1;
   if (most > own.asked_for) {
     const int32_t useful = std::min({most, usable_processors(), kMostTried});
@@ -85,12 +89,13 @@ void share_with_other_ranks() {
   f.mpi_safe(1);                                                    // from now on as without a launcher
   if (f.domain_get_max_threads(TEV_DOMAIN_BLAS) == before) return;  // a count that somebody chose
   constexpr pid_t kFirstProcess = 1;
-  share_of_rank.store(std::max(usable_processors(kFirstProcess) / ranks, 1), std::memory_order_relaxed);
+  const int32_t share = std::max(usable_processors(kFirstProcess) / ranks, 1);
+  std::atomic_ref(state_of_process().share_of_rank).store(share, std::memory_order_relaxed);
 }
 
-void program_has_chosen(bool chosen) { chosen_by_program.store(chosen, std::memory_order_relaxed); }
+void program_has_chosen(bool chosen) { chosen_by_program().store(chosen, std::memory_order_relaxed); }
 
-int32_t processors_of_rank() { return std::min(usable_processors(), share_of_rank.load(std::memory_order_relaxed)); }
+int32_t processors_of_rank() { return std::min(usable_processors(), share_of_rank()); }
 
 int32_t threads_of_rank() { return std::min(library().domain_get_max_threads(TEV_DOMAIN_BLAS), processors_of_rank()); }
 

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "shim/library.h"
+#include "shim/process_state.h"
 
 namespace tev::shim {
 
@@ -23,23 +24,10 @@ namespace {
 
 constexpr double kBounds[] = {16, 64, 256, 1024, 4096};  // of the classes
 constexpr const char* kClasses[] = {"1-16", "17-64", "65-256", "257-1024", "1025-4096", "4097-"};
-constexpr int kMostRows = 2048;  // more than there are routines, classes and places; the rest is not counted
-
-struct row {
-  const char* routine;
-  int size;  // of kClasses
-  bool in_sink;
-  int64_t calls;
-  double flops, seconds;
-};
-
-constinit row rows[kMostRows] = {};
-constinit int row_count = 0;
-constinit pthread_mutex_t counting = PTHREAD_MUTEX_INITIALIZER;  // of rows
-constinit char path[PATH_MAX] = "";                              // "": standard error
 
 // The file is opened for each line: a descriptor that is kept may be closed by the program and then be another file's.
 bool write_line(const char* text, size_t length) {
+  const char* const path = state_of_process().trace_file;
   const int file = *path ? open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666) : STDERR_FILENO;
   if (file < 0) return false;
   const bool done = write(file, text, length) == static_cast<ssize_t>(length);
@@ -66,37 +54,45 @@ int class_of(double volume, int sizes) {
   return found;
 }
 
-void count(const row& call) {
-  pthread_mutex_lock(&counting);
-  row* const end = rows + row_count;
-  row* const own = std::find_if(rows, end, [&call](const row& x) {
-    return x.routine == call.routine && x.size == call.size && x.in_sink == call.in_sink;
+void count(const trace_row& call) {
+  process_state& state = state_of_process();
+  pthread_mutex_lock(&state.trace_lock);
+  trace_row* const end = state.trace + state.trace_rows;
+  trace_row* const own = std::find_if(state.trace, end, [&call](const trace_row& x) {
+    return x.size == call.size && x.in_sink == call.in_sink && std::strcmp(x.routine, call.routine) == 0;
   });
   if (own != end) {
     own->calls += 1;
     own->flops += call.flops;
     own->seconds += call.seconds;
-  } else if (row_count < kMostRows) {
-    rows[row_count++] = call;
+  } else if (state.trace_rows < kMostTraceRows) {
+    state.trace[state.trace_rows++] = call;
   }
-  pthread_mutex_unlock(&counting);
+  pthread_mutex_unlock(&state.trace_lock);
 }
 
-__attribute__((destructor)) void write_table() {
-  if (!tracing.load(std::memory_order_relaxed) || row_count == 0) return;
-  pthread_mutex_lock(&counting);
+void write_table(process_state& state) {
+  trace_row* const end = state.trace + state.trace_rows;
   double seconds = 0;
-  for (const row* x = rows; x < rows + row_count; ++x) seconds += x->seconds;
-  std::sort(rows, rows + row_count, [](const row& x, const row& y) { return x.seconds > y.seconds; });
+  for (const trace_row* x = state.trace; x < end; ++x) seconds += x->seconds;
+  std::sort(state.trace, end, [](const trace_row& x, const trace_row& y) { return x.seconds > y.seconds; });
   write_comment("# process %d: %.6f seconds in BLAS\n", getpid(), seconds);
   write_comment("# %-9s %-10s %-5s %10s %12s %12s %7s\n", "routine", "class", "where", "calls", "flops", "seconds",
                 "share");
-  for (const row* x = rows; x < rows + row_count; ++x)
+  for (const trace_row* x = state.trace; x < end; ++x)
     write_comment("# %-9s %-10s %-5s %10lld %12.4g %12.6f %5.1f %%\n", x->routine, kClasses[x->size],
                   x->in_sink ? "sink" : "here", static_cast<long long>(x->calls), x->flops, x->seconds,
                   seconds > 0 ? 100 * x->seconds / seconds : 0);
-  row_count = 0;
-  pthread_mutex_unlock(&counting);
+  state.trace_rows = 0;
+}
+
+// By the last of these libraries.
+__attribute__((destructor)) void close_trace() {
+  if (!opened.load(std::memory_order_acquire) || !tracing.load(std::memory_order_relaxed)) return;
+  process_state& state = state_of_process();
+  pthread_mutex_lock(&state.trace_lock);
+  if (--state.traced_libraries == 0 && state.trace_rows > 0) write_table(state);
+  pthread_mutex_unlock(&state.trace_lock);
 }
 
 double seconds_since(const timespec& start) {
@@ -111,28 +107,36 @@ bool took_sink() {
 }
 
 // The program may change its folder.
-bool make_absolute(const char* name) {
+bool make_absolute(const char* name, char (&path)[PATH_MAX]) {
   char folder[PATH_MAX] = "";
   const bool relative = *name != '/';
   if (relative && !getcwd(folder, sizeof folder)) return false;
   return std::snprintf(path, sizeof path, "%s%s%s", folder, relative ? "/" : "", name) < PATH_MAX;
 }
 
+bool is_wanted(process_state& state) {
+  const char* const name = secure_getenv("TEVBLAS_TRACE");
+  if (!name || !*name) return false;
+  if (std::strcmp(name, "stderr") == 0 || (make_absolute(name, state.trace_file) && write_line("", 0))) return true;
+  std::fprintf(stderr, "libtevblas: TEVBLAS_TRACE=%s: cannot be written: %s\n", name, std::strerror(errno));
+  return false;
+}
+
 }  // namespace
 
 void open_trace() {
-  const char* const name = secure_getenv("TEVBLAS_TRACE");
-  bool wanted = name && *name;
-  if (wanted && std::strcmp(name, "stderr") != 0 && (!make_absolute(name) || !write_line("", 0))) {
-    std::fprintf(stderr, "libtevblas: TEVBLAS_TRACE=%s: cannot be written: %s\n", name, std::strerror(errno));
-    wanted = false;
-  }
-  tracing.store(wanted, std::memory_order_relaxed);
+  process_state& state = state_of_process();
+  pthread_mutex_lock(&state.trace_lock);
+  if (!state.is_trace_decided) state.is_traced = is_wanted(state);
+  state.is_trace_decided = true;
+  ++state.traced_libraries;
+  tracing.store(state.is_traced, std::memory_order_relaxed);
+  pthread_mutex_unlock(&state.trace_lock);
 }
 
 void forget_calls_of_parent() {
-  counting = PTHREAD_MUTEX_INITIALIZER;
-  row_count = 0;
+  state_of_process().trace_lock = PTHREAD_MUTEX_INITIALIZER;
+  state_of_process().trace_rows = 0;
 }
 
 trace_line::trace_line(const char* routine, double flops) : routine_(routine), flops_(std::max(flops, 0.0)) {
@@ -168,7 +172,9 @@ trace_line::~trace_line() {
   add(" flops=%.4g class=%s where=%s seconds=%.4g process=%d\n", flops_, kClasses[size], in_sink ? "sink" : "here",
       seconds, getpid());
   write_line(text_, length_);
-  count({routine_, size, in_sink, 1, flops_, seconds});
+  trace_row call = {.size = size, .in_sink = in_sink, .calls = 1, .flops = flops_, .seconds = seconds};
+  std::snprintf(call.routine, sizeof call.routine, "%s", routine_);
+  count(call);
 }
 
 }  // namespace tev::shim

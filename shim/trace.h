@@ -17,7 +17,7 @@ namespace tev::shim {
 // Until the first call has opened the library: true, so that nobody else need ask for more than this.
 extern std::atomic<bool> tracing;
 
-// Once, by the first call.
+// Once, by the first call. All libraries of the process write one file and one table.
 void open_trace();
 
 // In a forked child: its table has its own calls.

@@ -4,6 +4,7 @@
 // computes.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <array>
@@ -179,6 +180,52 @@ template <class Call>
         ASSERT_EQ(which == 0 ? m.integers[array].narrow[i] : m.integers[array].wide[i],
                   expected.integers[array].wide[i]);
   }
+}
+
+// Who asks for a workspace need not have any array yet.
+template <class I, class Call>
+void ask(const library_file& library, const std::string& symbol, Call call, void* forbidden) {
+  typename Call::E best = {};
+  indices info;
+  const auto forbid = [forbidden](auto*& array) {
+    array = static_cast<std::remove_reference_t<decltype(array)>>(forbidden);
+  };
+  forbid(call.a);
+  if constexpr (requires { call.b; }) forbid(call.b), call.ldb = kLargest;
+  if constexpr (requires { call.c; }) forbid(call.c), call.ldc = kLargest;
+  if constexpr (requires { call.tau; }) forbid(call.tau);
+  if constexpr (requires { call.ipiv; }) forbid(call.ipiv);
+  if constexpr (requires { call.side; }) call.side = 'L';
+  if constexpr (requires { call.trans; }) call.trans = 'N';
+  if constexpr (requires { call.m; }) call.m = kLargest;
+  if constexpr (requires { call.k; }) call.k = 3;
+  if constexpr (requires { call.nrhs; }) call.nrhs = 2;
+  call.n = 5, call.lda = kLargest, call.lwork = -1;
+  call.workspace = &best, call.info = &info;
+  const outcome told = attempt<I>(library, symbol, call);
+  EXPECT_EQ(told.reported, "") << symbol;
+  EXPECT_EQ(told.info, 0) << symbol;
+  EXPECT_GE(reinterpret_cast<const typename Call::P&>(best), 5) << symbol;
+}
+template <class Call>
+void ask_all(void* forbidden) {
+  if constexpr (requires(Call call) { call.lwork; }) {
+    static memory<typename Call::E> m;
+    m.arrays_used = m.integers_used = 0;
+    const Call call = Call::make(m);
+    const std::string name = Call::kName;
+    ask<int32_t>(ours, name + "_", call, forbidden);
+    ask<int64_t>(ours, name + "_64_", call, forbidden);
+    ask<int64_t>(ours64, name + "_", call, forbidden);
+  }
+}
+
+TEST(Lapack, QuestionsForAWorkspaceTouchNoArray) {
+  void* const forbidden = mmap(nullptr, sizeof(indices), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+#define TEV_LAPACK(name, ...) ask_all<name>(forbidden);
+#define TEV_TABLE "shim/lapack_routines.inc"
+#include "shim/each_routine.inc"
+  munmap(forbidden, sizeof(indices));
 }
 
 TEST(Lapack, ComputesAsTheLibraryAndReportsAsTheReference) {

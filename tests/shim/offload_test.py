@@ -12,8 +12,14 @@ import tempfile
 import unittest
 
 TOOL, LIBRARY = sys.argv[1:3]
+FACTORIZATIONS = str(pathlib.Path(LIBRARY).with_name("libtevlapack.so.0"))
 LINE = re.compile(r"(\w+) (?:\w+=\S+ )*flops=(\S+) class=([\d-]+) where=(here|sink) seconds=(\S+) process=(\d+)")
 
+SOLUTION = """
+import numpy as np
+a = np.ones((200, 200)) + 200 * np.eye(200)
+assert abs(np.linalg.solve(a, a @ np.arange(200.)) - np.arange(200)).max() < 1e-9
+"""
 PRODUCT = """
 import numpy as np
 a = np.ones((200, 200))
@@ -62,8 +68,8 @@ assert np.dot(np.ones(7), np.ones(7)) == 7
 """
 
 
-def run(program, **settings):
-    preloaded = ":".join(filter(None, [LIBRARY, os.environ.get("LD_PRELOAD")]))
+def run(program, *libraries, **settings):
+    preloaded = ":".join(filter(None, [*libraries, LIBRARY, os.environ.get("LD_PRELOAD")]))
     environment = {**os.environ, "LD_PRELOAD": preloaded, **{f"TEVBLAS_{name}": value for name, value in settings.items()}}
     return subprocess.run(["/usr/bin/python3", "-c", program], env=environment, capture_output=True, text=True, timeout=60)
 
@@ -90,21 +96,21 @@ class Settings(unittest.TestCase):
     )
 
     def test_each(self):
-        for settings, place, said in self.CASES:
-            with self.subTest(settings):
-                done = run(PRODUCT, **{"TRACE": "stderr", **settings})
-                self.assertEqual(done.returncode, 0, done.stderr)
-                traced, others = calls(done.stderr)
-                self.assertEqual({call[3] for call in traced if call[2] == "65-256"}, {place} - {None}, done.stderr)
-                self.assertEqual(len(others), 1 if said else 0, others)
-                self.assertIn(said or "", "".join(others))
+        for program, routine, *libraries in (PRODUCT, "dsyrk"), (SOLUTION, "dgesv", FACTORIZATIONS):
+            for settings, place, said in self.CASES:
+                with self.subTest(routine, **settings):
+                    done = run(program, *libraries, **{"TRACE": "stderr", **settings})
+                    self.assertEqual(done.returncode, 0, done.stderr)
+                    traced, others = calls(done.stderr)
+                    self.assertEqual({call[3] for call in traced if call[0] == routine}, {place} - {None}, done.stderr)
+                    self.assertEqual(len(others), 1 if said else 0, others)
+                    self.assertIn(said or "", "".join(others))
 
     def test_memory(self):
         for mode in "never", "always":
             with self.subTest(mode):
                 done = run(MEMORY, OFFLOAD=mode)
                 self.assertEqual((done.returncode, done.stderr), (0, ""))
-
 
     def test_a_sink_is_no_child(self):
         done = run(CHILDREN, OFFLOAD="always", TRACE="stderr")
@@ -138,6 +144,12 @@ class Trace(unittest.TestCase):
         self.assertEqual(shown.returncode, 0, shown.stderr)
         self.assertEqual(next(line for line in shown.stdout.splitlines() if "cgemm" in line).split()[1:4], ["17-64", "here", "100"])
         self.assertIn("cgemm 17-64", picture.read_text())
+
+    def test_two_libraries_have_one_table(self):
+        self.assertEqual(run(SOLUTION, FACTORIZATIONS, TRACE=str(self.file)).returncode, 0)
+        lines = self.file.read_text().splitlines()
+        self.assertEqual(sum(line.startswith("# process") for line in lines), 1)
+        self.assertLess({"dgesv", "dgemv"}, {line.split()[1] for line in lines if line.startswith("# d")})
 
     def test_refusals(self):
         self.file.write_text("# nothing\nand nothing more\n")

@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -135,6 +136,25 @@ TEST(Process, ComputesWhereNoThreadCanStart) {
     return first_false({opened, limited, computes(function, 500), threads() == 1});
   });
   EXPECT_EQ(child.status, 0) << child.err;
+}
+
+// A row-major call that needs a copy of its vector. Pages that nobody has written to take no memory.
+TEST(Process, WithoutMemoryNothingIsTouched) {
+  const auto child = in_child({}, [] {
+    using zher = void(int, int, int, double, const void*, int, void*, int);
+    constexpr int kRowMajor = 101, kUpper = 121, kLength = 1 << 20;
+    constexpr size_t kElement = 16, kLine = size_t{kLength} * kElement;
+    void* library;
+    if (!computes(open_library(&library), 3)) return 1;
+    const auto function = reinterpret_cast<zher*>(dlsym(library, "cblas_zher"));
+    void* const x = mmap(nullptr, kLine, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    const rlimit none = {0, 0};
+    if (!function || x == MAP_FAILED || setrlimit(RLIMIT_AS, &none) != 0) return 2;
+    function(kRowMajor, kUpper, kLength, 1, x, 1, nullptr, kLength);
+    return 0;
+  });
+  EXPECT_EQ(child.status, 0);
+  EXPECT_NE((child.out + child.err).find("ZHER"), std::string::npos) << child.err;
 }
 
 TEST(Process, ClosedAndOpenedAgain) {

@@ -1,0 +1,20 @@
+/* SPDX-License-Identifier: BSD-3-Clause */
+/* For libraries that stand over this one, of which a program may have several. C11 and C++20. */
+#ifndef TEV_FRONT_END_H
+#define TEV_FRONT_END_H
+
+#include "tev/types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* One block for all callers in the process to agree in, zeroed, never released; null when memory is short. All of them
+ * ask for the same number of bytes. */
+TEV_EXPORT void* tev_serv_front_end_data(int64_t bytes);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
