@@ -198,27 +198,33 @@ inline constexpr int64_t kDiagonalBlock = 32;
 // Order of the first half: whole blocks, more than half if they do not divide.
 TEV_INLINE int64_t first_half(int64_t order, int64_t block) { return (order / 2 + block - 1) / block * block; }
 
+template <class T, kernels::gemm_fn<T>* Gemm>
+TEV_INLINE void multiply_rows(const rank_call<T>& r, int64_t rows, int64_t columns, const T* a, const T* b, T beta,
+                              T* c, int64_t ldc) {
+  const char left = r.plain ? 'N' : r.transposed, right = r.plain ? r.transposed : 'N';
+  Gemm(&left, &right, &rows, &columns, &r.k, &r.alpha, a, &r.lda, b, &r.ldb, &beta, c, &ldc);
+}
+
+// A function of its own, so that the frames of the recursion hold no block.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+__attribute__((noinline)) void diagonal_block(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  T full[kDiagonalBlock * kDiagonalBlock];
+  multiply_rows<T, Gemm>(r, n, n, a, b, T{}, full, n);
+  const operand block = {.data = c, .rows = n, .columns = n, .ld = r.ldc};
+  merge_triangle<kHermitian>(r.upper, 0, full, n, beta, &block);
+}
+
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
 void halved_triangle(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
-  const auto multiply = [&](int64_t rows, int64_t columns, const T* first, const T* second, T factor, T* to,
-                            int64_t ld) TEV_LAMBDA {
-    const char left = r.plain ? 'N' : r.transposed, right = r.plain ? r.transposed : 'N';
-    Gemm(&left, &right, &rows, &columns, &r.k, &r.alpha, first, &r.lda, second, &r.ldb, &factor, to, &ld);
-  };
-  if (n <= kDiagonalBlock) {
-    T full[kDiagonalBlock * kDiagonalBlock];
-    multiply(n, n, a, b, T{}, full, n);
-    const operand block = {.data = c, .rows = n, .columns = n, .ld = r.ldc};
-    return merge_triangle<kHermitian>(r.upper, 0, full, n, beta, &block);
-  }
+  if (n <= kDiagonalBlock) return diagonal_block<kHermitian, T, Gemm>(r, n, a, b, beta, c);
   const int64_t n1 = first_half(n, kDiagonalBlock), n2 = n - n1;
   const T *const a2 = a + n1 * (r.plain ? 1 : r.lda), *const b2 = b + n1 * (r.plain ? 1 : r.ldb);
   halved_triangle<kHermitian, T, Gemm>(r, n1, a, b, beta, c);
   halved_triangle<kHermitian, T, Gemm>(r, n2, a2, b2, beta, c + n1 * (r.ldc + 1));
   if (r.upper)
-    multiply(n1, n2, a, b2, beta, c + n1 * r.ldc, r.ldc);
+    multiply_rows<T, Gemm>(r, n1, n2, a, b2, beta, c + n1 * r.ldc, r.ldc);
   else
-    multiply(n2, n1, a2, b, beta, c + n1, r.ldc);
+    multiply_rows<T, Gemm>(r, n2, n1, a2, b, beta, c + n1, r.ldc);
 }
 
 // False when nothing is to be added: C is scaled then, A not read. A Hermitian C is scaled before the sums.

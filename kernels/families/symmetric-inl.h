@@ -23,8 +23,11 @@ struct symm_call {
   int64_t lda, ldb, ldc;
 };
 
-// Largest order of a diagonal block.
-inline constexpr int64_t kMirrored = 64;
+// Largest order of a diagonal block: mirrored, it may have 16 KiB of a small thread's stack.
+template <class T>
+inline constexpr int64_t kMirrored = sizeof(T) == 4   ? 64
+                                     : sizeof(T) == 8 ? 40
+                                                      : 32;
 
 // The product with a block of A: side L C(rows x across) += op(A) B, side R C(across x rows) += B op(A).
 template <class T, kernels::gemm_fn<T>* Gemm>
@@ -49,14 +52,18 @@ TEV_INLINE void mirror(bool upper, int64_t n, const T* a, int64_t lda, T* full) 
     }
 }
 
+// A function of its own, so that the frames of the recursion hold no block.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+__attribute__((noinline)) void multiply_mirrored(const symm_call<T>& s, int64_t order, const T* a, const T* b, T* c) {
+  T full[kMirrored<T> * kMirrored<T>];
+  mirror<kHermitian>(s.upper, order, a, s.lda, full);
+  multiply_block<T, Gemm>(s, 'N', order, order, full, order, b, s.beta, c);
+}
+
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
 void halved_symm(const symm_call<T>& s, int64_t order, const T* a, const T* b, T* c) {
-  if (order <= kMirrored) {
-    T full[kMirrored * kMirrored];
-    mirror<kHermitian>(s.upper, order, a, s.lda, full);
-    return multiply_block<T, Gemm>(s, 'N', order, order, full, order, b, s.beta, c);
-  }
-  const int64_t n1 = (order / 2 + kMirrored - 1) / kMirrored * kMirrored, n2 = order - n1;
+  if (order <= kMirrored<T>) return multiply_mirrored<kHermitian, T, Gemm>(s, order, a, b, c);
+  const int64_t n1 = (order / 2 + kMirrored<T> - 1) / kMirrored<T> * kMirrored<T>, n2 = order - n1;
   const T *b2 = b + n1 * (s.left ? 1 : s.ldb), *x = a + n1 * (s.upper ? s.lda : 1);
   T* c2 = c + n1 * (s.left ? 1 : s.ldc);
   halved_symm<kHermitian, T, Gemm>(s, n1, a, b, c);

@@ -228,28 +228,36 @@ struct call_on_thread {
   }
 };
 
-// Threads with little stack are common in programs with many of them. 20: a team whose shared words are not on it.
+// Threads with little stack are common in programs with many of them. 20: a team whose shared words are not on it. Two
+// sizes: for the packed drivers, and for those that pack nothing.
 TEST(Level3, A64KStackIsEnough) {
-  in_two_precisions_on_each_tier({}, [](auto zero) {
-    using T = decltype(zero);
+  on_each_tier({}, [](const tier_in_force&) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 64 << 10), 0);
-    for (const routine& r : kRoutines)
-      for (const int threads : {2, 20}) {
-        if (letters_of<T>(r).empty()) continue;
-        engine random(kSeed);
-        const blas_case<T> x(
-            problem_of<T>(r.op, options_of<T>(r).front(), 200, 210, 130, T(2), T(in_place(r.op) ? 0 : 3)), random,
-            values::fractions);
-        call_on_thread<T> own = {x, x.start()};
-        tev_serv_set_num_threads(threads);
-        pthread_t thread;
-        ASSERT_EQ(pthread_create(&thread, &attributes, call_on_thread<T>::run, &own), 0);
-        pthread_join(thread, nullptr);
-        EXPECT_TRUE(is_right(x, own.result));
-      }
+    EXPECT_EQ(pthread_attr_setstacksize(&attributes, 64 << 10), 0);
+    const auto each_call = [&](auto zero) {
+      using T = decltype(zero);
+      for (const routine& r : kRoutines)
+        for (const shape s : {shape{200, 210, 130}, shape{90, 95, 60}})
+          for (const int threads : {2, 20}) {
+            if (letters_of<T>(r).empty()) continue;
+            engine random(kSeed);
+            const blas_case<T> x(
+                problem_of<T>(r.op, options_of<T>(r).front(), s.m, s.n, s.k, T(2), T(in_place(r.op) ? 0 : 3)), random,
+                values::fractions);
+            call_on_thread<T> own = {x, x.start()};
+            tev_serv_set_num_threads(threads);
+            pthread_t thread;
+            EXPECT_EQ(pthread_create(&thread, &attributes, call_on_thread<T>::run, &own), 0);
+            pthread_join(thread, nullptr);
+            EXPECT_TRUE(is_right(x, own.result));
+          }
+    };
+    each_call(double{});
+    each_call(std::complex<float>{});
+    each_call(std::complex<double>{});
     pthread_attr_destroy(&attributes);
+    return 0;
   });
 }
 
