@@ -55,7 +55,7 @@ template <class T>
 struct framework : numbers {
   using E = c_element_t<T>;
   explicit framework(const numbers& row) : numbers(row) {}
-  kernel_address named(const char* name) const { return find_kernel(tier, name, kLetter<T>); }
+  kernel_address named(const std::string& name) const { return find_kernel(tier, name, kLetter<T>); }
   gemm_team_fn<E>* team = named("x?gemm_internal_team");
   void (*initialize_strategy)(strategy*) = named("?gemm_initialize_strategy");
   map_thread_to_kernel_fn* map = named("?gemm_map_thread_to_kernel");
@@ -229,38 +229,70 @@ int64_t strip_of(int64_t s, int64_t extent, int64_t strip, int64_t& height) {
   return start;
 }
 
+// '#' in a name stands for the height of the strips. Of a symmetric operand one triangle is stored.
+constexpr struct {
+  const char* name;
+  bool of_a, walks_rows, conjugates;
+  char stored = 0;
+} kCopies[] = {{"?gemm_copyan", true, false, false},
+               {"?gemm_copyat", true, true, false},
+               {"?gemm_copyac", true, true, true},
+               {"?gemm_copybn", false, true, false},
+               {"?gemm_copybt", false, false, false},
+               {"?gemm_copybc", false, false, true},
+               {"?copy_down#_ea", true, false, false},
+               {"?copy_right#_ea", true, true, false},
+               {"?ccopy_right#_ea", true, true, true},
+               {"?copy_right#_ea", false, true, false},
+               {"?copy_down#_ea", false, false, false},
+               {"?ccopy_down#_ea", false, false, true},
+               {"?symm_copy_lower_left", true, false, false, 'L'},
+               {"?symm_copy_upper_left", true, false, false, 'U'},
+               {"?symm_copy_lower_right", false, true, false, 'L'},
+               {"?symm_copy_upper_right", false, true, false, 'U'}};
+
 TYPED_TEST(Framework, Layout) {
   using T = TypeParam;
-  constexpr struct {
-    const char* name;
-    bool of_a, walks_rows, conjugates;
-  } kCopies[] = {{"?gemm_copyan", true, false, false},  {"?gemm_copyat", true, true, false},
-                 {"?gemm_copyac", true, true, true},    {"?gemm_copybn", false, true, false},
-                 {"?gemm_copybt", false, false, false}, {"?gemm_copybc", false, false, true}};
+  using E = c_element_t<T>;
   engine random(3);
   for (const auto& f : framework<T>::tiers())
     for (const auto& c : kCopies)
       for (const T scalar : {element<T>(1, 0), element<T>(2, -1)}) {
-        const int64_t strip = c.of_a ? f.mr : f.nr, across = 3 * strip - 1, depth = 37;
-        matrix<T> source(c.walks_rows ? depth : across, c.walks_rows ? across : depth);
+        const int64_t strip = c.of_a ? f.mr : f.nr, across = 3 * strip - 1, depth = 37, order = std::max(across, depth);
+        const int64_t rows = c.walks_rows ? depth : across, columns = c.walks_rows ? across : depth;
+        matrix<T> source(c.stored ? order : rows, c.stored ? order : columns);
         source.fill(random, values::whole);
+        const auto is_stored = [&](int64_t i, int64_t j) { return i == j || (i > j) == (c.stored == 'L'); };
+        for (int64_t j = 0; c.stored && j < order; ++j)
+          for (int64_t i = 0; i < order; ++i)
+            if (!is_stored(i, j)) source(i, j) = nan_element<T>();
         const guarded_array<T> panel(across * depth);
-        const operand x =
-            make_operand(kNoTrans, in(source.data()), c.of_a ? across : depth, c.of_a ? depth : across, source.ld());
-        packed target = {panel.data(), 0, 0};
-        copy_fn<c_element_t<T>>* const copy = f.named(c.name);
-        copy(&x, &target, in(&scalar));
-        EXPECT_EQ(target.depth, depth);
-        EXPECT_EQ(target.width, across);
+        std::string name = c.name;
+        if (const size_t at = name.find('#'); at != std::string::npos) {
+          name.replace(at, 1, std::to_string(strip));
+          copy_ea_fn<E>* const copy = f.named(name);
+          const int64_t ld = source.ld();
+          copy(&depth, &across, in(&scalar), in(source.data()), &ld, reinterpret_cast<E*>(panel.data()));
+        } else {
+          operand x =
+              make_operand(kNoTrans, in(source.data()), c.of_a ? across : depth, c.of_a ? depth : across, source.ld());
+          if (c.stored) x.copy_mode |= triangle_bit(c.stored);
+          packed target = {panel.data(), 0, 0};
+          copy_fn<E>* const copy = f.named(name);
+          copy(&x, &target, in(&scalar));
+          EXPECT_EQ(target.depth, depth);
+          EXPECT_EQ(target.width, across);
+        }
         for (int64_t s = 0; s < across; ++s)
           for (int64_t p = 0; p < depth; ++p) {
             int64_t height = 0;
             const int64_t start = strip_of(s, across, strip, height);
-            T from = c.walks_rows ? source(p, s) : source(s, p);
+            const bool turned = c.stored ? !is_stored(s, p) : c.walks_rows;
+            T from = turned ? source(p, s) : source(s, p);
             if constexpr (kIsComplex<T>)
               if (c.conjugates) from = std::conj(from);
             ASSERT_EQ(panel.data()[start * depth + p * height + s - start], scalar * from)
-                << f.tier << c.name << " at " << s << ' ' << p;
+                << f.tier << name << " at " << s << ' ' << p;
           }
       }
 }
