@@ -70,7 +70,8 @@ def ways() -> list[Way]:
     for tier, setting, needed in TIERS:
         if flags.issuperset(needed.split()):
             found += [Way(f"{tier}/{n}", dict([setting.split("=")], OMP_NUM_THREADS=str(n))) for n in (1, 2)]
-    always = {"OMP_NUM_THREADS": "1", "TEVBLAS_OFFLOAD": "always", "TEVBLAS_THRESHOLD": "0"}
+    always = {"OMP_NUM_THREADS": "1", "TEVBLAS_OFFLOAD": "always", "TEVBLAS_THRESHOLD": "0",
+              "LD_PRELOAD": str(BUILD / "lib/libtevlapack.so.0")}  # factorizations go, too
     return found + [Way("offloaded", always), Way("killed", always, kills=True)]
 
 

@@ -73,11 +73,24 @@ int first_false(std::initializer_list<bool> conditions) {
   return found == conditions.end() ? 0 : 1 + static_cast<int>(found - conditions.begin());
 }
 
+// By another of the libraries than the one that is tested.
+bool factors() {
+  void* const library = dlopen(TEV_LAPACK, RTLD_NOW | RTLD_LOCAL);
+  const auto dpotrf = reinterpret_cast<void (*)(const char*, const int*, double*, const int*, int*)>(
+      library ? dlsym(library, "dpotrf_") : nullptr);
+  const int one = 1;
+  double a = 4;
+  int info = 1;
+  if (dpotrf) dpotrf("L", &one, &a, &one, &info);
+  return info == 0 && a == 2;
+}
+
 // Threads of a call in a process with these settings, also after its program asked for `chosen`, if it did.
-int threads_of_a_call(const tev::test::environment& settings, int chosen = 0) {
+int threads_of_a_call(const tev::test::environment& settings, int chosen = 0, bool after_another = false) {
   return in_child(settings,
-                  [chosen] {
+                  [chosen, after_another] {
                     void* library;
+                    if (after_another && !factors()) return 0;
                     if (!computes(open_library(&library), 3)) return 0;
                     const auto get = reinterpret_cast<int (*)()>(dlsym(library, "tevblas_get_num_threads"));
                     if (chosen == 0) return get();
@@ -94,6 +107,7 @@ TEST(Threads, UnboundRanksShareTheProcessors) {
   constexpr std::pair kOne = {"OMPI_COMM_WORLD_LOCAL_SIZE", "1"}, kMany = {"OMPI_COMM_WORLD_LOCAL_SIZE", "9999"};
   EXPECT_EQ(threads_of_a_call({kOne}), alone);
   EXPECT_EQ(threads_of_a_call({kMany}), 1);
+  EXPECT_EQ(threads_of_a_call({kMany}, 0, true), 1);
   EXPECT_EQ(threads_of_a_call({kMany, {"OMP_NUM_THREADS", "2"}}), two);
   EXPECT_EQ(threads_of_a_call({kMany}, 2), two);
 }
