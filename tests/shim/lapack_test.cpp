@@ -2,52 +2,23 @@
 // Every routine of libtevlapack under every name: calls by chance, of which some have wrong arguments. These must be
 // reported as by the distribution's LAPACK, with nothing touched; the others give the bits of the library that
 // computes.
-#include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <random>
 #include <string>
 #include <type_traits>
 
-#include "shim/routines.h"
-#include "tests/support/effort.h"
+#include "tests/shim/calls_by_chance.h"
 
 using namespace tev::shim;
 
 namespace {
 
-std::string reported;
-void report(const char* name, size_t length, int64_t position) {
-  reported = std::string(name, length) + " " + std::to_string(position);
-}
-
-}  // namespace
-
-extern "C" {
-TEV_EXPORT void xerbla_(const char* name, const int32_t* position, size_t length) { report(name, length, *position); }
-TEV_EXPORT void xerbla_64_(const char* name, const int64_t* position, size_t length) {
-  report(name, length, *position);
-}
-}
-
-namespace {
-
-struct library_file {
-  explicit library_file(const char* path) : handle(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {}
-  void* find(const std::string& name) const { return dlsym(handle, name.c_str()); }
-  void* handle;
-};
 const library_file reference_blas(TEV_REFERENCE_BLAS), reference(TEV_REFERENCE_LAPACK), ours(TEV_LAPACK_FILE),
     ours64(TEV_LAPACK64_FILE), computing(TEV_FILE);
 
-std::mt19937_64 chance(tev::test::test_seed());
-int64_t below(int64_t n) { return static_cast<int64_t>(chance() % static_cast<uint64_t>(n)); }
-
-constexpr int64_t kLargest = 9;     // size
 constexpr int64_t kElements = 200;  // of an array; more than a matrix or a workspace has
 
 // An array of integers in both widths, of which a call uses one.
@@ -87,19 +58,10 @@ template <kind K, class E, class P>
   }
 }
 
-template <class I>
-struct by_reference {
-  I value;
-  operator const I*() const { return &value; }
-};
 template <kind K, class I>
 auto pass(const auto& value) {
-  if constexpr (is_letter(K))
-    return &value;
-  else if constexpr (is_integer(K))
-    return by_reference<I>{static_cast<I>(value)};
-  else if constexpr (!is_index_array(K))
-    return value;
+  if constexpr (!is_index_array(K))
+    return to_fortran<K, I>(value);
   else if constexpr (sizeof(I) == 8)
     return value->wide.data();
   else
@@ -146,11 +108,11 @@ template <class I, class Call>
 outcome attempt(const library_file& library, const std::string& symbol, const Call& call) {
   void* const function = library.find(symbol);
   if (!function) return {symbol + " does not exist", 0};
-  reported.clear();
+  complaint.clear();
   call.template call<I>(function);
   int64_t info = 0;
   if constexpr (requires { call.info; }) info = sizeof(I) == 8 ? call.info->wide[0] : call.info->narrow[0];
-  return {reported, info};
+  return {complaint, info};
 }
 
 template <class Call>

@@ -5,40 +5,20 @@
 //
 // Elements that are only read are 1, -1, i or -i, so that the sums and quotients of these small calls are exact; what
 // is written starts as NaN where beta is 0.
-#include <dlfcn.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <random>
 #include <string>
 
-#include "shim/routines.h"
-#include "tests/support/effort.h"
+#include "tests/shim/calls_by_chance.h"
 
 using namespace tev::shim;
 
-namespace {
-
-std::string reported;  // to the error handlers, first
-
-void report(const char* name, size_t length, int64_t position) {
-  if (reported.empty()) reported = std::string(name, length) + " " + std::to_string(position);
-}
-
-}  // namespace
-
-// Positions are small: the halves that 64-bit ones have more are zero.
 extern "C" {
-TEV_EXPORT void xerbla_(const char* name, const int32_t* position, size_t length) { report(name, length, *position); }
 TEV_EXPORT void cblas_xerbla(int position, const char* name, const char*, ...) {
   report(name, std::strlen(name), position);
-}
-TEV_EXPORT void xerbla_64_(const char* name, const int64_t* position, size_t length) {
-  report(name, length, *position);
 }
 TEV_EXPORT void cblas_xerbla_64(int64_t position, const char* name, const char*, ...) {
   report(name, std::strlen(name), position);
@@ -46,12 +26,6 @@ TEV_EXPORT void cblas_xerbla_64(int64_t position, const char* name, const char*,
 }
 
 namespace {
-
-struct library_file {
-  explicit library_file(const char* path) : handle(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {}
-  void* find(const std::string& name) const { return dlsym(handle, name.c_str()); }
-  void* handle;
-};
 
 // Everything by which a routine can be called with these integers.
 template <class I>
@@ -65,10 +39,6 @@ const interface<int64_t> kWide[] = {
   {&ours, "_64_", "_64"}, {&ours, "_64_", "64_"}, { &ours64, "_", "" }
 };
 
-std::mt19937_64 chance(tev::test::test_seed());
-int64_t below(int64_t n) { return static_cast<int64_t>(chance() % static_cast<uint64_t>(n)); }
-
-constexpr int64_t kLargest = 9;     // size
 constexpr int64_t kElements = 120;  // of an array: 9 columns of at most 12, or 9 elements at most 3 apart
 
 // The arrays and scalars of one call.
@@ -108,21 +78,7 @@ template <kind K, class E, class P>
   }
 }
 
-// As Fortran and C pass an argument.
-template <class I>
-struct by_reference {
-  I value;
-  operator const I*() const { return &value; }
-};
-template <kind K, class I, class Field>
-auto to_fortran(const Field& value) {
-  if constexpr (is_letter(K))
-    return &value;
-  else if constexpr (is_integer(K))
-    return by_reference<I>{static_cast<I>(value)};
-  else
-    return value;
-}
+// As C passes an argument.
 template <kind K, class E, class P, class I, class Field>
 c_parameter<K, E, P, I> to_c(const Field& value) {
   if constexpr (is_letter(K)) {
@@ -237,10 +193,10 @@ outcome attempt(const interface<I>& by, const char* name, int order, const Call&
                                         : "cblas_" + std::string(name) + probe<Call>::kCTail + by.c_suffix;
   void* const function = by.library->find(symbol);
   if (!function) return {symbol + " does not exist", {}};
-  reported.clear();
+  complaint.clear();
   const values result =
       order == 0 ? probe<Call>::template fortran<I>(function, call) : probe<Call>::template c<I>(function, order, call);
-  return {reported, result};
+  return {complaint, result};
 }
 
 // What both must report alike. The reference has no name for an extension; and for letters of row-major calls that are
