@@ -2,7 +2,9 @@
 // Level 1 and 2 beside OpenBLAS and BLIS, which are loaded at run time.
 //
 //   bench/vectors [--tier avx512] [--precision d] [--threads 1] [--rounds 31] [--routines "dot trsv"] [--summary]
+//                 [--library build/release/lib/libtevblas.so.0]
 //
+// Ours are the functions of libtev, or those of a library with the standard names, which programs call.
 // Vectors of 1 to 10^6 elements, square matrices of order 2 to 2048. Every library works on the same operands in
 // turn, some tens of microseconds at a time; a figure is the best of all turns, in processor time of the thread, given
 // as GB/s of the operands that must move (axpy 3 vectors; copy, scal 2; gemv the matrix; ger the matrix twice ...). The
@@ -130,8 +132,8 @@ library own(const std::string& precision) {
 }
 
 // Nothing when it is not installed in any of these builds.
-void load_peer(const char* name, const std::vector<std::string>& paths, const std::string& p,
-               std::vector<library>& to) {
+void load_library(const char* name, const std::vector<std::string>& paths, const std::string& p,
+                  std::vector<library>& to) {
   void* handle = nullptr;
   for (const std::string& path : paths)
     if (handle == nullptr) handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -244,7 +246,7 @@ int main(int argc, char** argv) {
   std::string tier = "avx512", precision = "d";
   int rounds = 0, threads = 1;
   bool summary = false;
-  std::string only;
+  std::string only, standard_names;
   for (int i = 1; i < argc; ++i) {
     const std::string option = argv[i];
     if (option == "--summary") {
@@ -257,20 +259,25 @@ int main(int argc, char** argv) {
       threads = std::atoi(argv[++i]);
     } else if (i + 1 < argc && option == "--routines") {
       only = argv[++i];
+    } else if (i + 1 < argc && option == "--library") {
+      standard_names = argv[++i];
     } else if (i + 1 < argc && option == "--rounds") {
       rounds = std::atoi(argv[++i]);
     } else {
       std::fprintf(
           stderr,
           "usage: vectors [--tier T] [--precision s|d|c|z] [--threads N] [--rounds N] [--routines \"dot trsv\"] "
-          "[--summary]\n");
+          "[--summary] [--library FILE]\n");
       return 2;
     }
   }
   const bool threaded = threads > 1;
   if (rounds < 1) rounds = threaded ? 7 : 31;
-  std::vector<library> libraries = {own(precision)};
+  std::vector<library> libraries;
   choose_kernels(tier, threads);
+  standard_names.empty() ? libraries.push_back(own(precision))
+                         : load_library("ours", {standard_names}, precision, libraries);
+  if (libraries.empty()) return std::fprintf(stderr, "vectors: %s cannot be loaded\n", standard_names.c_str()), 2;
   tev_serv_trust_features(1);  // gemv takes a team only on processors that detection knows or a program vouches for
   const std::string folder = "/usr/lib/x86_64-linux-gnu/";
   const auto builds = [&](const std::string& peer, const std::string& file) {
@@ -279,8 +286,8 @@ int main(int argc, char** argv) {
       if (!threaded || std::string(flavour) != "serial") paths.push_back(folder + peer + flavour + file);
     return paths;
   };
-  load_peer("OpenBLAS", builds("openblas-", "/libopenblas.so.0"), precision, libraries);
-  load_peer("BLIS", builds("blis-", "/libblis.so.4"), precision, libraries);
+  load_library("OpenBLAS", builds("openblas-", "/libopenblas.so.0"), precision, libraries);
+  load_library("BLIS", builds("blis-", "/libblis.so.4"), precision, libraries);
   if (libraries.size() < 3) std::fprintf(stderr, "vectors: a peer is missing (packages libopenblas0, libblis4)\n");
 
   using sizes = std::vector<int64_t>;
