@@ -47,6 +47,13 @@ def processor_flags():
     return set(next(line for line in lines if line.startswith("flags")).split())
 
 
+# Their code in the sink's environment, and what they need; the best ones first.
+TIERS = {"avx512": ("7", "avx512f avx512dq avx512bw avx512vl"), "avx512_zel": ("6", "avx512f avx512cd"),
+         "avx2": ("5", "avx2 fma bmi1 bmi2 abm"), "avx": ("4", "avx"), "mc3": ("3", "sse4_2"), "mc": ("2", "ssse3"),
+         "def": ("0", "sse2")}
+RUNNING_TIERS = [name for name, (_, features) in TIERS.items() if processor_flags().issuperset(features.split())]
+
+
 def children_of(pid):
     return [int(child) for child in pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
 
@@ -69,10 +76,14 @@ class ToolTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.folder = pathlib.Path(folder.name)
 
-    def run_tool(self, *arguments, status=0):
-        done = subprocess.run(command(*arguments), capture_output=True, text=True, timeout=120)
+    def run_tool(self, *arguments, status=0, **settings):
+        done = subprocess.run(command(*arguments), env={**os.environ, **settings}, capture_output=True, text=True,
+                              timeout=120)
         self.assertEqual(done.returncode, status, (arguments, done.stdout, done.stderr))
         return done
+
+    def report(self, *arguments, **settings):
+        return json.loads(self.run_tool(*arguments, "--json", **settings).stdout)
 
     def save(self, name, matrix):
         np.save(self.folder / name, matrix)
@@ -105,9 +116,8 @@ class Files(ToolTest):
                 with self.subTest(precision=letter, layout=layout):
                     files = [self.save(f"{name}.npy", change(x)) for name, x in zip("abc", (a, b, c))]
                     out = self.folder / "out.npy"
-                    done = self.run_tool("run", "gemm", "--a", files[0], "--b", files[1], "--c", files[2], "--transa",
-                                         "c", "--alpha=1.5", "--beta", "-0.5", "--out", out, "--check", "--json")
-                    report = json.loads(done.stdout)
+                    report = self.report("run", "gemm", "--a", files[0], "--b", files[1], "--c", files[2], "--transa",
+                                         "c", "--alpha=1.5", "--beta", "-0.5", "--out", out, "--check")
                     self.assertEqual((report["m"], report["n"], report["k"]), (m, n, k))
                     self.assertTrue(report["check"]["passed"])
                     result = np.load(out)
@@ -216,11 +226,11 @@ class Options(ToolTest):
             self.assertIn("Usage", done.stdout)
 
     def test_threads_and_pinning_reach_the_sink(self):
-        self.assertEqual(json.loads(self.run_tool("info", "--threads", "3", "--json").stdout)["sink"]["threads"], 3)
+        self.assertEqual(self.report("info", "--threads", "3")["sink"]["threads"], 3)
         allowed = sorted(os.sched_getaffinity(0) - {0})
         if allowed:
-            pinned = self.run_tool("info", "--pin", ",".join(map(str, allowed)), "--json")
-            self.assertEqual(json.loads(pinned.stdout)["sink"]["threads"], len(allowed))
+            pinned = self.report("info", "--pin", ",".join(map(str, allowed)))
+            self.assertEqual(pinned["sink"]["threads"], len(allowed))
 
     def test_tier_reaches_the_sink(self):
         """A stand-in tells the environment it was started with, and ends."""
@@ -237,15 +247,11 @@ class Options(ToolTest):
                       if line.startswith("TEV_DEBUG_CPU_TYPE=")]
             return values[0] if values else None
 
-        flags = processor_flags()
-        needs = (("7", "avx512", "avx512f avx512dq avx512bw avx512vl"), ("6", "avx512_zel", "avx512f avx512cd"),
-                 ("5", "avx2", "avx2 fma bmi1 bmi2 abm"), ("4", "avx", "avx"), ("3", "mc3", "sse4_2"),
-                 ("2", "mc", "ssse3"), ("0", "def", "sse2"))
-        runs = [(code, name) for code, name, features in needs if flags.issuperset(features.split())]
-        for code, name in runs:
-            self.assertEqual(processor_type("--tier", name, TEV_DEBUG_CPU_TYPE="1"), code)
-        for name in {name for _, name, _ in needs} - {name for _, name in runs}:
-            self.assert_refused(f"--tier {name}: this machine lacks", "info", "--tier", name)
+        for name, (code, _) in TIERS.items():
+            if name in RUNNING_TIERS:
+                self.assertEqual(processor_type("--tier", name, TEV_DEBUG_CPU_TYPE="1"), code)
+            else:
+                self.assert_refused(f"--tier {name}: this machine lacks", "info", "--tier", name)
         self.assert_refused("--tier 'fast'", "info", "--tier", "fast")
         for tier in ("auto", "detect"):
             self.assertEqual(processor_type("--tier", tier, TEV_DEBUG_CPU_TYPE="2"), "2")
@@ -253,19 +259,13 @@ class Options(ToolTest):
 
     def test_tier_auto_vouches_for_the_processor(self):
         """What the features allow runs, ceilings and branches count; detection alone knows one maker's only."""
-        flags = processor_flags()
-        avx2 = flags.issuperset("pclmulqdq avx2 fma bmi1 bmi2 abm".split())
-        avx512 = avx2 and flags.issuperset("avx512f avx512dq avx512bw avx512vl".split())
-        if not avx2 or "avx512er" in flags:
+        if "avx2" not in RUNNING_TIERS or "pclmulqdq" not in processor_flags() or "avx512er" in processor_flags():
             self.skipTest("needs AVX2, and knows the plain tiers only")
 
         def facts(tier, **settings):
-            done = subprocess.run(command("info", "--json", "--tier", tier), env={**os.environ, **settings},
-                                  capture_output=True, text=True, timeout=60)
-            self.assertEqual(done.returncode, 0, done.stderr)
-            return json.loads(done.stdout)["sink"]
+            return self.report("info", "--tier", tier, **settings)["sink"]
 
-        self.assertEqual(facts("auto")["tier"], "avx512" if avx512 else "avx2")
+        self.assertEqual(facts("auto")["tier"], "avx512" if "avx512" in RUNNING_TIERS else "avx2")
         self.assertEqual(facts("auto", TEV_ENABLE_INSTRUCTIONS="AVX")["tier"], "avx")
         self.assertEqual(facts("auto", TEV_CBWR="AVX2")["reproducibility"], "AVX2")
         self.assertEqual(facts("auto", TEV_DEBUG_CPU_TYPE="3")["tier"], "mc3")
@@ -324,9 +324,8 @@ class Computing(ToolTest):
                     sizes = ("-n", 77) if operation == "syrk" else ("-m", 130, "-n", 77)
                     alpha = () if operation in ("larfb", "laswp", "lu_step") else (
                         "--alpha", "-1.5,2" if letter in "cz" else "-1.5")
-                    done = self.run_tool("run", operation, "--precision", letter, *sizes, *alpha, "--check", "--json",
+                    report = self.report("run", operation, "--precision", letter, *sizes, *alpha, "--check",
                                          "--repeat", 2, *options[operation])
-                    report = json.loads(done.stdout)
                     self.assertTrue(report["check"]["passed"])
                     self.assertGreater(report["gbytes_per_second" if operation == "laswp" else "gflops"], 0)
                     self.assertTrue(0 < report["busy_share"] <= 1, report)
@@ -371,7 +370,7 @@ class Computing(ToolTest):
                 self.assertTrue(option == "--help" or option in manual, f"docs/man/tev-offload.1 lacks {command} {option}")
 
     def test_bench_and_demo(self):
-        rows = json.loads(self.run_tool("bench", "--op", "trmm", "--sizes", "50,100:200:50", "--json").stdout)["rows"]
+        rows = self.report("bench", "--op", "trmm", "--sizes", "50,100:200:50")["rows"]
         self.assertEqual([row["size"] for row in rows], [50, 100, 150, 200])
         table = self.run_tool("bench", "--sizes", "60,70", "--repeat", 1).stdout.splitlines()
         self.assertEqual([line.split()[0] for line in table[-2:]], ["60", "70"])
@@ -388,9 +387,7 @@ class Systems(ToolTest):
             for where in ("sink", "here"):
                 letter = "sdcz"[(index + (where == "here")) % 4]
                 with self.subTest(task=task, where=where, precision=letter):
-                    done = self.run_tool("run", task, *shape, "--where", where, "--precision", letter, "--check",
-                                         "--json")
-                    report = json.loads(done.stdout)
+                    report = self.report("run", task, *shape, "--where", where, "--precision", letter, "--check")
                     self.assertTrue(report["passed"] and report["residuals"], report)
                     self.assertEqual(report["busy_share"] > 0, where == "sink")
 
@@ -446,17 +443,17 @@ class Systems(ToolTest):
         phases = {e["name"]: e for e in tracks[1, 0]}
         computing = phases["this process and the sink compute"]
         self.assertIn("solving", phases)
-        for track, (first, *_, last) in tracks.items():
+        for track, steps in tracks.items():
             if track != (1, 0):
-                self.assertLessEqual(computing["ts"], first["ts"], track)
-                self.assertLessEqual(last["ts"] + last["dur"], computing["ts"] + computing["dur"] + 1000, track)
+                self.assertLessEqual(computing["ts"], steps[0]["ts"], track)
+                self.assertLessEqual(steps[-1]["ts"] + steps[-1]["dur"], computing["ts"] + computing["dur"] + 1000, track)
         self.assertEqual({e["cat"] for e in tracks[2, 1]}, {"update"})
         self.assertEqual([e["name"] for e in tracks[1, 1] if e["cat"] == "panel"], [f"panel {i}" for i in range(10)])
 
     def test_tables_have_shares(self):
         for where, threads in (("sink", 1), ("here", 2)):
-            small, large = json.loads(self.run_tool("bench", "--op", "lu", "--where", where, "--host-threads", threads,
-                                                    "--sizes", "100,600", "--json").stdout)["rows"]
+            small, large = self.report("bench", "--op", "lu", "--where", where, "--host-threads", threads, "--sizes",
+                                       "100,600")["rows"]
             self.assertEqual((small["where"], large["where"]), ("here", where))
             self.assertIsNone(small["panel_share"])
             self.assertTrue(0 < large["panel_share"] < 1 and 0 < large["update_share"] < 1, large)
@@ -503,17 +500,18 @@ class Systems(ToolTest):
 
 class Death(ToolTest):
     def start(self, *arguments, **options):
-        tool = subprocess.Popen(command("run", "gemm", *arguments), text=True, **options)
+        tool = subprocess.Popen(command("run", *arguments, "--repeat", 1000000, "--out", self.folder / "out.npy"),
+                                stdout=subprocess.PIPE, text=True, **options)
+        self.addCleanup(tool.stdout.close)
         self.addCleanup(tool.kill)
-        wait_for(lambda: children_of(tool.pid))
-        return tool, children_of(tool.pid)[0]
+        return tool
 
     def test_killed_sink_ends_the_tool_within_a_second(self):
         """Whatever else keeps the processors busy, one of several times."""
-        out = self.folder / "out.npy"
         for _ in range(8):
-            tool, sink = self.start("-m", 1000, "-n", 1000, "-k", 1000, "--repeat", 1000000, "--out", out, "--json",
-                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            tool = self.start("gemm", "--json", stderr=subprocess.PIPE)
+            wait_for(lambda: children_of(tool.pid))
+            sink, = children_of(tool.pid)
             wait_for(lambda: cpu_seconds(sink) > 0.5)  # the request is under way: starting takes far less
             os.kill(sink, signal.SIGKILL)
             killed = time.monotonic()
@@ -526,40 +524,29 @@ class Death(ToolTest):
                 return
         self.fail(f"took {seconds} s and never less than one")
 
-    def test_terminal_sees_progress_and_an_interrupt_ends_both(self):
-        ours, theirs = pty.openpty()
-        tool, sink = self.start("-m", 300, "-n", 300, "-k", 300, "--repeat", 1000000, stdout=subprocess.PIPE,
-                                stderr=theirs)
-        os.close(theirs)
-        shown = b""
-        while b"dgemm: the sink computes" not in shown:
-            shown += os.read(ours, 200)
-        tool.send_signal(signal.SIGINT)
-        self.assertEqual(tool.wait(10), -signal.SIGINT)
-        while select.select([ours], [], [], 0)[0]:
-            try:
-                shown += os.read(ours, 200)
-            except OSError:  # nobody has the other end
-                break
-        self.assertTrue(shown.endswith(b"\r\x1b[K"), f"{shown!r} is still there")
-        tool.stdout.close()
-        os.close(ours)
-        wait_for(lambda: not os.path.exists(f"/proc/{sink}"), 5)
-
-    def test_an_interrupted_factorization_leaves_nothing(self):
-        for where in ("sink", "here"):
-            ours, theirs = pty.openpty()
-            tool = subprocess.Popen(command("run", "lu", "-n", 600, "--repeat", 1000000, "--where", where, "--out",
-                                            self.folder / "out.npy"), stdout=subprocess.DEVNULL, stderr=theirs)
-            self.addCleanup(tool.kill)
-            os.close(theirs)
-            while b"compu" not in os.read(ours, 200):
-                pass
-            tool.send_signal(signal.SIGINT)
-            self.assertEqual(tool.wait(10), -signal.SIGINT)
-            os.close(ours)
-            self.assertEqual([name for name in os.listdir("/dev/shm") if str(tool.pid) in name], [])
-            self.assertEqual(os.listdir(self.folder), [])
+    def test_terminal_sees_progress_and_an_interrupt_leaves_nothing(self):
+        for arguments in (("gemm",), ("lu", "-n", 600), ("lu", "-n", 600, "--where", "here")):
+            with self.subTest(arguments):
+                ours, theirs = pty.openpty()
+                tool = self.start(*arguments, stderr=theirs)
+                os.close(theirs)
+                shown = b""
+                while b"compu" not in shown:
+                    shown += os.read(ours, 200)
+                sinks = children_of(tool.pid)
+                tool.send_signal(signal.SIGINT)
+                self.assertEqual(tool.wait(60), -signal.SIGINT)
+                while select.select([ours], [], [], 0)[0]:
+                    try:
+                        shown += os.read(ours, 200)
+                    except OSError:  # nobody has the other end
+                        break
+                os.close(ours)
+                self.assertTrue(shown.endswith(b"\r\x1b[K"), f"{shown!r} is still there")
+                self.assertEqual([name for name in os.listdir("/dev/shm") if str(tool.pid) in name], [])
+                self.assertEqual(os.listdir(self.folder), [])
+                for sink in sinks:
+                    wait_for(lambda: not os.path.exists(f"/proc/{sink}"))
 
 
 if __name__ == "__main__":
