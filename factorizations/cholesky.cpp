@@ -48,7 +48,7 @@ constexpr int64_t kFewestLines = 256;
 plan plan_of(int64_t n) {
   const int64_t threads = blas::permitted_threads();
   if (threads == 1 || n < kFewestLines) return {1, n, 1, 1};
-  return plan_of_products(n, threads);
+  return plan_of_products(n, 768, threads);
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ constexpr int64_t kFewestColumns = 256;
 plan plan_of(int64_t order) {
   const int64_t threads = blas::permitted_threads();
   if (threads == 1 || order < kFewestColumns) return {1, order, 1, 1};
-  return plan_of_products(order / 2, threads);  // panels cost twice as much as those of Cholesky
+  return plan_of_products(order, 1536, threads);  // panels cost twice as much as those of Cholesky
 }
 
 }  // namespace

@@ -64,13 +64,15 @@ struct plan {
   int64_t parts;  // at least as many groups, or single blocks, for each panel
 };
 
-// For products that dominate: a narrow block makes a cheap panel, a wide one deep products (384: no deeper than what
-// the kernels take at once), and the wider a group the less often a panel is packed, as long as each thread has a few
-// to take. Measured on two cores with AVX-512 and 1 MiB of second cache, narrow ones with 2 MiB, too.
-inline plan plan_of_products(int64_t lines, int64_t threads) {
+// For products that dominate. A narrow block makes a cheap panel, a wide one deep products (384: no deeper than what
+// the kernels take at once), and the wider a group the less often a panel is packed, as long as each thread has some to
+// take: of wide blocks, which are few, fewer. `narrow`: orders below it have the cheapest panels. Measured on two cores
+// with AVX-512 and 1 MiB of second cache, narrow blocks with 2 MiB, too.
+inline plan plan_of_products(int64_t order, int64_t narrow, int64_t threads) {
   constexpr int64_t kWideEnough = 2048;  // packing has become a few percent
-  const int64_t width = lines < 768 ? 64 : lines < 3072 ? 128 : 384;
-  return {threads, width, kWideEnough / width, 4 * threads};
+  const bool wide = order >= 6144;
+  const int64_t width = order < narrow ? 64 : wide ? 384 : 128;
+  return {threads, width, kWideEnough / width, (wide ? 2 : 4) * threads};
 }
 
 }  // namespace tev::lapack
