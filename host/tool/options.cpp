@@ -179,8 +179,12 @@ CLI::App* add_run(CLI::App* app, command_line* line) {
   add_size(run, "-k", &call.k, "Columns of op(A) in gemm and syrk; of a step's panel");
   run->add_option("--transa", call.transa, "N, T or C: op(A); not symm; default: N")->type_name("LETTER");
   run->add_option("--transb", call.transb, "N, T or C: op(B); gemm only; default: N")->type_name("LETTER");
-  run->add_option("--side", call.side, "L or R: the side of A; not gemm; default: L")->type_name("LETTER");
-  run->add_option("--uplo", call.uplo, "U or L: the triangle of A; not gemm; default: U")->type_name("LETTER");
+  run->add_option("--side", call.side, "L or R: the side of A; symm, trmm, trsm, larfb; default: L")
+      ->type_name("LETTER");
+  run->add_option(
+         "--uplo", call.uplo,
+         "U or L: the triangle of A, of syrk that of C, of cholesky that of the factor; default: U; L for cholesky")
+      ->type_name("LETTER");
   run->add_option("--diag", call.diag, "N, or U: ones; trmm and trsm; default: N")->type_name("LETTER");
   add_place(run, &call);
   run->add_option("--factors", call.factors, "Write the factors of a whole factorization to this file")
@@ -193,10 +197,11 @@ CLI::App* add_run(CLI::App* app, command_line* line) {
   run->add_option("--storev", call.storev, "C or R: reflectors in columns or rows; larfb; default: C")
       ->type_name("LETTER");
   run->add_option("--alpha", call.alpha, "RE or RE,IM; default: 1")->type_name("NUMBER");
-  run->add_option("--beta", call.beta, "RE or RE,IM; gemm and symm; default: 0")->type_name("NUMBER");
+  run->add_option("--beta", call.beta, "RE or RE,IM; gemm, symm and syrk; default: 0")->type_name("NUMBER");
   run->add_option("--a", call.a, "A from this file")->type_name("FILE.npy");
   run->add_option("--b", call.b, "B from this file")->type_name("FILE.npy");
-  run->add_option("--c", call.c, "C from this file; gemm and symm, needed unless beta is 0")->type_name("FILE.npy");
+  run->add_option("--c", call.c, "C from this file; gemm, symm and syrk, needed unless beta is 0")
+      ->type_name("FILE.npy");
   run->add_option("--out", call.out, "Write the result to this file")->type_name("FILE.npy");
   add_number<uint64_t>(run, "--seed", &call.seed, "Seed of generated matrices; default: 1", 0,
                        std::numeric_limits<uint64_t>::max());
