@@ -22,18 +22,27 @@ function(tev_layer target)
   target_link_libraries(${target} PUBLIC tev_flags OpenMP::OpenMP_CXX)
 endfunction()
 
-# tev_test(<name> SOURCES <file>... [LIBS <target>...] [TIMEOUT <seconds>] [WHOLE_SECONDS]): a GoogleTest program, one
-# ctest entry per test case. Its label is the folder it stands in, so `ctest -L sink` runs what covers sink/.
-# WHOLE_SECONDS: not with the short ones of tests/support/short_seconds.cpp.
+# tev_test(<name> SOURCES <file>... [LIBS <target>...] [NEEDS <target>...] [DEFINES <definition>...] [TIMEOUT <seconds>]
+#   [EXPORTS] [SINK] [WHOLE_SECONDS]): a GoogleTest program, one ctest entry per test case. Its label is the folder it
+# stands in, so `ctest -L sink` runs what covers sink/. EXPORTS: what it has is found by name. SINK: it starts the real
+# one, TEV_SINK_PATH. WHOLE_SECONDS: not with the short ones of tests/support/short_seconds.cpp.
 function(tev_test name)
-  cmake_parse_arguments(ARG "WHOLE_SECONDS" "TIMEOUT" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "EXPORTS;SINK;WHOLE_SECONDS" "TIMEOUT" "SOURCES;LIBS;NEEDS;DEFINES" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
   find_package(GTest REQUIRED)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE tev_flags ${ARG_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
-  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests ENABLE_EXPORTS ${ARG_EXPORTS})
+  if(ARG_SINK)
+    list(APPEND ARG_DEFINES TEV_SINK_PATH="$<TARGET_FILE:tev_sink>")
+    list(APPEND ARG_NEEDS tev_sink)
+  endif()
+  target_compile_definitions(${name} PRIVATE ${ARG_DEFINES})
+  if(ARG_NEEDS)
+    add_dependencies(${name} ${ARG_NEEDS})
+  endif()
   get_filename_component(label ${CMAKE_CURRENT_SOURCE_DIR} NAME)
   if(NOT ARG_WHOLE_SECONDS)
     set(environment ENVIRONMENT LD_PRELOAD=${TEV_SHORT_SECONDS})

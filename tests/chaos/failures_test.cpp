@@ -2,23 +2,16 @@
 // A whole offloaded call (start of a sink, three buffers, a product, its end) while something is refused: memory,
 // files, processes, address space, room on a disk. The result is right or the library says in words what failed;
 // nothing crashes or hangs in the host, and nothing is left behind.
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <random>
 #include <regex>
-#include <string>
-#include <vector>
 
 #include "tests/chaos/offload.h"
 #include "tests/support/effort.h"

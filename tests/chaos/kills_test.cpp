@@ -2,19 +2,9 @@
 // A sink, its host or both are killed at a random moment between the host's first instruction and some hundred
 // products later. A host that lives is told how its sink ended, at once and in every call; a sink without a host ends;
 // afterwards there is no process, descriptor, mapping or shared-memory name.
-#include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <cstdio>
-#include <random>
-#include <string>
-#include <thread>
 
 #include "tests/chaos/offload.h"
 #include "tests/support/effort.h"

@@ -2,12 +2,9 @@
 // A product through a sink, told in a record that needs no memory.
 #pragma once
 
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-
+#include "tests/support/prelude.h"
+#include "tests/support/sink.h"
 #include "tev/request.h"
-#include "vro/host.h"
 
 namespace tev::test {
 
@@ -59,13 +56,6 @@ inline report multiply(vro_process* process, int64_t n) {
   vro_completion_release(done);
   for (vro_buffer* matrix : matrices) vro_buffer_destroy(matrix);
   return r;
-}
-
-inline vro_process* start_sink(const char* const* environment = nullptr) {
-  const vro_process_options options = {TEV_SINK_PATH, environment, nullptr, -1, 0};
-  vro_process* process = nullptr;
-  vro_process_create(&options, &process);
-  return process;
 }
 
 }  // namespace tev::test

@@ -4,17 +4,6 @@
 // and no name is guessed. Every product is judged, nothing but its result may change, and the sink serves to the end;
 // built with the address sanitizer it also ends without a complaint.
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <cmath>
-#include <cstring>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "host/check.h"
 #include "host/records.h"
@@ -34,8 +23,8 @@ struct answer {
 struct Requests : testing::Test {
   void SetUp() override {
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);  // for its words about wrong arguments
-    const vro_process_options options = {TEV_SINK_PATH, nullptr, nullptr, nowhere, 0};
-    ASSERT_EQ(vro_process_create(&options, &process_), VRO_OK) << vro_last_error();
+    process_ = start_sink(nullptr, nowhere);
+    ASSERT_NE(process_, nullptr) << vro_last_error();
     close(nowhere);
   }
 

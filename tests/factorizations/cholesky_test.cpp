@@ -5,26 +5,9 @@
 #include "tests/factorizations/factored.h"
 #include "tests/support/in_child.h"
 #include "tests/support/scarce_memory.h"
-#include "tev/lapack.h"
 
 namespace tev::test {
 namespace {
-
-template <class T>
-struct cholesky_of;
-#define TEV_CHOLESKY_OF(T, p)                            \
-  template <>                                            \
-  struct cholesky_of<T> {                                \
-    static constexpr auto potrf = tev_lapack_##p##potrf; \
-    static constexpr auto potrs = tev_lapack_##p##potrs; \
-    static constexpr auto posv = tev_lapack_##p##posv;   \
-    static constexpr auto potri = tev_lapack_##p##potri; \
-    static constexpr auto pocon = tev_lapack_##p##pocon; \
-  };
-TEV_CHOLESKY_OF(float, s)
-TEV_CHOLESKY_OF(double, d)
-TEV_CHOLESKY_OF(std::complex<float>, c)
-TEV_CHOLESKY_OF(std::complex<double>, z)
 
 template <class T>
 class Cholesky : public testing::Test {};
@@ -75,7 +58,7 @@ int64_t potrf(char uplo, matrix<T>& a, const lapack::plan* p = nullptr) {
     lapack::run_on_team(cholesky, cholesky.panels(), cholesky.panels(), *p);
     return cholesky.info();
   }
-  cholesky_of<T>::potrf(&uplo, &n, at(a), &lda, &info);
+  TEV_LAPACK(potrf)(&uplo, &n, at(a), &lda, &info);
   return info;
 }
 
@@ -141,7 +124,6 @@ TYPED_TEST(Cholesky, TheFirstMinorThatIsNotPositiveIsReported) {
 TYPED_TEST(Cholesky, SolvesInvertsAndEstimatesTheCondition) {
   using T = TypeParam;
   using R = real_part_t<T>;
-  using C = cholesky_of<T>;
   engine random(18);
   const own_threads team(2);
   for (const char uplo : {'L', 'U'})
@@ -154,9 +136,9 @@ TYPED_TEST(Cholesky, SolvesInvertsAndEstimatesTheCondition) {
       b.fill(random, values::fractions);
       matrix<T> x = b, again = b;
       int64_t info = 7;
-      C::posv(&uplo, &n, &sides, at(a), &lda, at(x), &lda, &info);
+      TEV_LAPACK(posv)(&uplo, &n, &sides, at(a), &lda, at(x), &lda, &info);
       EXPECT_EQ(info, 0) << what;
-      C::potrs(&uplo, &n, &sides, at(a), &lda, at(again), &lda, &info);
+      TEV_LAPACK(potrs)(&uplo, &n, &sides, at(a), &lda, at(again), &lda, &info);
       EXPECT_TRUE(info == 0 && again.same_bits(x)) << what;
       const auto factor = moduli(whole(uplo, a, false)), other = adjoint(factor);
       const auto size = uplo == 'L' ? factor * other : other * factor;
@@ -164,7 +146,7 @@ TYPED_TEST(Cholesky, SolvesInvertsAndEstimatesTheCondition) {
       if (n == 0) continue;
 
       matrix<T> inverse = a;
-      C::potri(&uplo, &n, at(inverse), &lda, &info);
+      TEV_LAPACK(potri)(&uplo, &n, at(inverse), &lda, &info);
       EXPECT_EQ(info, 0) << what;
       EXPECT_TRUE(inverse.padding_is_intact()) << what;
       const auto all = whole(uplo, inverse, true), probe = probes<T>(n, random);
@@ -183,56 +165,17 @@ TYPED_TEST(Cholesky, SolvesInvertsAndEstimatesTheCondition) {
       R rcond = 7;
       matrix<T> work(3 * n, 1);
       extra_work<T> extra(static_cast<size_t>(n));
-      C::pocon(&uplo, &n, at(a), &lda, &given, &rcond, at(work), extra.data(), &info);
+      TEV_LAPACK(pocon)(&uplo, &n, at(a), &lda, &given, &rcond, at(work), extra.data(), &info);
       const double truth = 1 / (anorm * norm_of_inverse);
       EXPECT_TRUE(info == 0 && rcond >= truth * 0.999 && rcond <= truth * 10) << what << ' ' << rcond << ' ' << truth;
     }
 }
 
-TYPED_TEST(Cholesky, ArgumentErrors) {
-  using T = TypeParam;
-  using C = cholesky_of<T>;
-  constexpr int64_t kLd = kLeadingDimension;
-  real_part_t<T> rcond;
-  matrix<T> a(2, 2, 1), b(2, 2, 1), work(8, 1);
-  extra_work<T> extra(8);
-  // Each call has a matrix that can be factored.
-  const auto fresh = [&] {
-    for (int64_t j = 0; j < 2; ++j)
-      for (int64_t i = 0; i < 2; ++i) a(i, j) = b(i, j) = T(static_cast<real_part_t<T>>(i == j));
-    return at(a);
-  };
-  expect_argument_errors<T>({
-      {"POTRF",
-       {{1, 'l'}, {2, 2}, {4, kLd}},
-       [&](arguments v, int64_t* info) { C::potrf(v.letter(1), &v[2], fresh(), &v[4], info); }},
-      {"POTRS",
-       {{1, 'u'}, {2, 2}, {3, 1}, {5, kLd}, {7, kLd}},
-       [&](arguments v, int64_t* info) { C::potrs(v.letter(1), &v[2], &v[3], fresh(), &v[5], at(b), &v[7], info); }},
-      {"POSV",
-       {{1, 'u'}, {2, 2}, {3, 1}, {5, kLd}, {7, kLd}},
-       [&](arguments v, int64_t* info) { C::posv(v.letter(1), &v[2], &v[3], fresh(), &v[5], at(b), &v[7], info); }},
-      {"POTRI",
-       {{1, 'l'}, {2, 2}, {4, kLd}},
-       [&](arguments v, int64_t* info) { C::potri(v.letter(1), &v[2], fresh(), &v[4], info); }},
-      {"POCON",
-       {{1, 'l'}, {2, 2}, {4, kLd}, {5, 1}},
-       [&](arguments v, int64_t* info) {
-         const auto anorm = static_cast<real_part_t<T>>(v[5]);
-         C::pocon(v.letter(1), &v[2], fresh(), &v[4], &anorm, &rcond, at(work), extra.data(), info);
-       }},
-  });
-}
-
-TEST(CholeskyMemory, AnyRequestMayFail) {
-  const child_result result = in_child({{"TEV_DISABLE_FAST_MM", "1"}}, [] {
-    scarce_memory::install();
-    const own_threads three(3);
-    engine random(3);
-    scarce_memory::fail_each(20, [&] { factor_and_judge<double>('U', 280, kKinds[0], random); });
-    return testing::Test::HasFailure();
-  });
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
+TEST_IN_CHILD(CholeskyMemory, AnyRequestMayFail, {"TEV_DISABLE_FAST_MM", "1"}) {
+  scarce_memory::install();
+  const own_threads three(3);
+  engine random(3);
+  scarce_memory::fail_each(20, [&] { factor_and_judge<double>('U', 280, kKinds[0], random); });
 }
 
 }  // namespace

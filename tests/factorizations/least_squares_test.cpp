@@ -1,28 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // ?gels by what characterizes the solution: the residual is orthogonal to the columns of op(A), or zero, and the
 // solution is a combination of its rows. ?geqp3 by A P = Q R and by the order of what it takes.
-#include <numeric>
-#include <string>
-#include <vector>
 
 #include "tests/factorizations/factored.h"
 #include "tests/factorizations/reflected.h"
+#include "tests/support/in_child.h"
 
 namespace tev::test {
 namespace {
-
-template <class T>
-struct calls_of;
-#define TEV_CALLS_OF(T, p)                               \
-  template <>                                            \
-  struct calls_of<T> {                                   \
-    static constexpr auto gels = tev_lapack_##p##gels;   \
-    static constexpr auto geqp3 = tev_lapack_##p##geqp3; \
-  };
-TEV_CALLS_OF(float, s)
-TEV_CALLS_OF(double, d)
-TEV_CALLS_OF(std::complex<float>, c)
-TEV_CALLS_OF(std::complex<double>, z)
 
 template <class T>
 class LeastSquares : public testing::Test {};
@@ -36,9 +21,9 @@ int64_t gels(char trans, const matrix<T>& a, const matrix<T>& b) {
   const int64_t m = a.rows(), n = a.columns(), nrhs = b.columns(), lda = a.ld(), ldb = b.ld();
   int64_t lwork = -1, info = 7;
   matrix<T> length(1, 1);
-  calls_of<T>::gels(&trans, &m, &n, &nrhs, at(a), &lda, at(b), &ldb, at(length), &lwork, &info);
+  TEV_LAPACK(gels)(&trans, &m, &n, &nrhs, at(a), &lda, at(b), &ldb, at(length), &lwork, &info);
   lwork = static_cast<int64_t>(std::real(length(0, 0)));
-  calls_of<T>::gels(&trans, &m, &n, &nrhs, at(a), &lda, at(b), &ldb, at(matrix<T>(lwork, 1)), &lwork, &info);
+  TEV_LAPACK(gels)(&trans, &m, &n, &nrhs, at(a), &lda, at(b), &ldb, at(matrix<T>(lwork, 1)), &lwork, &info);
   return info;
 }
 
@@ -136,11 +121,10 @@ struct pivoted {
     for (int64_t j = 0; j < start.columns(); ++j) std::copy_n(&start(0, j), start.rows(), &f.a(0, j));
     f.run([&](auto* work, const int64_t* lwork) {
       const int64_t m = f.a.rows(), n = f.a.columns(), lda = f.a.ld();
-      if constexpr (kIsComplex<T>)
-        calls_of<T>::geqp3(&m, &n, at(f.a), &lda, pivots.data(), at(f.tau), work, lwork,
-                           reinterpret_cast<real_part_t<T>*>(rwork.data()), &f.info);
-      else
-        calls_of<T>::geqp3(&m, &n, at(f.a), &lda, pivots.data(), at(f.tau), work, lwork, &f.info);
+      if constexpr (kIsComplex<T>) TEV_LAPACK(geqp3)
+      (&m, &n, at(f.a), &lda, pivots.data(), at(f.tau), work, lwork, reinterpret_cast<real_part_t<T>*>(rwork.data()),
+       &f.info);
+      else TEV_LAPACK(geqp3)(&m, &n, at(f.a), &lda, pivots.data(), at(f.tau), work, lwork, &f.info);
     });
   }
 
@@ -194,6 +178,40 @@ TYPED_TEST(PivotedQr, TakesTheLongestColumnLeft) {
         for (int64_t j = 3; every != 0 && j < n; j += every) fixed[static_cast<size_t>(j)] = 1;
         pivot_and_judge(a, fixed, std::string(k.name) + ' ' + std::to_string(m) + 'x' + std::to_string(n));
       }
+}
+
+// Of the routines that have a work array, without memory; and wrong arguments of ?geqp3.
+TEST_IN_CHILD(QrArguments, NoMemoryIsReported, {"TEV_DISABLE_FAST_MM", "1"}) {
+  using T = double;
+  static std::string reported;
+  i_malloc = [](size_t) -> void* { return nullptr; };
+  i_free = std::free;
+  tev_serv_set_xerbla([](const char* name, const int32_t* info, int32_t length) {
+    reported = std::string(name, static_cast<size_t>(length)) + ' ' + std::to_string(*info);
+  });
+  const int64_t m = 5, n = 4, k = 3, lwork = 64;
+  T a[64], tau[16], c[64], work[64];
+  int64_t pivots[8] = {}, info = 7;
+  const auto expect = [&](const char* name) {
+    EXPECT_EQ(info, -1089) << name;
+    EXPECT_EQ(reported, name + std::string(" 1089"));
+  };
+  TEV_LAPACK(geqrf)(&m, &n, a, &m, tau, work, &lwork, &info), expect("DGEQRF");
+  tev_lapack_dorgqr(&m, &n, &k, a, &m, tau, work, &lwork, &info), expect("DORGQR");
+  tev_lapack_dormqr("L", "T", &m, &n, &k, a, &m, tau, c, &m, work, &lwork, &info), expect("DORMQR");
+  TEV_LAPACK(gels)("T", &m, &n, &k, a, &m, c, &m, work, &lwork, &info), expect("DGELS");
+  tev_lapack_dgeqp3(&m, &n, a, &m, pivots, tau, work, &lwork, &info), expect("DGEQP3");
+}
+
+TEST(QrArguments, OfPivoting) {
+  int64_t m = 5, n = 4, lda = 5, lwork = 13;
+  expect_argument_errors("DGEQP3", {{&m, 1}, {&n, 2}, {&lda, 4}}, [&](int64_t* info) {
+    tev_lapack_dgeqp3(&m, &n, nullptr, &lda, nullptr, nullptr, nullptr, &lwork, info);
+  });
+  m = 5, n = 4, lda = 5, lwork = 12;
+  int64_t info = 7;
+  tev_lapack_dgeqp3(&m, &n, nullptr, &lda, nullptr, nullptr, nullptr, &lwork, &info);
+  EXPECT_EQ(info, -8);
 }
 
 TYPED_TEST(PivotedQr, ShowsTheRank) {

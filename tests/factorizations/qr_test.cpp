@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // QR, its Q multiplied and written out. What Q is, the stored reflectors say, applied one by one in the next wider
 // type. All errors are judged column by column, by the norm of the column.
-#include <string>
-#include <vector>
 
 #include "tests/factorizations/factored.h"
 #include "tests/factorizations/reflected.h"
@@ -71,12 +69,10 @@ void judge(const matrix<T>& start, engine& random, const std::string& what) {
   for (const int64_t columns : {f.order(), f.a.rows()}) judge_generation(f, columns, random, what);
 }
 
-constexpr kind kDeficient[] = {
-    {"zero columns", [](int64_t, int64_t j, int) { return j % 3 == 1 ? 0.0 : 1.0; }},
-    {"zero rows", [](int64_t i, int64_t, int) { return i % 3 == 0 ? 0.0 : 1.0; }},
-    {"zero", [](int64_t, int64_t, int) { return 0.0; }},
-    {"denormal", [](int64_t, int64_t, int e) { return std::exp2(-e - 4); }},
-};
+constexpr kind kDeficient[] = {{"zero columns", [](int64_t, int64_t j, int) { return j % 3 == 1 ? 0.0 : 1.0; }},
+                               {"zero rows", [](int64_t i, int64_t, int) { return i % 3 == 0 ? 0.0 : 1.0; }},
+                               {"zero", [](int64_t, int64_t, int) { return 0.0; }},
+                               {"denormal", [](int64_t, int64_t, int e) { return std::exp2(-e - 4); }}};
 
 template <class T>
 void factor_and_judge(const shape& s, const kind& k, engine& random) {

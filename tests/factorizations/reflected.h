@@ -2,28 +2,9 @@
 // A QR factorization by the library, and its Q as the stored reflectors say, applied one by one in the next wider type.
 #pragma once
 
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include "tests/factorizations/factored.h"
-#include "tev/lapack.h"
 
 namespace tev::test {
-
-template <class T>
-struct qr_calls;
-#define TEV_QR_CALLS(T, p, orgqr_name, ormqr_name)            \
-  template <>                                                 \
-  struct qr_calls<T> {                                        \
-    static constexpr auto geqrf = tev_lapack_##p##geqrf;      \
-    static constexpr auto orgqr = tev_lapack_##p##orgqr_name; \
-    static constexpr auto ormqr = tev_lapack_##p##ormqr_name; \
-  };
-TEV_QR_CALLS(float, s, orgqr, ormqr)
-TEV_QR_CALLS(double, d, orgqr, ormqr)
-TEV_QR_CALLS(std::complex<float>, c, ungqr, unmqr)
-TEV_QR_CALLS(std::complex<double>, z, ungqr, unmqr)
 
 template <class W>
 wide_matrix<W> unit_matrix(int64_t rows, int64_t columns) {
@@ -64,7 +45,7 @@ struct factored_qr {
   explicit factored_qr(const matrix<T>& start) : a(start), tau(order(), 1) {
     run([&](auto* work, const int64_t* lwork) {
       const int64_t m = a.rows(), n = a.columns(), lda = a.ld();
-      qr_calls<T>::geqrf(&m, &n, at(a), &lda, at(tau), work, lwork, &info);
+      TEV_LAPACK(geqrf)(&m, &n, at(a), &lda, at(tau), work, lwork, &info);
     });
   }
 
@@ -97,7 +78,8 @@ struct factored_qr {
   void multiply(char side, char trans, const matrix<T>& c) const {
     run([&](auto* work, const int64_t* lwork) {
       const int64_t m = c.rows(), n = c.columns(), k = order(), lda = a.ld(), ldc = c.ld();
-      qr_calls<T>::ormqr(&side, &trans, &m, &n, &k, at(a), &lda, at(tau), at(c), &ldc, work, lwork, &info);
+      of_precision<T>(tev_lapack_sormqr, tev_lapack_dormqr, tev_lapack_cunmqr, tev_lapack_zunmqr)(
+          &side, &trans, &m, &n, &k, at(a), &lda, at(tau), at(c), &ldc, work, lwork, &info);
     });
   }
 
@@ -106,7 +88,8 @@ struct factored_qr {
     for (int64_t j = 0; j < std::min(columns, order()); ++j) std::copy_n(&a(0, j), a.rows(), &q(0, j));
     run([&](auto* work, const int64_t* lwork) {
       const int64_t m = q.rows(), k = std::min(columns, order()), ldq = q.ld();
-      qr_calls<T>::orgqr(&m, &columns, &k, at(q), &ldq, at(tau), work, lwork, &info);
+      of_precision<T>(tev_lapack_sorgqr, tev_lapack_dorgqr, tev_lapack_cungqr, tev_lapack_zungqr)(
+          &m, &columns, &k, at(q), &ldq, at(tau), work, lwork, &info);
     });
     return q;
   }

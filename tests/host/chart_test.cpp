@@ -2,12 +2,9 @@
 // Charts of values that leave nothing to scale by, and of names that are markup.
 #include "host/chart.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
 #include <regex>
-#include <string>
+
+#include "tests/support/prelude.h"
 
 namespace {
 

@@ -3,13 +3,11 @@
 //   Lists     processors and sizes: order, duplicates, ranges, every malformed text is refused with its name
 //   Scalars   one or two numbers, held to the precision
 //   Fill      the part that must not be read is NaN, and no more than that
-#include <gtest/gtest.h>
 
-#include <cmath>
-
+#include "host/parse.h"
 #include "host/failure.h"
 #include "host/fill.h"
-#include "host/parse.h"
+#include "tests/support/prelude.h"
 
 namespace tev::host {
 namespace {

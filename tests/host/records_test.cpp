@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // What goes over the wire for each of the sixteen workers, byte by byte against offsets written down here: for alpha,
 // beta, lda, ldb and ldc, by precision. Everything else lies alike in all of them, and what is not a field is zero.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <numeric>
 
 #include "host/records.h"
+#include "host/failure.h"
+#include "host/sink_client.h"
+#include "tests/support/prelude.h"
 
 namespace tev::host {
 namespace {
@@ -54,6 +53,19 @@ TEST(Records, EachFieldAtItsOffset) {
   expect_records<double>(1.5, -2.5);
   expect_records<std::complex<float>>({1.5f, 2}, {-2.5f, 3});
   expect_records<std::complex<double>>({1.5, 2}, {-2.5, 3});
+}
+
+// What the host refuses to send.
+TEST(SinkClient, KeepsARequestThatWouldLeaveItsBuffers) {
+  sink_client sink({.executable = TEV_SINK_PATH});
+  tev_dgemm_record record = {'N', 'N', 2, 2, 2, 1, 2, 2, 0, 3};
+  const auto send = [&](int64_t bytes) {
+    const shared_buffer b = sink.make_buffer(bytes);
+    sink.invoke("tev_blas_dgemm_ao_worker", &record, sizeof(record), {b.get(), b.get(), b.get()}, TEV_POST_NONE);
+  };
+  EXPECT_THROW(send(32), failure);
+  EXPECT_NO_THROW(send(40));
+  sink.shut_down();
 }
 
 }  // namespace

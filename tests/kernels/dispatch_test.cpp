@@ -4,14 +4,6 @@
 //   Arguments    a first call computes like the second, stack arguments included
 //   Race         threads that make the first call together all get the tier's routine
 //   Unsupported  a code without kernels ends the process, or the call when the program's exit hook returns
-#include <gtest/gtest.h>
-
-#include <array>
-#include <atomic>
-#include <cstdio>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "kernels/dispatch/dispatch.h"
 #include "tests/support/in_child.h"

@@ -7,14 +7,6 @@
 //   Drivers              the routines of the kernel information make the product; also when memory is short
 //   OtherOperations      symm, syrk, trmm, trsm by the routines of theirs; one triangle alone is read or written
 //   Team                 threads that run already share a product
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "blas_threading/team/barrier.h"
 #include "kernels/records.h"
@@ -71,22 +63,9 @@ struct framework : numbers {
 };
 
 template <class T>
-T element(int re, int im) {
-  if constexpr (kIsComplex<T>)
-    return {static_cast<real_part_t<T>>(re), static_cast<real_part_t<T>>(im)};
-  else
-    return static_cast<T>(re);
-}
-
-template <class T>
-auto in(const T* x) {
-  return reinterpret_cast<const c_element_t<T>*>(x);
-}
-
-template <class T>
 blas_case<T> whole_case(operation op, const std::string& options, int64_t m, int64_t n, int64_t k) {
   engine random(7);
-  return {problem_of(op, options, m, n, k, element<T>(2, 1), in_place(op) ? T(0) : element<T>(-1, 1)), random,
+  return {problem_of(op, options, m, n, k, number<T>(2, 1), in_place(op) ? T(0) : number<T>(-1, 1)), random,
           op == operation::trsm ? values::fractions : values::whole};
 }
 
@@ -112,8 +91,7 @@ buffers blocks_of(const framework<T>& f, int64_t m, int64_t n, int64_t k, int32_
 
 template <class T>
 class Framework : public testing::Test {};
-using precisions = testing::Types<float, double, std::complex<float>, std::complex<double>>;
-TYPED_TEST_SUITE(Framework, precisions);
+TYPED_TEST_SUITE(Framework, Elements);
 
 TYPED_TEST(Framework, StrategyByMode) {
   for (const auto& f : framework<TypeParam>::tiers()) {
@@ -257,7 +235,7 @@ TYPED_TEST(Framework, Layout) {
   engine random(3);
   for (const auto& f : framework<T>::tiers())
     for (const auto& c : kCopies)
-      for (const T scalar : {element<T>(1, 0), element<T>(2, -1)}) {
+      for (const T scalar : {number<T>(1, 0), number<T>(2, -1)}) {
         const int64_t strip = c.of_a ? f.mr : f.nr, across = 3 * strip - 1, depth = 37, order = std::max(across, depth);
         const int64_t rows = c.walks_rows ? depth : across, columns = c.walks_rows ? across : depth;
         matrix<T> source(c.stored ? order : rows, c.stored ? order : columns);
@@ -304,7 +282,7 @@ TYPED_TEST(Framework, KernelAndClassesOfBeta) {
     for (const T beta : {T(0), T(1), T(-2), nan_element<T>()}) {
       engine random(5);
       const int64_t m = 3 * f.mr - 1, n = 2 * f.nr - 1, k = 61;
-      const blas_case<T> x(problem_of(operation::gemm, "NN", m, n, k, element<T>(2, 1), beta), random, values::whole);
+      const blas_case<T> x(problem_of(operation::gemm, "NN", m, n, k, number<T>(2, 1), beta), random, values::whole);
       const guarded_array<T> a_panel(m * k), b_panel(n * k);
       const matrix<T> result = x.start();
       const auto op = described(x.p, result);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The kernels on the four-iteration multiply-add. Few processors have that instruction, so the same text is compiled
 // here with four plain multiply-adds, which round alike; the members themselves run where they can.
-#include <gtest/gtest.h>
 
 #include "kernels/avx512_zel/tier.h"
 #include "kernels/families/gemm_qfma-inl.h"

@@ -5,13 +5,6 @@
 //   Rounding  fractions, deep sums: |C - Cref| <= gamma(k + 4) (|alpha| |A| |B| + |beta| |C0|)
 //   PastCaches  a C that the caches cannot hold
 //   Special   NaN beta reaches C; alpha 0 and k below 1 never read A and B; the ends of the selector
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <complex>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "tests/support/judge.h"
 #include "tests/support/tier_kernels.h"
@@ -57,12 +50,6 @@ const std::vector<routine>& all_routines() {
   return all;
 }
 
-template <class T>
-T scalar(int re, int im) {
-  if constexpr (kIsComplex<T>) return T(static_cast<real_part_t<T>>(re), static_cast<real_part_t<T>>(im));
-  return T(static_cast<real_part_t<T>>(re));
-}
-
 // Shapes around vectors and tiles, narrow, flat and deep ones; `deep` of them where a wrong depth would show.
 template <class T>
 problem<T> draw(engine& random, const routine& r) {
@@ -86,7 +73,7 @@ problem<T> draw(engine& random, const routine& r) {
   if (r.name == "x?gemm") pair[0] = letters[below(2)], m = 1 + below(17), n = 1 + below(17), k = 1 + below(13);
   if (r.m >= 0) m = r.m;
   if (r.k >= 0) k = r.k;
-  const std::vector<T> scalars = {scalar<T>(1, 0), scalar<T>(-2, 0), scalar<T>(1, 2)};
+  const std::vector<T> scalars = {number<T>(1, 0), number<T>(-2, 0), number<T>(1, 2)};
   const T alpha = scalars[below(3)];
   const T beta = r.beta == beta_class::zero  ? T(0)
                  : r.beta == beta_class::one ? T(1)
@@ -114,8 +101,7 @@ class GemmSmall : public testing::Test {
   }
   engine random_{20};
 };
-using Precisions = testing::Types<float, double, std::complex<float>, std::complex<double>>;
-TYPED_TEST_SUITE(GemmSmall, Precisions);
+TYPED_TEST_SUITE(GemmSmall, Elements);
 
 TYPED_TEST(GemmSmall, Exact) {
   using T = TypeParam;

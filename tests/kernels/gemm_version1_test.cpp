@@ -5,14 +5,6 @@
 //   Steps          sizes, buffers, packing and kernel as a driver calls them
 //   Shares         the parts of all threads make the product, through gemm_par and in a team
 //   Addresses      cnr_def: one problem at sixteen addresses, one result
-#include <gtest/gtest.h>
-
-#include <array>
-#include <complex>
-#include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "kernels/version1.h"
 #include "tests/support/judge.h"
@@ -53,28 +45,14 @@ struct older_tier {
 };
 
 template <class T>
-T scalar(int re, int im) {
-  if constexpr (kIsComplex<T>)
-    return {static_cast<real_part_t<T>>(re), static_cast<real_part_t<T>>(im)};
-  else
-    return static_cast<T>(re);
-}
-
-template <class T>
 blas_case<T> product(const char* letters, int64_t m, int64_t n, int64_t k) {
   engine random(20240301);
-  return {problem_of(operation::gemm, letters, m, n, k, scalar<T>(2, -1), scalar<T>(-1, 1)), random, values::whole};
-}
-
-template <class T>
-auto in(const T* x) {
-  return reinterpret_cast<const c_element_t<T>*>(x);
+  return {problem_of(operation::gemm, letters, m, n, k, number<T>(2, -1), number<T>(-1, 1)), random, values::whole};
 }
 
 template <class T>
 class OlderTiers : public testing::Test {};
-using elements = testing::Types<float, double, std::complex<float>, std::complex<double>>;
-TYPED_TEST_SUITE(OlderTiers, elements);
+TYPED_TEST_SUITE(OlderTiers, Elements);
 
 struct block_sizes {
   int64_t m, n, k, mb, nb, kb;
@@ -208,10 +186,9 @@ TYPED_TEST(OlderTiers, ReproducibleTierIsBlindToAddresses) {
       std::copy_n(numbers.begin(), m * k, pa);
       std::copy_n(numbers.begin() + 7, k * n, pb);
       std::copy_n(numbers.begin() + 3, m * n, pc);
-      const TypeParam alpha = scalar<TypeParam>(2, 3), beta = scalar<TypeParam>(-1, 1);
-      const auto element = [](auto* x) { return reinterpret_cast<E*>(const_cast<TypeParam*>(x)); };
+      const TypeParam alpha = number<TypeParam>(2, 3), beta = number<TypeParam>(-1, 1);
       for (gemm_fn<E>* gemm : {tier.gemm, blocks != nullptr ? blocks : tier.gemm})
-        gemm("N", "N", &m, &n, &k, element(&alpha), element(pa), &m, element(pb), &k, element(&beta), element(pc), &m);
+        gemm("N", "N", &m, &n, &k, in(&alpha), in(pa), &m, in(pb), &k, in(&beta), out(pc), &m);
       const std::vector<TypeParam> result(pc, pc + m * n);
       if (offset == 0) first = result;
       EXPECT_EQ(std::memcmp(result.data(), first.data(), result.size() * sizeof(TypeParam)), 0) << offset;

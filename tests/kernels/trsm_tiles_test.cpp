@@ -1,11 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Solutions of fixed tiles by name: the triangle packed by trsm_copya_a<A>, one strip of b<B> places solved in place,
 // judged by host/check.h.
-#include <gtest/gtest.h>
-
-#include <limits>
-#include <string>
-#include <vector>
 
 #include "kernels/operation.h"
 #include "kernels/triangle_routines.h"
@@ -51,12 +46,11 @@ class TrsmTiles : public testing::Test {
     const matrix<T> result = x.start();
     const auto at = [&](int64_t line, int64_t place) -> T& { return left ? result(line, place) : result(place, line); };
     for (int64_t i = 0; i < lines * places; ++i) strip.data()[i] = i < n * places ? at(i / places, i % places) : T(0);
-    solve_tile(reinterpret_cast<const E*>(panel.data()), reinterpret_cast<E*>(strip.data()));
+    solve_tile(out(panel.data()), out(strip.data()));
     for (int64_t i = 0; i < n * places; ++i) at(i / places, i % places) = strip.data()[i];
     ASSERT_TRUE(is_right(x, result)) << tier << name;
   }
 };
-using Elements = testing::Types<float, double, std::complex<float>, std::complex<double>>;
 TYPED_TEST_SUITE(TrsmTiles, Elements);
 
 TYPED_TEST(TrsmTiles, Solve) {
@@ -76,7 +70,7 @@ TYPED_TEST(TrsmTiles, DenormalsOnTheDiagonal) {
   a.fill(random, values::whole);
   a(0, 0) = T(0), a(1, 0) = std::numeric_limits<real_part_t<T>>::denorm_min();
   const int64_t n = 3, lda = a.ld();
-  const auto answer = [&] { return has_denormal(&n, reinterpret_cast<const c_element_t<T>*>(a.data()), &lda); };
+  const auto answer = [&] { return has_denormal(&n, at(a), &lda); };
   EXPECT_EQ(answer(), 0);
   a(2, 2) = -std::numeric_limits<real_part_t<T>>::min() / 2;
   EXPECT_EQ(answer(), 1);

@@ -4,25 +4,17 @@
 //   Rounding  fractions, within the bound of host/check.h.
 //   Special   NaN where a plain sum has it and nowhere else; zero scalars and empty sizes; odd increments.
 //   Memory    operands end at an unmapped page; gaps between elements and rows below a matrix hold NaN and keep it.
-#include <gtest/gtest.h>
-
-#include <array>
-#include <complex>
-#include <cstring>
-#include <string>
-#include <vector>
 
 #include "kernels/routine_types.h"
-#include "tests/support/judge.h"
-#include "tests/support/strided.h"
 #include "tests/support/tier_kernels.h"
+#include "tests/support/vector_checks.h"
 
 namespace tev::test {
 namespace {
 
 constexpr uint64_t kSeed = 20240229;
 
-// The routines of one tier and precision; ger and geru are one member, gerc is null in s and d.
+// The routines of one tier and precision; gerc is null in s and d.
 template <class T>
 struct tier_routines {
   using E = c_element_t<T>;
@@ -34,19 +26,10 @@ struct tier_routines {
   kernels::scal_fn<E>* scal = named("x?scal");
   kernels::gemv_fn<E>* gemv = named("x?gemv");
   kernels::gemmger_fn<E>* gemmger = named("x?gemmger");
-  kernels::ger_fn<E>* ger = named(kIsComplex<T> ? "x?geru" : "x?ger");
+  kernels::ger_fn<E>* geru = named(kIsComplex<T> ? "x?geru" : "x?ger");
   kernels::ger_fn<E>* gerc = named("x?gerc");
   kernels::swap_fn<E>* swap = named("x?swap");
 };
-
-template <class T>
-auto in(const T& x) {
-  return reinterpret_cast<const c_element_t<T>*>(&x);
-}
-template <class T>
-auto out(T* x) {
-  return reinterpret_cast<c_element_t<T>*>(x);
-}
 
 template <class T>
 class Vectors : public testing::Test {
@@ -62,7 +45,6 @@ class Vectors : public testing::Test {
   }
 };
 
-using Elements = testing::Types<float, double, std::complex<float>, std::complex<double>>;
 TYPED_TEST_SUITE(Vectors, Elements);
 
 const std::vector<int64_t>& lengths() {
@@ -77,30 +59,12 @@ const std::vector<int64_t>& lengths() {
 constexpr std::array<std::array<int64_t, 2>, 7> kIncrements = {
     {{1, 1}, {1, 3}, {-2, 1}, {-1, -1}, {3, -2}, {-1, 2}, {0, 1}}};
 
-TYPED_TEST(Vectors, ExactLevel1) {
-  using T = TypeParam;
+TYPED_TEST(Vectors, Level1IsTheLoop) {
   this->each_tier([](const auto& r) {
     engine random(kSeed);
     for (const int64_t n : lengths())
       for (const auto [incx, incy] : kIncrements) {
-        SCOPED_TRACE(testing::Message() << n << " elements, increments " << incx << ' ' << incy);
-        const T alpha = T(2) + random_element<T>(random, values::whole);
-        const auto x = strided<T>(n, incx).fill(random, values::whole),
-                   y = strided<T>(n, incy).fill(random, values::whole);
-        auto sum = y, copy = y, scaled = x, swapped_x = x, swapped_y = y;
-        r.axpy(&n, in(alpha), x.address(), x.inc(), sum.address(), sum.inc());
-        r.copy(&n, x.address(), x.inc(), copy.address(), copy.inc());
-        r.scal(&n, in(alpha), scaled.address(), scaled.inc());
-        const bool swaps = incx != 0;
-        if (swaps) r.swap(&n, swapped_x.address(), x.inc(), swapped_y.address(), y.inc());
-        for (int64_t i = 0; i < n; ++i) {
-          EXPECT_EQ(sum[i], y[i] + alpha * x[i]) << i;
-          EXPECT_EQ(copy[i], x[i]) << i;
-          if (incx != 0) EXPECT_EQ(scaled[i], alpha * x[i]) << i;
-          if (swaps) EXPECT_TRUE(swapped_x[i] == y[i] && swapped_y[i] == x[i]) << i;
-        }
-        EXPECT_TRUE(sum.gaps_are_intact() && copy.gaps_are_intact() && scaled.gaps_are_intact());
-        EXPECT_TRUE(swapped_x.gaps_are_intact() && swapped_y.gaps_are_intact());
+        expect_level1<TypeParam>(r, n, incx, incy, random);
         if (testing::Test::HasFailure()) return;
       }
   });
@@ -114,9 +78,9 @@ TYPED_TEST(Vectors, ZeroIncrementsRepeat) {
     const T two(2);
     const std::array<T, 5> x = {T(1), T(2), T(3), T(4), T(5)};
     T y(1), z(3), w(0);
-    r.axpy(&n, in(two), in(x[0]), &one, out(&y), &none);
-    r.scal(&n, in(two), out(&z), &none);
-    r.copy(&n, in(x[0]), &one, out(&w), &none);
+    r.axpy(&n, in(&two), in(x.data()), &one, out(&y), &none);
+    r.scal(&n, in(&two), out(&z), &none);
+    r.copy(&n, in(x.data()), &one, out(&w), &none);
     EXPECT_EQ(y, T(31));
     EXPECT_EQ(z, T(96));
     EXPECT_EQ(w, T(5));
@@ -128,70 +92,29 @@ const std::array<std::array<int64_t, 2>, 22> kShapes = {
     {{0, 3},  {3, 0},   {-1, 2},  {1, 1},   {1, 9},   {2, 5},   {3, 8},   {4, 17},  {7, 3},    {8, 8},     {9, 4},
      {15, 7}, {16, 16}, {17, 11}, {31, 13}, {33, 25}, {64, 12}, {65, 31}, {131, 6}, {1030, 9}, {2055, 11}, {4099, 5}}};
 
-// alpha and beta: 0, 1, or neither.
-template <class T>
-T random_scalar(engine& random, values kind) {
-  const auto choice = random() % 5;
-  if (choice < 2) return T(static_cast<real_part_t<T>>(choice));
-  return random_element<T>(random, kind);
-}
-
 TYPED_TEST(Vectors, Gemv) {
-  using T = TypeParam;
   this->each_tier([](const auto& r) {
     engine random(kSeed);
     for (const values kind : {values::whole, values::fractions})
       for (const char trans : {'N', 'T', 'C', 'n', 't', 'c'})
         for (const auto [m, n] : kShapes) {
-          const bool plain = (trans & ~0x20) == 'N';
           const auto [incx, incy] = kIncrements[random() % 6];
-          const T alpha = random_scalar<T>(random, kind), beta = random_scalar<T>(random, kind);
-          SCOPED_TRACE(testing::Message() << "increments " << incx << ' ' << incy);
-          matrix<T> a(m, n);
-          strided<T> x(plain ? n : m, incx), y0(plain ? m : n, incy);
-          if (alpha != T(0)) a.fill(random, kind), x.fill(random, kind);
-          if (beta != T(0)) y0.fill(random, kind);
-          const auto y = y0;
-          const int64_t lda = a.ld();
-          r.gemv(&trans, &m, &n, in(alpha), in(*a.data()), &lda, x.address(), x.inc(), in(beta), y.address(), y.inc());
-          if (m < 1 || n < 1)
-            ASSERT_TRUE(y.same_bits(y0));
-          else
-            ASSERT_TRUE(is_product({trans, 'N'}, x.size(), alpha, a, column_of(x), beta, column_of(y0), column_of(y),
-                                   kind == values::whole));
-          ASSERT_TRUE(y.gaps_are_intact());
+          expect_gemv<TypeParam>(r.gemv, trans, m, n, incx, incy, random, kind);
+          if (testing::Test::HasFailure()) return;
         }
   });
 }
 
-// ger, gerc, geru are gemmger with beta = 1 and y plain or conjugated.
 TYPED_TEST(Vectors, RankOne) {
-  using T = TypeParam;
   this->each_tier([](const auto& r) {
     engine random(kSeed);
     for (const values kind : {values::whole, values::fractions})
       for (const std::string letters : {"NN", "TT", "NC", "Cn", "cc", "ger", "gerc"})
         for (const auto [m, n] : kShapes) {
-          const bool ger = letters[0] == 'g';
           if (letters == "gerc" && r.gerc == nullptr) continue;
           const auto [incx, incy] = kIncrements[random() % 6];
-          const T alpha = random_scalar<T>(random, kind), beta = ger ? T(1) : random_scalar<T>(random, kind);
-          SCOPED_TRACE(testing::Message() << letters << ", increments " << incx << ' ' << incy);
-          matrix<T> c0(m, n);
-          strided<T> x(m, incx), y(n, incy);
-          if (alpha != T(0)) x.fill(random, kind), y.fill(random, kind);
-          if (beta != T(0)) c0.fill(random, kind);
-          const matrix<T> c = c0;
-          const int64_t ldc = c.ld();
-          if (ger)
-            (letters == "ger" ? r.ger : r.gerc)(&m, &n, in(alpha), x.address(), x.inc(), y.address(), y.inc(),
-                                                out(c.data()), &ldc);
-          else
-            r.gemmger(&letters[0], &letters[1], &m, &n, in(alpha), x.address(), x.inc(), y.address(), y.inc(), in(beta),
-                      out(c.data()), &ldc);
-          const auto conjugates = [](char letter) { return (letter & ~0x20) == 'C' ? 'C' : 'T'; };
-          ASSERT_TRUE(is_product({conjugates(letters[0]), conjugates(letters.back())}, 1, alpha, row_of(x),
-                                 column_of(y), beta, c0, c, kind == values::whole));
+          expect_rank_1<TypeParam>(r, letters, m, n, incx, incy, random, kind);
+          if (testing::Test::HasFailure()) return;
         }
   });
 }
@@ -212,9 +135,9 @@ TYPED_TEST(Vectors, NansGoWhereSumsTakeThem) {
       strided<T> x(plain ? n : m, 1), y(plain ? m : n, 1);
       for (int64_t i = 0; i < (plain ? n : m); ++i) x[i] = T(0);
       const int64_t lda = a.ld();
-      r.gemv(&trans, &m, &n, in(unit), in(*a.data()), &lda, x.address(), &one, in(zero), y.address(), &one);
+      r.gemv(&trans, &m, &n, in(&unit), at(a), &lda, x.address(), &one, in(&zero), y.address(), &one);
       for (int64_t i = 0; i < (plain ? m : n); ++i) EXPECT_EQ(is_nan(y[i]), i == (plain ? i0 : j0)) << trans << i;
-      r.gemv(&trans, &m, &n, in(zero), in(*a.data()), &lda, x.address(), &one, in(nan), y.address(), &one);
+      r.gemv(&trans, &m, &n, in(&zero), at(a), &lda, x.address(), &one, in(&nan), y.address(), &one);
       for (int64_t i = 0; i < (plain ? m : n); ++i) EXPECT_TRUE(is_nan(y[i])) << trans << i;
     }
     matrix<T> c(m, n);
@@ -224,10 +147,10 @@ TYPED_TEST(Vectors, NansGoWhereSumsTakeThem) {
     for (int64_t j = 0; j < n; ++j) y[j] = T(0);
     x[i0] = nan;
     const int64_t ldc = c.ld();
-    r.ger(&m, &n, in(unit), x.address(), &one, y.address(), &one, out(c.data()), &ldc);
+    r.geru(&m, &n, in(&unit), x.address(), &one, y.address(), &one, at(c), &ldc);
     for (int64_t j = 0; j < n; ++j)
       for (int64_t i = 0; i < m; ++i) EXPECT_EQ(is_nan(c(i, j)), i == i0) << i << ' ' << j;
-    r.axpy(&m, in(nan), x.address(), &one, c.data() == nullptr ? nullptr : x.address(), &one);
+    r.axpy(&m, in(&nan), x.address(), &one, x.address(), &one);
     for (int64_t i = 0; i < m; ++i) EXPECT_TRUE(is_nan(x[i]));
   });
 }

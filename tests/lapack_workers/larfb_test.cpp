@@ -1,29 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // ?larfb in all forms against H applied in the next wider type. All that must not be read is NaN: V outside its
 // trapezoid and on the unit diagonal, the other triangle of T, the work array; operands end at an unmapped page.
-#include <gtest/gtest.h>
 
-#include <string>
-
+#include "tests/support/precision.h"
 #include "tests/support/wide.h"
 #include "tev/lapack.h"
 #include "tev/service.h"
 
 namespace tev::test {
 namespace {
-
-template <class T>
-struct larfb_of;
-#define TEV_LARFB_OF(T, E, p)                           \
-  template <>                                           \
-  struct larfb_of<T> {                                  \
-    using element = E;                                  \
-    static constexpr auto call = tev_lapack_##p##larfb; \
-  };
-TEV_LARFB_OF(float, float, s)
-TEV_LARFB_OF(double, double, d)
-TEV_LARFB_OF(std::complex<float>, tev_complex8, c)
-TEV_LARFB_OF(std::complex<double>, tev_complex16, z)
 
 struct shape {
   int64_t m, n, k;
@@ -68,11 +53,10 @@ struct larfb_case {
   bool by_rows() const { return std::toupper(options[3]) == 'R'; }
 
   void run() {
-    using E = typename larfb_of<T>::element;
-    const auto in = [](const matrix<T>& a) { return reinterpret_cast<E*>(a.data()); };
     const int64_t ldv = v.ld(), ldt = t.ld(), ldc = c.ld(), ldwork = work.ld();
-    larfb_of<T>::call(&options[0], &options[1], &options[2], &options[3], &x.m, &x.n, &x.k, in(v), &ldv, in(t), &ldt,
-                      in(c), &ldc, in(work), &ldwork, 1, 1, 1, 1);
+    TEV_LAPACK(larfb)
+    (&options[0], &options[1], &options[2], &options[3], &x.m, &x.n, &x.k, at(v), &ldv, at(t), &ldt, at(c), &ldc,
+     at(work), &ldwork, 1, 1, 1, 1);
   }
 
   // C - V op(T) V^H C from the left; from the right the same with everything transposed and conjugated.
@@ -108,7 +92,6 @@ struct larfb_case {
 
 template <class T>
 class Larfb : public testing::Test {};
-using Elements = testing::Types<float, double, std::complex<float>, std::complex<double>>;
 TYPED_TEST_SUITE(Larfb, Elements);
 
 TYPED_TEST(Larfb, EveryFormAppliesTheBlockReflector) {

@@ -1,33 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Row interchanges against plain ones, alone and over a team of three: around the size from which a team forms and the
 // blocks' borders, with every stride, and with a bad pivot at every place of two groups of four and a rest of two.
-#include <gtest/gtest.h>
 #include <omp.h>
 
-#include <string>
-#include <vector>
-
-#include "tests/support/matrix.h"
+#include "tests/support/precision.h"
 #include "tests/support/strided.h"
 #include "tev/lapack.h"
 #include "tev/service.h"
 
 namespace tev::test {
 namespace {
-
-template <class T>
-struct laswp_of;
-#define TEV_LASWP(T, p, letter)                              \
-  template <>                                                \
-  struct laswp_of<T> {                                       \
-    static constexpr auto over_team = tev_lapack_##p##laswp; \
-    static constexpr auto alone = tev_lapack_x##p##laswp;    \
-    static constexpr const char* kName = letter "LASWP";     \
-  };
-TEV_LASWP(float, s, "S")
-TEV_LASWP(double, d, "D")
-TEV_LASWP(std::complex<float>, c, "C")
-TEV_LASWP(std::complex<double>, z, "Z")
 
 std::vector<std::string> g_reports;
 
@@ -49,6 +31,8 @@ struct interchange_case {
 
 template <class T>
 void expect_interchanged(const interchange_case& x) {
+  const std::string name = of_precision<T>("S", "D", "C", "Z") + std::string("LASWP");
+  const auto over_team = TEV_LAPACK(laswp), alone = TEV_OF(T, tev_lapack_x, laswp);
   engine random(1);
   matrix<T> before(kRows, x.columns, 0);
   before.fill(random, values::fractions);
@@ -62,16 +46,15 @@ void expect_interchanged(const interchange_case& x) {
   guarded_array<int64_t> ipiv(std::max<int64_t>(x.k1 + (k2 - x.k1) * distance, 1));
   for (int64_t i = 0; i < std::ssize(x.pivots); ++i)
     if (x.k1 + i * distance >= 1) ipiv.data()[x.k1 - 1 + i * distance] = x.pivots[static_cast<size_t>(i)];
-  for (const auto laswp : {laswp_of<T>::over_team, laswp_of<T>::alone}) {
-    SCOPED_TRACE(testing::Message() << laswp_of<T>::kName << (laswp == laswp_of<T>::alone ? " alone, " : ", ")
-                                    << x.columns << " columns, stride " << x.stride << ", rows " << x.k1 << " to " << k2
-                                    << ", " << x.sound << " sound");
+  for (const auto laswp : {over_team, alone}) {
+    SCOPED_TRACE(testing::Message() << name << (laswp == alone ? " alone, " : ", ") << x.columns << " columns, stride "
+                                    << x.stride << ", rows " << x.k1 << " to " << k2 << ", " << x.sound << " sound");
     g_reports.clear();
     matrix<T> a = before;
-    laswp(&x.columns, reinterpret_cast<c_element_t<T>*>(a.data()), &lda, &x.k1, &k2, ipiv.data(), &x.stride);
+    laswp(&x.columns, at(a), &lda, &x.k1, &k2, ipiv.data(), &x.stride);
     EXPECT_TRUE(a.same_bits(expected));
     const bool all = x.sound == std::ssize(x.pivots) || x.stride == 0;
-    EXPECT_EQ(g_reports, all ? std::vector<std::string>() : std::vector{std::string(laswp_of<T>::kName) + "6"});
+    EXPECT_EQ(g_reports, all ? std::vector<std::string>() : std::vector{name + "6"});
   }
 }
 
@@ -84,8 +67,7 @@ class Laswp : public testing::Test {
   }
   void TearDown() override { tev_serv_set_xerbla(nullptr); }
 };
-using precisions = testing::Types<float, double, std::complex<float>, std::complex<double>>;
-TYPED_TEST_SUITE(Laswp, precisions);
+TYPED_TEST_SUITE(Laswp, Elements);
 
 TYPED_TEST(Laswp, DoesWhatPlainInterchangesDoUpToTheFirstBadPivot) {
   const std::vector<int64_t> good = {5, kRows, 4, 5, 26, 7, 1, 9, 26, 12};  // rows that meet again, lda, a row itself

@@ -2,16 +2,9 @@
 // A team's barrier, its product in every mode and with every loss of memory, and the thread count of its members.
 #include "lapack_workers/team.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <atomic>
-#include <cstdlib>
-#include <thread>
-#include <vector>
-
 #include "tests/support/in_child.h"
 #include "tests/support/judge.h"
+#include "tests/support/precision.h"
 #include "tests/support/scarce_memory.h"
 #include "tev/service.h"
 
@@ -48,30 +41,17 @@ TEST(Team, MeetsAnyNumberOfTimesOnOneBlock) {
 
 // ---- The product ---------------------------------------------------------------------------------------------------
 
-template <class T>
-struct team_routine;
-#define TEV_ROUTINE(type, p)                                     \
-  template <>                                                    \
-  struct team_routine<type> {                                    \
-    static constexpr auto gemm_team = tev_lapack_##p##gemm_team; \
-  };
-TEV_ROUTINE(float, s)
-TEV_ROUTINE(double, d)
-TEV_ROUTINE(std::complex<float>, c)
-TEV_ROUTINE(std::complex<double>, z)
-
 constexpr int64_t kModes[] = {0, kTeamByRows, kTeamByColumns, kTeamByDepth, kTeamByKernel, 9};
 
 // With letters that must not be read.
 template <class T>
 matrix<T> by_team(const blas_case<T>& x, team_block& block, int64_t size) {
-  using E = typename routines<T>::element;
-  const auto in = [](const T* e) { return reinterpret_cast<const E*>(e); };
   matrix<T> result = x.start();
   const problem<T>& p = x.p;
   on_team(size, [&](int64_t i) {
-    team_routine<T>::gemm_team(&i, &size, &block, "T", "C", &p.m, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b),
-                               &p.ldb, in(&p.beta), reinterpret_cast<E*>(result.data()), &p.ldc);
+    TEV_LAPACK(gemm_team)
+    (&i, &size, &block, "T", "C", &p.m, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta),
+     at(result), &p.ldc);
   });
   return result;
 }
@@ -87,9 +67,6 @@ matrix<T> by_team(const blas_case<T>& x, int64_t mode, int64_t size) {
   return result;
 }
 
-struct shape {
-  int64_t m, n, k;
-};
 constexpr shape kShapes[] = {{90, 70, 130}, {3, 5, 2}, {1, 40, 7}, {30, 20, 0}, {0, 4, 4}, {4, 0, 4}};
 
 template <class T>
@@ -155,14 +132,11 @@ TEST(TeamProduct, AnyRequestForMemoryMayFail) {
     scarce_memory::install();
     for (const int64_t mode : {kTeamByDepth, kTeamByKernel})
       EXPECT_GT(scarce_memory::fail_each(100, [&] { EXPECT_TRUE(is_right(x, by_team(x, mode, 3))); }), 0);
-    return testing::Test::HasFailure();
   };
   std::vector<const char*> types = {"0"};
   if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) types.push_back("5");
-  for (const char* type : types) {
-    const child_result result = in_child({{"TEV_DISABLE_FAST_MM", "1"}, {"TEV_DEBUG_CPU_TYPE", type}}, body);
-    EXPECT_EQ(result.status, 0) << type << result.out << result.err;
-  }
+  for (const char* type : types)
+    EXPECT_EQ(printed({{"TEV_DISABLE_FAST_MM", "1"}, {"TEV_DEBUG_CPU_TYPE", type}}, body), "") << type;
 }
 
 // ---- Thread counts -------------------------------------------------------------------------------------------------
@@ -173,33 +147,29 @@ int32_t own_count() {
   return count;
 }
 
-TEST(TeamThreads, CallsAreSingleThreadedBetweenEnterAndExit) {
-  const child_result result = in_child({}, [] {
-    tev_lapack_omp_parallel_exit();  // nobody ever entered
-    EXPECT_EQ(own_count(), -1);
-    on_team(3, [](int64_t i) {
-      const auto mine = static_cast<int32_t>(i == 2 ? 0 : i + 4);
-      tev_serv_set_num_threads_local(mine);
-      tev_lapack_omp_parallel_enter();
-      EXPECT_EQ(tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS), 1);
-      tev_lapack_omp_parallel_exit();
-      EXPECT_EQ(own_count(), mine);
-    });
-    std::thread([] {
-      tev_serv_set_num_threads_local(7);
-      tev_lapack_omp_parallel_exit();  // others entered
-      EXPECT_EQ(own_count(), 0);
-    }).join();
-    tev_serv_core_cleanup();  // deletes the key; the next enter makes a new one
-    tev_lapack_omp_parallel_exit();
-    EXPECT_EQ(own_count(), -1);
-    tev_serv_set_num_threads_local(3);
+TEST_IN_CHILD(TeamThreads, CallsAreSingleThreadedBetweenEnterAndExit) {
+  tev_lapack_omp_parallel_exit();  // nobody ever entered
+  EXPECT_EQ(own_count(), -1);
+  on_team(3, [](int64_t i) {
+    const auto mine = static_cast<int32_t>(i == 2 ? 0 : i + 4);
+    tev_serv_set_num_threads_local(mine);
     tev_lapack_omp_parallel_enter();
+    EXPECT_EQ(tev_serv_domain_get_max_threads(TEV_DOMAIN_BLAS), 1);
     tev_lapack_omp_parallel_exit();
-    EXPECT_EQ(own_count(), 3);
-    return ::testing::Test::HasFailure() ? 1 : 0;
+    EXPECT_EQ(own_count(), mine);
   });
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  std::thread([] {
+    tev_serv_set_num_threads_local(7);
+    tev_lapack_omp_parallel_exit();  // others entered
+    EXPECT_EQ(own_count(), 0);
+  }).join();
+  tev_serv_core_cleanup();  // deletes the key; the next enter makes a new one
+  tev_lapack_omp_parallel_exit();
+  EXPECT_EQ(own_count(), -1);
+  tev_serv_set_num_threads_local(3);
+  tev_lapack_omp_parallel_enter();
+  tev_lapack_omp_parallel_exit();
+  EXPECT_EQ(own_count(), 3);
 }
 
 }  // namespace

@@ -2,9 +2,6 @@
 // Every way in which a sink or a host ends: who notices, how soon, in which words, and what is left.
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <unistd.h>
-
-#include <thread>
 
 #include "tests/loopback/fixture.h"
 
@@ -58,24 +55,6 @@ TEST_F(End, AfterALongWaitKeepsItsCause) {
   expect_end("test_die_late", bytes_of(SIGSEGV), "was killed by signal 11 (Segmentation fault)");
   process = start_sink();
   expect_end("test_die_late", bytes_of(-7), "exited with status 7");
-}
-
-TEST_F(End, KilledWhileThreadsWait) {
-  std::vector<std::thread> waiters;
-  vro_completion* c = start(process, "test_sleep", bytes_of(30000));
-  for (int i = 0; i < 4; ++i)
-    waiters.emplace_back([this] {
-      const outcome o = call(process, "test_empty");
-      EXPECT_EQ(VRO_ENDED, o.code);
-      EXPECT_NE(std::string::npos, o.error.find("killed by signal 9 (Killed) while it ran 'test_sleep'")) << o.error;
-    });
-  usleep(50000);
-  const auto begin = steady::now();
-  kill(sink_pid(), SIGKILL);
-  for (std::thread& t : waiters) t.join();
-  EXPECT_EQ(VRO_ENDED, finish(c, 0, 0).code);
-  EXPECT_LT(seconds_since(begin), 1);
-  shut_down_ended();
 }
 
 TEST_F(End, KilledWhileIdleFailsTheNextCall) {
@@ -198,18 +177,6 @@ TEST_F(End, OfAnyProcessLeavesNoOpenMpName) {
   EXPECT_FALSE(exists(own));
   for (const std::string& n : kept) EXPECT_EQ(0, unlink(("/dev/shm/" + n).c_str())) << n;
   shut_down_ended();
-}
-
-TEST_F(End, ManyCyclesLeaveNothing) {
-  for (int i = 0; i < 20; ++i) {
-    vro_process* p = start_sink();
-    ASSERT_TRUE(p) << vro_last_error();
-    vro_buffer* b = nullptr;
-    ASSERT_EQ(VRO_OK, vro_buffer_create(p, 1 << 20, &b));
-    EXPECT_EQ(VRO_OK, call(p, "test_touch", "", 0, {b}).code);
-    if (i % 2) kill(static_cast<pid_t>(vro_process_id(p)), SIGKILL);
-    EXPECT_EQ(i % 2 ? VRO_ENDED : VRO_OK, vro_process_shutdown(p, kWaitMs));
-  }
 }
 
 }  // namespace

@@ -1,16 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // What the tests of the offload runtime share: a sink, a call in one line, and the rule that nothing is left behind.
 #pragma once
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <cstring>
-#include <set>
-#include <string>
-#include <vector>
 
 #include "tests/support/left_behind.h"
 #include "vro/host.h"

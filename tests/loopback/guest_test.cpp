@@ -5,10 +5,6 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <thread>
 
 #include "tests/loopback/fixture.h"
 

@@ -5,9 +5,6 @@
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <unistd.h>
-
-#include <random>
 
 #include "loopback/parse.h"
 #include "tests/loopback/fixture.h"
@@ -181,20 +178,6 @@ TEST_F(Message, BuffersAreTakenOnlyWhenTheyAreSafeToMap) {
   send(make_request(kBufferDestroy, 1));
   expect_refusal(make_request(kRun, 500, 0, "test_touch", {1}), 500, "does not exist");
   for (const int d : {good, small, open_ended, read_only, no_memory}) close(d);
-}
-
-TEST_F(Message, RandomDamageNeverStopsTheSink) {
-  std::mt19937 random(20240607);
-  const std::string good = make_request(kRun, 7, 0, "test_empty", {3, 4}, "misc", 4);
-  for (int i = 0; i < 3000; ++i) {
-    std::string m = good;
-    for (uint32_t k = random() % 4 + 1; k > 0; --k) m[random() % m.size()] ^= static_cast<char>(1 << random() % 8);
-    if (random() % 4 == 0) m.resize(random() % 120);
-    request_view r;
-    if (!parse_request(reinterpret_cast<const unsigned char*>(m.data()), m.size(), &r) && r.kind == kShutdown) continue;
-    if (ask(m).kind == 0) ADD_FAILURE() << "no answer to message " << i;
-  }
-  expect_service();
 }
 
 }  // namespace

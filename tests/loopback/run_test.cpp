@@ -2,10 +2,6 @@
 // What a host can ask of a sink that behaves: calls, buffers, completions, and how bad requests are refused.
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <thread>
 
 #include "loopback/protocol.h"
 #include "tests/loopback/fixture.h"

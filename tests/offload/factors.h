@@ -7,28 +7,23 @@
 
 namespace tev::test {
 
+#define TEV_CALL(name) static constexpr auto name = TEV_OF(T, tev_offload_, name)
 template <class T>
-struct offload_calls;
-#define TEV_OFFLOAD_CALLS(T, p)                           \
-  template <>                                             \
-  struct offload_calls<T> {                               \
-    static constexpr auto getrf = tev_offload_##p##getrf; \
-    static constexpr auto getrs = tev_offload_##p##getrs; \
-    static constexpr auto getri = tev_offload_##p##getri; \
-    static constexpr auto gecon = tev_offload_##p##gecon; \
-    static constexpr auto gels = tev_offload_##p##gels;   \
-    static constexpr auto potrs = tev_offload_##p##potrs; \
-    static constexpr auto pocon = tev_offload_##p##pocon; \
-    static constexpr auto potri = tev_offload_##p##potri; \
-    static constexpr auto potrf = tev_offload_##p##potrf; \
-    static constexpr auto geqrf = tev_offload_##p##geqrf; \
-    static constexpr auto gesv = tev_offload_##p##gesv;   \
-    static constexpr auto posv = tev_offload_##p##posv;   \
-  };
-TEV_OFFLOAD_CALLS(float, s)
-TEV_OFFLOAD_CALLS(double, d)
-TEV_OFFLOAD_CALLS(std::complex<float>, c)
-TEV_OFFLOAD_CALLS(std::complex<double>, z)
+struct offload_calls {
+  TEV_CALL(getrf);
+  TEV_CALL(getrs);
+  TEV_CALL(getri);
+  TEV_CALL(gecon);
+  TEV_CALL(gels);
+  TEV_CALL(gesv);
+  TEV_CALL(potrf);
+  TEV_CALL(potrs);
+  TEV_CALL(potri);
+  TEV_CALL(pocon);
+  TEV_CALL(posv);
+  TEV_CALL(geqrf);
+};
+#undef TEV_CALL
 
 enum class what { lu, lower_cholesky, upper_cholesky, qr };
 

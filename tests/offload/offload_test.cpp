@@ -3,13 +3,8 @@
 // that is killed at some moment: never a wrong result that is said to be right.
 #include "tev/offload.h"
 
-#include <signal.h>
-#include <unistd.h>
-
 #include <deque>
 #include <fstream>
-#include <map>
-#include <thread>
 
 #include "offload/sink_steps.h"
 #include "tests/offload/factors.h"

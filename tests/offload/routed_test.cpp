@@ -4,41 +4,28 @@
 #include "tev/routed.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <sys/wait.h>
 
-#include <atomic>
-#include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <thread>
 
 #include "host/check.h"
 #include "tests/offload/factors.h"
 #include "tests/support/blas_case.h"
 #include "tests/support/effort.h"
 #include "tests/support/in_child.h"
+#include "tests/support/left_behind.h"
+#include "tests/support/precision.h"
 #include "tev/service.h"
 
 namespace tev::test {
 namespace {
 
+#define TEV_ROUTED(name) static constexpr auto name = TEV_OF(T, tev_routed_, name);
 template <class T>
-struct routed;
-#define TEV_ROUTED_CALLS(T, p)                         \
-  template <>                                          \
-  struct routed<T> : routines<T> {                     \
-    static constexpr auto gemm = tev_routed_##p##gemm; \
-    static constexpr auto symm = tev_routed_##p##symm; \
-    static constexpr auto syrk = tev_routed_##p##syrk; \
-    static constexpr auto trmm = tev_routed_##p##trmm; \
-    static constexpr auto trsm = tev_routed_##p##trsm; \
-  };
-TEV_ROUTED_CALLS(float, s)
-TEV_ROUTED_CALLS(double, d)
-TEV_ROUTED_CALLS(std::complex<float>, c)
-TEV_ROUTED_CALLS(std::complex<double>, z)
+struct routed : routines<T> {
+  TEV_ROUTED(gemm) TEV_ROUTED(symm) TEV_ROUTED(syrk) TEV_ROUTED(trmm) TEV_ROUTED(trsm)
+};
 
 // As those of a handle.
 template <class T>
@@ -233,13 +220,6 @@ std::string large_ones_of(int32_t sink_threads) {
 }
 TEST_IN_CHILD(Automatic, NoFasterSinkIsUsed) { EXPECT_EQ(large_ones_of(1), "hhhhh"); }
 TEST_IN_CHILD(Automatic, AFasterOneIsForLargeCalls) { EXPECT_EQ(large_ones_of(16), "hsshs"); }
-
-int64_t shared_mappings() {
-  std::ifstream maps("/proc/self/maps");
-  int64_t found = 0;
-  for (std::string line; std::getline(maps, line);) found += line.find("memfd:vro") != std::string::npos;
-  return found;
-}
 
 // Only for the result is there a copy.
 TEST_IN_CHILD(SharedMemory, OperandsInItAreNotCopied) {

@@ -3,11 +3,7 @@
 // kernels within their buffers, which here end at unmapped pages.
 #include "tev/check.h"
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
-
-#include <functional>
-#include <random>
 
 #include "tests/request_check/attempt.h"
 #include "tests/sink/request_block.h"

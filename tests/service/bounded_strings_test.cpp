@@ -4,14 +4,10 @@
 //   Limits       the largest capacities pass, one more does not
 //   Overlap      each pair of positions in one buffer, against what the positions imply
 //   Memory       operands end at an unmapped page: nothing is read behind slen or written behind dmax
+// And formatted output and input.
 #include "service/bounded_strings.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <string>
-
+#include "service/formatted_io.h"
 #include "tests/support/guarded.h"
 
 namespace {
@@ -59,36 +55,34 @@ TEST_F(BoundedStrings, ViolationsReportTheFirstBrokenRuleAndClearBeforeTheHandle
     int error;
     size_t cleared;  // bytes of dest
     const char* message;
-  } rows[] = {
-      {copy, nullptr, 0, nullptr, 0, 400, 0, "strncpy_s: dest is null"},
-      {copy, b, 0, nullptr, 0, 401, 0, "strncpy_s: dmax is 0"},
-      {copy, b, 4097, nullptr, 0, 403, 0, "strncpy_s: dmax exceeds max"},
-      {copy, b, 8, nullptr, 0, 400, 1, "strncpy_s: src is null"},
-      {copy, b, 8, b, 0, 401, 1, "strncpy_s: slen is zero"},
-      {copy, b, 8, b, 4097, 403, 1, "strncpy_s: slen exceeds max"},
-      {copy, b, 8, b, 4, 404, 1, "strncpy_s: overlapping objects"},
-      {append, nullptr, 0, nullptr, 0, 400, 0, "strncat_s: dest is null"},
-      {append, b, 0, nullptr, 0, 401, 0, "strncat_s: dmax is 0"},
-      {append, b, 4097, nullptr, 0, 403, 0, "strncat_s: dmax exceeds max"},
-      {append, b, 2, nullptr, 4097, 400, 1, "strncat_s: src is null"},
-      {append, b, 2, b, 4097, 403, 1, "strncat_s: slen exceeds max"},
-      {append, b, 2, b, 3, 407, 1, "strncat_s: dest unterminated"},
-      {append, b, 8, b + 1, 3, 404, 1, "strncat_s: overlapping objects"},
-      {copy_bytes, nullptr, 0, nullptr, 0, 400, 0, "memcpy_s: dest is NULL"},
-      {copy_bytes, b, 0, nullptr, 0, 401, 0, "memcpy_s: dmax is 0"},
-      {copy_bytes, b, kBig + 1, nullptr, 0, 403, 0, "memcpy_s: dmax exceeds max"},
-      {copy_bytes, b, 8, nullptr, 0, 401, 8, "memcpy_s: smax is 0"},
-      {copy_bytes, b, 8, nullptr, 9, 403, 8, "memcpy_s: smax exceeds dmax"},
-      {copy_bytes, b, 8, b + 7, 1, 404, 8, "memcpy_s: overlap undefined"},
-      {copy_bytes, b, 8, nullptr, 8, 400, 8, "memcpy_s: src is NULL"},
-      {move_bytes, nullptr, 0, nullptr, 0, 400, 0, "memmove_s: dest is null"},
-      {move_bytes, b, 0, nullptr, 0, 401, 0, "memmove_s: dmax is 0"},
-      {move_bytes, b, kBig + 1, nullptr, 0, 401, 0, "memmove_s: smax is 0"},
-      {move_bytes, b, 8, b, kBig + 1, 403, 0, "memmove_s: smax exceeds max"},
-      {move_bytes, b, 8, nullptr, kBig, 403, 0, "memmove_s: smax exceeds dmax"},
-      {move_bytes, b, kBig + 1, b, 1, 403, 0, "memmove_s: dmax exceeds max"},
-      {move_bytes, b, 8, nullptr, 8, 400, 0, "memmove_s: src is null"},
-  };
+  } rows[] = {{copy, nullptr, 0, nullptr, 0, 400, 0, "strncpy_s: dest is null"},
+              {copy, b, 0, nullptr, 0, 401, 0, "strncpy_s: dmax is 0"},
+              {copy, b, 4097, nullptr, 0, 403, 0, "strncpy_s: dmax exceeds max"},
+              {copy, b, 8, nullptr, 0, 400, 1, "strncpy_s: src is null"},
+              {copy, b, 8, b, 0, 401, 1, "strncpy_s: slen is zero"},
+              {copy, b, 8, b, 4097, 403, 1, "strncpy_s: slen exceeds max"},
+              {copy, b, 8, b, 4, 404, 1, "strncpy_s: overlapping objects"},
+              {append, nullptr, 0, nullptr, 0, 400, 0, "strncat_s: dest is null"},
+              {append, b, 0, nullptr, 0, 401, 0, "strncat_s: dmax is 0"},
+              {append, b, 4097, nullptr, 0, 403, 0, "strncat_s: dmax exceeds max"},
+              {append, b, 2, nullptr, 4097, 400, 1, "strncat_s: src is null"},
+              {append, b, 2, b, 4097, 403, 1, "strncat_s: slen exceeds max"},
+              {append, b, 2, b, 3, 407, 1, "strncat_s: dest unterminated"},
+              {append, b, 8, b + 1, 3, 404, 1, "strncat_s: overlapping objects"},
+              {copy_bytes, nullptr, 0, nullptr, 0, 400, 0, "memcpy_s: dest is NULL"},
+              {copy_bytes, b, 0, nullptr, 0, 401, 0, "memcpy_s: dmax is 0"},
+              {copy_bytes, b, kBig + 1, nullptr, 0, 403, 0, "memcpy_s: dmax exceeds max"},
+              {copy_bytes, b, 8, nullptr, 0, 401, 8, "memcpy_s: smax is 0"},
+              {copy_bytes, b, 8, nullptr, 9, 403, 8, "memcpy_s: smax exceeds dmax"},
+              {copy_bytes, b, 8, b + 7, 1, 404, 8, "memcpy_s: overlap undefined"},
+              {copy_bytes, b, 8, nullptr, 8, 400, 8, "memcpy_s: src is NULL"},
+              {move_bytes, nullptr, 0, nullptr, 0, 400, 0, "memmove_s: dest is null"},
+              {move_bytes, b, 0, nullptr, 0, 401, 0, "memmove_s: dmax is 0"},
+              {move_bytes, b, kBig + 1, nullptr, 0, 401, 0, "memmove_s: smax is 0"},
+              {move_bytes, b, 8, b, kBig + 1, 403, 0, "memmove_s: smax exceeds max"},
+              {move_bytes, b, 8, nullptr, kBig, 403, 0, "memmove_s: smax exceeds dmax"},
+              {move_bytes, b, kBig + 1, b, 1, 403, 0, "memmove_s: dmax exceeds max"},
+              {move_bytes, b, 8, nullptr, 8, 400, 0, "memmove_s: src is null"}};
   for (const auto& row : rows) {
     std::string expected("ab\0cdefghijklmno", sizeof b);
     memcpy(b, expected.data(), sizeof b);
@@ -178,6 +172,48 @@ TEST_F(BoundedStrings, ConcatenationMayReplaceEitherOperand) {
     EXPECT_EQ(tev_serv_strcat2(texts[place], texts[1], texts[2]), texts[place]);
     EXPECT_STREQ(texts[place], "abcde");
   }
+}
+
+TEST(FormattedIo, OutputStaysInTheBufferAndReportsTheWholeLength) {
+  for (auto* print : {tev_serv_sprintf_s, tev_serv_snprintf_s}) {
+    char buffer[] = "#######";
+    EXPECT_EQ(print(buffer, 5, "%d", 123456), 6);
+    EXPECT_EQ(memcmp(buffer, "1234\0##", 8), 0);
+    EXPECT_EQ(print(buffer, 0, "%d", 7), -1);
+    EXPECT_EQ(print(nullptr, 8, "%d", 7), -1);
+    EXPECT_EQ(print(buffer, 7, "%d", 123456), 6);
+    EXPECT_STREQ(buffer, "123456");
+    EXPECT_EQ(print(buffer, 8, nullptr), -1);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(print(buffer, 8, "ab%lc", static_cast<wint_t>(0x110000)), -1);  // no such character
+    EXPECT_STREQ(buffer, "");
+  }
+}
+
+TEST(FormattedIo, GoesToAndComesFromItsStream) {
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(tev_serv_printf_s("%s ", "a"), 2);
+  EXPECT_EQ(tev_serv_fprintf_stdout_s("%d ", 1), 2);
+  EXPECT_EQ(tev_serv_fprintf_stderr_s("%.1f", 2.5), 3);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "a 1 ");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "2.5");
+  EXPECT_EQ(tev_serv_fprintf_s(nullptr, "x"), -1);
+  EXPECT_EQ(tev_serv_printf_s(nullptr), -1);
+
+  int number = 0;
+  char word[4] = "";
+  FILE* file = tmpfile();
+  EXPECT_EQ(tev_serv_fprintf_s(file, "%d x", 7), 3);
+  rewind(file);
+  EXPECT_EQ(tev_serv_fscanf_s(file, "%d %d", &number, &number), 1);
+  EXPECT_EQ(number, 7);
+  EXPECT_EQ(tev_serv_sscanf_s("42 abcdef", "%d %3s", &number, word), 2);
+  EXPECT_EQ(number, 42);
+  EXPECT_STREQ(word, "abc");
+  for (const char* text : {"", static_cast<const char*>(nullptr)})
+    EXPECT_EQ(tev_serv_sscanf_s(text, "%d", &number), EOF);
+  fclose(file);
 }
 
 }  // namespace

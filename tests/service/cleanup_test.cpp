@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The end of a process: the exit handler and the cleanup registries, full and beyond. Each case is a process of its
 // own.
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <string>
 
 #include "service/messages.h"
 #include "tests/support/at_once.h"

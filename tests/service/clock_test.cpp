@@ -2,13 +2,6 @@
 // The clock on the processor at hand, and the nominal frequency and the calibration on processors made up here.
 #include "service/clock.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "service/cpuid.h"
 #include "tests/support/at_once.h"
 #include "tests/support/in_child.h"

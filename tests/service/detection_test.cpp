@@ -2,12 +2,6 @@
 // Features, tiers, ceilings and the forced type code, each on a made-up processor in a process of its own.
 #include "service/detection.h"
 
-#include <gtest/gtest.h>
-
-#include <set>
-#include <string>
-#include <tuple>
-
 #include "service/features.h"
 #include "tests/support/at_once.h"
 #include "tests/support/fake_processor.h"
@@ -72,27 +66,25 @@ TEST_IN_CHILD(Features, AgreeWithTheCompiler) {
 TEST(Tier, FollowsFeaturesAndOperatingSystem) {
   const fake_processor many_cores = avx512_zel_processor(), newest = avx512_processor();
   expect_printed(
-      {
-          // By hardware, automatic branch, in force.
-          {sse2_processor(), {}, "0 4 0 def"},
-          {ssse3_processor(), {}, "2 6 2 mc"},
-          {changed(ssse3_processor(), [](auto& p) { p.leaf1_ecx |= 1u << 19; }), {}, "2 7 2 mc"},  // SSE4.1
-          {sse42_processor(), {}, "3 8 3 mc3"},
-          {avx_processor(), {}, "4 9 4 avx"},
-          {avx2_processor(), {}, "5 10 5 avx2"},
-          {changed(avx2_processor(), [](auto& p) { p.ext_ecx = 0; }), {}, "4 9 4 avx"},  // no LZCNT
-          {many_cores, {}, "6 11 6 avx512_zel"},
-          {avx512_zel_e1_processor(), {}, "8 13 6 avx512_zel"},
-          {changed(many_cores, [](auto& p) { p.leaf7_edx = 1u << 2; }), {}, "6 11 6 avx512_zel"},  // half of E1
-          {changed(many_cores, [](auto& p) { p.leaf7_ebx ^= 1u << 27; }), {}, "5 10 5 avx2"},      // no ER
-          {newest, {}, "7 12 7 avx512"},
-          {changed(newest, [](auto& p) { p.leaf7_ebx |= 3u << 26, p.leaf7_edx = 3u << 2; }), {}, "7 12 7 avx512"},
-          {changed(newest, [](auto& p) { p.leaf7_ebx ^= 1u << 31; }), {}, "5 10 5 avx2"},  // no VL
-          {with_xcr0(newest, 0x67), {}, "5 10 5 avx2"},
-          {with_xcr0(newest, 0x3), {}, "3 8 3 mc3"},
-          {changed(newest, [](auto& p) { p.leaf1_ecx ^= kOsxsaveBit; }), {}, "3 8 3 mc3"},
-          {amd(newest), {}, "0 2 0 def"},
-      },
+      {// By hardware, automatic branch, in force.
+       {sse2_processor(), {}, "0 4 0 def"},
+       {ssse3_processor(), {}, "2 6 2 mc"},
+       {changed(ssse3_processor(), [](auto& p) { p.leaf1_ecx |= 1u << 19; }), {}, "2 7 2 mc"},  // SSE4.1
+       {sse42_processor(), {}, "3 8 3 mc3"},
+       {avx_processor(), {}, "4 9 4 avx"},
+       {avx2_processor(), {}, "5 10 5 avx2"},
+       {changed(avx2_processor(), [](auto& p) { p.ext_ecx = 0; }), {}, "4 9 4 avx"},  // no LZCNT
+       {many_cores, {}, "6 11 6 avx512_zel"},
+       {avx512_zel_e1_processor(), {}, "8 13 6 avx512_zel"},
+       {changed(many_cores, [](auto& p) { p.leaf7_edx = 1u << 2; }), {}, "6 11 6 avx512_zel"},  // half of E1
+       {changed(many_cores, [](auto& p) { p.leaf7_ebx ^= 1u << 27; }), {}, "5 10 5 avx2"},      // no ER
+       {newest, {}, "7 12 7 avx512"},
+       {changed(newest, [](auto& p) { p.leaf7_ebx |= 3u << 26, p.leaf7_edx = 3u << 2; }), {}, "7 12 7 avx512"},
+       {changed(newest, [](auto& p) { p.leaf7_ebx ^= 1u << 31; }), {}, "5 10 5 avx2"},  // no VL
+       {with_xcr0(newest, 0x67), {}, "5 10 5 avx2"},
+       {with_xcr0(newest, 0x3), {}, "3 8 3 mc3"},
+       {changed(newest, [](auto& p) { p.leaf1_ecx ^= kOsxsaveBit; }), {}, "3 8 3 mc3"},
+       {amd(newest), {}, "0 2 0 def"}},
       [] {
         printf("%d %d ", tev_serv_get_cpu_type(1), tev_serv_cbwr_get_auto_branch());
         if (tev_serv_get_cpu_type(0) != -1) printf("decided too early ");
@@ -201,40 +193,35 @@ TEST(Vouching, MakesTheFeaturesDecide) {
     p.caches.clear();
     return amd(p);
   };
-  expect_printed(
-      {
-          {foreign(avx512_processor()), {}, "00 11 type 7 branch 12 mode 1 avx512 traits 11 caches -1 0 -8"},
-          {foreign(sse2_processor()), {}, "00 11 type 0 branch 4 mode 1 def traits 00 caches -1 0 -8"},
-          {foreign(avx512_processor()),
-           {{"TEV_ENABLE_INSTRUCTIONS", "AVX"}},
-           "00 11 type 4 branch 9 mode 1 avx traits 11 caches -1 0 -8"},
-          {foreign(avx512_processor()),
-           {{"TEV_CBWR", "AVX2"}},
-           "00 11 type 7 branch 12 mode 10 avx2 traits 00 caches 32768 0 -8"},
-      },
-      [] {
-        printf("%d%d ", tev_serv_trust_features(1), tev_serv_trust_features(1));
-        printf("%d%d", tev_serv_zarik_cpu_true(), tev_serv_zarik_cpu());
-        printf(" type %d branch %d", tev_serv_get_cpu_type(1), tev_serv_cbwr_get_auto_branch());
-        printf(" mode %d %s", tev_serv_cbwr_get(1), tier_name(tev_serv_cpu_detect()));
-        printf(" traits %d%d caches %ld", tev_serv_cpuisneedle(), tev_serv_cpuisbulldozer(),
-               tev_serv_get_cache_size(1));
-        printf(" %d %d", tev_serv_trust_features(1), tev_serv_trust_features(0));  // again, back
-      });
+  expect_printed({{foreign(avx512_processor()), {}, "00 11 type 7 branch 12 mode 1 avx512 traits 11 caches -1 0 -8"},
+                  {foreign(sse2_processor()), {}, "00 11 type 0 branch 4 mode 1 def traits 00 caches -1 0 -8"},
+                  {foreign(avx512_processor()),
+                   {{"TEV_ENABLE_INSTRUCTIONS", "AVX"}},
+                   "00 11 type 4 branch 9 mode 1 avx traits 11 caches -1 0 -8"},
+                  {foreign(avx512_processor()),
+                   {{"TEV_CBWR", "AVX2"}},
+                   "00 11 type 7 branch 12 mode 10 avx2 traits 00 caches 32768 0 -8"}},
+                 [] {
+                   printf("%d%d ", tev_serv_trust_features(1), tev_serv_trust_features(1));
+                   printf("%d%d", tev_serv_zarik_cpu_true(), tev_serv_zarik_cpu());
+                   printf(" type %d branch %d", tev_serv_get_cpu_type(1), tev_serv_cbwr_get_auto_branch());
+                   printf(" mode %d %s", tev_serv_cbwr_get(1), tier_name(tev_serv_cpu_detect()));
+                   printf(" traits %d%d caches %ld", tev_serv_cpuisneedle(), tev_serv_cpuisbulldozer(),
+                          tev_serv_get_cache_size(1));
+                   printf(" %d %d", tev_serv_trust_features(1), tev_serv_trust_features(0));  // again, back
+                 });
 }
 
 TEST(Vouching, ComesTooLateForWhatIsDecided) {
-  void (*const decisions[])() = {
-      [] { tev_serv_cpu_detect(); },
-      [] { tev_serv_zarik_cpu_true(); },
-      [] { tev_serv_get_cpu_type(1); },
-      [] { tev_serv_cbwr_get(1); },
-      [] { tev_serv_cbwr_set(TEV_CBWR_OFF); },
-      [] { tev_serv_enable_instructions(TEV_ENABLE_AVX); },
-      [] { tev_serv_get_ncpus(); },
-      [] { tev_serv_get_max_threads(); },
-      [] { tev_serv_get_cache_size(1); },
-  };
+  void (*const decisions[])() = {[] { tev_serv_cpu_detect(); },
+                                 [] { tev_serv_zarik_cpu_true(); },
+                                 [] { tev_serv_get_cpu_type(1); },
+                                 [] { tev_serv_cbwr_get(1); },
+                                 [] { tev_serv_cbwr_set(TEV_CBWR_OFF); },
+                                 [] { tev_serv_enable_instructions(TEV_ENABLE_AVX); },
+                                 [] { tev_serv_get_ncpus(); },
+                                 [] { tev_serv_get_max_threads(); },
+                                 [] { tev_serv_get_cache_size(1); }};
   for (const auto& decide : decisions)
     EXPECT_EQ(printed_on(amd(avx2_processor()), {},
                          [decide] {

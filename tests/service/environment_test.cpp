@@ -2,28 +2,17 @@
 // The bounded reader of variables, and what each form of the thread variables sets.
 #include "service/environment.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <string>
-#include <tuple>
-#include <utility>
-
 #include "service/threads.h"
 #include "tests/support/in_child.h"
 
 namespace {
 
-using tev::test::environment;
-using tev::test::printed;
+using namespace tev::test;
 
 TEST(Environment, ValueIsCopiedWholeOrNotAtAll) {
   const std::tuple<size_t, int32_t, int32_t> rows[] = {
-      {3, 4, 3},           {4, 4, -4},          {0, 1, 0},           {1, 1, -1},
-      {3, 0, -3},          {3, -5, -3},         {4095, 4096, 4095},  {4095, 5000, 4095},
-      {4096, 4096, -4096}, {4096, 5000, -4096}, {5000, 6000, -4096},
-  };
+      {3, 4, 3},          {4, 4, -4},         {0, 1, 0},           {1, 1, -1},          {3, 0, -3},         {3, -5, -3},
+      {4095, 4096, 4095}, {4095, 5000, 4095}, {4096, 4096, -4096}, {4096, 5000, -4096}, {5000, 6000, -4096}};
   for (const auto& [characters, size, result] : rows) {
     SCOPED_TRACE(testing::Message() << characters << " characters into " << size);
     const std::string value(characters, 'v');

@@ -4,10 +4,8 @@
 #include "service/library_search.h"
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
 #include <filesystem>
-#include <string>
 
 #include "tests/support/in_child.h"
 #include "tests/support/kernel_folder.h"
@@ -15,9 +13,7 @@
 
 namespace {
 
-using tev::test::environment;
-using tev::test::in_child;
-using tev::test::printed;
+using namespace tev::test;
 
 constexpr char kHere[] = TEV_STAND_INS "/";
 constexpr char kNowhere[] = TEV_STAND_INS "/nowhere/";
@@ -47,25 +43,23 @@ std::string ask_for_tracing(const search& s) {
 }
 
 TEST(Tracing, IsFoundInThisOrderAndDecidedOnce) {
-  const tev::test::kernel_folder folder;
+  const kernel_folder folder;
   const std::string hollow = folder.path("");
   std::filesystem::create_directory(hollow);
   std::filesystem::create_symlink(TEV_RUNTIME, hollow + "libtracekit.so");  // without the function
   const environment zel = {{"ZEL_LD_LIBRARY_PATH", TEV_STAND_INS}};
   const environment ld = {{"LD_LIBRARY_PATH", TEV_STAND_INS}};
   const environment both = {{"ZEL_LD_LIBRARY_PATH", kNowhere}, {"LD_LIBRARY_PATH", TEV_STAND_INS}};
-  const search rows[] = {
-      {"", "", {}, nullptr, false},
-      {kHere, kNowhere, {}, nullptr, true},
-      {"", kHere, {}, nullptr, true},
-      {kNowhere, kNowhere, {}, nullptr, false},
-      {hollow.c_str(), "", {}, nullptr, false},
-      {"", "", zel, nullptr, false},  // paths need the runtime,
-      {"", "", {}, kRuntime, false},  // and the runtime needs a path
-      {kNowhere, "", zel, kRuntime, true},
-      {"", "", ld, kRuntime, true},
-      {"", "", both, kRuntime, true},
-  };
+  const search rows[] = {{"", "", {}, nullptr, false},
+                         {kHere, kNowhere, {}, nullptr, true},
+                         {"", kHere, {}, nullptr, true},
+                         {kNowhere, kNowhere, {}, nullptr, false},
+                         {hollow.c_str(), "", {}, nullptr, false},
+                         {"", "", zel, nullptr, false},  // paths need the runtime,
+                         {"", "", {}, kRuntime, false},  // and the runtime needs a path
+                         {kNowhere, "", zel, kRuntime, true},
+                         {"", "", ld, kRuntime, true},
+                         {"", "", both, kRuntime, true}};
   for (const search& row : rows)
     EXPECT_EQ(ask_for_tracing(row), row.found ? "loading\n1\nmark 1 255 null 0\n1 global\n" : "0\n0 absent\n")
         << "row " << &row - rows;

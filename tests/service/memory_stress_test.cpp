@@ -1,16 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Many threads allocate and release mixed sizes, often each other's buffers, threads come and go, and walks over all of
 // them run meanwhile. The sanitizers are the judges.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <array>
-#include <atomic>
-#include <cstring>
-#include <random>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include "service/memory_registry.h"
 #include "tests/support/effort.h"

@@ -2,12 +2,6 @@
 // The memory manager, each case in a process of its own: layouts, which buffer a thread gets again, what other threads
 // and ended threads leave behind, the program's allocators, high-bandwidth memory from a stand-in library.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <numeric>
-#include <thread>
 
 #include "service/library_search.h"
 #include "service/memory_backend.h"
@@ -22,8 +16,7 @@
 namespace {
 
 using namespace tev::service;
-using tev::test::environment;
-using tev::test::printed;
+using namespace tev::test;
 
 const mm_block_prefix& prefix_of(void* block) { return static_cast<mm_block_prefix*>(block)[-1]; }
 const mm_block_header& header_of(void* block) { return static_cast<mm_block_header*>(prefix_of(block).block)[-1]; }
@@ -356,7 +349,7 @@ TEST_IN_CHILD(BackEnd, EverythingComesFromTheProgramAndGoesBack) {
 }
 
 void have_high_bandwidth_memory() {
-  tev::test::avx512_zel_processor().install();
+  avx512_zel_processor().install();
   snprintf(DispLibPath, sizeof DispLibPath, "%s/", TEV_MEMORY_STAND_INS);
 }
 
@@ -367,10 +360,10 @@ int stand_in_count(const char* name) {
 
 TEST(HighBandwidth, LibraryMustBeRecentAndMayFail) {
   const std::string told = "Minimal supported version of the hbwkit library is 1.1.0\n";
-  const auto many_cores = tev::test::avx512_zel_processor(), few_cores = tev::test::avx512_processor();
+  const auto many_cores = avx512_zel_processor(), few_cores = avx512_processor();
   const struct {
     const char *version, *fails, *verbose;
-    tev::test::fake_processor on;
+    fake_processor on;
     std::string expected;  // usable, from it, blocks and large pages of the library, megabytes left
   } rows[] = {{"1001000", "", "1", many_cores, "1 1 1 1 5"},    {"1001000", "pages", "1", many_cores, "1 1 1 0 5"},
               {"1001000", "all", "1", many_cores, "1 0 0 0 5"}, {"1000999", "", "1", many_cores, told + "0 0 0 0 -1"},

@@ -3,13 +3,6 @@
 // catalog. Each case is a process of its own.
 #include "service/messages.h"
 
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <string>
-#include <thread>
-#include <tuple>
-
 #include "service/xerbla.h"
 #include "tests/support/at_once.h"
 #include "tests/support/in_child.h"
@@ -17,11 +10,7 @@
 
 namespace {
 
-using tev::test::child_result;
-using tev::test::environment;
-using tev::test::in_child;
-using tev::test::kernel_folder;
-using tev::test::printed;
+using namespace tev::test;
 
 // A catalog for language de_DE, in a folder that goes away with the test. Message 6 and 1211 are good translations; the
 // others do not fit the arguments of their message, or are no message.
@@ -146,7 +135,7 @@ TEST_F(Catalog, ThreadsMayPrintTheFirstMessagesAtOnce) {
     }
   };
   const child_result seen = in_child(variables("de_DE.UTF-8"), [&] {
-    tev::test::at_once(4, print);
+    at_once(4, print);
     return tev_serv_print(1, 1211, 0);
   });
   EXPECT_EQ(seen.status, 0);
@@ -161,21 +150,19 @@ TEST(Xerbla, ReportsEachKindOfCodeAndAtMostTwentyCharactersOfTheName) {
     const char* name;
     int32_t length, code;
     std::string text;
-  } rows[] = {
-      {"DSYMM  ", 5, 4, "ERROR: Parameter 4 was incorrect on entry to DSYMM."},
-      {unterminated, 5, 1, "ERROR: Parameter 1 was incorrect on entry to DTRSM."},
-      {thirty.c_str(), 30, 999, "ERROR: Parameter 999 was incorrect on entry to " + twenty + "."},
-      {thirty.c_str(), INT_MAX, 1002, "ERROR: Parameter 1002 was incorrect on entry to " + twenty + "."},
-      {"AB", 30, 6, "ERROR: Parameter 6 was incorrect on entry to AB."},
-      {"AB", -1, 6, "ERROR: Parameter 6 was incorrect on entry to ."},
-      {"AB", 2, -5, "INTERNAL ERROR: Condition 5 detected in function AB."},
-      {"AB", 2, 0, "INTERNAL ERROR: Condition 0 detected in function AB."},
-      {"AB", 2, INT_MIN, "INTERNAL ERROR: Condition -2147483648 detected in function AB."},
-      {"AB", 2, 1000, "INTERNAL ERROR: Insufficient workspace available in function AB."},
-      {"AB", 2, 1001, "ERROR: Incompatible optional parameters on entry to AB."},
-      {"AB", 2, 1089, "INTERNAL ERROR: Not enough work memory in function AB"},
-      {"AB", 2, 1212, "INTERNAL ERROR: Issue accessing coprocessor AB."},
-  };
+  } rows[] = {{"DSYMM  ", 5, 4, "ERROR: Parameter 4 was incorrect on entry to DSYMM."},
+              {unterminated, 5, 1, "ERROR: Parameter 1 was incorrect on entry to DTRSM."},
+              {thirty.c_str(), 30, 999, "ERROR: Parameter 999 was incorrect on entry to " + twenty + "."},
+              {thirty.c_str(), INT_MAX, 1002, "ERROR: Parameter 1002 was incorrect on entry to " + twenty + "."},
+              {"AB", 30, 6, "ERROR: Parameter 6 was incorrect on entry to AB."},
+              {"AB", -1, 6, "ERROR: Parameter 6 was incorrect on entry to ."},
+              {"AB", 2, -5, "INTERNAL ERROR: Condition 5 detected in function AB."},
+              {"AB", 2, 0, "INTERNAL ERROR: Condition 0 detected in function AB."},
+              {"AB", 2, INT_MIN, "INTERNAL ERROR: Condition -2147483648 detected in function AB."},
+              {"AB", 2, 1000, "INTERNAL ERROR: Insufficient workspace available in function AB."},
+              {"AB", 2, 1001, "ERROR: Incompatible optional parameters on entry to AB."},
+              {"AB", 2, 1089, "INTERNAL ERROR: Not enough work memory in function AB"},
+              {"AB", 2, 1212, "INTERNAL ERROR: Issue accessing coprocessor AB."}};
   for (const auto& row : rows)
     EXPECT_EQ(printed({}, [&row] { tev_serv_xerbla(row.name, &row.code, row.length); }),
               "\nZarik TEV " + row.text + "\n");
@@ -218,7 +205,7 @@ TEST(Verbose, IsOnForTheNumberOneOnly) {
 
 TEST(Verbose, ChangesOnlyThroughTheProgram) {
   const auto change = [] {
-    tev::test::at_once(4, [](int) { tev_serv_verbose_mode(); });
+    at_once(4, [](int) { tev_serv_verbose_mode(); });
     setenv("TEV_VERBOSE", "0", 1);
     for (const int32_t mode : {2, -1, 1, 0, 0, 2, 1}) {
       printf("%d ", tev_serv_verbose(mode));

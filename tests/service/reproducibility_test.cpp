@@ -1,10 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The reproducibility mode and what depends on it (type code, cache sizes, tuning), each case in a process of its own.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "service/detection.h"
 #include "service/system_caches.h"
@@ -57,18 +52,15 @@ TEST(Reproducibility, BranchAboveTheEnvironmentsCeiling) {
     return environment{{"TEV_CBWR", branch}, {"TEV_ENABLE_INSTRUCTIONS", ceiling}};
   };
   const fake_processor on = avx512_processor();
-  expect_printed(
-      {
-          {on, both("AVX2", "AVX512_ZEL"), "10 7"},   // refused ceiling: the branch is lost all the same
-          {on, both("AVX2", "AVX512"), "10 7"},       //
-          {on, both("SSE4_2", "AVX512_ZEL"), "8 3"},  // type 3 is not above 3
-          {on, both("AVX", "AVX512"), "9 4"},         // nor 4 above 4
-          {on, both("SSE4_2", "AVX2"), "8 3"},        // ceilings below 3 are no type codes
-          {on, both("AVX512", "AVX2"), "2 5"},        // the ceiling lowers the automatic branch
-          {avx512_zel_e1_processor(), both("AVX512_ZEL", "AVX512_ZEL_E1"), "11 6"},
-          {amd(avx2_processor()), both("COMPATIBLE", "AVX512"), "3 0"},
-      },
-      print_mode);
+  expect_printed({{on, both("AVX2", "AVX512_ZEL"), "10 7"},   // refused ceiling: the branch is lost all the same
+                  {on, both("AVX2", "AVX512"), "10 7"},       //
+                  {on, both("SSE4_2", "AVX512_ZEL"), "8 3"},  // type 3 is not above 3
+                  {on, both("AVX", "AVX512"), "9 4"},         // nor 4 above 4
+                  {on, both("SSE4_2", "AVX2"), "8 3"},        // ceilings below 3 are no type codes
+                  {on, both("AVX512", "AVX2"), "2 5"},        // the ceiling lowers the automatic branch
+                  {avx512_zel_e1_processor(), both("AVX512_ZEL", "AVX512_ZEL_E1"), "11 6"},
+                  {amd(avx2_processor()), both("COMPATIBLE", "AVX512"), "3 0"}},
+                 print_mode);
   expect_printed({{on, {{"TEV_CBWR", "AVX2"}}, "10 5"}}, [] {
     tev_serv_enable_instructions(TEV_ENABLE_AVX512);
     print_mode();
@@ -82,18 +74,16 @@ TEST(Reproducibility, ModeFromTheProgram) {
     const char* environment;
     std::vector<int> steps;
     const char* expected;  // results, then mode and type code
-  } rows[] = {
-      {avx2_processor(), "AVX", {10, 10, 9, 0}, "0 0 -8 -8 10 5"},
-      {avx2_processor(), "AVX", {1}, "0 1 5"},
-      {avx2_processor(), "", {0, 1, 2, 3}, "0 0 0 -8 2 5"},
-      {avx2_processor(), "AVX", {kQuery, 8, 9}, "9 0 -8 8 3"},
-      {avx2_processor(), "", {11, 13, 14, -1, 64, 65, 10 + 64}, "-3 -3 -4 -4 -4 -4 0 10 5"},
-      {avx2_processor(), "", {kDetect, 10, 2, 1, 0}, "5 -8 -8 0 0 1 5"},
-      {avx2_processor(), "AVX", {kDetect, 10, 9, 9 + 64, 1}, "4 -8 0 0 -8 9 4"},
-      {avx512_processor(), "", {11, 13, 12}, "-3 -3 0 12 7"},
-      {avx512_zel_e1_processor(), "", {12, 13}, "-3 0 13 6"},
-      {amd(avx2_processor()), "", {4, 13, 14, 3}, "-3 -3 -4 0 3 0"},
-  };
+  } rows[] = {{avx2_processor(), "AVX", {10, 10, 9, 0}, "0 0 -8 -8 10 5"},
+              {avx2_processor(), "AVX", {1}, "0 1 5"},
+              {avx2_processor(), "", {0, 1, 2, 3}, "0 0 0 -8 2 5"},
+              {avx2_processor(), "AVX", {kQuery, 8, 9}, "9 0 -8 8 3"},
+              {avx2_processor(), "", {11, 13, 14, -1, 64, 65, 10 + 64}, "-3 -3 -4 -4 -4 -4 0 10 5"},
+              {avx2_processor(), "", {kDetect, 10, 2, 1, 0}, "5 -8 -8 0 0 1 5"},
+              {avx2_processor(), "AVX", {kDetect, 10, 9, 9 + 64, 1}, "4 -8 0 0 -8 9 4"},
+              {avx512_processor(), "", {11, 13, 12}, "-3 -3 0 12 7"},
+              {avx512_zel_e1_processor(), "", {12, 13}, "-3 0 13 6"},
+              {amd(avx2_processor()), "", {4, 13, 14, 3}, "-3 -3 -4 0 3 0"}};
   for (const auto& row : rows)
     expect_printed({{row.on, {{"TEV_CBWR", row.environment}}, row.expected}}, [&] {
       for (int step : row.steps)
@@ -182,34 +172,32 @@ TEST(Traits, DescribeTheProcessorUnlessABranchIsInForce) {
   const auto mode = [](const char* value) { return environment{{"TEV_CBWR", value}}; };
   const fake_processor small_core = movbe(aes(sse42_processor()));
   expect_printed(
-      {
-          // What is true, microarchitecture.
-          {fma4(amd(avx_processor())), {}, "quill bulldozer 0"},
-          {fma4(amd(avx_processor())), mode("COMPATIBLE"), "0"},
-          {fma4(amd(sse42_processor())), {}, "quill 0"},
-          {fma4(avx_processor()), {}, "maker quill nova 128"},
-          {signed_as(amd(sse2_processor()), 0x00100F42), {}, "barcelona 0"},
-          {signed_as(amd(sse2_processor()), 0x00100F42), mode("COMPATIBLE"), "0"},
-          {signed_as(amd(sse2_processor()), 0x00200F31), {}, "0"},
-          {signed_as(sse2_processor(), 0x00100F42), {}, "maker 0"},
-          {mpx(avx_processor()), mode("AUTO"), "maker quill tetra nova 128"},
-          {mpx(amd(sse2_processor())), {}, "tetra 0"},
-          {mpx(avx512_processor()), {}, "maker quill needle spark nova 0"},
-          {small_core, {}, "maker quill needle spark nova 66"},
-          {small_core, mode("AUTO"), "maker quill needle spark nova 64"},
-          {small_core, mode("SSE4_2"), "maker quill nova 64"},
-          {small_core, mode("SSE4_1"), "maker quill 33"},
-          {small_core, mode("SSSE3"), "maker 32"},
-          {small_core, mode("SSE2"), "maker 0"},
-          {small_core, mode("COMPATIBLE"), "0"},
-          {amd(small_core), {}, "quill 0"},
-          {sse42_processor(), {}, "maker quill nova 64"},
-          {movbe(ssse3_processor()), {}, "maker spark 32"},
-          {sse41(ssse3_processor()), {}, "maker quill 33"},
-          {avx512_zel_e1_processor(), {}, "maker quill needle spark nova vesta 0"},
-          {avx512_zel_e1_processor(), mode("AVX512_ZEL_E1"), "maker quill nova vesta 0"},
-          {avx512_zel_e1_processor(), mode("AVX512_ZEL"), "maker quill nova 0"},
-      },
+      {// What is true, microarchitecture.
+       {fma4(amd(avx_processor())), {}, "quill bulldozer 0"},
+       {fma4(amd(avx_processor())), mode("COMPATIBLE"), "0"},
+       {fma4(amd(sse42_processor())), {}, "quill 0"},
+       {fma4(avx_processor()), {}, "maker quill nova 128"},
+       {signed_as(amd(sse2_processor()), 0x00100F42), {}, "barcelona 0"},
+       {signed_as(amd(sse2_processor()), 0x00100F42), mode("COMPATIBLE"), "0"},
+       {signed_as(amd(sse2_processor()), 0x00200F31), {}, "0"},
+       {signed_as(sse2_processor(), 0x00100F42), {}, "maker 0"},
+       {mpx(avx_processor()), mode("AUTO"), "maker quill tetra nova 128"},
+       {mpx(amd(sse2_processor())), {}, "tetra 0"},
+       {mpx(avx512_processor()), {}, "maker quill needle spark nova 0"},
+       {small_core, {}, "maker quill needle spark nova 66"},
+       {small_core, mode("AUTO"), "maker quill needle spark nova 64"},
+       {small_core, mode("SSE4_2"), "maker quill nova 64"},
+       {small_core, mode("SSE4_1"), "maker quill 33"},
+       {small_core, mode("SSSE3"), "maker 32"},
+       {small_core, mode("SSE2"), "maker 0"},
+       {small_core, mode("COMPATIBLE"), "0"},
+       {amd(small_core), {}, "quill 0"},
+       {sse42_processor(), {}, "maker quill nova 64"},
+       {movbe(ssse3_processor()), {}, "maker spark 32"},
+       {sse41(ssse3_processor()), {}, "maker quill 33"},
+       {avx512_zel_e1_processor(), {}, "maker quill needle spark nova vesta 0"},
+       {avx512_zel_e1_processor(), mode("AVX512_ZEL_E1"), "maker quill nova vesta 0"},
+       {avx512_zel_e1_processor(), mode("AVX512_ZEL"), "maker quill nova 0"}},
       print_traits);
 }
 

@@ -2,13 +2,7 @@
 // The scalar intrinsics at the edges of their types, and the complex root against long double.
 #include "service/scalar.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-#include <random>
-#include <tuple>
-#include <utility>
+#include "tests/support/prelude.h"
 
 namespace {
 

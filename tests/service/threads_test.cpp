@@ -2,11 +2,7 @@
 // How many threads: the decision step by step on machines made up here, and the thread's own counts.
 #include "service/threads.h"
 
-#include <gtest/gtest.h>
 #include <omp.h>
-
-#include <algorithm>
-#include <thread>
 
 #include "tests/support/at_once.h"
 #include "tests/support/fake_processor.h"
@@ -14,8 +10,7 @@
 
 namespace {
 
-using tev::test::at_once;
-using tev::test::printed;
+using namespace tev::test;
 
 // A process whose settings are read and whose machine is known; OpenMP would use 12 threads.
 struct process {
@@ -43,25 +38,23 @@ TEST(Threads, CountIsDecidedInTenSteps) {
     const char* step;
     process state;
     int32_t blas, general;
-  } rows[] = {
-      {"1 own count before everything", {.own = 300, .all = 4, .blas = 2, .safe = 0}, 300, 300},
-      {"1 a negative one is none", {.own = -5, .all = 4}, 4, 4},
-      {"4 domain, then all", {.all = 4, .blas = 2}, 2, 4},
-      {"4 zero hands over to all", {.all = 4, .blas = 0}, 4, 4},
-      {"4 zero for all hands over to OpenMP", {.dynamic = 0, .all = 0, .blas = 0}, 12, 12},
-      {"5 not dynamic: as it is", {.dynamic = 0, .all = 300, .safe = 0, .ppn = 2}, 300, 300},
-      {"6 dynamic: cores", {.all = 300, .blas = 9}, 8, 8},
-      {"7 MPI is safe", {.blas = 5, .safe = 1, .ppn = 2}, 5, 7},
-      {"7 MPI is not", {.blas = 5, .safe = 0}, 1, 1},
-      {"6 a count of nobody: usable cores", {.blas = 5}, 5, 7},
-      {"8 processes unknown", {.level = 0}, 7, 7},
-      {"8 own settings", {.blas = 5, .ppn = 2}, 5, 1},
-      {"8 OMP_NUM_THREADS", {.ppn = 2, .omp_variable = 3}, 8, 8},
-      {"9 thread level", {.all = 0, .blas = 4, .ppn = 2, .level = 0}, 4, 1},
-      {"10 share", {.ppn = 3, .level = 1}, 2, 2},
-      {"10 share above the count", {.cores = 64, .usable = 64, .ppn = 2, .level = 3}, 12, 12},
-      {"10 at least 1", {.ppn = 9, .level = 3}, 1, 1},
-  };
+  } rows[] = {{"1 own count before everything", {.own = 300, .all = 4, .blas = 2, .safe = 0}, 300, 300},
+              {"1 a negative one is none", {.own = -5, .all = 4}, 4, 4},
+              {"4 domain, then all", {.all = 4, .blas = 2}, 2, 4},
+              {"4 zero hands over to all", {.all = 4, .blas = 0}, 4, 4},
+              {"4 zero for all hands over to OpenMP", {.dynamic = 0, .all = 0, .blas = 0}, 12, 12},
+              {"5 not dynamic: as it is", {.dynamic = 0, .all = 300, .safe = 0, .ppn = 2}, 300, 300},
+              {"6 dynamic: cores", {.all = 300, .blas = 9}, 8, 8},
+              {"7 MPI is safe", {.blas = 5, .safe = 1, .ppn = 2}, 5, 7},
+              {"7 MPI is not", {.blas = 5, .safe = 0}, 1, 1},
+              {"6 a count of nobody: usable cores", {.blas = 5}, 5, 7},
+              {"8 processes unknown", {.level = 0}, 7, 7},
+              {"8 own settings", {.blas = 5, .ppn = 2}, 5, 1},
+              {"8 OMP_NUM_THREADS", {.ppn = 2, .omp_variable = 3}, 8, 8},
+              {"9 thread level", {.all = 0, .blas = 4, .ppn = 2, .level = 0}, 4, 1},
+              {"10 share", {.ppn = 3, .level = 1}, 2, 2},
+              {"10 share above the count", {.cores = 64, .usable = 64, .ppn = 2, .level = 3}, 12, 12},
+              {"10 at least 1", {.ppn = 9, .level = 3}, 1, 1}};
   for (const auto& row : rows) {
     const auto decide = [&] {
       row.state.install();
@@ -155,7 +148,7 @@ TEST(Threads, FirstQuestionAllocatesOnTheMakersProcessorsOnly) {
         tev_serv_free(tev_serv_malloc(10, 64));
         printf("%d %d", in_time, allocations);
       };
-      const tev::test::fake_processor own = tev::test::sse2_processor();
+      const fake_processor own = sse2_processor();
       EXPECT_EQ(printed_on(makers ? own : amd(own), {}, allocate), makers && asked_first ? "0 0" : "1 1");
     }
 }

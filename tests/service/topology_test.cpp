@@ -2,16 +2,10 @@
 // The probe of the machine, on this one and on made-up ones, and how much of it the process may use.
 #include "service/topology.h"
 
-#include <gtest/gtest.h>
 #include <omp.h>
 #include <sched.h>
-#include <unistd.h>
 
 #include <fstream>
-#include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "service/affinity.h"
 #include "service/cpu_quota.h"
@@ -23,11 +17,8 @@
 
 namespace {
 
-using tev::service::processor;
-using tev::service::processor_set;
-using tev::service::topology;
-using tev::test::kernel_folder;
-using tev::test::printed;
+using namespace tev::service;
+using namespace tev::test;
 
 // "hardware threads/cores/packages"
 std::string text_of(const topology& t) {
@@ -51,14 +42,14 @@ machine at_hand;
 int here;  // the processor that the probe visits
 
 void be(const machine& m) {
-  tev::test::fake_processor base = tev::test::sse2_processor();
+  fake_processor base = sse2_processor();
   base.leaf1_edx |= 1u << 28;
   base.cores_per_package = m.cores_per_package;
   base.vendor = m.vendor;
   base.install();
   at_hand = m;
   processor.cpuid = [](uint32_t leaf, uint32_t subleaf, uint32_t r[4]) {
-    tev::test::answer_cpuid(leaf, subleaf, r);
+    answer_cpuid(leaf, subleaf, r);
     const uint32_t identifier = static_cast<uint32_t>(here) * at_hand.stride;
     if (leaf == 1) r[1] = identifier << 24 | at_hand.logical_per_package << 16;
     if (leaf == 0x0B && at_hand.topology_leaf) {
@@ -106,13 +97,13 @@ TEST(Topology, AsksTheProcessorsOfTheTeamAndBringsTheThreadBack) {
     CPU_SET(sched_getcpu(), &home);
     sched_setaffinity(0, sizeof home, &home);
     be({.logical_per_package = 1, .cores_per_package = 1});
-    processor.team_processors = tev::service::team_processors;
+    processor.team_processors = team_processors;
     processor.set_affinity = [](const processor_set& where, size_t bytes) {
-      const bool moved = tev::service::set_affinity(where, bytes);
+      const bool moved = set_affinity(where, bytes);
       here = sched_getcpu();
       return moved;
     };
-    EXPECT_EQ(text_of(tev::service::probe_topology()), text_of({all, all, all}));
+    EXPECT_EQ(text_of(probe_topology()), text_of({all, all, all}));
     sched_getaffinity(0, sizeof after, &after);
     EXPECT_TRUE(CPU_EQUAL(&after, &home));
   };
@@ -139,25 +130,23 @@ TEST(Topology, AndTheThreadsThatFitIntoIt) {
     machine on;
     std::string cpus, own_groups;
     const char* expected;  // topology, threads by default, when chosen, when not dynamic
-  } rows[] = {
-      {{{0, 1}, 2, 1, 1}, none, none, "2/1/1 1 1 99"},                  // two threads of a core
-      {{{0, 1}, 2, 2, 1}, none, none, "2/2/1 2 2 99"},                  // two cores
-      {{{0, 1}, 4, 2, 4}, none, none, "2/2/2 2 2 99"},                  // packages of two cores of two threads
-      {{{0, 1}, 2, 2, 256}, none, none, "2/1/1 1 1 99"},                // alike in eight bits,
-      {{{0, 1}, 2, 2, 256, true}, none, none, "2/2/1 2 2 99"},          // not in the topology leaf
-      {{{6, 7}}, none, none, "2/1/1 1 1 99"},                           // a core of many
-      {{{3, 4, 5, 8, 9}, 12, 6}, none, none, "5/3/1 3 3 99"},           // a gap after the third core
-      {{{0, 3, 4, 7, 200, 239}, 240, 60}, none, none, "6/4/1 4 4 99"},  // four threads a core
-      {{{0, 1, 2}, 1, 2}, none, none, "3/3/2 3 3 99"},                  // counts that contradict each other
-      {{{1, 15, 16, 130}}, none, none, "4/4/3 4 4 99"},
-      {{{0, 2, 4, 6}}, none, quota, "4/4/1 3 4 99"},
-      {{.processors = {0, 2, 8, 9}, .refuses = true}, cpus, none, "4/3/1 3 3 99"},
-      {{.processors = {0, 2, 8, 9}, .short_of_memory = true}, cpus, none, "4/3/1 3 3 99"},
-      {{.processors = {0, 2, 8}, .refuses = true}, none, none, "16/4/4 3 4 99"},
-      {{.processors = {0, 2, 8, 9}, .vendor = kForeign}, cpus, none, "16/4/4 3 4 99"},
-      {{.processors = {0, 2, 8, 9}, .vendor = kForeign, .vouched = true}, cpus, none, "16/4/4 3 4 99"},
-      {{.processors = {0, 1, 2, 3, 8}, .vendor = kForeign}, cpus, quota, "16/4/4 3 4 99"},
-  };
+  } rows[] = {{{{0, 1}, 2, 1, 1}, none, none, "2/1/1 1 1 99"},                  // two threads of a core
+              {{{0, 1}, 2, 2, 1}, none, none, "2/2/1 2 2 99"},                  // two cores
+              {{{0, 1}, 4, 2, 4}, none, none, "2/2/2 2 2 99"},                  // packages of two cores of two threads
+              {{{0, 1}, 2, 2, 256}, none, none, "2/1/1 1 1 99"},                // alike in eight bits,
+              {{{0, 1}, 2, 2, 256, true}, none, none, "2/2/1 2 2 99"},          // not in the topology leaf
+              {{{6, 7}}, none, none, "2/1/1 1 1 99"},                           // a core of many
+              {{{3, 4, 5, 8, 9}, 12, 6}, none, none, "5/3/1 3 3 99"},           // a gap after the third core
+              {{{0, 3, 4, 7, 200, 239}, 240, 60}, none, none, "6/4/1 4 4 99"},  // four threads a core
+              {{{0, 1, 2}, 1, 2}, none, none, "3/3/2 3 3 99"},                  // counts that contradict each other
+              {{{1, 15, 16, 130}}, none, none, "4/4/3 4 4 99"},
+              {{{0, 2, 4, 6}}, none, quota, "4/4/1 3 4 99"},
+              {{.processors = {0, 2, 8, 9}, .refuses = true}, cpus, none, "4/3/1 3 3 99"},
+              {{.processors = {0, 2, 8, 9}, .short_of_memory = true}, cpus, none, "4/3/1 3 3 99"},
+              {{.processors = {0, 2, 8}, .refuses = true}, none, none, "16/4/4 3 4 99"},
+              {{.processors = {0, 2, 8, 9}, .vendor = kForeign}, cpus, none, "16/4/4 3 4 99"},
+              {{.processors = {0, 2, 8, 9}, .vendor = kForeign, .vouched = true}, cpus, none, "16/4/4 3 4 99"},
+              {{.processors = {0, 1, 2, 3, 8}, .vendor = kForeign}, cpus, quota, "16/4/4 3 4 99"}};
   for (const auto& row : rows) {
     const auto print = [&] {
       be(row.on);
@@ -189,27 +178,25 @@ TEST(Topology, QuotaOfControlGroups) {
   for (const auto& [name, text] : files) kernel.put(name, text);
   for (const char* group : {"", "/b", "/b/tight", "/b/loose"})
     kernel.put("cpu" + std::string(group) + "/cpu.cfs_period_us", "50000\n");
-  const std::pair<const char*, int32_t> rows[] = {
-      {"0::/a/half\n", 1},
-      {"0::/a/some\n", 3},
-      {"0::/a/more\n", 6},
-      {"0::/a/odd\n", 6},
-      {"0::/elsewhere/outside\n", 6},
-      {"5:memory:/b\n4:cpuacct,cpu:/b/tight\n1:name=systemd:/b\n", 2},
-      {"4:cpu,cpuacct:/b/loose", 4},
-      {"4:cpu:/", INT32_MAX},
-      {"5:cpuset:/b/tight\n3:cpuacct:/b\n", INT32_MAX},
-      {"4:cpu:/b\n0::/a/some\n", 3},
-      {"::::\n\n:\nnone", INT32_MAX},
-      {"", INT32_MAX},
-  };
+  const std::pair<const char*, int32_t> rows[] = {{"0::/a/half\n", 1},
+                                                  {"0::/a/some\n", 3},
+                                                  {"0::/a/more\n", 6},
+                                                  {"0::/a/odd\n", 6},
+                                                  {"0::/elsewhere/outside\n", 6},
+                                                  {"5:memory:/b\n4:cpuacct,cpu:/b/tight\n1:name=systemd:/b\n", 2},
+                                                  {"4:cpu,cpuacct:/b/loose", 4},
+                                                  {"4:cpu:/", INT32_MAX},
+                                                  {"5:cpuset:/b/tight\n3:cpuacct:/b\n", INT32_MAX},
+                                                  {"4:cpu:/b\n0::/a/some\n", 3},
+                                                  {"::::\n\n:\nnone", INT32_MAX},
+                                                  {"", INT32_MAX}};
   const std::string root = kernel.path("");
   for (const auto& [groups, expected] : rows) {
     const std::string own = kernel.put("own", groups);
     const auto print = [&] {
       processor.own_groups = own.c_str();
       processor.groups = root.c_str();
-      printf("%d", tev::service::cpu_quota());
+      printf("%d", cpu_quota());
     };
     EXPECT_EQ(printed({}, print), std::to_string(expected)) << groups;
   }
@@ -230,12 +217,12 @@ TEST(Topology, KernelsDescription) {
   };
   for (auto [text, expected] : rows) {
     FILE* file = fmemopen(text.data(), text.size(), "r");
-    tev::test::new_fails = true;
-    const topology without_memory = tev::service::count_described(file, {5, 5, 1});
-    tev::test::new_fails = false;
-    if (tev::test::kNewCanFail) EXPECT_EQ(text_of(without_memory), "5/5/1");
+    new_fails = true;
+    const topology without_memory = count_described(file, {5, 5, 1});
+    new_fails = false;
+    if (kNewCanFail) EXPECT_EQ(text_of(without_memory), "5/5/1");
     std::rewind(file);
-    EXPECT_EQ(text_of(tev::service::count_described(file, {5, 5, 1})), expected) << text;
+    EXPECT_EQ(text_of(count_described(file, {5, 5, 1})), expected) << text;
     std::fclose(file);
   }
 }

@@ -5,11 +5,7 @@
 //   Balance   counts, blocks or areas differ by no more than the rule's granularity
 #include "service/work_split.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <functional>
-#include <tuple>
+#include "tests/support/prelude.h"
 
 namespace {
 
@@ -22,27 +18,16 @@ void PrintTo(const part& p, std::ostream* out) { *out << "start " << p.start << 
 
 using split = std::function<part(int64_t i, int64_t t, int64_t n)>;
 
-part even(int64_t i, int64_t t, int64_t n) {
-  int64_t count = -99;
-  const int64_t start = tev_serv_divbythreads(&i, &t, &n, &count);
-  return {start, count};
-}
-
-split blocked(int64_t block) {
-  return [block](int64_t i, int64_t t, int64_t n) -> part {
+split rule_of(auto* divide, auto... more) {
+  return [=](int64_t i, int64_t t, int64_t n) -> part {
     int64_t count = -99;
-    const int64_t start = tev_serv_divbythreadsnb(&i, &t, &n, &block, &count);
+    const int64_t start = divide(&i, &t, &n, &more..., &count);
     return {start, count};
   };
 }
-
-split triangle(char letter) {
-  return [letter](int64_t i, int64_t t, int64_t n) -> part {
-    int64_t count = -99;
-    const int64_t start = tev_serv_divbythreadstr(&i, &t, &n, &letter, &count);
-    return {start, count};
-  };
-}
+const split even = rule_of(tev_serv_divbythreads);
+split blocked(int64_t block) { return rule_of(tev_serv_divbythreadsnb, block); }
+split triangle(char letter) { return rule_of(tev_serv_divbythreadstr, letter); }
 
 const split kSplits[] = {even,          blocked(1),   blocked(4), blocked(48), blocked(INT64_MAX / 2),
                          triangle('U'), triangle('L')};

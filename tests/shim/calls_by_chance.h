@@ -4,13 +4,10 @@
 #pragma once
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-
-#include <random>
-#include <string>
 
 #include "shim/routines.h"
 #include "tests/support/effort.h"
+#include "tev/service.h"
 
 namespace tev::shim {
 namespace {
@@ -26,6 +23,25 @@ struct library_file {
   void* find(const std::string& name) const { return dlsym(handle, name.c_str()); }
   void* handle;
 };
+
+const library_file computing(TEV_FILE);
+
+// While this lives, the library that computes reports to the program, too. Its names have no blanks behind them.
+struct own_reports {
+  own_reports() {
+    set_handler([](const char* name, const int32_t* position, int32_t length) {
+      report(name, static_cast<size_t>(length), *position);
+    });
+  }
+  ~own_reports() { set_handler(nullptr); }
+  static void set_handler(tev_serv_xerbla_handler handler) {
+    reinterpret_cast<decltype(&tev_serv_set_xerbla)>(computing.find("tev_serv_set_xerbla"))(handler);
+  }
+};
+std::string without_blanks(std::string text) {
+  std::erase(text, ' ');
+  return text;
+}
 
 std::mt19937_64 chance(test::test_seed());
 int64_t below(int64_t n) { return static_cast<int64_t>(chance() % static_cast<uint64_t>(n)); }

@@ -2,14 +2,6 @@
 // What the reference BLAS lacks, against plain sums of whole numbers: ?axpby, ?gemmtr, the batches, ?omatcopy and
 // ?imatcopy.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <complex>
-#include <random>
-#include <string>
-#include <type_traits>
-#include <vector>
 
 #include "tests/support/effort.h"
 #include "tests/support/matrix.h"

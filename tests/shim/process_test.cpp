@@ -3,21 +3,12 @@
 // the parallel regions of another OpenMP runtime, and when it is closed.
 #include <dirent.h>
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <cstdint>
 #include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "tests/support/in_child.h"
 

@@ -1,11 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The request dispatcher called in one process, as a pipeline would call it.
-#include <gtest/gtest.h>
 #include <omp.h>
-#include <unistd.h>
-
-#include <cmath>
-#include <cstdlib>
 
 #include "service/load_fun.h"
 #include "sink/device.h"

@@ -1,13 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Pinning and threading settings, with the OpenMP runtime's affinity calls replaced by ones that take notes.
-#include <gtest/gtest.h>
+// Pinning and threading settings, with the OpenMP runtime's affinity calls replaced by ones that take notes; and a
+// program's optional hooks.
 #include <omp.h>
 
-#include <cstdlib>
-#include <map>
-#include <mutex>
-#include <set>
-
+#include "sink/device.h"
 #include "sink/threading.h"
 #include "tests/sink/request_block.h"
 
@@ -17,7 +13,7 @@ std::mutex notes;
 int max_processor;
 int masks_alive;
 std::map<int, std::set<int>> bound;  // team thread -> processors it was bound to
-std::string settings;
+std::string settings, hooks;
 
 }  // namespace
 
@@ -47,6 +43,12 @@ int kmp_set_affinity(kmp_affinity_mask_t* mask) {
 }
 
 TEV_EXPORT void pinning_test_worker(void*, uint32_t, uint64_t*, uint32_t) {}
+
+TEV_EXPORT void ueaa_user_task_manager_init() {
+  uint32_t device;
+  hooks += tev_ueaa_current_device(&device) == 0 ? "init " : "early ";  // the device is known by now
+}
+TEV_EXPORT void ueaa_user_task_manager_finalize() { hooks += "finalize "; }
 }
 
 namespace {
@@ -121,6 +123,15 @@ TEST(DeviceThreading, SettingsAndTeamSizeAreLoaded) {
   configure(std::string(1024, 'k'), 3);  // no NUL: the thread count's bytes follow
   EXPECT_EQ(settings, std::string(1024, 'k'));
   EXPECT_EQ(omp_get_max_threads(), 3);
+}
+
+TEST(Hooks, AreCalledEachTime) {
+  request_block block;
+  for (uint32_t code : {TEV_REQUEST_INITIALISE, TEV_REQUEST_FINALISE, TEV_REQUEST_INITIALISE, TEV_REQUEST_FINALISE}) {
+    block.prepare("").code = code;
+    block.send();
+  }
+  EXPECT_EQ(hooks, "init finalize init finalize ");
 }
 
 }  // namespace

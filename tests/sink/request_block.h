@@ -4,11 +4,8 @@
 
 #include <sys/mman.h>
 
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "sink/request_dispatcher.h"
+#include "tests/support/prelude.h"
 #include "tev/request.h"
 
 class request_block {

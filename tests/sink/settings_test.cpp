@@ -6,23 +6,17 @@
 #include <sys/wait.h>
 #include <termios.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <memory>
-#include <set>
-#include <string>
-#include <vector>
 
-#include "tests/sink/real_sink.h"
 #include "tests/support/in_child.h"
+#include "tests/support/sink.h"
 #include "tev/request.h"
 
 namespace {
 
 using processors = std::set<int>;
-using tev::test::in_child;
+using namespace tev::test;
 
 processors processors_of(pid_t thread) {
   cpu_set_t mask;
@@ -56,12 +50,6 @@ std::set<pid_t> threads_of(vro_process* sink) {
   return threads;
 }
 
-vro_completion* send(vro_process* sink, const tev_card_request& request, size_t result_length) {
-  vro_completion* done = nullptr;
-  EXPECT_EQ(vro_run(sink, "ueaa_prv_card_invoke", nullptr, 0, &request, sizeof(request), result_length, &done), VRO_OK);
-  return done;
-}
-
 bool served(vro_completion* request) {
   const int code = vro_completion_wait(request, 20000);
   EXPECT_EQ(code, VRO_OK) << vro_last_error();
@@ -75,21 +63,21 @@ vro_completion* configure(vro_process* sink, const char* settings, int32_t threa
   tev_threading_record record = {{}, threads};
   std::strcpy(record.settings, settings);
   std::memcpy(request->invoke.record, &record, sizeof(record));
-  return send(sink, *request, 0);
+  return send(sink, request.get());
 }
 
 std::string report(vro_process* sink) {
   constexpr size_t kBytes = 4096;
   const auto request = std::make_unique<tev_card_request>();
   request->call = {TEV_REQUEST_CALL, "tev_sink_report"};
-  vro_completion* done = send(sink, *request, kBytes);
+  vro_completion* done = send(sink, request.get(), {}, kBytes);
   return served(done) ? static_cast<const char*>(vro_completion_result(done)) : "";
 }
 
 // A host's settings, in a sink that inherits an environment. `places` are those of which each thread of the team gets
 // its own, or all threads the same one of `shared`.
 struct settings_case {
-  tev::test::environment inherited;
+  environment inherited;
   const char* settings;
   std::set<processors> places, shared;
 };
@@ -116,7 +104,7 @@ struct configured_sink {
 int try_settings(const std::vector<settings_case>& cases) {
   std::vector<configured_sink> sinks;
   for (const settings_case& c : cases) {
-    tev::test::set_environment(c.inherited);
+    set_environment(c.inherited);
     sinks.emplace_back(c.settings);
   }
   int wrong = 0;
@@ -163,16 +151,16 @@ TEST(Settings, PinningBindsTheTeam) {
   std::strcpy(request->invoke.worker, "ueaa_prv_query_device_time_worker");
   request->invoke.pin = request->invoke.thread_count = request->invoke.processor_count = 1;
   request->invoke.processor_mask[0] = 1;
-  EXPECT_TRUE(served(send(sink, *request, 0)));
+  EXPECT_TRUE(served(send(sink, request.get())));
   EXPECT_EQ(processors_of(pipeline), processors{1});
   EXPECT_EQ(vro_process_shutdown(sink, 10000), VRO_OK);
 }
 
 TEST(Settings, SinkSurvivesAnEnvironmentThatEndsTheRuntime) {
-  const tev::test::environment deadly[] = {
+  const environment deadly[] = {
       {{"OMP_NUM_THREADS", ""}, {"OMP_STACKSIZE", "99999999999999999999"}, {"KMP_CPUINFO_FILE", "/no/such/file"}},
       {{"OMP_NUM_THREADS", "2147483647"}}};
-  for (tev::test::environment variables : deadly) {
+  for (environment variables : deadly) {
     std::string dropped;
     for (const auto& [name, value] : variables)
       dropped +=

@@ -2,43 +2,80 @@
 // The LAPACK workers of the real sink, called as a foreign host would: records written byte by byte.
 //   Steps     one call of the routine, and only for the right parameter and count of buffers
 //   LuStep    interchanges, solve, update by the guards, whatever the parameter and the count are
-#include <algorithm>
-#include <array>
 
 #include "host/check.h"
-#include "tests/sink/foreign_host.h"
-#include "tests/support/strided.h"
+#include "tests/support/blas_case.h"
+#include "tests/support/precision.h"
+#include "tests/support/sink.h"
 #include "tev/lapack.h"
 
+namespace tev::test {
 namespace {
 
-using tev::host::operation;
-using tev::host::problem;
-using tev::test::c_element_t;
+using request_bytes = std::vector<unsigned char>;
 
-constexpr size_t kScalarsAt = kRecordAt + 128;
+constexpr size_t kRecordAt = 264, kScalarsAt = kRecordAt + 128, kBytes = size_t{1} << 23;
+
+template <class V>
+void put(request_bytes& block, size_t offset, const V& value) {
+  std::memcpy(block.data() + offset, &value, sizeof(value));
+}
 
 template <class T>
 constexpr uint32_t kStepBytes = 128 + 16 * sizeof(T);
 
+// What a worker must not read is not zero.
 template <class T>
-request_bytes step_request(const char* name, const std::string& letters, const std::vector<int64_t>& numbers) {
-  request_bytes block = invoke_request(std::string("tev_lapack_") + kLetter<T> + name + "_worker");
+request_bytes step_request(const std::string& name, const std::string& letters, const std::vector<int64_t>& numbers) {
+  const std::string worker = std::string("tev_lapack_") + *of_precision<T>("s", "d", "c", "z") + name + "_worker";
+  request_bytes block(32320, 0xee);
+  std::memset(block.data() + 30264, 0, 1016);
+  put(block, 0, uint32_t{1});
   put(block, 4, kStepBytes<T>);
+  std::memcpy(block.data() + 8, worker.c_str(), worker.size() + 1);
+  put(block, 31280, int32_t{1});
+  put(block, 32316, int32_t{0});
   size_t at = kRecordAt;
   for (const char letter : letters) put(block, at, letter), at += 8;
   for (const int64_t number : numbers) put(block, at, number), at += 8;
   return block;
 }
 
+// A sink with eight buffers.
 template <class T>
-using Host = foreign_host<T, 8, size_t{1} << 23>;
+class Host : public testing::Test {
+ protected:
+  void SetUp() override {
+    process_ = start_sink();
+    ASSERT_NE(process_, nullptr) << vro_last_error();
+    for (vro_buffer*& buffer : buffers_)
+      ASSERT_EQ(vro_buffer_create(process_, kBytes, &buffer), VRO_OK) << vro_last_error();
+  }
+  void TearDown() override { EXPECT_EQ(vro_process_shutdown(process_, 10000), VRO_OK) << vro_last_error(); }
+
+  T* matrix(int i) { return static_cast<T*>(vro_buffer_map(buffers_[static_cast<size_t>(i)])); }
+  std::vector<T> contents(int i, size_t elements) { return {matrix(i), matrix(i) + elements}; }
+  void fill(int i, size_t elements) {
+    for (size_t e = 0; e < elements; ++e) matrix(i)[e] = scalar();
+  }
+  T scalar() { return random_element<T>(random_, values::fractions); }
+
+  void serve(const request_bytes& block, int64_t buffers) {
+    vro_completion* const done = send(process_, block.data(), {buffers_.begin(), buffers_.begin() + buffers});
+    ASSERT_EQ(vro_completion_wait(done, 60000), VRO_OK) << vro_last_error();
+    vro_completion_release(done);
+  }
+
+  vro_process* process_ = nullptr;
+  std::array<vro_buffer*, 8> buffers_ = {};
+  engine random_{20260407};
+};
 
 template <class T>
 class Steps : public Host<T> {
  protected:
   // What is not the worker's changes nothing; then the request itself.
-  void expect_only(request_bytes block, uint32_t buffers, int result, size_t elements) {
+  void expect_only(request_bytes block, int buffers, int result, size_t elements) {
     const std::vector<T> before = this->contents(result, elements);
     const auto is_as_before = [&] {
       return std::memcmp(before.data(), this->matrix(result), elements * sizeof(T)) == 0;
@@ -46,15 +83,15 @@ class Steps : public Host<T> {
     for (const uint32_t other : {0u, 192u, 255u, 256u, 257u, 384u}) {
       if (other == kStepBytes<T>) continue;
       put(block, 4, other);
-      this->send(block, buffers);
+      this->serve(block, buffers);
       EXPECT_TRUE(is_as_before()) << "parameter " << other;
     }
     put(block, 4, kStepBytes<T>);
-    for (const uint32_t other : {buffers - 1, buffers + 1, 8u}) {
-      this->send(block, other);
+    for (const int other : {buffers - 1, buffers + 1, 8}) {
+      this->serve(block, other);
       EXPECT_TRUE(is_as_before()) << other << " buffers";
     }
-    this->send(block, buffers);
+    this->serve(block, buffers);
   }
 
   void run(problem<T> p) {
@@ -66,7 +103,7 @@ class Steps : public Host<T> {
     const int result = gemm ? 2 : 1;
     const int64_t ld = trsm ? p.ldb : p.ldc, columns = p.n;
     const auto elements = static_cast<size_t>((std::max({p.m, p.n, p.k}) + 3) * (std::max({p.m, p.n, p.k}) + 3));
-    ASSERT_LE(elements, this->kElements);
+    ASSERT_LE(elements * sizeof(T), kBytes);
     for (int i = 0; i <= result; ++i) this->fill(i, elements);
     for (int64_t i = 0; trsm && i < order; ++i) this->matrix(0)[i + i * p.lda] += T(8);
     const std::vector<T> before = this->contents(result, elements);
@@ -80,73 +117,42 @@ class Steps : public Host<T> {
     put(block, kScalarsAt, p.alpha);
     if (!trsm) put(block, kScalarsAt + sizeof(T), p.beta);
     expect_only(block, result + 1, result, elements);
-    const tev::host::verdict judged = tev::host::check(p, this->matrix(result), 1);
-    EXPECT_TRUE(judged.passed) << (gemm   ? "gemm "
-                                   : trsm ? "trsm "
-                                          : "syrk ")
-                               << p.transa << p.uplo << ": " << judged.text;
+    const host::verdict judged = host::check(p, this->matrix(result), 1);
+    EXPECT_TRUE(judged.passed) << host::name_of(p.op) << ' ' << p.transa << p.uplo << ": " << judged.text;
     for (size_t e = 0; e < elements; ++e) {
       const int64_t i = static_cast<int64_t>(e) % ld, j = static_cast<int64_t>(e) / ld;
       const bool inside = p.op == operation::syrk ? (p.uplo == 'U' ? i <= j : i >= j && i < p.n) : i < p.m;
       if (!inside || j >= columns) ASSERT_EQ(std::memcmp(&before[e], this->matrix(result) + e, sizeof(T)), 0);
     }
   }
-
-  T scalar() { return random_value<T>(this->random_); }
 };
-TYPED_TEST_SUITE(Steps, precisions);
+TYPED_TEST_SUITE(Steps, Elements);
 
 TYPED_TEST(Steps, CallTheirRoutine) {
   using T = TypeParam;
-  this->run({.op = operation::gemm,
-             .transa = 'T',
-             .transb = 'N',
-             .m = 17,
-             .n = 9,
-             .k = 31,
-             .alpha = this->scalar(),
-             .beta = this->scalar()});
-  this->run({.op = operation::trsm,
-             .transa = 'T',
-             .side = 'R',
-             .uplo = 'L',
-             .diag = 'N',
-             .m = 9,
-             .n = 17,
-             .alpha = this->scalar()});
-  for (const char uplo : {'U', 'L'})
-    for (const int64_t n : {19, 450})  // alone, and over the team
-      this->run({.op = operation::syrk,
-                 .transa = uplo == 'U' ? 'N' : 'T',
-                 .uplo = uplo,
-                 .n = n,
-                 .k = 23,
-                 .alpha = this->scalar(),
-                 .beta = T(uplo == 'U' ? 0 : 1) * this->scalar()});
+  this->run(problem_of<T>(operation::gemm, "TN", 17, 9, 31, this->scalar(), this->scalar()));
+  this->run(problem_of<T>(operation::trsm, "RLTN", 9, 17, 0, this->scalar(), T(0)));
+  for (const int64_t n : {19, 450}) {  // alone, and over the team
+    this->run(problem_of<T>(operation::syrk, "UN", 0, n, 23, this->scalar(), T(0)));
+    this->run(problem_of<T>(operation::syrk, "LT", 0, n, 23, this->scalar(), this->scalar()));
+  }
 }
-
-#define TEV_LARFB(T, p) \
-  [[maybe_unused]] constexpr auto larfb_of(T) { return tev_lapack_##p##larfb; }
-TEV_LARFB(float, s)
-TEV_LARFB(double, d)
-TEV_LARFB(std::complex<float>, c)
-TEV_LARFB(std::complex<double>, z)
 
 TYPED_TEST(Steps, LarfbIsTheRoutineOfTheLibrary) {
   using T = TypeParam;
   const int64_t m = 21, n = 13, k = 6, ldv = 24, ldt = 7, ldc = 22, ldwork = 15;
   for (int i = 0; i < 4; ++i) this->fill(i, 600);
   std::vector<T> expected = this->contents(2, 600), work(600);
-  const auto in = [](T* x) { return reinterpret_cast<c_element_t<T>*>(x); };
-  larfb_of(T())("L", "C", "B", "C", &m, &n, &k, in(this->matrix(0)), &ldv, in(this->matrix(1)), &ldt,
-                in(expected.data()), &ldc, in(work.data()), &ldwork, 1, 1, 1, 1);
+  TEV_LAPACK(larfb)
+  ("L", "C", "B", "C", &m, &n, &k, out(this->matrix(0)), &ldv, out(this->matrix(1)), &ldt, out(expected.data()), &ldc,
+   out(work.data()), &ldwork, 1, 1, 1, 1);
   this->expect_only(step_request<T>("larfb", "LCBC", {m, n, k, ldv, ldt, ldc, ldwork}), 4, 2, 600);
   EXPECT_EQ(this->contents(2, 600), expected);
 }
 
 template <class T>
 class LuStep : public Host<T> {};
-TYPED_TEST_SUITE(LuStep, precisions);
+TYPED_TEST_SUITE(LuStep, Elements);
 
 TYPED_TEST(LuStep, InterchangesSolvesAndUpdatesByItsGuards) {
   using T = TypeParam;
@@ -167,31 +173,22 @@ TYPED_TEST(LuStep, InterchangesSolvesAndUpdatesByItsGuards) {
         "getrf", "",
         {kN, kM, kK, kLd[4], kLd[5], kLd[6], kOrder, kSolved, kLd[2], kLd[3], kColumns, kLd[0], 2, 5, first, second});
     put(block, 4, uint32_t{77});
-    this->send(block, static_cast<uint32_t>(buffers));
+    this->serve(block, buffers);
 
     EXPECT_EQ(this->contents(0, kUsed), swapped);
-    const problem<T> solve = {.op = operation::trsm,
-                              .transa = 'N',
-                              .side = 'L',
-                              .uplo = 'L',
-                              .diag = 'U',
-                              .m = kOrder,
-                              .n = kSolved,
-                              .alpha = T(1),
-                              .a = this->matrix(2),
-                              .lda = kLd[2],
-                              .b = right.data(),
-                              .ldb = kLd[3]};
+    problem<T> solve = problem_of<T>(operation::trsm, "LLNU", kOrder, kSolved, 0, 1, 0);
+    solve.a = this->matrix(2), solve.lda = kLd[2], solve.b = right.data(), solve.ldb = kLd[3];
     EXPECT_TRUE(check(solve, this->matrix(3), 1).passed) << check(solve, this->matrix(3), 1).text;
     if (first >= second) {
       EXPECT_EQ(this->contents(6, kUsed), c) << first << ' ' << second;
       continue;
     }
-    const problem<T> update = {
-        operation::gemm, 'N',    'N',      'L',   'U', 'N', kM, kN, kK, T(-1), T(1), this->matrix(4), kLd[4],
-        this->matrix(5), kLd[5], c.data(), kLd[6]};
+    problem<T> update = problem_of<T>(operation::gemm, "NN", kM, kN, kK, -1, 1);
+    update.a = this->matrix(4), update.lda = kLd[4], update.b = this->matrix(5), update.ldb = kLd[5];
+    update.c = c.data(), update.ldc = kLd[6];
     EXPECT_TRUE(check(update, this->matrix(6), 1).passed) << check(update, this->matrix(6), 1).text;
   }
 }
 
 }  // namespace
+}  // namespace tev::test

@@ -2,9 +2,7 @@
 // Threads that race: each calls function(0), function(1), ... when all are there.
 #pragma once
 
-#include <atomic>
-#include <thread>
-#include <vector>
+#include "tests/support/prelude.h"
 
 namespace tev::test {
 

@@ -3,15 +3,6 @@
 // unit diagonal, C when beta is 0), and every operand is a guarded matrix.
 #pragma once
 
-#include <algorithm>
-#include <cctype>
-#include <complex>
-#include <cstdint>
-#include <cstring>
-#include <limits>
-#include <ostream>
-#include <string>
-
 #include "blas_threading/blas_calls.h"
 #include "host/kinds.h"
 #include "tests/support/matrix.h"
@@ -34,54 +25,75 @@ inline bool is_rank_2k(operation op) { return op == operation::syr2k || op == op
 inline bool is_rank_k(operation op) { return op == operation::syrk || op == operation::herk || is_rank_2k(op); }
 
 // The real scalars are the first parts of the complex ones.
-template <class R, class T, class In, class E>
-void call_hermitian(const problem<T>& p, const In& in, E* out, const R& r) {
+template <class R, class T, class E>
+void call_hermitian(const problem<T>& p, E* result, const R& r) {
   const auto real = [](const T& x) { return reinterpret_cast<const real_part_t<T>*>(&x); };
   switch (p.op) {
     case operation::hemm:
-      return r.hemm(&p.side, &p.uplo, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
+      return r.hemm(&p.side, &p.uplo, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), result,
                     &p.ldc);
     case operation::herk:
-      return r.herk(&p.uplo, &p.transa, &p.n, &p.k, real(p.alpha), in(p.a), &p.lda, real(p.beta), out, &p.ldc);
+      return r.herk(&p.uplo, &p.transa, &p.n, &p.k, real(p.alpha), in(p.a), &p.lda, real(p.beta), result, &p.ldc);
     default:
-      return r.her2k(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, real(p.beta), out,
-                     &p.ldc);
+      return r.her2k(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, real(p.beta),
+                     result, &p.ldc);
   }
 }
 
 // Calls a routine whose arguments begin with those of a product.
 template <class T, class F, class... More>
 auto call_product(const problem<T>& p, T* result, F* routine, More... more) {
-  const auto in = [](const T* x) { return reinterpret_cast<const c_element_t<T>*>(x); };
   return routine(&p.transa, &p.transb, &p.m, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta),
-                 reinterpret_cast<c_element_t<T>*>(result), &p.ldc, more...);
+                 out(result), &p.ldc, more...);
 }
 
 // Calls the routine of r; `result` holds C, or B of trmm and trsm.
 template <class T, class R = routines<T>>
 void call(const problem<T>& p, T* result, const R& r = {}) {
-  using E = c_element_t<T>;
-  const auto in = [](const T* x) { return reinterpret_cast<const E*>(x); };
-  E* out = reinterpret_cast<E*>(result);
+  c_element_t<T>* const c = out(result);
   switch (p.op) {
     case operation::gemm:
       return r.gemm(&p.transa, &p.transb, &p.m, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta),
-                    out, &p.ldc);
+                    c, &p.ldc);
     case operation::symm:
-      return r.symm(&p.side, &p.uplo, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
+      return r.symm(&p.side, &p.uplo, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), c,
                     &p.ldc);
     case operation::trmm:
-      return r.trmm(&p.side, &p.uplo, &p.transa, &p.diag, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, out, &p.ldb);
+      return r.trmm(&p.side, &p.uplo, &p.transa, &p.diag, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, c, &p.ldb);
     case operation::trsm:
-      return r.trsm(&p.side, &p.uplo, &p.transa, &p.diag, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, out, &p.ldb);
+      return r.trsm(&p.side, &p.uplo, &p.transa, &p.diag, &p.m, &p.n, in(&p.alpha), in(p.a), &p.lda, c, &p.ldb);
     case operation::syrk:
-      return r.syrk(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(&p.beta), out, &p.ldc);
+      return r.syrk(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(&p.beta), c, &p.ldc);
     case operation::syr2k:
-      return r.syr2k(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), out,
+      return r.syr2k(&p.uplo, &p.transa, &p.n, &p.k, in(&p.alpha), in(p.a), &p.lda, in(p.b), &p.ldb, in(&p.beta), c,
                      &p.ldc);
     default:
-      if constexpr (kIsComplex<T>) call_hermitian(p, in, out, r);
+      if constexpr (kIsComplex<T>) call_hermitian(p, c, r);
   }
+}
+
+// Of each option of an operation, in the order of an option string, the letters that it takes; none of an operation
+// that the precision has not.
+template <class T>
+std::vector<std::string_view> letters_of(operation op) {
+  if (is_hermitian(op) && !kIsComplex<T>) return {};
+  if (op == operation::gemm) return {"NTC", "NTC"};
+  if (in_place(op)) return {"LR", "UL", "NTC", "NU"};
+  if (is_rank_k(op)) return {"UL", is_hermitian(op) ? "NC" : kIsComplex<T> ? "NT" : "NTC"};
+  return {"LR", "UL"};
+}
+
+// Every combination of them.
+template <class T>
+std::vector<std::string> options_of(operation op) {
+  std::vector<std::string> all(letters_of<T>(op).empty() ? 0 : 1);
+  for (const std::string_view letters : letters_of<T>(op)) {
+    std::vector<std::string> longer;
+    for (const std::string& start : all)
+      for (const char next : letters) longer.push_back(start + next);
+    all = longer;
+  }
+  return all;
 }
 
 // An option string has transa, transb (gemm), side, uplo (symm, hemm), side, uplo, transa, diag (trmm, trsm) or uplo,
@@ -158,15 +170,6 @@ class blas_case {
     return !gemm() ? p.n : plain(p.transb) ? p.n : p.k;
   }
 
-  // Added to an entry of at most 3, it leaves a pivot. Complex: now the real part is the larger one, now the imaginary
-  // part.
-  static T large_pivot(int64_t j) {
-    if constexpr (kIsComplex<T>)
-      return j % 2 == 0 ? T(4, 0) : T(0, 4);
-    else
-      return 4;
-  }
-
   // Of the matrix of which one triangle is read.
   void hide_unread_part(matrix<T>& x) {
     const bool upper = std::toupper(p.uplo) == 'U', unit = in_place(p.op) && std::toupper(p.diag) == 'U';
@@ -176,7 +179,8 @@ class blas_case {
       if (unit) x(j, j) = nan_element<T>();
       if constexpr (kIsComplex<T>)
         if (is_hermitian(p.op)) x(j, j).imag(std::numeric_limits<real_part_t<T>>::quiet_NaN());
-      if (p.op == operation::trsm && !unit) x(j, j) += large_pivot(j);
+      // Added to an entry of at most 3, it leaves a pivot; complex: now the real part is the larger one, now the other.
+      if (p.op == operation::trsm && !unit) x(j, j) += kIsComplex<T> && j % 2 != 0 ? number<T>(0, 4) : T(4);
     }
   }
 };

@@ -12,22 +12,17 @@ namespace tev::test {
 template <class T>
 kernels::operation<c_element_t<T>> described(const problem<T>& p, const matrix<T>& result) {
   using E = c_element_t<T>;
-  const auto scalar = [](const T& x) { return reinterpret_cast<const E&>(x); };
-  const auto data = [](const T* x) { return reinterpret_cast<const E*>(x); };
-  const E alpha = scalar(p.alpha), beta = scalar(p.beta);
-  E* const out = reinterpret_cast<E*>(result.data());
+  const E alpha = *in(&p.alpha), beta = *in(&p.beta), *const a = in(p.a), *const b = in(p.b);
+  E* const c = at(result);
   if (p.op == operation::gemm)
-    return kernels::make_operation(p.transa, p.transb, p.m, p.n, p.k, alpha, data(p.a), p.lda, data(p.b), p.ldb, beta,
-                                   out, result.ld());
+    return kernels::make_operation(p.transa, p.transb, p.m, p.n, p.k, alpha, a, p.lda, b, p.ldb, beta, c, result.ld());
   if (p.op == operation::symm)
-    return kernels::make_symmetric_operation(p.side, p.uplo, p.m, p.n, alpha, data(p.a), p.lda, data(p.b), p.ldb, beta,
-                                             out, result.ld());
+    return kernels::make_symmetric_operation(p.side, p.uplo, p.m, p.n, alpha, a, p.lda, b, p.ldb, beta, c, result.ld());
   if (p.op == operation::syrk)
-    return kernels::make_rank_k_operation(p.uplo, p.transa, false, p.n, p.k, alpha, data(p.a), p.lda, data(p.a), p.lda,
-                                          beta, out, result.ld());
+    return kernels::make_rank_k_operation(p.uplo, p.transa, false, p.n, p.k, alpha, a, p.lda, a, p.lda, beta, c,
+                                          result.ld());
   return kernels::make_triangular_operation(p.op == operation::trmm ? kernels::kOpTrmm : kernels::kOpTrsm, p.side,
-                                            p.uplo, p.transa, p.diag, p.m, p.n, alpha, data(p.a), p.lda, out,
-                                            result.ld());
+                                            p.uplo, p.transa, p.diag, p.m, p.n, alpha, a, p.lda, c, result.ld());
 }
 
 }  // namespace tev::test

@@ -2,10 +2,7 @@
 // How much the tests do, and from which seed those go that go by chance: ./test sets both.
 #pragma once
 
-#include <cstdint>
-#include <cstdlib>
-#include <random>
-#include <string>
+#include "tests/support/prelude.h"
 
 namespace tev::test {
 

@@ -3,8 +3,7 @@
 // operator new for itself: nothing fails there.
 #pragma once
 
-#include <cstdlib>
-#include <new>
+#include "tests/support/prelude.h"
 
 namespace tev::test {
 

@@ -3,11 +3,6 @@
 // service layer through its seam (service/cpuid.h). Installed in a child process (in_child.h).
 #pragma once
 
-#include <cstdint>
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "service/cpuid.h"
 #include "tests/support/in_child.h"
 
@@ -100,61 +95,36 @@ fake_processor changed(fake_processor p, Change change) {
 
 // One step of the ladder of tiers each; every one has all features of the ones before it.
 inline fake_processor sse2_processor() {
-  fake_processor p;
-  p.leaf1_edx = 1u << 0 | 1u << 15 | 1u << 23 | 1u << 24 | 1u << 25 | 1u << 26;
-  return p;
+  return changed({}, [](auto& p) { p.leaf1_edx = 1u << 0 | 1u << 15 | 1u << 23 | 1u << 24 | 1u << 25 | 1u << 26; });
 }
-
 inline fake_processor ssse3_processor() {
-  fake_processor p = sse2_processor();
-  p.leaf1_ecx |= 1u << 0 | 1u << 9;
-  return p;
+  return changed(sse2_processor(), [](auto& p) { p.leaf1_ecx |= 1u << 0 | 1u << 9; });
 }
-
 inline fake_processor sse42_processor() {
-  fake_processor p = ssse3_processor();
-  p.leaf1_ecx |= 1u << 19 | 1u << 20 | 1u << 23 | 1u << 1;
-  return p;
+  return changed(ssse3_processor(), [](auto& p) { p.leaf1_ecx |= 1u << 19 | 1u << 20 | 1u << 23 | 1u << 1; });
 }
-
 inline fake_processor avx_processor() {
-  fake_processor p = sse42_processor();
-  p.leaf1_ecx |= 1u << 27 | 1u << 28;
-  p.xcr0 = 0x7;
-  return p;
+  return changed(sse42_processor(), [](auto& p) { p.leaf1_ecx |= 1u << 27 | 1u << 28, p.xcr0 = 0x7; });
 }
-
 inline fake_processor avx2_processor() {
-  fake_processor p = avx_processor();
-  p.leaf1_ecx |= 1u << 12 | 1u << 22 | 1u << 25 | 1u << 29;
-  p.leaf7_ebx |= 1u << 3 | 1u << 5 | 1u << 8;
-  p.ext_ecx |= 1u << 5;
-  return p;
+  return changed(avx_processor(), [](auto& p) {
+    p.leaf1_ecx |= 1u << 12 | 1u << 22 | 1u << 25 | 1u << 29, p.leaf7_ebx |= 1u << 3 | 1u << 5 | 1u << 8;
+    p.ext_ecx |= 1u << 5;
+  });
 }
-
-inline fake_processor avx512_zel_processor() {  // F, PF, ER, CD
-  fake_processor p = avx2_processor();
-  p.leaf7_ebx |= 1u << 16 | 1u << 26 | 1u << 27 | 1u << 28;
-  p.xcr0 = 0xE7;
-  return p;
+inline fake_processor with_avx512(uint32_t leaf7_ebx, uint32_t leaf7_edx = 0) {
+  return changed(avx2_processor(), [=](auto& p) {
+    p.leaf7_ebx |= leaf7_ebx, p.leaf7_edx |= leaf7_edx;
+    p.xcr0 = 0xE7;
+  });
 }
-
-inline fake_processor avx512_zel_e1_processor() {
-  fake_processor p = avx512_zel_processor();
-  p.leaf7_edx |= 1u << 2 | 1u << 3;
-  return p;
-}
-
-inline fake_processor amd(fake_processor p) {
-  p.vendor = "AuthenticAMD";
-  return p;
-}
-
+constexpr uint32_t kFPfErCd = 1u << 16 | 1u << 26 | 1u << 27 | 1u << 28;
+inline fake_processor avx512_zel_processor() { return with_avx512(kFPfErCd); }
+inline fake_processor avx512_zel_e1_processor() { return with_avx512(kFPfErCd, 1u << 2 | 1u << 3); }
 inline fake_processor avx512_processor() {  // F, DQ, CD, BW, VL
-  fake_processor p = avx2_processor();
-  p.leaf7_ebx |= 1u << 16 | 1u << 17 | 1u << 28 | 1u << 30 | 1u << 31;
-  p.xcr0 = 0xE7;
-  return p;
+  return with_avx512(1u << 16 | 1u << 17 | 1u << 28 | 1u << 30 | 1u << 31);
 }
+
+inline fake_processor amd(fake_processor p) { return p.vendor = "AuthenticAMD", p; }
 
 }  // namespace tev::test

@@ -3,12 +3,8 @@
 #pragma once
 
 #include <sys/mman.h>
-#include <unistd.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <new>
-#include <utility>
+#include "tests/support/prelude.h"
 
 namespace tev::test {
 

@@ -3,16 +3,9 @@
 // Fork before anything was decided: call it from the test's own thread, and never use the service layer in the parent.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/support/prelude.h"
 
 namespace tev::test {
 
@@ -77,10 +70,10 @@ std::string printed(const environment& variables, Body&& body) {
   return result.out + result.err + (result.status == 0 ? "" : "status " + std::to_string(result.status));
 }
 
-// A test whose body runs in a fresh process.
-#define TEST_IN_CHILD(topic, rule)                                          \
-  void topic##rule();                                                       \
-  TEST(topic, rule) { EXPECT_EQ(tev::test::printed({}, topic##rule), ""); } \
+// A test whose body runs in a fresh process, with the environment's variables behind the name: {"NAME", "value"} ...
+#define TEST_IN_CHILD(topic, rule, ...)                                                                      \
+  void topic##rule();                                                                                        \
+  TEST(topic, rule) { EXPECT_EQ(tev::test::printed(tev::test::environment{__VA_ARGS__}, topic##rule), ""); } \
   void topic##rule()
 
 }  // namespace tev::test

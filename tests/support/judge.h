@@ -2,10 +2,6 @@
 // The judgement of host/check.h as an assertion; link host/check.cpp.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "host/check.h"
 #include "tests/support/blas_case.h"
 

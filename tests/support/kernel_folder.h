@@ -2,12 +2,10 @@
 // Files as the kernel would show them, below a folder that goes when the test ends.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <fstream>
-#include <string>
+
+#include "tests/support/prelude.h"
 
 namespace tev::test {
 

@@ -7,8 +7,8 @@
 #include <sys/types.h>
 
 #include <fstream>
-#include <set>
-#include <string>
+
+#include "tests/support/prelude.h"
 
 namespace tev::test {
 

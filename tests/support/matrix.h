@@ -3,14 +3,6 @@
 // leading dimension hold a pattern (a NaN, so that reading it shows, too) whose bits must stay.
 #pragma once
 
-#include <algorithm>
-#include <complex>
-#include <cstdint>
-#include <cstring>
-#include <limits>
-#include <random>
-#include <type_traits>
-
 #include "tests/support/guarded.h"
 #include "tev/types.h"
 
@@ -51,6 +43,12 @@ enum class values { whole, fractions };
 
 using engine = std::mt19937_64;
 
+using Elements = testing::Types<float, double, std::complex<float>, std::complex<double>>;
+
+struct shape {
+  int64_t m, n, k;
+};
+
 template <class T>
 T random_element(engine& random, values kind) {
   using R = real_part_t<T>;
@@ -66,13 +64,36 @@ T random_element(engine& random, values kind) {
   }
 }
 
+// A number with these parts; a real one has the first.
+template <class T>
+T number(double re, double im) {
+  using R = real_part_t<T>;
+  if constexpr (kIsComplex<T>)
+    return {static_cast<R>(re), static_cast<R>(im)};
+  else
+    return static_cast<R>(re);
+}
+
 template <class T>
 T nan_element() {
-  constexpr auto nan = std::numeric_limits<real_part_t<T>>::quiet_NaN();
-  if constexpr (kIsComplex<T>)
-    return {nan, nan};
-  else
-    return nan;
+  return number<T>(std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::quiet_NaN());
+}
+
+// What alpha and beta are: 0, 1, or anything.
+template <class T>
+T random_scalar(engine& random, values kind) {
+  const auto choice = random() % 4;
+  return choice < 2 ? number<T>(static_cast<double>(choice), 0) : random_element<T>(random, kind);
+}
+
+// In the types of the C interface.
+template <class T>
+auto in(const T* x) {
+  return reinterpret_cast<const c_element_t<T>*>(x);
+}
+template <class T>
+auto out(T* x) {
+  return reinterpret_cast<c_element_t<T>*>(x);
 }
 
 template <class T>
@@ -122,5 +143,10 @@ class matrix {
   int64_t rows_, columns_, ld_;
   guarded_array<T> storage_;
 };
+
+template <class T>
+c_element_t<T>* at(const matrix<T>& a) {
+  return out(a.data());
+}
 
 }  // namespace tev::test

@@ -2,16 +2,7 @@
 // One call drawn by chance: options, sizes, scalars, strides, paddings.
 #pragma once
 
-#include <algorithm>
-#include <array>
-#include <cctype>
-#include <cmath>
-#include <functional>
-#include <numeric>
 #include <sstream>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "tests/support/blas_case.h"
 #include "tests/support/strided.h"
@@ -60,10 +51,14 @@ struct sample {
     return one_of(choices);
   }
 
+  int64_t increment() {
+    constexpr int64_t kChoices[] = {1, 1, -1, 2, -3, 7};
+    return one_of(kChoices);
+  }
+
   template <class T>
   strided<T> vector(int64_t n, bool filled = true) {
-    const int64_t choices[] = {1, 1, -1, 2, -3, 7};
-    strided<T> x(n, one_of(choices));
+    strided<T> x(n, increment());
     words << " inc " << *x.inc();
     return filled ? std::move(x.fill(random, kind)) : std::move(x);
   }
@@ -75,19 +70,10 @@ struct sample {
     return x;
   }
 
-  // Of each option of an operation those that it takes.
-  template <class T>
-  static std::vector<const char*> letters_of(operation op) {
-    if (op == operation::gemm) return {"NTC", "NTC"};
-    if (in_place(op)) return {"LR", "UL", "NTC", "NU"};
-    if (is_rank_k(op)) return {"UL", is_hermitian(op) ? "NC" : kIsComplex<T> ? "NT" : "NTC"};
-    return {"LR", "UL"};
-  }
-
   template <class T>
   blas_case<T> level3(operation op) {
     std::string options;
-    for (const char* letters : letters_of<T>(op)) options += letter(letters);
+    for (const std::string_view letters : letters_of<T>(op)) options += letter(letters);
     const auto [m, n, k] = sizes<3>();
     const T alpha = scalar<T>(), beta = in_place(op) ? T(0) : scalar<T>();
     return blas_case<T>(problem_of(op, options, m, n, op == operation::gemm || is_rank_k(op) ? k : 0, alpha, beta),

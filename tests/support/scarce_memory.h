@@ -3,9 +3,7 @@
 // every request comes through.
 #pragma once
 
-#include <atomic>
-#include <cstdlib>
-
+#include "tests/support/prelude.h"
 #include "tev/service.h"
 
 namespace tev::test {

@@ -2,9 +2,6 @@
 // Vectors whose elements stand apart: the array ends at an unmapped page, its gaps are NaN.
 #pragma once
 
-#include <cstdlib>
-#include <cstring>
-
 #include "tests/support/matrix.h"
 
 namespace tev::test {
@@ -21,7 +18,7 @@ class strided {
   }
   T& operator[](int64_t i) const { return data()[inc_ < 0 ? (i - n_ + 1) * inc_ : i * inc_]; }
   T* data() const { return storage_.data(); }
-  auto* address() const { return reinterpret_cast<c_element_t<T>*>(data()); }
+  auto* address() const { return out(data()); }
   int64_t size() const { return n_; }
   const int64_t* inc() const { return &inc_; }
   strided& fill(engine& random, values kind) {

@@ -2,8 +2,6 @@
 // tier_kernels.inc has a row TEV_KERNEL(<name>) for each line of the tiers' symbols.txt.
 #include "tests/support/tier_kernels.h"
 
-#include <algorithm>
-#include <string_view>
 #include <unordered_map>
 
 #define TEV_KERNEL(name) extern "C" void name();

@@ -2,9 +2,6 @@
 // The tiers, and their kernels by name, for tests of routines that only a tier's tables refer to.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "tests/support/blas_case.h"
 #include "tests/support/tier_list.h"
 

@@ -2,7 +2,7 @@
 // The tiers by name, and which of them this processor runs.
 #pragma once
 
-#include <string>
+#include "tests/support/prelude.h"
 
 namespace tev::test {
 

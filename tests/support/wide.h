@@ -2,10 +2,6 @@
 // The next wider type, for oracles, and the bound of what so many roundings in the narrow one may add up to.
 #pragma once
 
-#include <complex>
-#include <limits>
-#include <vector>
-
 #include "host/wide.h"
 #include "tests/support/matrix.h"
 

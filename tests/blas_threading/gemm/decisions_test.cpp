@@ -2,16 +2,6 @@
 // The decisions of a matrix product as functions of their records: how many threads, panels or none, which grid, which
 // share. Random shapes by the hundred thousand: shares cover the product and do not overlap, counts lie between one
 // and the team, nothing loops forever.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <numeric>
-#include <ostream>
-#include <random>
-#include <string_view>
-#include <vector>
 
 #include "blas_threading/gemm/copy_decision.h"
 #include "blas_threading/gemm/grid.h"
@@ -92,46 +82,31 @@ product_shape shape(int64_t m, int64_t n, int64_t k, int32_t op_a = kernels::kNo
 
 // Each pair of rows stands on the two sides of one limit, for 2 threads.
 TEST(CopyDecision, Limits) {
-  constexpr int32_t N = kernels::kNoTrans, T = kernels::kTrans;
   const struct {
     int32_t tier;
-    product_shape shape;
+    const char* form;
+    int64_t m, n, k, ld;
     bool vesta, panels;
-  } kTable[] = {
-      {kAvx2, shape(100, 100, 755), false, false},
-      {kAvx2, shape(100, 100, 756), false, true},
-      {kAvx2, shape(100, 400, 756), false, true},  // by n > 16 t
-      {kAvx2, shape(400, 32, 756), false, false},
-      {kAvx2, shape(756, 32, 756), false, true},
-      {kAvx2, shape(129, 33, 4), false, false},
-      {kAvx2, shape(129, 33, 5), false, true},
-      {kAvx2, shape(128, 128, 700), false, false},
-      {kAvx2, shape(128, 129, 700), false, true},
-      {kAvx2, shape(129, 2, 10, N, T), false, false},
-      {kAvx2, shape(129, 3, 3, N, T), false, true},
-      {kAvx512, shape(10, 10, 100, N, N, 512), false, true},
-      {kAvx512, shape(1000, 10, 756), false, true},
-      {kAvx512, shape(755, 10, 756), false, false},
-      {kAvx512, shape(57, 57, 3), false, true},
-      {kAvx512, shape(56, 57, 3), false, false},
-      {kAvx512, shape(57, 57, 2), false, false},
-      {kAvx512, shape(56, 56, 100, N, T), false, false},
-      {kAvx512, shape(56, 57, 100, N, T), false, true},
-      {kAvx512, shape(57, 56, 100, N, T), false, false},
-      {kZel, shape(27, 27, 3), false, true},
-      {kZel, shape(26, 27, 3), false, false},
-      {kZel, shape(27, 27, 16), true, false},
-      {kZel, shape(27, 27, 17), true, true},
-      {kZel, shape(13, 3, 3, T), false, true},  // n is not asked for 6 t
-      {kZel, shape(13, 2, 3, T), false, false},
-      {kZel, shape(13, 8, 17, T), true, false},
-      {kZel, shape(13, 9, 17, T), true, true},
-      {kZel, shape(2, 2, 2, N, N, 256), false, true},
-      {TEV_CPU_AVX, shape(2, 2, 2), false, true},
-  };
-  for (const auto& row : kTable)
-    EXPECT_EQ(wants_panels(row.tier, row.shape, 2, row.vesta), row.panels)
-        << row.tier << ' ' << testing::PrintToString(row.shape);
+  } kTable[] = {{kAvx2, "NN", 100, 100, 755, 5001, false, false},  {kAvx2, "NN", 100, 100, 756, 5001, false, true},
+                {kAvx2, "NN", 100, 400, 756, 5001, false, true},   {kAvx2, "NN", 400, 32, 756, 5001, false, false},
+                {kAvx2, "NN", 756, 32, 756, 5001, false, true},    {kAvx2, "NN", 129, 33, 4, 5001, false, false},
+                {kAvx2, "NN", 129, 33, 5, 5001, false, true},      {kAvx2, "NN", 128, 128, 700, 5001, false, false},
+                {kAvx2, "NN", 128, 129, 700, 5001, false, true},   {kAvx2, "NT", 129, 2, 10, 5001, false, false},
+                {kAvx2, "NT", 129, 3, 3, 5001, false, true},       {kAvx512, "NN", 10, 10, 100, 512, false, true},
+                {kAvx512, "NN", 1000, 10, 756, 5001, false, true}, {kAvx512, "NN", 755, 10, 756, 5001, false, false},
+                {kAvx512, "NN", 57, 57, 3, 5001, false, true},     {kAvx512, "NN", 56, 57, 3, 5001, false, false},
+                {kAvx512, "NN", 57, 57, 2, 5001, false, false},    {kAvx512, "NT", 56, 56, 100, 5001, false, false},
+                {kAvx512, "NT", 56, 57, 100, 5001, false, true},   {kAvx512, "NT", 57, 56, 100, 5001, false, false},
+                {kZel, "NN", 27, 27, 3, 5001, false, true},        {kZel, "NN", 26, 27, 3, 5001, false, false},
+                {kZel, "NN", 27, 27, 16, 5001, true, false},       {kZel, "NN", 27, 27, 17, 5001, true, true},
+                {kZel, "TN", 13, 3, 3, 5001, false, true},         {kZel, "TN", 13, 2, 3, 5001, false, false},
+                {kZel, "TN", 13, 8, 17, 5001, true, false},        {kZel, "TN", 13, 9, 17, 5001, true, true},
+                {kZel, "NN", 2, 2, 2, 256, false, true},           {TEV_CPU_AVX, "NN", 2, 2, 2, 5001, false, true}};
+  const auto code = [](char form) { return form == 'N' ? kernels::kNoTrans : kernels::kTrans; };
+  for (const auto& r : kTable) {
+    const product_shape s = shape(r.m, r.n, r.k, code(r.form[0]), code(r.form[1]), r.ld);
+    EXPECT_EQ(wants_panels(r.tier, s, 2, r.vesta), r.panels) << r.tier << ' ' << testing::PrintToString(s);
+  }
 }
 
 template <class T>
@@ -209,17 +184,11 @@ product_shape random_shape(engine& random) {
   const auto tile = kTiles[random() % 4];
   const auto code = [&] { return static_cast<int32_t>(random() % 3); };
   const auto ld = [&] { return random() % 4 == 0 ? int64_t{1024} : int64_t{100003}; };
-  return {random_size(random, 1e5),
-          random_size(random, 1e5),
-          random_size(random, 1e5),
-          code(),
-          code(),
-          ld(),
-          ld(),
-          ld(),
-          tile[0],
-          tile[1],
-          8};
+  const auto size = [&] { return random_size(random, 1e5); };
+  const int64_t m = size(), n = size(), k = size();
+  const int32_t op_a = code(), op_b = code();
+  const int64_t lda = ld(), ldb = ld(), ldc = ld();
+  return {m, n, k, op_a, op_b, lda, ldb, ldc, tile[0], tile[1], 8};
 }
 
 thread_options random_options(engine& random, int32_t tier) {

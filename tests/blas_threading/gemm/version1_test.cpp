@@ -4,14 +4,7 @@
 // processes.
 #include "blas_threading/gemm/version1.h"
 
-#include <gtest/gtest.h>
 #include <omp.h>
-
-#include <atomic>
-#include <cstdlib>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "blas_threading/gemm/version1_shared.h"
 #include "kernels/dispatch/dispatch.h"
@@ -125,9 +118,6 @@ bool agree(const blas_case<T>& x, const matrix<T>& result, const matrix<T>& righ
   return is_right(x, result);
 }
 
-struct shape {
-  int64_t m, n, k;
-};
 constexpr shape kShapes[] = {{203, 101, 300}, {61, 7, 40}, {5, 130, 9}, {150, 90, 0}};
 
 template <class T>
@@ -220,19 +210,16 @@ TEST(Version1Driver, TeamsSmallerThanAskedFor) {
   EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
-TEST(Version1Driver, WithoutMemoryEveryThreadWorksAlone) {
-  const child_result result = in_child({{"TEV_DEBUG_CPU_TYPE", "0"}, {"TEV_DISABLE_FAST_MM", "1"}}, [] {
-    scarce_memory::install();
-    engine random(51);
-    const int64_t team = 4;
-    const blas_case<double> x(problem_of<double>(operation::gemm, "NT", 203, 101, 300, 1, 3), random, values::whole);
-    for (const auto& strategy : version1<double>::strategies)
-      scarce_memory::fail_each(20, [&] { EXPECT_TRUE(is_right(x, by(strategy, x, &team))); });
-    scarce_memory::fail(1);
-    EXPECT_FALSE(shares(x, {2, 2, true, true}));
-    return ::testing::Test::HasFailure() ? 1 : 0;
-  });
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
+TEST_IN_CHILD(Version1Driver, WithoutMemoryEveryThreadWorksAlone, {"TEV_DEBUG_CPU_TYPE", "0"},
+              {"TEV_DISABLE_FAST_MM", "1"}) {
+  scarce_memory::install();
+  engine random(51);
+  const int64_t team = 4;
+  const blas_case<double> x(problem_of<double>(operation::gemm, "NT", 203, 101, 300, 1, 3), random, values::whole);
+  for (const auto& strategy : version1<double>::strategies)
+    scarce_memory::fail_each(20, [&] { EXPECT_TRUE(is_right(x, by(strategy, x, &team))); });
+  scarce_memory::fail(1);
+  EXPECT_FALSE(shares(x, {2, 2, true, true}));
 }
 
 }  // namespace

@@ -1,11 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The advice on team sizes, with a clock of the test's own.
-#include <gtest/gtest.h>
 #include <omp.h>
-#include <unistd.h>
-
-#include <ctime>
-#include <vector>
 
 #include "blas_threading/team/crowding.h"
 #include "blas_threading/team/team.h"

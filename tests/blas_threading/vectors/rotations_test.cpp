@@ -1,36 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Rotations by what defines them, near both ends of the numbers; what increments of zero and addresses do to level 1.
-#include <gtest/gtest.h>
 
-#include <array>
-#include <cmath>
-#include <complex>
-#include <limits>
-#include <vector>
-
-#include "tests/support/strided.h"
+#include "tests/support/precision.h"
 #include "tev/blas.h"
 #include "tev/service.h"
 
 namespace tev::test {
 namespace {
 
-template <class R>
-struct calls;
-#define TEV_CALLS(R, p, c)                             \
-  template <>                                          \
-  struct calls<R> {                                    \
-    static constexpr auto rotg = tev_blas_##p##rotg;   \
-    static constexpr auto rotmg = tev_blas_##p##rotmg; \
-    static constexpr auto crotg = tev_blas_##c##rotg;  \
-    static constexpr auto dot = tev_blas_##p##dot;     \
-    static constexpr auto nrm2 = tev_blas_##p##nrm2;   \
-    static constexpr auto asum = tev_blas_##p##asum;   \
-    static constexpr auto iamax = tev_blas_i##p##amax; \
-    static constexpr auto rot = tev_blas_##p##rot;     \
-  };
-TEV_CALLS(float, s, c)
-TEV_CALLS(double, d, z)
+#define TEV_REAL(name) of_precision<R>(tev_blas_s##name, tev_blas_d##name)
 
 template <class R>
 class Rotations : public testing::Test {
@@ -49,7 +27,7 @@ TYPED_TEST(Rotations, RotgMakesAZeroAndRemembersIt) {
     for (const R b : values) {
       SCOPED_TRACE(testing::Message() << a << ' ' << b);
       R r = a, z = b, c, s;
-      calls<R>::rotg(&r, &z, &c, &s);
+      TEV_REAL(rotg)(&r, &z, &c, &s);
       const W size = std::hypot(W(a), W(b)), bound = 4 * this->u;
       EXPECT_TRUE(std::abs(W(c) * c + W(s) * s - 1) <= bound);
       EXPECT_TRUE(std::abs(W(c) * a + W(s) * b - r) <= bound * size && std::abs(W(c) * b - W(s) * a) <= bound * size);
@@ -70,8 +48,7 @@ TYPED_TEST(Rotations, ComplexRotgMakesAZero) {
       SCOPED_TRACE(testing::Message() << a << ' ' << b);
       T r = a, s;
       R c;
-      calls<R>::crotg(reinterpret_cast<c_element_t<T>*>(&r), reinterpret_cast<const c_element_t<T>*>(&b), &c,
-                      reinterpret_cast<c_element_t<T>*>(&s));
+      TEV_OF(T, tev_blas_, rotg)(out(&r), in(&b), &c, out(&s));
       const long double size = std::hypot(std::abs(W(a)), std::abs(W(b))), bound = 8 * this->u;
       const W first = W(c) * W(a) + W(s) * W(b), second = W(c) * W(b) - std::conj(W(s)) * W(a);
       EXPECT_TRUE(std::abs(first - W(r)) <= bound * size && std::abs(second) <= bound * size);
@@ -90,7 +67,7 @@ TYPED_TEST(Rotations, RotmgKeepsWeightedLengths) {
           SCOPED_TRACE(testing::Message() << d1 << ' ' << d2 << ' ' << x1 << ' ' << y1);
           R e1 = d1, e2 = d2, x = x1;
           std::array<R, 5> p = {};
-          calls<R>::rotmg(&e1, &e2, &x, &y1, p.data());
+          TEV_REAL(rotmg)(&e1, &e2, &x, &y1, p.data());
           if (W(d2) * y1 * y1 < 0 && W(d1) * x1 * x1 <= -W(d2) * y1 * y1) {  // no such rotation
             EXPECT_TRUE(p == (std::array<R, 5>{-1, 0, 0, 0, 0}) && e1 == 0 && e2 == 0 && x == 0);
             continue;
@@ -111,11 +88,11 @@ TYPED_TEST(Rotations, RotmgKeepsWeightedLengths) {
   R d1 = -1, d2 = 1, x = 1;
   const R y = 1, zero = 0;
   std::array<R, 5> p = {};
-  calls<R>::rotmg(&d1, &d2, &x, &y, p.data());
+  TEV_REAL(rotmg)(&d1, &d2, &x, &y, p.data());
   EXPECT_TRUE(p[0] == -1 && d1 == 0 && d2 == 0 && x == 0);
   d1 = 1;
   p.fill(R(7));
-  calls<R>::rotmg(&d1, &d2, &x, &zero, p.data());
+  TEV_REAL(rotmg)(&d1, &d2, &x, &zero, p.data());
   EXPECT_EQ(p, (std::array<R, 5>{-2, 7, 7, 7, 7}));
 }
 
@@ -124,12 +101,12 @@ TYPED_TEST(Rotations, ZeroIncrementsTakeOneElementAgainAndAgain) {
   const int64_t n = 4, zero = 0, one = 1;
   std::array<R, 4> x = {1, 2, 3, 4};
   R y = 2;
-  EXPECT_EQ(calls<R>::dot(&n, x.data(), &one, &y, &zero), 20);
-  EXPECT_EQ(calls<R>::nrm2(&n, &y, &zero), 4);
-  EXPECT_EQ(calls<R>::asum(&n, &y, &zero), 0);
-  EXPECT_EQ(calls<R>::iamax(&n, &y, &zero), 0);
+  EXPECT_EQ(TEV_REAL(dot)(&n, x.data(), &one, &y, &zero), 20);
+  EXPECT_EQ(TEV_REAL(nrm2)(&n, &y, &zero), 4);
+  EXPECT_EQ(TEV_REAL(asum)(&n, &y, &zero), 0);
+  EXPECT_EQ(of_precision<R>(tev_blas_isamax, tev_blas_idamax)(&n, &y, &zero), 0);
   const R c = 0, s = 1;
-  calls<R>::rot(&n, x.data(), &one, &y, &zero, &c, &s);
+  TEV_REAL(rot)(&n, x.data(), &one, &y, &zero, &c, &s);
   EXPECT_EQ(x, (std::array<R, 4>{2, -1, -2, -3}));
   EXPECT_EQ(y, -4);
 }
@@ -144,8 +121,8 @@ TYPED_TEST(Rotations, SumsHaveTheSameBitsAtEveryAddress) {
     for (R& element : x) element = random_element<R>(random, values::fractions);
     const int64_t one = 1;
     const auto sums = [&](const R* at) {
-      return std::array<R, 3>{calls<R>::dot(&n, at, &one, at, &one), calls<R>::asum(&n, at, &one),
-                              calls<R>::nrm2(&n, at, &one)};
+      return std::array<R, 3>{TEV_REAL(dot)(&n, at, &one, at, &one), TEV_REAL(asum)(&n, at, &one),
+                              TEV_REAL(nrm2)(&n, at, &one)};
     };
     const std::array<R, 3> first = sums(x.data());
     std::vector<R> moved(x.size() + 16);

@@ -1,24 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Level 1 and 2 on teams: when one forms, that its pieces cover everything once, and that every routine gives what a
 // plain loop gives, on any number of threads. Whole numbers: every sum is exact, so results match bit for bit.
-#include <gtest/gtest.h>
 #include <omp.h>
 
-#include <cmath>
-#include <complex>
-#include <cstdlib>
 #include <filesystem>
-#include <string>
-#include <tuple>
-#include <type_traits>
-#include <vector>
 
 #include "blas_threading/blas_calls.h"
 #include "blas_threading/vectors/level2.h"
 #include "tests/support/fake_processor.h"
-#include "tests/support/judge.h"
 #include "tests/support/own_threads.h"
-#include "tests/support/strided.h"
+#include "tests/support/precision.h"
+#include "tests/support/vector_checks.h"
 #include "tev/blas.h"
 
 namespace tev::test {
@@ -27,19 +19,6 @@ namespace {
 using namespace tev::blas;
 
 constexpr uint64_t kSeed = 20240229;
-
-template <class T>
-using calls = blas_calls<c_element_t<T>>;
-template <class T>
-auto in(const T* x) {
-  return reinterpret_cast<const c_element_t<T>*>(x);
-}
-
-template <class T>
-strided<T> whole(int64_t n, int64_t inc, engine& random) {
-  strided<T> x(n, inc);
-  return x.fill(random, values::whole);
-}
 
 int64_t threads_of_process() {
   const std::filesystem::directory_iterator tasks("/proc/self/task");
@@ -122,41 +101,39 @@ TEST(VectorTeam, SmallerThanAskedForComputesEverything) {
 }
 
 // Vectors with gaps, and teams whose threads want vectors of their own.
-TEST(VectorTeam, WithoutMemoryItComputesTheSame) {
-  const child_result result = in_child({{"TEV_DISABLE_FAST_MM", "1"}}, [] {
-    const own_threads three(3);
-    const int64_t n = 400, k = 250, inc = 2, back = -3;
-    const double half = 0.5, one = 1;
-    const auto results = [&] {
-      engine random(kSeed);
-      matrix<double> a(n, n, 0);
-      a.fill(random, values::whole);
-      const int64_t lda = a.ld();
-      const double* const ap = a.data();
-      const strided<double> x = whole<double>(n, inc, random), y = whole<double>(n, back, random);
-      double *const xs = x.data(), *const ys = y.data();
-      tev_blas_dsymv("U", &n, &half, ap, &lda, xs, &inc, &one, ys, &back);
-      tev_blas_dspmv("L", &n, &half, ap, ys, &back, &one, xs, &inc);
-      tev_blas_dsbmv("L", &n, &k, &half, ap, &lda, xs, &inc, &one, ys, &back);
-      for (const char* trans : {"N", "T"}) {
-        tev_blas_dtrmv("U", trans, "U", &n, ap, &lda, xs, &inc);
-        tev_blas_dtpmv("L", trans, "U", &n, ap, ys, &back);
-        for (const auto* vector : {&x, &y})
-          for (int64_t i = 0; i < n; ++i) (*vector)[i] = std::remainder((*vector)[i], 16);
-      }
-      tev_blas_dsyr2("L", &n, &one, xs, &inc, ys, &back, a.data(), &lda);
-      std::vector<double> all(ap, ap + n);
+TEST_IN_CHILD(VectorTeam, WithoutMemoryItComputesTheSame, {"TEV_DISABLE_FAST_MM", "1"}) {
+  const own_threads three(3);
+  const int64_t n = 400, k = 250, inc = 2, back = -3;
+  const double half = 0.5, one = 1;
+  const auto results = [&] {
+    engine random(kSeed);
+    matrix<double> a(n, n, 0);
+    a.fill(random, values::whole);
+    const int64_t lda = a.ld();
+    const double* const ap = a.data();
+    const strided<double> x = drawn<double>(n, inc, random, values::whole),
+                          y = drawn<double>(n, back, random, values::whole);
+    double *const xs = x.data(), *const ys = y.data();
+    tev_blas_dsymv("U", &n, &half, ap, &lda, xs, &inc, &one, ys, &back);
+    tev_blas_dspmv("L", &n, &half, ap, ys, &back, &one, xs, &inc);
+    tev_blas_dsbmv("L", &n, &k, &half, ap, &lda, xs, &inc, &one, ys, &back);
+    for (const char* trans : {"N", "T"}) {
+      tev_blas_dtrmv("U", trans, "U", &n, ap, &lda, xs, &inc);
+      tev_blas_dtpmv("L", trans, "U", &n, ap, ys, &back);
       for (const auto* vector : {&x, &y})
-        for (int64_t i = 0; i < n; ++i) all.push_back((*vector)[i]);
-      return all;
-    };
-    i_malloc = std::malloc;
-    i_free = std::free;
-    const std::vector<double> with = results();
-    i_malloc = [](size_t) -> void* { return nullptr; };
-    return with == results() ? 0 : 1;
-  });
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
+        for (int64_t i = 0; i < n; ++i) (*vector)[i] = std::remainder((*vector)[i], 16);
+    }
+    tev_blas_dsyr2("L", &n, &one, xs, &inc, ys, &back, a.data(), &lda);
+    std::vector<double> all(ap, ap + n);
+    for (const auto* vector : {&x, &y})
+      for (int64_t i = 0; i < n; ++i) all.push_back((*vector)[i]);
+    return all;
+  };
+  i_malloc = std::malloc;
+  i_free = std::free;
+  const std::vector<double> with = results();
+  i_malloc = [](size_t) -> void* { return nullptr; };
+  EXPECT_EQ(with, results());
 }
 
 TEST(Pieces, CoverOnceInOrderAndEvenly) {
@@ -188,41 +165,25 @@ TEST(VectorTeam, SizeFollowsTheWork) {
   EXPECT_EQ(rank1_threads(1000000, 3), 3);
 }
 
+// Too small, or alone; tall and narrow, although no thread gets a whole column; up to twelve threads: the share counts,
+// more of it where columns are many; beyond. Wide; rows in whole blocks of eight; beyond twelve.
 TEST(Gemv, Decisions) {
   constexpr bool kDynamic = true;
   const struct {
     char trans;
     int64_t m, n, threads;
     bool dynamic, parallel;
-  } rows[] = {
-      // Too small; alone.
-      {'T', 5000, 5000, 1, kDynamic, false},
-      {'N', 63, 63, 1000, kDynamic, false},
-      // Tall and narrow, although no thread gets a whole column.
-      {'T', 10000, 1, 4, kDynamic, true},
-      {'T', 9999, 3, 4, kDynamic, false},
-      // Up to twelve threads: the share counts, more of it where columns are many.
-      {'T', 64, 64, 2, kDynamic, true},
-      {'T', 64, 63, 2, kDynamic, false},
-      {'T', 63, 128, 2, kDynamic, false},
-      {'T', 64, 128, 2, kDynamic, true},
-      // Beyond.
-      {'T', 64, 13 * 63, 13, !kDynamic, false},
-      {'T', 64, 13 * 64, 13, !kDynamic, true},
-      {'T', 64, 13, 13, kDynamic, true},
-      {'T', 64, 12, 13, kDynamic, false},
-      // Wide; then rows in whole blocks of eight.
-      {'N', 1000, 128, 2, kDynamic, true},
-      {'N', 64, 48, 2, kDynamic, true},
-      {'N', 64, 47, 2, kDynamic, false},
-      {'N', 128, 47, 2, kDynamic, false},
-      {'N', 128, 48, 2, kDynamic, true},
-      // Beyond twelve.
-      {'N', 13 * 64, 64, 13, !kDynamic, true},
-      {'N', 13 * 64, 63, 13, !kDynamic, false},
-      {'N', 13 * 64, 63, 13, kDynamic, true},
-      {'N', 12, 100, 13, kDynamic, false},
-  };
+  } rows[] = {{'T', 5000, 5000, 1, kDynamic, false},    {'N', 63, 63, 1000, kDynamic, false},
+              {'T', 10000, 1, 4, kDynamic, true},       {'T', 9999, 3, 4, kDynamic, false},
+              {'T', 64, 64, 2, kDynamic, true},         {'T', 64, 63, 2, kDynamic, false},
+              {'T', 63, 128, 2, kDynamic, false},       {'T', 64, 128, 2, kDynamic, true},
+              {'T', 64, 13 * 63, 13, !kDynamic, false}, {'T', 64, 13 * 64, 13, !kDynamic, true},
+              {'T', 64, 13, 13, kDynamic, true},        {'T', 64, 12, 13, kDynamic, false},
+              {'N', 1000, 128, 2, kDynamic, true},      {'N', 64, 48, 2, kDynamic, true},
+              {'N', 64, 47, 2, kDynamic, false},        {'N', 128, 47, 2, kDynamic, false},
+              {'N', 128, 48, 2, kDynamic, true},        {'N', 13 * 64, 64, 13, !kDynamic, true},
+              {'N', 13 * 64, 63, 13, !kDynamic, false}, {'N', 13 * 64, 63, 13, kDynamic, true},
+              {'N', 12, 100, 13, kDynamic, false}};
   for (const auto& r : rows)
     EXPECT_EQ(gemv_deserves_team<double>(r.trans == 'N', r.m, r.n, r.threads, r.dynamic), r.parallel)
         << r.trans << ' ' << r.m << " x " << r.n << ", " << r.threads << " threads";
@@ -234,103 +195,43 @@ TEST(Gemv, Decisions) {
 }
 
 template <class T>
+using calls = blas_calls<c_element_t<T>>;
+template <class T>
 class OnTeams : public testing::Test {};
-using Elements = testing::Types<float, double, std::complex<float>, std::complex<double>>;
 TYPED_TEST_SUITE(OnTeams, Elements);
 
 TYPED_TEST(OnTeams, Level1IsTheLoop) {
   using T = TypeParam;
   engine random(kSeed);
   const int64_t chunk = kPairChunkBytes / sizeof(T), increments[][2] = {{1, 1}, {-1, 2}, {3, -2}, {0, 1}, {1, 0}};
-  T unit = T(-1);
-  if constexpr (kIsComplex<T>) unit = T(0, 1);
   for (int32_t threads = 1; threads <= 8; ++threads)
     for (const int64_t n : {int64_t{1}, 2 * chunk - 1, 2 * chunk, 4 * chunk + 3, 7 * chunk})
       for (const auto& [incx, incy] : increments) {
-        SCOPED_TRACE(testing::Message() << n << " elements, increments " << incx << ' ' << incy << ", threads "
-                                        << threads);
         const own_threads available(threads);
-        const strided<T> x = whole<T>(n, incx, random), y = whole<T>(n, incy, random);
-        const auto scaled = x, copied = y, sum = y, scaled_is = x, copied_is = y, sum_is = y, unchanged = y;
-        for (int64_t i = 0; i < n; ++i) scaled[i] *= unit, copied[i] = x[i], sum[i] += unit * x[i];
-        calls<T>::scal(&n, in(&unit), scaled_is.address(), &incx);
-        calls<T>::copy(&n, x.address(), &incx, copied_is.address(), &incy);
-        calls<T>::axpy(&n, in(&unit), x.address(), &incx, sum_is.address(), &incy);
-        const T zero = T(0);
-        calls<T>::axpy(&n, in(&zero), nullptr, &incx, unchanged.address(), &incy);
-        ASSERT_TRUE(copied_is.same_bits(copied) && unchanged.same_bits(y));
-        for (int64_t i = 0; i < n; ++i) ASSERT_TRUE(scaled_is[i] == scaled[i] && sum_is[i] == sum[i]) << i;
-        ASSERT_TRUE(scaled_is.gaps_are_intact() && copied_is.gaps_are_intact() && sum_is.gaps_are_intact());
-      }
-  const T nan = nan_element<T>();
-  const strided<T> x(1, 1), y(1, 1);
-  x[0] = T(0), y[0] = T(1);
-  const int64_t one = 1;
-  calls<T>::axpy(&one, in(&nan), x.address(), &one, y.address(), &one);
-  EXPECT_TRUE(y[0] != y[0]);
-}
-
-constexpr int64_t kShapes[][2] = {{1, 1}, {3, 100}, {7, 3000}, {3000, 7}, {129, 130}, {200, 331}};
-constexpr int64_t kIncrements[][2] = {{1, 1}, {-2, 1}, {2, -1}, {-1, -3}};
-
-TYPED_TEST(OnTeams, GemvIsTheLoop) {
-  using T = TypeParam;
-  using gemv_fn = std::remove_pointer_t<decltype(calls<T>::gemv)>;
-  constexpr std::tuple omp_forms = {&tev_blas_sgemv_omp, &tev_blas_dgemv_omp, &tev_blas_cgemv_omp, &tev_blas_zgemv_omp};
-  engine random(kSeed);
-  for (int32_t threads = 1; threads <= 8; ++threads)
-    for (const char trans : {'N', 'T', 'c'})
-      for (const auto [m, n] : kShapes) {
-        const auto [incx, incy] = kIncrements[random() % 4];
-        SCOPED_TRACE(testing::Message() << "increments " << incx << ' ' << incy << ", threads " << threads);
-        const own_threads available(threads);
-        const bool plain = trans == 'N';
-        const T alpha = random_element<T>(random, values::whole), beta = T(static_cast<real_part_t<T>>(random() % 3));
-        matrix<T> a(m, n);
-        a.fill(random, values::whole);
-        const strided<T> x = whole<T>(plain ? n : m, incx, random);
-        const strided<T> y = beta == T(0) ? strided<T>(plain ? m : n, incy) : whole<T>(plain ? m : n, incy, random);
-        const int64_t lda = a.ld();
-        for (const auto gemv : {std::get<gemv_fn*>(omp_forms), calls<T>::gemv}) {
-          const strided<T> result = y;
-          gemv(&trans, &m, &n, in(&alpha), in(a.data()), &lda, x.address(), &incx, in(&beta), result.address(), &incy);
-          ASSERT_TRUE(
-              is_product({trans, 'N'}, x.size(), alpha, a, column_of(x), beta, column_of(y), column_of(result), true));
-          ASSERT_TRUE(result.gaps_are_intact());
-        }
+        expect_level1<T>(calls<T>(), n, incx, incy, random);
+        ASSERT_FALSE(this->HasFailure()) << threads << " threads";
       }
 }
 
-// "ger" and "gerc", or the two letters of a product with k = 1.
-TYPED_TEST(OnTeams, RankOneIsTheLoop) {
+// Both forms of gemv; "ger" and "gerc", or the two letters of a product with k = 1.
+TYPED_TEST(OnTeams, MatricesAndVectorsMakeTheSums) {
   using T = TypeParam;
+  const auto omp_form = of_precision<T>(tev_blas_sgemv_omp, tev_blas_dgemv_omp, tev_blas_cgemv_omp, tev_blas_zgemv_omp);
+  constexpr int64_t kShapes[][2] = {{1, 1}, {3, 100}, {7, 3000}, {3000, 7}, {129, 130}, {200, 331}};
+  constexpr int64_t kIncrements[][2] = {{1, 1}, {-2, 1}, {2, -1}, {-1, -3}};
   engine random(kSeed);
   for (int32_t threads = 1; threads <= 8; ++threads)
-    for (const std::string letters : {"ger", "gerc", "NT", "Cn", "Tc", "CC"})
-      for (const auto [m, n] : kShapes) {
-        const auto [incx, incy] = kIncrements[random() % 4];
-        SCOPED_TRACE(testing::Message() << letters << ", increments " << incx << ' ' << incy << ", threads "
-                                        << threads);
-        const own_threads available(threads);
-        const bool ger = letters[0] == 'g';
-        const T alpha = random_element<T>(random, values::whole);
-        const T beta = ger ? T(1) : T(static_cast<real_part_t<T>>(random() % 3));
-        const strided<T> x = whole<T>(m, incx, random), y = whole<T>(n, incy, random);
-        matrix<T> before(m, n);
-        if (beta != T(0)) before.fill(random, values::whole);
-        const matrix<T> c = before;
-        const int64_t ldc = c.ld();
-        const auto out = reinterpret_cast<c_element_t<T>*>(c.data());
-        if (ger)
-          (letters == "ger" ? calls<T>::geru : calls<T>::gerc)(&m, &n, in(&alpha), x.address(), &incx, y.address(),
-                                                               &incy, out, &ldc);
-        else
-          calls<T>::gemmger(&letters[0], &letters[1], &m, &n, in(&alpha), x.address(), &incx, y.address(), &incy,
-                            in(&beta), out, &ldc);
-        const auto conjugates = [](char letter) { return (letter | 32) == 'c' ? 'C' : 'T'; };
-        ASSERT_TRUE(is_product({conjugates(letters[0]), conjugates(letters.back())}, 1, alpha, row_of(x), column_of(y),
-                               beta, before, c, true));
-      }
+    for (const auto [m, n] : kShapes) {
+      SCOPED_TRACE(testing::Message() << threads << " threads");
+      const own_threads available(threads);
+      const auto [incx, incy] = kIncrements[random() % 4];
+      for (const char trans : {'N', 'T', 'c'})
+        for (const auto gemv : {omp_form, calls<T>::gemv})
+          expect_gemv<T>(gemv, trans, m, n, incx, incy, random, values::whole);
+      for (const char* letters : {"ger", "gerc", "NT", "Cn", "Tc", "CC"})
+        expect_rank_1<T>(calls<T>(), letters, m, n, incx, incy, random, values::whole);
+      ASSERT_FALSE(this->HasFailure());
+    }
 }
 
 }  // namespace
