@@ -12,13 +12,12 @@
 //   x . .         blocks x from the rows below     . . D      2. multiply by the block D
 //
 // The other cases are these turned round, mirrored, or both.
-#include <algorithm>
-
 #include "blas_threading/alone.h"
 #include "blas_threading/kernel_calls.h"
 #include "blas_threading/level3/arguments.h"
 #include "blas_threading/level3/shares.h"
 #include "blas_threading/run.h"
+#include "kernels/diagonal_blocks.h"
 #include "tev/blas.h"
 
 namespace tev::blas {
@@ -43,14 +42,13 @@ operation<T> with_operands(operation<T> p, T alpha, const operand& triangle, con
   return p.from_right != 0 ? narrowed(p, c, triangle, c) : narrowed(p, triangle, c, c);
 }
 
-// lines `others` := beta others + factor times what the blocks of A between them and `lines` make of the latter.
+// `lines` := beta lines + factor times what the blocks of A between them and `others` make of the latter.
 template <class T>
 void add_products(const operation<T>& p, const span& lines, const span& others, T factor, T beta) {
-  if (others.size() < 1) return;
   const operand& triangle = triangle_of(p);
   run(p.from_right != 0
-          ? matrix_product(factor, lines_of(p, lines), block_of(triangle, lines, others), beta, lines_of(p, others))
-          : matrix_product(factor, block_of(triangle, others, lines), lines_of(p, lines), beta, lines_of(p, others)));
+          ? matrix_product(factor, lines_of(p, others), block_of(triangle, others, lines), beta, lines_of(p, lines))
+          : matrix_product(factor, block_of(triangle, lines, others), lines_of(p, others), beta, lines_of(p, lines)));
 }
 
 template <class T>
@@ -70,20 +68,21 @@ void triangular(const level3_routine& routine, kernels::triangular_fn<T>* entry,
 template <class T>
 void compute_by_diagonal_blocks(const operation<T>& p) {
   const operand& triangle = triangle_of(p);
-  const bool solves = p.code == kernels::kOpTrsm;
   const bool upper = (kernels::stored_triangle(&triangle) == 'U') == (kernels::stored_transposition(&triangle) == 'N');
-  const bool acts_forward = upper == (p.from_right != 0), upwards = acts_forward == solves;
-  const int64_t order = triangle.rows, blocks = ceil_div(order, kDiagonalBlock);
-  const T one = element_of<T>(1);
-  for (int64_t step = 0; step < blocks; ++step) {
-    const int64_t begin = (upwards ? step : blocks - 1 - step) * kDiagonalBlock;
-    const span lines = {begin, std::min(begin + kDiagonalBlock, order)};
-    const span others = acts_forward ? span{lines.end, order} : span{0, lines.begin};
-    const T alpha = solves && step > 0 ? one : p.alpha;  // a solution takes it into all of B in its first step
-    if (!solves) add_products(p, lines, others, alpha, one);
-    run(with_operands(p, alpha, block_of(triangle, lines, lines), lines_of(p, lines)));
-    if (solves) add_products(p, lines, others, element_of<T>(-1), alpha);
-  }
+  kernels::for_diagonal_blocks(
+      {.solves = p.code == kernels::kOpTrsm,
+       .forward = upper == (p.from_right != 0),
+       .gathers = false,
+       .order = triangle.rows,
+       .step = kDiagonalBlock},
+      p.alpha,
+      [&](int64_t k, int64_t depth, T factor) {
+        const span lines = {k, k + depth};
+        run(with_operands(p, factor, block_of(triangle, lines, lines), lines_of(p, lines)));
+      },
+      [&](int64_t i, int64_t count, int64_t k, int64_t depth, T factor, T beta) {
+        add_products(p, {i, i + count}, {k, k + depth}, factor, beta);
+      });
 }
 
 template <class T>

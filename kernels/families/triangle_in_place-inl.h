@@ -41,8 +41,8 @@ TEV_INLINE triangular_call<T> describe_triangular(bool left, bool lower, char tr
           .b_lies = {left, ldb}};
 }
 
-// Lines of the largest of these triangles.
-inline constexpr int64_t kSmallBlock = 32;
+// Lines of the largest of these triangles, fewer where a broadcast takes a shuffle: packed, that is done once.
+inline constexpr int64_t kSmallBlock = kRotatesB<float> ? 32 : 64;
 
 template <class T>
 struct triangle_in_place {
@@ -53,113 +53,39 @@ struct triangle_in_place {
   divisor<real_of<T>> divisors[kSmallBlock];  // of a solution with a diagonal that counts
 };
 
-// What the lines of a group take from a line: element (i, 0), then those of the lines that follow.
+// The factors of a group's lines for the line that begins at a.
 template <class S>
-struct group_factors {
-  using T = typename S::T;
+struct factors_in_place {
   using R = typename S::R;
-  const R* third[(S::G + 2) / 3];  // every third line; the two after it are one and two strides away
+  static constexpr int kSideBySide = 1, U = S::U;
+  const R* third[(S::G + 2) / 3];  // of every third line; those of the two after it are one and two strides away
   int64_t to, from;
+  bool conjugated;
 
-  TEV_INLINE group_factors(const T* a, line_strides by) : to(by.to * S::U), from(by.from * S::U) {
+  TEV_INLINE factors_in_place(const typename S::T* a, line_strides by, bool conjugated_)
+      : to(by.to * U), from(by.from * U), conjugated(conjugated_) {
     TEV_UNROLL
     for (int g = 0; 3 * g < S::G; ++g) {
       third[g] = reals(a) + 3 * g * to;
       TEV_OPAQUE(third[g]);
     }
   }
-  TEV_INLINE R operator()(int i, int part) const { return third[i / 3][i % 3 * to + part]; }
-  TEV_INLINE void next_line() {
+  TEV_INLINE R number(int i) const { return third[i / U / 3][i / U % 3 * to + i % U]; }
+  TEV_INLINE vec<R, S::L> spread(int i) const { return splat<S::L>(number(i)); }
+  TEV_INLINE void move(int lines) {
     TEV_UNROLL
-    for (auto& at : third) at += from;
+    for (auto& at : third) at += lines * from;
   }
 };
-
-// Lines kFirst .. kEnd-1 of the group take from the line x.
-template <int kFirst, int kEnd, class S, class R>
-TEV_INLINE void take(const group_factors<S>& factor, const R* x, line_sums<S>& s) {
-  constexpr int L = S::L, V = S::V, U = S::U;
-  vec<R, L> line[V];
-  TEV_UNROLL
-  for (int v = 0; v < V; ++v) line[v] = load<L>(x + v * L);
-  TEV_UNROLL
-  for (int i = kFirst * U; i < kEnd * U; ++i) {
-    const auto one = splat<L>(factor(i / U, i % U));
-    TEV_UNROLL
-    for (int v = 0; v < V; ++v) s.of[i][v] = fma(line[v], one, s.of[i][v]);
-  }
-}
-
-// As the triangle is, or with its elements conjugated.
-template <class S>
-TEV_INLINE auto sum_of(const line_sums<S>& s, bool conjugated, int i, int v) {
-  using R = typename S::R;
-  if constexpr (S::U == 2)
-    return s.of[2 * i][v] + swap_pairs<S::L, R>(s.of[2 * i + 1][v]) *
-                                (conjugated ? alternate<S::L>(R(1), R(-1)) : alternate<S::L>(R(-1), R(1)));
-  else
-    return s.of[i][v];
-}
-
-// What the group's lines take from its own line k; with a unit diagonal line k takes itself whole, later.
-template <int k, class S, class R>
-TEV_INLINE void take_corner(bool unit, group_factors<S> factor, const R* own, int64_t pitch, line_sums<S>& s) {
-  if constexpr (k < S::G) {
-    take<k + 1, S::G>(factor, own, s);
-    if (!unit) take<k, k + 1>(factor, own, s);
-    factor.next_line();
-    take_corner<k + 1>(unit, factor, own + pitch, pitch, s);
-  }
-}
-
-// Of the solved line i the lines behind it take their share.
-template <int i, class S, class R>
-TEV_INLINE void solve_corner(bool conjugated, group_factors<S> factor, const divisor<R>* divisors, line_values<S>& x) {
-  using T = typename S::T;
-  if (divisors != nullptr) divide<S>(divisors[i], x.of[i]);
-  if constexpr (i + 1 < S::G) {
-    TEV_UNROLL
-    for (int j = i + 1; j < S::G; ++j) {
-      T t;
-      if constexpr (kComplex<T>)
-        t = {-factor(j, 0), conjugated ? factor(j, 1) : -factor(j, 1)};
-      else
-        t = -factor(j, 0);
-      const auto share = multiplier_of<S::L>(t);
-      TEV_UNROLL
-      for (int v = 0; v < S::V; ++v) x.of[j][v] = plus_product(x.of[j][v], share, x.of[i][v]);
-    }
-    factor.next_line();
-    solve_corner<i + 1>(conjugated, factor, divisors, x);
-  }
-}
 
 // The group that begins with line `first`; lines are `pitch` numbers apart.
 template <triangular Kind, class S>
 TEV_INLINE void work_out_group(const triangle_in_place<typename S::T>& t, int64_t first, typename S::R* lines,
                                int64_t pitch) {
-  using R = typename S::R;
-  constexpr int G = S::G, L = S::L, V = S::V;
-  group_factors<S> factor(t.at + first * t.by.to, t.by);
-  R *own = lines + first * pitch, *at = lines;
-  line_sums<S> s = {};
-  for (; at != own; at += pitch, factor.next_line()) take<0, G>(factor, at, s);
-  if constexpr (Kind == triangular::multiply) take_corner<0>(t.unit, factor, own, pitch, s);
-  line_values<S> x;
-  TEV_UNROLL
-  for (int i = 0; i < G; ++i, at += pitch) TEV_UNROLL
-  for (int v = 0; v < V; ++v) {
-    x.of[i][v] = sum_of(s, t.conjugated, i, v);
-    if constexpr (Kind == triangular::solve)
-      x.of[i][v] = load<L>(at + v * L) - x.of[i][v];
-    else if (t.unit)
-      x.of[i][v] += load<L>(at + v * L);
-  }
-  if constexpr (Kind == triangular::solve)
-    solve_corner<0>(t.conjugated, factor, t.unit ? nullptr : t.divisors + first, x);
-  TEV_UNROLL
-  for (int i = 0; i < G; ++i, own += pitch) TEV_UNROLL
-  for (int v = 0; v < V; ++v) store<L>(x.of[i][v], own + v * L);
+  const factors_in_place<S> factors(t.at + first * t.by.to, t.by, t.conjugated);
+  typename S::R* const own = lines + first * pitch;
+  put_lines(work_out_group<Kind, true, S>(factors, t.unit, t.unit ? nullptr : t.divisors + first, own, pitch, first, 0),
+            own, pitch);
 }
 
 template <triangular Kind, class T, int P, int G = kGroup<T>>

@@ -1,170 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The lines of B times a packed triangle (triangle_copy-inl.h), or solved with it. A line has a "place" for each
-// right-hand side. Places are packed in strips of a few registers, line by line, and worked out in place: a register
-// holds neighbouring places of one line, and what is broadcast comes from the triangle:
-//
-//     strip 0   line 0: place 0 .. W-1 | W .. 2W-1 | 2W .. 3W-1     each group of lines: the sums over the lines that
-//               line 1: ..                                          it takes from in registers, then the corner
-//               ..
-//     last strips: of two registers, of one, of one that is not full
+// The lines of B (triangle_lines-inl.h) times a triangle, or solved with it, in place, a group of lines at a time: the
+// sums over the lines that the group takes from stay in registers, then comes the corner, where its lines take from
+// each other. What is broadcast comes from the triangle, packed (triangle_copy-inl.h) or where it lies
+// (triangle_in_place-inl.h).
 #pragma once
 
-#include "kernels/families/triangle_copy-inl.h"
+#include "kernels/families/triangle_lines-inl.h"
 
 namespace tev::TEV_TIER {
 
-// Registers of a strip's line.
-inline constexpr int kStripVectors = kHasFma ? 3 : 2;
-
-// Places of a strip that is V registers wide, and of the widest.
-template <class T, int V = kStripVectors>
-inline constexpr int kPlaces = V* kLanes<real_of<T>> / kParts<T>;
-
 enum class triangular { multiply, solve };
-
-// Lines are the rows of B (left) or its columns.
-struct line_layout {
-  bool left;
-  int64_t ldb;
-
-  TEV_INLINE int64_t line() const { return left ? 1 : ldb; }
-  TEV_INLINE int64_t place() const { return left ? ldb : 1; }
-};
-
-// Calls body(width<V>, first place, places) for each strip: full ones, then one for the rest, of as many registers as
-// that takes.
-template <class T, int V, class Body>
-TEV_INLINE void for_last_places(int64_t places, const Body& body, int64_t first) {
-  if constexpr (V > 1)
-    if (places - first <= kPlaces<T, V - 1>) return for_last_places<T, V - 1>(places, body, first);
-  body(width<V>{}, first, places - first);
-}
-template <class T, class Body>
-TEV_INLINE void for_places(int64_t places, const Body& body) {
-  int64_t first = 0;
-  for (; first + kPlaces<T> <= places; first += kPlaces<T>) body(width<kStripVectors>{}, first, kPlaces<T>);
-  if (first < places) for_last_places<T, kStripVectors>(places, body, first);
-}
-
-// ---- Between B and strips ------------------------------------------------------------------------------------------
-
-// Half a register behind a mask, where the tier has such masks; whole ones as load_first and store_first say.
-#if defined(__AVX512VL__)
-inline constexpr bool kMasksHalves = true;
-#else
-inline constexpr bool kMasksHalves = false;
-#endif
-template <int W, class R>
-TEV_INLINE vec<R, W> load_some(const R* from, int64_t n) {
-#if defined(__AVX512VL__)
-  if constexpr (sizeof(R) * W == 32 && sizeof(R) == 8)
-    return _mm256_maskz_loadu_pd(static_cast<__mmask8>((1u << n) - 1), from);
-  else if constexpr (sizeof(R) * W == 32)
-    return _mm256_maskz_loadu_ps(static_cast<__mmask8>((1u << n) - 1), from);
-#endif
-  return load_first<W>(from, n);
-}
-template <int W, class R>
-TEV_INLINE void store_some(vec<R, W> value, R* to, int64_t n) {
-#if defined(__AVX512VL__)
-  if constexpr (sizeof(R) * W == 32 && sizeof(R) == 8)
-    return _mm256_mask_storeu_pd(to, static_cast<__mmask8>((1u << n) - 1), value);
-  else if constexpr (sizeof(R) * W == 32)
-    return _mm256_mask_storeu_ps(to, static_cast<__mmask8>((1u << n) - 1), value);
-#endif
-  store_first<W>(value, to, n);
-}
-
-// A register of a strip's line: `width` places of it. A square: element j of place i in unit j of vector i.
-template <class T_, int P>
-struct strip_register {
-  using T = T_;
-  using R = real_of<T>;
-  static constexpr int U = kParts<T>, L = lanes_dividing<R>(P * U), N = L / U;  // units of U in L lanes
-  line_layout b_lies;
-  int64_t n, width;
-
-  // The first `count` elements of a place or of a line.
-  TEV_INLINE static vec<R, L> load_row(const T* from, int64_t count) {
-    return count >= N ? load<L>(reals(from)) : load_some<L>(reals(from), count * U);
-  }
-  TEV_INLINE static void store_row(vec<R, L> row, int64_t count, T* to) {
-    if (count >= N)
-      store<L>(row, reals(to));
-    else
-      store_some<L>(row, reals(to), count * U);
-  }
-  // The last square overlaps the one before it.
-  TEV_INLINE int64_t square_at(int64_t next) const { return n < N ? 0 : min_of(next, n - N); }
-
-  // From n lines of B; a line is contiguous on side R, a place on side L. The last place stands for those that B lacks.
-  template <class Map>
-  TEV_INLINE void load_lines(const T* b, T* strip, Map alpha) const {
-    if (!b_lies.left) {
-      for (int64_t i = 0; i < n; ++i)
-        store<L>(alpha.template operator()<L>(load_row(b + i * b_lies.ldb, width)), reals(strip + i * P));
-      return;
-    }
-    const T* place[N];
-    TEV_UNROLL
-    for (int p = 0; p < N; ++p) place[p] = b + (p < width ? p : width - 1) * b_lies.ldb;
-    for (int64_t next = 0; next < n; next += N) {
-      const int64_t i = square_at(next);
-      vec<R, L> square[N];
-      TEV_UNROLL
-      for (int p = 0; p < N; ++p) square[p] = alpha.template operator()<L>(load_row(place[p] + i, n));
-      transpose<L, U>(square);
-      TEV_UNROLL
-      for (int p = 0; p < N; ++p)
-        if (p < n) store<L>(square[p], reals(strip + (i + p) * P));
-    }
-  }
-  TEV_INLINE void store_lines(const T* strip, T* b) const {
-    if (!b_lies.left) {
-      for (int64_t i = 0; i < n; ++i) store_row(load<L>(reals(strip + i * P)), width, b + i * b_lies.ldb);
-      return;
-    }
-    for (int64_t next = 0; next < n; next += N) {
-      const int64_t i = square_at(next);
-      vec<R, L> square[N];
-      TEV_UNROLL
-      for (int p = 0; p < N; ++p) square[p] = p < n ? load<L>(reals(strip + (i + p) * P)) : vec<R, L>{};
-      transpose<L, U>(square);
-      TEV_UNROLL
-      for (int p = 0; p < N; ++p)
-        if (p < width) store_row(square[p], n, b + p * b_lies.ldb + i);
-    }
-  }
-};
-
-// Into a strip, times alpha.
-template <int P, class T, class Map>
-TEV_INLINE void load_strip(line_layout b_lies, int64_t n, int64_t width, const T* b, T* strip, Map alpha) {
-  using part = strip_register<T, P>;
-  if (!b_lies.left && width == P) return copy_down_strip<T, P>(n, b, b_lies.ldb, strip, alpha);
-  for (int p = 0; p < P; p += part::N)
-    part{b_lies, n, min_of(width - p, part::N)}.load_lines(b + p * b_lies.place(), strip + p, alpha);
-}
-template <int P, class T>
-__attribute__((noinline)) void load_lines(line_layout b_lies, int64_t n, int64_t width, T alpha, const T* b, T* strip) {
-  if (is_one(alpha))
-    load_strip<P>(b_lies, n, width, b, strip, on_the_way<T, false, false>{alpha});
-  else
-    load_strip<P>(b_lies, n, width, b, strip, on_the_way<T, true, false>{alpha});
-}
-
-template <int P, class T>
-__attribute__((noinline)) void store_lines(line_layout b_lies, int64_t n, int64_t width, const T* strip, T* b) {
-  using part = strip_register<T, P>;
-  for (int p = 0; p < P; p += part::N)
-    part{b_lies, n, min_of(width - p, part::N)}.store_lines(strip + p, b + p * b_lies.place());
-}
-
-// Lines that lack to a group are 0.
-template <int P, class T>
-TEV_INLINE void fill_group(int64_t n, T* strip) {
-  for (int64_t i = n * P; i < whole_groups(n, kGroup<T>) * P; ++i) strip[i] = T{};
-}
 
 // ---- A group of lines of one strip ---------------------------------------------------------------------------------
 
@@ -247,44 +92,76 @@ TEV_INLINE void put_columns(const line_values<S>& x, int64_t first, const lines_
   }
 }
 
-// Number i of a packed triangle.
-template <int L, class R>
-TEV_INLINE auto factor_of(const R* t, int i) {
-  if constexpr (kCopies < R >> 1)
-    return load<L>(t + i * kCopies<R>);
-  else
-    return splat<L>(t[i]);
-}
+// ---- What a group takes --------------------------------------------------------------------------------------------
 
-// What lines kFirst .. kEnd-1 of the group take of the line x; t holds its G factors.
-template <int kFirst, int kEnd, class S, class R>
-TEV_INLINE void take(const R* t, const R* x, line_sums<S>& s) {
+// The factors of a group's lines for one line that they take from, of a packed triangle. Number i is part i % U of line
+// i / U. A triangle that stays where it lies has another such reader (triangle_in_place-inl.h).
+template <class S>
+struct packed_factors {
+  using R = typename S::R;
+  static constexpr int kSideBySide = 4;      // lines that are taken without a branch between them
+  static constexpr bool conjugated = false;  // what a packed triangle holds is as it is needed
+  const R* at;
+
+  TEV_INLINE R number(int i) const { return at[i * kCopies<R>]; }
+  TEV_INLINE vec<R, S::L> spread(int i) const {
+    if constexpr (kCopies < R >> 1)
+      return load<S::L>(at + i * kCopies<R>);
+    else
+      return splat<S::L>(at[i]);
+  }
+  // To those for the line that comes `lines` later.
+  TEV_INLINE void move(int lines) { at += lines * packed_numbers<typename S::T>(S::G); }
+};
+
+// What lines kFirst .. kEnd-1 of the group take of the line x.
+template <int kFirst, int kEnd, class S, class Factors, class R>
+TEV_INLINE void take(const Factors& factor, const R* x, line_sums<S>& s) {
   constexpr int L = S::L, V = S::V;
   vec<R, L> line[V];
   TEV_UNROLL
   for (int v = 0; v < V; ++v) line[v] = load<L>(x + v * L);
   TEV_UNROLL
   for (int i = kFirst * S::U; i < kEnd * S::U; ++i) {
-    const auto factor = factor_of<L>(t, i);
+    const auto number = factor.spread(i);
     TEV_UNROLL
-    for (int v = 0; v < V; ++v) s.of[i][v] = fma(line[v], factor, s.of[i][v]);
+    for (int v = 0; v < V; ++v) s.of[i][v] = fma(line[v], number, s.of[i][v]);
   }
 }
 
-template <class S, class R>
-TEV_INLINE void take_all(int64_t depth, const R* t, const R* x, line_sums<S>& s) {
-  constexpr int kLine = S::V * S::L, kStep = packed_numbers<typename S::T>(S::G);
-  int64_t k = 0;
-  for (; k + 4 <= depth; k += 4) TEV_UNROLL
-  for (int u = 0; u < 4; ++u, t += kStep, x += kLine) take<0, S::G>(t, x, s);
-  for (; k < depth; ++k, t += kStep, x += kLine) take<0, S::G>(t, x, s);
+// What the group takes of `count` lines from x on, which are `pitch` numbers apart. The factors move behind them.
+template <class S, class Factors, class R>
+TEV_INLINE void take_lines(Factors& factor, int64_t count, const R* x, int64_t pitch, line_sums<S>& s) {
+  constexpr int kSide = Factors::kSideBySide;
+  const auto take_one = [&]() TEV_LAMBDA {
+    take<0, S::G>(factor, x, s);
+    factor.move(1);
+    x += pitch;
+  };
+  if constexpr (kSide > 1)
+    for (; count >= kSide; count -= kSide) TEV_UNROLL
+  for (int u = 0; u < kSide; ++u) take_one();
+  for (; count > 0; --count) take_one();
+}
+
+// What the lines take of the group's own line k; with a unit diagonal line k takes itself whole, later.
+template <bool kForward, int k, class S, class Factors, class R>
+TEV_INLINE void take_corner(bool unit, Factors factor, const R* own, int64_t pitch, line_sums<S>& s) {
+  constexpr int G = S::G;
+  if constexpr (k < G) {
+    take<kForward ? k + 1 : 0, kForward ? G : k>(factor, own, s);
+    if (!unit) take<k, k + 1>(factor, own, s);
+    factor.move(1);
+    take_corner<kForward, k + 1>(unit, factor, own + pitch, pitch, s);
+  }
 }
 
 template <class S>
-TEV_INLINE auto sum_of(const line_sums<S>& s, int i, int v) {
+TEV_INLINE auto sum_of(const line_sums<S>& s, bool conjugated, int i, int v) {
   using R = typename S::R;
   if constexpr (S::U == 2)
-    return s.of[2 * i][v] + swap_pairs<S::L, R>(s.of[2 * i + 1][v]) * alternate<S::L>(R(-1), R(1));
+    return s.of[2 * i][v] + swap_pairs<S::L, R>(s.of[2 * i + 1][v]) *
+                                (conjugated ? alternate<S::L>(R(1), R(-1)) : alternate<S::L>(R(-1), R(1)));
   else
     return s.of[i][v];
 }
@@ -320,71 +197,76 @@ TEV_INLINE void divide(const divisor<R>& d, vec<R, S::L> (&x)[S::V]) {
 }
 
 // Of the solved line i the lines after it in the order of solution take their share.
-template <bool kForward, int i, class S, class R>
-TEV_INLINE void solve_corner(const R* corner, const divisor<R>* divisors, line_values<S>& x) {
+template <bool kForward, int i, class S, class Factors, class R>
+TEV_INLINE void solve_corner(Factors factor, const divisor<R>* divisors, line_values<S>& x) {
   using T = typename S::T;
-  constexpr int G = S::G;
+  constexpr int G = S::G, kFrom = kForward ? i + 1 : 0, kEnd = kForward ? G : i, kStep = kForward ? 1 : -1;
   if (divisors != nullptr) divide<S>(divisors[i], x.of[i]);
-  constexpr int kFrom = kForward ? i + 1 : 0, kEnd = kForward ? G : i;
   TEV_UNROLL
   for (int j = kFrom; j < kEnd; ++j) {
-    const R* const packed = corner + packed_numbers<T>(i * G + j);
     T t;
     if constexpr (kComplex<T>)
-      t = {-packed[0], -packed[kCopies<R>]};
+      t = {-factor.number(2 * j), factor.conjugated ? factor.number(2 * j + 1) : -factor.number(2 * j + 1)};
     else
-      t = -packed[0];
-    const auto factor = multiplier_of<S::L>(t);
+      t = -factor.number(j);
+    const auto share = multiplier_of<S::L>(t);
     TEV_UNROLL
-    for (int v = 0; v < S::V; ++v) x.of[j][v] = plus_product(x.of[j][v], factor, x.of[i][v]);
+    for (int v = 0; v < S::V; ++v) x.of[j][v] = plus_product(x.of[j][v], share, x.of[i][v]);
   }
-  if constexpr (kForward ? i + 1 < G : i > 0) solve_corner<kForward, kForward ? i + 1 : i - 1>(corner, divisors, x);
-}
-
-// What the lines take of the group's own line k; with a unit diagonal line k takes itself whole, later.
-template <bool kForward, int k, class S, class R>
-TEV_INLINE void take_corner(bool unit, const R* corner, const R* own, line_sums<S>& s) {
-  constexpr int G = S::G;
-  if constexpr (k < G) {
-    const R* const line = own + k * S::V * S::L;
-    const R* const factors = corner + packed_numbers<typename S::T>(k * G);
-    take<kForward ? k + 1 : 0, kForward ? G : k>(factors, line, s);
-    if (!unit) take<k, k + 1>(factors, line, s);
-    take_corner<kForward, k + 1>(unit, corner, own, s);
+  if constexpr (kFrom < kEnd) {
+    factor.move(kStep);
+    solve_corner<kForward, i + kStep>(factor, divisors, x);
   }
 }
 
-template <triangular Kind, bool kForward, class S>
-TEV_INLINE void work_out_group(const triangle_block<typename S::T>& block, int64_t lines, bool unit, int64_t g,
-                               typename S::R* strip, const lines_of_b<typename S::T>& b) {
-  using T = typename S::T;
-  using R = typename S::R;
+// The group whose first line is `own`, with the lines that it takes from before and behind it. `factor`: of the first
+// of them all; divisors: null where the diagonal is 1.
+template <triangular Kind, bool kForward, class S, class Factors, class R>
+TEV_INLINE line_values<S> work_out_group(Factors factor, bool unit, const divisor<R>* divisors, const R* own,
+                                         int64_t pitch, int64_t before, int64_t behind) {
   constexpr int G = S::G, L = S::L, V = S::V;
-  const int64_t first = g * G, before = kForward ? first : 0, behind = kForward ? 0 : lines - first - G;
-  const R* const t = block.groups + packed_numbers<T>(group_start<kForward, G>(g, lines));
-  const R* const corner = t + packed_numbers<T>(before * G);
-  R* const own = strip + first * V * L;
   line_sums<S> s = {};
-  take_all(before, t, strip, s);
-  take_all(behind, corner + packed_numbers<T>(G * G), own + G * V * L, s);
-  if constexpr (Kind == triangular::multiply) take_corner<kForward, 0>(unit, corner, own, s);
+  take_lines(factor, before, own - before * pitch, pitch, s);
+  Factors corner = factor;
+  factor.move(G);
+  take_lines(factor, behind, own + G * pitch, pitch, s);
+  if constexpr (Kind == triangular::multiply) take_corner<kForward, 0>(unit, corner, own, pitch, s);
   line_values<S> x;
   TEV_UNROLL
   for (int i = 0; i < G; ++i) TEV_UNROLL
   for (int v = 0; v < V; ++v) {
-    x.of[i][v] = sum_of(s, i, v);
+    x.of[i][v] = sum_of(s, factor.conjugated, i, v);
     if constexpr (Kind == triangular::solve)
-      x.of[i][v] = load<L>(own + (i * V + v) * L) - x.of[i][v];
+      x.of[i][v] = load<L>(own + i * pitch + v * L) - x.of[i][v];
     else if (unit)
-      x.of[i][v] += load<L>(own + (i * V + v) * L);
+      x.of[i][v] += load<L>(own + i * pitch + v * L);
   }
-  if constexpr (Kind == triangular::solve)
-    solve_corner<kForward, kForward ? 0 : G - 1>(corner, unit ? nullptr : block.divisors + first, x);
-  if (Kind == triangular::solve || b.at == nullptr) {
-    TEV_UNROLL
-    for (int i = 0; i < G; ++i) TEV_UNROLL
-    for (int v = 0; v < V; ++v) store<L>(x.of[i][v], own + (i * V + v) * L);
+  if constexpr (Kind == triangular::solve) {
+    if constexpr (!kForward) corner.move(G - 1);
+    solve_corner<kForward, kForward ? 0 : G - 1>(corner, divisors, x);
   }
+  return x;
+}
+
+template <class S, class R>
+TEV_INLINE void put_lines(const line_values<S>& x, R* own, int64_t pitch) {
+  TEV_UNROLL
+  for (int i = 0; i < S::G; ++i) TEV_UNROLL
+  for (int v = 0; v < S::V; ++v) store<S::L>(x.of[i][v], own + i * pitch + v * S::L);
+}
+
+// ---- Packed --------------------------------------------------------------------------------------------------------
+
+template <triangular Kind, bool kForward, class S>
+TEV_INLINE void work_out_packed(const triangle_block<typename S::T>& block, int64_t lines, bool unit, int64_t g,
+                                typename S::R* strip, const lines_of_b<typename S::T>& b) {
+  constexpr int G = S::G, kPitch = S::V * S::L;
+  const int64_t first = g * G, before = kForward ? first : 0, behind = kForward ? 0 : lines - first - G;
+  const packed_factors<S> factors = {block.groups + packed_numbers<typename S::T>(group_start<kForward, G>(g, lines))};
+  typename S::R* const own = strip + first * kPitch;
+  const line_values<S> x = work_out_group<Kind, kForward, S>(factors, unit, unit ? nullptr : block.divisors + first,
+                                                             own, kPitch, before, behind);
+  if (Kind == triangular::solve || b.at == nullptr) put_lines(x, own, kPitch);
   if (b.at == nullptr) return;
   if (b.lie.left)
     put_rows(x, first, b);
@@ -400,8 +282,8 @@ __attribute__((noinline)) void work_out_strip(const triangle_block<T>& block, bo
   // Lines that others still take from are multiplied last.
   constexpr bool kUpwards = kForward == (Kind == triangular::solve);
   for (int64_t i = 0; i < groups; ++i)
-    work_out_group<Kind, kForward, line_tile<T, G, P>>(block, lines, unit, kUpwards ? i : groups - 1 - i, reals(strip),
-                                                       b);
+    work_out_packed<Kind, kForward, line_tile<T, G, P>>(block, lines, unit, kUpwards ? i : groups - 1 - i, reals(strip),
+                                                        b);
 }
 
 // All strips, one after another; b: the first one's lines.

@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // trmm and trsm: B := alpha op(A) B and B := alpha op(A)^-1 B (side R: from the right), A triangular.
 //
-// All sixteen forms are one, of lines of B that meet a triangle L (triangle_copy-inl.h). The lines are cut into blocks.
-// A block is worked out by itself (triangle_kernel-inl.h), and what the other lines take of it is a matrix product:
-//
-//          block  rest                         solve:     block, then rest - X block
-//     block  D                                 multiply:  rest + X block, then block, from the last to the first
-//     rest   X    ..                           backward, the rest are the lines before the block
+// All sixteen forms are one, of lines of B that meet a triangle L (triangle_copy-inl.h), cut into blocks
+// (kernels/diagonal_blocks.h): of lines in place (triangle_in_place-inl.h), or of packed ones (triangle_kernel-inl.h).
 #pragma once
 
+#include "kernels/diagonal_blocks.h"
 #include "kernels/families/triangle_in_place-inl.h"
 #include "kernels/routine_types.h"
 #include "tev/service.h"
@@ -21,7 +18,6 @@ namespace tev::TEV_TIER {
 template <class T, kernels::gemm_fn<T>* Gemm>
 TEV_INLINE void take_from_block(const triangular_call<T>& c, int64_t i, int64_t count, int64_t k, int64_t depth,
                                 T scalar, const T* a, T beta, T* b) {
-  if (count < 1 || depth < 1) return;
   const char plain = 'N';
   const T* const x = a + i * c.by.to + k * c.by.from;
   const T* const from = b + k * c.b_lies.line();
@@ -33,32 +29,12 @@ TEV_INLINE void take_from_block(const triangular_call<T>& c, int64_t i, int64_t 
     Gemm(&plain, &c.trans, &c.places, &count, &depth, &scalar, from, &ldb, x, &c.lda, &beta, to, &ldb);
 }
 
-// own(k, depth, factor) works out the block of `depth` lines from k on, times factor. Where what a line takes lies side
-// by side, the block takes its share from all lines at once instead of leaving theirs to the rest: a sum is deep then,
-// and the triangle is read as it lies.
 template <triangular Kind, bool kGathers, class T, kernels::gemm_fn<T>* Gemm, class Own>
 TEV_INLINE void block_by_block(const triangular_call<T>& c, int64_t order, int64_t step, T alpha, const T* a, T* b,
                                const Own& own) {
-  const T one = real_element<T>(1), minus_one = real_element<T>(-1);
-  const int64_t blocks = (order + step - 1) / step;
-  const bool upwards = c.forward == (Kind == triangular::solve);
-  for (int64_t q = 0; q < blocks; ++q) {
-    const int64_t k = (upwards ? q : blocks - 1 - q) * step, depth = order - k < step ? order - k : step;
-    const bool behind = c.forward != kGathers;  // the lines that the block gives to, or gathers from
-    const int64_t rest = behind ? k + depth : 0, count = behind ? order - rest : k;
-    const auto exchange = [&](T scalar, T beta) TEV_LAMBDA {
-      if constexpr (kGathers)
-        take_from_block<T, Gemm>(c, k, depth, rest, count, scalar, a, beta, b);
-      else
-        take_from_block<T, Gemm>(c, rest, count, k, depth, scalar, a, beta, b);
-    };
-    const bool exchanges_first = kGathers == (Kind == triangular::solve);
-    const T scalar = Kind == triangular::solve ? minus_one : alpha;
-    const T beta = Kind == triangular::solve && (kGathers || q == 0) ? alpha : one;
-    if (exchanges_first && (q > 0 || !kGathers)) exchange(scalar, beta);
-    own(k, depth, Kind == triangular::multiply || q == 0 ? alpha : one);
-    if (!exchanges_first) exchange(scalar, beta);
-  }
+  for_diagonal_blocks(block_walk{Kind == triangular::solve, c.forward, kGathers, order, step}, alpha, own,
+                      [&](int64_t i, int64_t count, int64_t k, int64_t depth, T scalar, T beta)
+                          TEV_LAMBDA { take_from_block<T, Gemm>(c, i, count, k, depth, scalar, a, beta, b); });
 }
 
 // Room for the packed triangle and the widest strip of a block of so many lines, whole groups of them.
@@ -95,12 +71,20 @@ __attribute__((noinline)) void work_out_block(const triangular_call<T>& c, int64
 // Lines of a block in memory of the allocator, where a strip and its share of the triangle stay in the second cache.
 inline constexpr int64_t kLargeBlock = 256;
 
-// A packed triangle is read once per strip: a few places do not repay a large one.
+// What does not repay packing: small triangles, those that a few registers of places meet (a packed one is read once
+// per strip), and on 512-bit vectors as much as their products without packing reach. Found on 48 KiB / 1 MiB.
+inline constexpr int64_t kSmallTriangle = kRotatesB<float> ? kSmallBlock : 128;
+inline constexpr int kFewRegisters = kHasFma ? 2 : 1;
+inline constexpr int64_t kUnpackedBoth = kVectorBytes == 64 ? 361 : 0;
 template <class T>
 TEV_INLINE bool stays_on_the_stack(int64_t order, int64_t places) {
-  return order <= kSmallBlock || places <= kPlaces<T, 1>;
+  return order <= kSmallTriangle || places <= kPlaces<T, kFewRegisters> || max_of(order, places) < kUnpackedBoth;
 }
 
+// A single place leaves most of a register empty: the less of it in blocks, the better.
+TEV_INLINE int64_t small_step(int64_t places) { return places > 1 ? kSmallBlock : min_of(kSmallBlock, 32); }
+
+// Where what a line takes lies side by side, blocks gather: the triangle is read as it lies then.
 template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm>
 __attribute__((noinline)) void in_blocks_in_place(const triangular_call<T>& c, int64_t order, T alpha, const T* a,
                                                   T* b) {
@@ -108,14 +92,15 @@ __attribute__((noinline)) void in_blocks_in_place(const triangular_call<T>& c, i
     work_out_in_place<Kind>(c, depth, factor, a + k * (c.lda + 1), b + k * c.b_lies.line());
   };
   if (c.by.from == 1)
-    block_by_block<Kind, true, T, Gemm>(c, order, kSmallBlock, alpha, a, b, own);
+    block_by_block<Kind, true, T, Gemm>(c, order, small_step(c.places), alpha, a, b, own);
   else
-    block_by_block<Kind, false, T, Gemm>(c, order, kSmallBlock, alpha, a, b, own);
+    block_by_block<Kind, false, T, Gemm>(c, order, small_step(c.places), alpha, a, b, own);
 }
 
 template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm>
 TEV_INLINE void in_small_blocks(const triangular_call<T>& c, int64_t order, T alpha, const T* a, T* b) {
-  (order <= kSmallBlock ? work_out_in_place<Kind, T> : in_blocks_in_place<Kind, T, Gemm>)(c, order, alpha, a, b);
+  (order <= small_step(c.places) ? work_out_in_place<Kind, T> : in_blocks_in_place<Kind, T, Gemm>)(c, order, alpha, a,
+                                                                                                   b);
 }
 
 // ---- With buffers --------------------------------------------------------------------------------------------------
