@@ -9,12 +9,6 @@ namespace {
 
 bool is_hermitian(const operand& x) { return (x.copy_mode & kernels::kCopyHermitian) != 0; }
 
-// Rank-2k updates have no kernel information.
-template <class T>
-bool has_driver(const operation<T>& p) {
-  return p.code != kernels::kOpSyr2k && has_drivers();
-}
-
 template <class T>
 void call_gemm(const operation<T>& p) {
   const char transa = kernels::letter_of(p.op_a), transb = kernels::letter_of(p.op_b);
@@ -83,7 +77,7 @@ void call_entry(const operation<T>& p) {
 template <class T>
 void compute_alone(const operation<T>& p) {
   if (p.m < 1 || p.n < 1) return;
-  if (!has_driver(p)) return call_entry(p);
+  if (!has_drivers()) return call_entry(p);
   compute_by_driver(p, p.a, p.b, p.c, info_of(p));
 }
 

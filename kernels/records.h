@@ -153,8 +153,9 @@ struct kernel_info {
   driver_fn<T>* driver;               // the whole product
   driver_fn<T>* packed_product;       // A packed already (shared panel), B packed by this call; or null
   driver_fn<T>* fallback;             // unpacked: needs no memory
-  driver_fn<T>* pst;                  // skinny and shallow shapes
-  int64_t pst_m, pst_n;               // with fewer rows and fewer columns pst beats packing
+  // For callers that choose themselves; the drivers know it from the shape.
+  driver_fn<T>* pst;     // skinny and shallow shapes
+  int64_t pst_m, pst_n;  // with fewer rows and fewer columns pst beats packing
 };
 
 // How the threads of a parallel driver share a product, as map_thread_to_kernel reads it.

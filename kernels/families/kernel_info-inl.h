@@ -5,6 +5,7 @@
 //   gemm        op(A), op(B)                   tile          all of C       by strategy             gemm_nocopy_driver
 //   symm        symm_copy_*, B as it lies      tile          all of C       by strategy             symm_nobufs
 //   syrk        op(A), op(A)^T                 syrk_*_ker0   a triangle     x?syrk_*copybcopy       syrk_nobufs
+//   syr2k       those of syrk for each half                               both halves             syr2k_nobufs
 //   trmm, trsm  trxm_copy_*, lines of B        tr?m_kernel_  all of B; the  x?tr?m_*_fullacopybcopy blocks on the stack
 //                                                            diagonal
 //
@@ -28,7 +29,8 @@ TEV_INLINE void use_symmetric(const operation<T>* op, const operand* symmetric, 
 }
 
 // `info` holds the row of gemm.
-template <class T, kernels::gemm_fn<T>* Gemm, kernel_row_fn<T>* RankK, kernel_row_fn<T>* Trmm, kernel_row_fn<T>* Trsm>
+template <class T, kernels::gemm_fn<T>* Gemm, kernel_row_fn<T>* RankK, kernel_row_fn<T>* Rank2k, kernel_row_fn<T>* Trmm,
+          kernel_row_fn<T>* Trsm>
 TEV_INLINE void use_operation(const operation<T>* op, const operand* a, const operand* b, const operand* c,
                               kernel_info<T>* info) {
   const operand* const symmetric = op->from_right != 0 ? b : a;
@@ -39,6 +41,8 @@ TEV_INLINE void use_operation(const operation<T>* op, const operand* a, const op
       return use_symmetric<false, T, Gemm>(op, symmetric, info);
     case kOpSyrk:
       return RankK(op, a, b, c, info);
+    case kOpSyr2k:
+      return Rank2k(op, a, b, c, info);
     case kOpTrmm:
       return Trmm(op, a, b, c, info);
     case kOpTrsm:

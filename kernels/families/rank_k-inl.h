@@ -254,27 +254,33 @@ TEV_INLINE rank_call<T> exchanged(rank_call<T> r) {
 }
 
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
-TEV_INLINE void rank_2k_nobufs(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+__attribute__((noinline)) void rank_2k_nobufs(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
   rank_k_nobufs<kHermitian, T, Gemm>(r, n, a, b, beta, c);
   rank_k_nobufs<kHermitian, T, Gemm>(exchanged<kHermitian>(r), n, b, a, one_of<T>(), c);
 }
 
-// As a driver.
-template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
-int32_t triangle_nobufs(const operation<T>* op, const operand* a, const operand* b, const operand* c, buffers*,
+template <bool kHermitian, class T>
+TEV_INLINE rank_call<T> rank_call_of(const operation<T>* op, const operand* a, const operand* b, const operand* c) {
+  return {stored_triangle(c) == 'U',
+          stored_transposition(a) == 'N',
+          kHermitian ? 'C' : 'T',
+          a->columns,
+          op->alpha,
+          a->ld,
+          b->ld,
+          c->ld};
+}
+
+// A call of rank_k_nobufs and its kin as a driver.
+template <bool kHermitian, class T, auto* Update>
+int32_t triangle_driver(const operation<T>* op, const operand* a, const operand* b, const operand* c, buffers*,
                         const kernel_info<T>*) {
-  const rank_call<T> r = {stored_triangle(c) == 'U',
-                          stored_transposition(a) == 'N',
-                          kHermitian ? 'C' : 'T',
-                          a->columns,
-                          op->alpha,
-                          a->ld,
-                          b->ld,
-                          c->ld};
-  rank_k_nobufs<kHermitian, T, Gemm>(r, c->columns, static_cast<const T*>(a->data), static_cast<const T*>(b->data),
-                                     op->beta, static_cast<T*>(c->data));
+  Update(rank_call_of<kHermitian>(op, a, b, c), c->columns, static_cast<const T*>(a->data),
+         static_cast<const T*>(b->data), op->beta, static_cast<T*>(c->data));
   return 0;
 }
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+inline constexpr driver_fn<T>* triangle_nobufs = triangle_driver<kHermitian, T, rank_k_nobufs<kHermitian, T, Gemm>>;
 
 // ---- The routines --------------------------------------------------------------------------------------------------
 
@@ -318,6 +324,20 @@ template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel
 TEV_INLINE void rank_k(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
   const bool packs = is_packed_triangle(n, r.k) && !is_zero(r.alpha);
   (packs ? rank_k_by_records<kHermitian, T, Gemm, Info> : rank_k_nobufs<kHermitian, T, Gemm>)(r, n, a, b, beta, c);
+}
+
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
+__attribute__((noinline)) void rank_2k(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  rank_k<kHermitian, T, Gemm, Info>(r, n, a, b, beta, c);
+  rank_k<kHermitian, T, Gemm, Info>(exchanged<kHermitian>(r), n, b, a, one_of<T>(), c);
+}
+
+// Both halves by the drivers of a rank-k update. `info` holds its row.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
+TEV_INLINE void use_rank_2k(kernel_info<T>* info) {
+  info->packed_product = nullptr;
+  info->driver = triangle_driver<kHermitian, T, rank_2k<kHermitian, T, Gemm, Info>>;
+  info->fallback = info->pst = triangle_driver<kHermitian, T, rank_2k_nobufs<kHermitian, T, Gemm>>;
 }
 
 }  // namespace tev::TEV_TIER

@@ -95,8 +95,19 @@ TEV_INLINE void transpose(V (&v)[W / U]) {
   }
 }
 
-// The first n of W lanes, 0 <= n <= W; nothing beyond them is touched, and loaded lanes beyond are 0. W lanes fill a
-// register of the tier.
+// W lanes of R are loaded and stored behind masks.
+#if defined(__AVX512VL__)
+template <class R, int W>
+inline constexpr bool kMasks = sizeof(R) * W == 64 || sizeof(R) * W == 32;
+#elif defined(__AVX512F__)
+template <class R, int W>
+inline constexpr bool kMasks = sizeof(R) * W == 64;
+#else
+template <class R, int W>
+inline constexpr bool kMasks = false;
+#endif
+
+// The first n of W lanes, 0 <= n <= W; nothing beyond them is touched, and loaded lanes beyond are 0.
 template <int W, class R>
 TEV_INLINE vec<R, W> load_first(const R* from, int64_t n) {
 #if defined(__AVX512F__)
@@ -104,6 +115,12 @@ TEV_INLINE vec<R, W> load_first(const R* from, int64_t n) {
     return _mm512_maskz_loadu_pd(static_cast<__mmask8>((1u << n) - 1), from);
   else if constexpr (sizeof(R) * W == 64)
     return _mm512_maskz_loadu_ps(static_cast<__mmask16>((1u << n) - 1), from);
+#endif
+#if defined(__AVX512VL__)
+  if constexpr (sizeof(R) * W == 32 && sizeof(R) == 8)
+    return _mm256_maskz_loadu_pd(static_cast<__mmask8>((1u << n) - 1), from);
+  else if constexpr (sizeof(R) * W == 32)
+    return _mm256_maskz_loadu_ps(static_cast<__mmask8>((1u << n) - 1), from);
 #endif
   vec<R, W> v = {};
   TEV_UNROLL
@@ -119,6 +136,12 @@ TEV_INLINE void store_first(vec<R, W> value, R* to, int64_t n) {
     return _mm512_mask_storeu_pd(to, static_cast<__mmask8>((1u << n) - 1), value);
   else if constexpr (sizeof(R) * W == 64)
     return _mm512_mask_storeu_ps(to, static_cast<__mmask16>((1u << n) - 1), value);
+#endif
+#if defined(__AVX512VL__)
+  if constexpr (sizeof(R) * W == 32 && sizeof(R) == 8)
+    return _mm256_mask_storeu_pd(to, static_cast<__mmask8>((1u << n) - 1), value);
+  else if constexpr (sizeof(R) * W == 32)
+    return _mm256_mask_storeu_ps(to, static_cast<__mmask8>((1u << n) - 1), value);
 #endif
   TEV_UNROLL
   for (int i = 0; i < W; ++i)

@@ -136,7 +136,7 @@ __attribute__((noinline)) void work_out_in_place(const triangular_call<T>& c, in
     store_lines<P>(b_lies, n, count, strip, at);
   };
   constexpr int kHalf = kPlaces<T, 1> / 2;  // squares of half registers take a third of the shuffles
-  if constexpr (kMasksHalves)
+  if constexpr (kMasks<real_of<T>, kLanes<real_of<T>> / 2>)
     if (c.places <= kHalf) return strip_of(width<kHalf>{}, 0, c.places);
   for_places<T>(c.places, [&](auto v, int64_t first, int64_t count)
                               TEV_LAMBDA { strip_of(width<kPlaces<T, decltype(v)::value>>{}, first, count); });

@@ -45,33 +45,6 @@ TEV_INLINE void for_places(int64_t places, const Body& body) {
 
 // ---- Between B and strips ------------------------------------------------------------------------------------------
 
-// Half a register behind a mask, where the tier has such masks; whole ones as load_first and store_first say.
-#if defined(__AVX512VL__)
-inline constexpr bool kMasksHalves = true;
-#else
-inline constexpr bool kMasksHalves = false;
-#endif
-template <int W, class R>
-TEV_INLINE vec<R, W> load_some(const R* from, int64_t n) {
-#if defined(__AVX512VL__)
-  if constexpr (sizeof(R) * W == 32 && sizeof(R) == 8)
-    return _mm256_maskz_loadu_pd(static_cast<__mmask8>((1u << n) - 1), from);
-  else if constexpr (sizeof(R) * W == 32)
-    return _mm256_maskz_loadu_ps(static_cast<__mmask8>((1u << n) - 1), from);
-#endif
-  return load_first<W>(from, n);
-}
-template <int W, class R>
-TEV_INLINE void store_some(vec<R, W> value, R* to, int64_t n) {
-#if defined(__AVX512VL__)
-  if constexpr (sizeof(R) * W == 32 && sizeof(R) == 8)
-    return _mm256_mask_storeu_pd(to, static_cast<__mmask8>((1u << n) - 1), value);
-  else if constexpr (sizeof(R) * W == 32)
-    return _mm256_mask_storeu_ps(to, static_cast<__mmask8>((1u << n) - 1), value);
-#endif
-  store_first<W>(value, to, n);
-}
-
 // A register of a strip's line: `width` places of it. A square: element j of place i in unit j of vector i.
 template <class T_, int P>
 struct strip_register {
@@ -83,13 +56,13 @@ struct strip_register {
 
   // The first `count` elements of a place or of a line.
   TEV_INLINE static vec<R, L> load_row(const T* from, int64_t count) {
-    return count >= N ? load<L>(reals(from)) : load_some<L>(reals(from), count * U);
+    return count >= N ? load<L>(reals(from)) : load_first<L>(reals(from), count * U);
   }
   TEV_INLINE static void store_row(vec<R, L> row, int64_t count, T* to) {
     if (count >= N)
       store<L>(row, reals(to));
     else
-      store_some<L>(row, reals(to), count * U);
+      store_first<L>(row, reals(to), count * U);
   }
   // The last square overlaps the one before it.
   TEV_INLINE int64_t square_at(int64_t next) const { return n < N ? 0 : min_of(next, n - N); }

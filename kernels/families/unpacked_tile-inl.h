@@ -35,7 +35,7 @@ template <int N, int W, class R>
 TEV_INLINE vec<R, W> load_known(const R* from) {
   if constexpr (N == W) {
     return load<W>(from);
-  } else if constexpr (sizeof(R) * W == 64) {
+  } else if constexpr (kMasks<R, W>) {
     return load_first<W>(from, N);
   } else {
     vec<R, W> v = {};
@@ -49,7 +49,7 @@ template <int N, int W, class R>
 TEV_INLINE void store_known(vec<R, W> v, R* to) {
   if constexpr (N == W) {
     store<W>(v, to);
-  } else if constexpr (sizeof(R) * W == 64) {
+  } else if constexpr (kMasks<R, W>) {
     store_first<W>(v, to, N);
   } else if constexpr (N == W / 2) {
     store<N>(half<W, R>(v, all_lanes<N>{}), to);
