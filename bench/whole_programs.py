@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: BSD-3-Clause
 """Whole programs over this library and over OpenBLAS, in turn: seconds of the fastest of each operation, and OpenBLAS's
-seconds over ours.
+seconds over ours. Here libtevlapack stands in front of the distribution's LAPACK, OpenBLAS has its own.
 
   whole_programs.py octave|R|hpl [--order N] [--rounds N] [--block N] [--ranks N]
 
@@ -20,6 +20,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / "tests/clients"))
 import clients  # noqa: E402
 
+OPENBLAS = clients.DEBIAN / "openblas-openmp"
 REPEATS = "3"  # of an operation within a program
 
 
@@ -39,6 +40,11 @@ def seconds(asked: argparse.Namespace, library: pathlib.Path) -> dict[str, float
         settings = clients.settings_of(clients.Way(""), library)
         if "OMP_NUM_THREADS" in os.environ:
             settings["OMP_NUM_THREADS"] = os.environ["OMP_NUM_THREADS"]
+        if library == OPENBLAS:
+            for path in ("LD_LIBRARY_PATH", "R_LD_LIBRARY_PATH"):
+                settings[path] = f"{library}:{settings[path]}"
+        else:
+            settings["LD_PRELOAD"] = str(library.parent / "libtevlapack.so.0")
         settings["OPENBLAS_CORETYPE"] = os.environ.get("OPENBLAS_CORETYPE", "")
         done = subprocess.run(command(asked), env=settings, text=True, capture_output=True, check=True)
         if asked.program == "hpl":
@@ -58,7 +64,7 @@ def main() -> None:
     asked = parser.parse_args()
     fastest: list[dict[str, float]] = [{}, {}]
     for _ in range(asked.rounds):
-        for best, library in zip(fastest, (clients.this_library(), clients.DEBIAN / "openblas-openmp")):
+        for best, library in zip(fastest, (clients.this_library(), OPENBLAS)):
             for name, time in seconds(asked, library).items():
                 best[name] = min(time, best.get(name, time))
     print(f"# {' '.join(sys.argv[1:])}: seconds here, OpenBLAS's, ratio")

@@ -59,15 +59,6 @@ T real_element(typename element<T>::real x) {
     return x;
 }
 
-// x without an imaginary part.
-template <class T>
-T real_part_of(T x) {
-  if constexpr (kComplex<T>)
-    return {x.real, 0};
-  else
-    return x;
-}
-
 template <class T>
 T add(T x, T y) {
   if constexpr (kComplex<T>)

@@ -17,8 +17,10 @@ struct kernel_calls;
     TEV_CALLS_IN_EVERY_PRECISION(x, tev_blas_x##p, geru, gerc, dotu, dotc)                        \
     static constexpr auto xiamax = tev_blas_x##p##iamax;                                          \
     static constexpr auto xhemv_columns = tev_blas_x##p##hemv_columns; /* real: of a symmetric */ \
+    static constexpr auto xsymmetric_by_columns = tev_blas_x##p##symmetric_by_columns;            \
     static constexpr auto xtriangular_block = tev_blas_x##p##triangular_block;                    \
     static constexpr auto xupdate_columns = tev_blas_x##p##update_columns;                        \
+    static constexpr auto xsweep_rows = tev_blas_x##p##sweep_rows;                                \
     static constexpr auto xgemm_par = tev_blas_x##p##gemm_par;                                    \
     static constexpr auto xgemm_internal_team = tev_blas_x##p##gemm_internal_team;                \
     static constexpr auto mscale = tev_blas_##p##gemm_mscale;                                     \
@@ -28,9 +30,10 @@ struct kernel_calls;
     more                                                                                          \
   };
 // Sums and rotations of real numbers; complex ones are pairs of them.
-#define TEV_REALS(p)                                 \
-  static constexpr auto xasum = tev_blas_x##p##asum; \
-  static constexpr auto xrotate = tev_blas_x##p##rotate;
+#define TEV_REALS(p)                                     \
+  static constexpr auto xasum = tev_blas_x##p##asum;     \
+  static constexpr auto xrotate = tev_blas_x##p##rotate; \
+  static constexpr auto xsweep_columns = tev_blas_x##p##sweep_columns;
 TEV_KERNEL_CALLS(float, s, ger, ger, dot, dot, symv_columns, TEV_REALS(s))
 TEV_KERNEL_CALLS(double, d, ger, ger, dot, dot, symv_columns, TEV_REALS(d))
 TEV_KERNEL_CALLS(tev_complex8, c, geru, gerc, dotu, dotc, hemv_columns, TEV_HERMITIAN_CALLS(x, tev_blas_xc))

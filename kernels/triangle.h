@@ -63,6 +63,12 @@ template <class T>
 using update_columns_fn = void(const triangle<T>* a, const int64_t* begin, const int64_t* end, const T* alpha,
                                const T* x, const int64_t* incx, const T* y, const int64_t* incy);
 
+// y += alpha A x, as far as it comes from columns [*begin, *end) of the triangle of A and their mirror images. A is
+// symmetric, in the complex precisions Hermitian. Vectors as above.
+template <class T>
+using symmetric_by_columns_fn = void(const triangle<const T>* a, const int64_t* begin, const int64_t* end,
+                                     const T* alpha, const T* x, const int64_t* incx, T* y, const int64_t* incy);
+
 }  // namespace tev::kernels
 
 #undef TEV_DESCRIBE

@@ -61,13 +61,16 @@ void axpy(int64_t n, const T* alpha, const T* x, int64_t incx, T* y, int64_t inc
 
 #define TEV_LEVEL1(p, T)                                                                                  \
   void tev_blas_##p##scal(const int64_t* n, const T* alpha, T* x, const int64_t* incx) {                  \
+    if (tev::blas::is_short<T>(*n)) return tev_blas_x##p##scal(n, alpha, x, incx);                        \
     tev::blas::scal(*n, alpha, x, *incx);                                                                 \
   }                                                                                                       \
   void tev_blas_##p##copy(const int64_t* n, const T* x, const int64_t* incx, T* y, const int64_t* incy) { \
+    if (tev::blas::is_short<T>(*n)) return tev_blas_x##p##copy(n, x, incx, y, incy);                      \
     tev::blas::copy(*n, x, *incx, y, *incy);                                                              \
   }                                                                                                       \
   void tev_blas_##p##axpy(const int64_t* n, const T* alpha, const T* x, const int64_t* incx, T* y,        \
                           const int64_t* incy) {                                                          \
+    if (tev::blas::is_short<T>(*n)) return tev_blas_x##p##axpy(n, alpha, x, incx, y, incy);               \
     tev::blas::axpy(*n, alpha, x, *incx, y, *incy);                                                       \
   }
 TEV_FOR_EACH_PRECISION(TEV_LEVEL1)

@@ -36,6 +36,12 @@ T* address_of(piece p, int64_t n, T* base, int64_t inc) {
 // two.
 inline constexpr int64_t kScalChunkBytes = 32768, kPairChunkBytes = 16384;
 
+// Too short for a team in every routine of level 1. Their kernels then get a call's arguments as they are.
+template <class T>
+bool is_short(int64_t n) {
+  return n < 2 * kPairChunkBytes / static_cast<int64_t>(sizeof(T));
+}
+
 // Threads for a vector of n elements, `chunk` elements to each. Elements must lie `apart`: with an increment of zero
 // the order of the steps is the result.
 inline int32_t level1_threads(int64_t n, int64_t chunk, bool apart) {

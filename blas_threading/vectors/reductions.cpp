@@ -41,7 +41,7 @@ Result reduce(int64_t n, int64_t bytes, const OfPiece& of_piece, const Combine& 
 template <class T, class Result>
 Result dot(Result (*kernel)(const int64_t*, const T*, const int64_t*, const T*, const int64_t*), int64_t n, const T* x,
            int64_t incx, const T* y, int64_t incy) {
-  if (n < 1) return {};
+  if (is_short<T>(n)) return kernel(&n, x, &incx, y, &incy);
   return reduce<Result>(
       n, 2 * sizeof(T),
       [&](piece p) { return kernel(&p.size, address_of(p, n, x, incx), &incx, address_of(p, n, y, incy), &incy); },
@@ -64,16 +64,20 @@ numbers<real_of<T>> numbers_of(int64_t n, const T* x, int64_t inc) {
   return {element<T>::kParts, n, inc * element<T>::kParts, at};
 }
 
+template <class R>
+R sum_of_moduli(int64_t n, const R* x, int64_t inc) {
+  const auto kernel = kernel_calls<R>::xasum;
+  if (is_short<R>(n)) return kernel(&n, x, &inc);
+  return reduce<R>(
+      n, sizeof(R), [&](piece p) { return kernel(&p.size, x + p.start * inc, &inc); }, add<R>);
+}
+
 template <class T>
 real_of<T> asum(int64_t n, const T* x, int64_t incx) {
   if (n < 1 || incx < 1) return 0;
   const auto v = numbers_of(n, x, incx);
   real_of<T> sum = 0;
-  for (int64_t i = 0; i < v.vectors; ++i)
-    sum += reduce<real_of<T>>(
-        v.n, sizeof(real_of<T>),
-        [&](piece p) { return kernel_calls<real_of<T>>::xasum(&p.size, address_of(p, v.n, v.at + i, v.inc), &v.inc); },
-        add<real_of<T>>);
+  for (int64_t i = 0; i < v.vectors; ++i) sum += sum_of_moduli(v.n, v.at + i, v.inc);
   return sum;
 }
 
@@ -145,6 +149,7 @@ template <class T>
 int64_t iamax(int64_t n, const T* x, int64_t incx) {
   if (n < 1 || incx < 1) return 0;
   if (std::isnan(modulus(x[0]))) return 1;
+  if (is_short<T>(n)) return 1 + kernel_calls<T>::xiamax(&n, x, &incx);
   return 1 + reduce<int64_t>(
                  n, sizeof(T),
                  [&](piece p) { return p.start + kernel_calls<T>::xiamax(&p.size, x + p.start * incx, &incx); },
@@ -158,6 +163,7 @@ int64_t iamax(int64_t n, const T* x, int64_t incx) {
 
 #define TEV_DOT(T, name)                                                                                  \
   T tev_blas_##name(const int64_t* n, const T* x, const int64_t* incx, const T* y, const int64_t* incy) { \
+    if (tev::blas::is_short<T>(*n)) return tev_blas_x##name(n, x, incx, y, incy);                         \
     return tev::blas::dot(tev_blas_x##name, *n, x, *incx, y, *incy);                                      \
   }
 TEV_DOT(float, sdot)

@@ -26,7 +26,7 @@ void on_pieces(int64_t n, int64_t bytes, bool apart, const Update& update) {
 
 template <class T>
 void swap(int64_t n, T* x, int64_t incx, T* y, int64_t incy) {
-  if (n < 1) return;
+  if (is_short<T>(n)) return kernel_calls<T>::xswap(&n, x, &incx, y, &incy);
   on_pieces(n, sizeof(T), incx != 0 && incy != 0, [=](piece p) {
     kernel_calls<T>::xswap(&p.size, address_of(p, n, x, incx), &incx, address_of(p, n, y, incy), &incy);
   });
@@ -35,7 +35,7 @@ void swap(int64_t n, T* x, int64_t incx, T* y, int64_t incy) {
 // (x, y) := (h[0] x + h[2] y, h[1] x + h[3] y).
 template <class R>
 void rotate(int64_t n, R* x, int64_t incx, R* y, int64_t incy, const R* h) {
-  if (n < 1) return;
+  if (is_short<R>(n)) return kernel_calls<R>::xrotate(&n, x, &incx, y, &incy, h);
   on_pieces(n, sizeof(R), incx != 0 && incy != 0, [=](piece p) {
     kernel_calls<R>::xrotate(&p.size, address_of(p, n, x, incx), &incx, address_of(p, n, y, incy), &incy, h);
   });

@@ -9,8 +9,6 @@
 namespace tev::blas {
 namespace {
 
-constexpr int64_t kOne = 1;
-
 template <class T>
 struct product {
   triangle<const T> a;
@@ -24,18 +22,8 @@ void add_columns(const product<T>& p, const span& columns, const strided<T>& y) 
   if (p.a.kind == storage::full && p.x.inc == 1 && y.inc == 1)
     return kernel_calls<T>::xhemv_columns(p.a.upper ? "U" : "L", &p.a.n, &columns.begin, &columns.end, &p.alpha,
                                           p.a.data, &p.a.ld, p.x.first, y.first);
-  for (int64_t j = columns.begin; j < columns.end; ++j) {
-    const span rows = {p.a.begin_beside(j), p.a.end_beside(j)};
-    const int64_t count = rows.size();
-    const T* const column = p.a.at(rows.begin, j);
-    const T factor = multiply(p.alpha, p.x[j]);
-    T own = multiply(factor, real_part_of(*p.a.diagonal(j)));
-    if (count > 0) {
-      kernel_calls<T>::xaxpy(&count, &factor, column, &kOne, y.address(rows), &y.inc);
-      own = add(own, multiply(p.alpha, kernel_calls<T>::xdotc(&count, column, &kOne, p.x.address(rows), &p.x.inc)));
-    }
-    y[j] = add(y[j], own);
-  }
+  kernel_calls<T>::xsymmetric_by_columns(&p.a, &columns.begin, &columns.end, &p.alpha, p.x.first, &p.x.inc, y.first,
+                                         &y.inc);
 }
 
 template <class T>

@@ -287,6 +287,23 @@ TEV_EXPORT void tev_lapack_zgels(const char* trans, const int64_t* m, const int6
                                  tev_complex16* a, const int64_t* lda, tev_complex16* b, const int64_t* ldb,
                                  tev_complex16* work, const int64_t* lwork, int64_t* info);
 
+/* ---- Rotations -----------------------------------------------------------------------------------------------------
+ */
+
+/* A := P A (side L) or A P^T (R) in place, A m x n. P is the product of plane rotations i = 0, 1, ... (direct F: the
+ * first one works first; B: the last) of lines i and i + 1 (pivot V), 0 and i + 1 (T) or i and the last (B), lines
+ * being the rows of A or its columns: (x, y) := (c[i] x + s[i] y, c[i] y - s[i] x). c and s: one element fewer than
+ * there are lines. A rotation with c = 1 and s = 0 touches nothing. */
+TEV_EXPORT void tev_lapack_slasr(const char* side, const char* pivot, const char* direct, const int64_t* m,
+                                 const int64_t* n, const float* c, const float* s, float* a, const int64_t* lda);
+TEV_EXPORT void tev_lapack_dlasr(const char* side, const char* pivot, const char* direct, const int64_t* m,
+                                 const int64_t* n, const double* c, const double* s, double* a, const int64_t* lda);
+TEV_EXPORT void tev_lapack_clasr(const char* side, const char* pivot, const char* direct, const int64_t* m,
+                                 const int64_t* n, const float* c, const float* s, tev_complex8* a, const int64_t* lda);
+TEV_EXPORT void tev_lapack_zlasr(const char* side, const char* pivot, const char* direct, const int64_t* m,
+                                 const int64_t* n, const double* c, const double* s, tev_complex16* a,
+                                 const int64_t* lda);
+
 #ifdef __cplusplus
 }
 #endif

@@ -5,6 +5,7 @@
 
 #include "kernels/records.h"
 #include "kernels/routine_types.h"
+#include "kernels/sweep.h"
 #include "kernels/triangle.h"
 #include "kernels/version1.h"
 
@@ -31,6 +32,14 @@ TEV_COMPLEX(dot_fn, x, dotc)
 TEV_REAL(asum_fn, x, asum)
 TEV_ALL(iamax_fn, x, iamax)
 TEV_REAL(rotate_fn, x, rotate)
+#define TEV_SWEEP(letter, T, R, name) tev::kernels::sweep_fn<T, R> tev_blas_x##letter##name;
+TEV_SWEEP(s, float, float, sweep_columns)
+TEV_SWEEP(d, double, double, sweep_columns)
+TEV_SWEEP(s, float, float, sweep_rows)
+TEV_SWEEP(d, double, double, sweep_rows)
+TEV_SWEEP(c, tev_complex8, float, sweep_rows)
+TEV_SWEEP(z, tev_complex16, double, sweep_rows)
+#undef TEV_SWEEP
 
 TEV_ALL(gemv_fn, x, gemv)
 TEV_REAL(ger_fn, x, ger)
@@ -39,6 +48,7 @@ TEV_COMPLEX(ger_fn, x, geru)
 TEV_ALL(gemmger_fn, x, gemmger)
 TEV_REAL(symv_columns_fn, x, symv_columns)
 TEV_COMPLEX(symv_columns_fn, x, hemv_columns)
+TEV_ALL(symmetric_by_columns_fn, x, symmetric_by_columns)
 TEV_ALL(triangular_block_fn, x, triangular_block)
 TEV_ALL(update_columns_fn, x, update_columns)
 

@@ -38,7 +38,7 @@ TEV_INLINE void rank1_columns(int64_t m, T alpha, const T* x, const T* y, int64_
     }
   };
   if constexpr (J == 1)
-    for_own_parts<T, 4>(m * kParts<T>, column[0], step);
+    for_lines<T, 4>(m * kParts<T>, column[0], step);
   else
     for_parts<T, 2>(m * kParts<T>, step);
 }

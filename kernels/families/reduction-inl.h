@@ -8,6 +8,10 @@
 
 namespace tev::TEV_TIER {
 
+// Elements beside the diagonal of a triangle's column that go one by one: a register of them would have to wait for
+// what has just been stored of it.
+inline constexpr int64_t kFew = 4;
+
 // Elements that are gathered at a time.
 inline constexpr int64_t kGathered = 256;
 

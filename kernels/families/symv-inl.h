@@ -9,27 +9,37 @@
 #pragma once
 
 #include "kernels/families/reduction-inl.h"
+#include "kernels/triangle.h"
 
 namespace tev::TEV_TIER {
+
+using kernels::triangle;
 
 template <class T>
 inline constexpr int kSymmetricColumns = 4 / kParts<T>;
 
-// What belongs to a group of rows or of columns: of x, and of y.
+// Long columns go by twice as many where the registers hold their sums: x and y are loaded half as often.
+template <class T>
+inline constexpr int kLongColumns = (kVectorRegisters == 32 ? 2 : 1) * kSymmetricColumns<T>;
+template <class T>
+inline constexpr int64_t kLongFrom = 8 * kLanes<real_of<T>>;
+
+// What belongs to a group of rows: of x, and of y.
 template <class T>
 struct vector_parts {
   const T* x;
   T* y;
 };
 
-template <class T>
-TEV_INLINE void add_to(T& y, T alpha, T a, T x) {
-  y = add(y, multiply(alpha, multiply(a, x)));
-}
+// What belongs to J columns: of x, and what comes to their y before alpha. They stay in registers.
+template <int J, class T>
+struct column_parts {
+  T x[J], sum[J];
+};
 
 // J columns of m rows beside the diagonal.
 template <int J, class T>
-TEV_INLINE void symv_rectangle(int64_t m, T alpha, const T* a, int64_t lda, const vector_parts<T>& of_columns,
+TEV_INLINE void symv_rectangle(int64_t m, T alpha, const T* a, int64_t lda, column_parts<J, T>& of_columns,
                                const vector_parts<T>& of_rows) {
   using R = real_of<T>;
   constexpr int L = kLanes<R>;
@@ -69,39 +79,91 @@ TEV_INLINE void symv_rectangle(int64_t m, T alpha, const T* a, int64_t lda, cons
   if (whole < count) step(first_part<L>{count - whole}, whole);
   TEV_UNROLL
   for (int j = 0; j < J; ++j) {
-    const T dot = dot_of<L, T>(sums.direct[j][0], sums.crossed[j][0], true);
-    of_columns.y[j] = add(of_columns.y[j], multiply(alpha, dot));
+    of_columns.sum[j] = add(of_columns.sum[j], dot_of<L, T>(sums.direct[j][0], sums.crossed[j][0], true));
+  }
+}
+
+// A column of a few elements, one by one.
+template <class T>
+TEV_INLINE void symv_few(int64_t count, T alpha, const T* column, column_parts<1, T>& own,
+                         const vector_parts<T>& others) {
+  const T factor = multiply(alpha, own.x[0]);
+  for (int64_t i = 0; i < count; ++i) {
+    others.y[i] = add(others.y[i], multiply(factor, column[i]));
+    own.sum[0] = add(own.sum[0], multiply(conjugate_if(true, column[i]), others.x[i]));
   }
 }
 
 // The triangle of J columns on the diagonal, of which imaginary parts are not read.
 template <int J, class T>
-TEV_INLINE void symv_corner(bool upper, T alpha, const T* a, int64_t lda, const vector_parts<T>& own) {
+TEV_INLINE void symv_corner(bool upper, const T* a, int64_t lda, column_parts<J, T>& own) {
+  const int64_t row = upper ? 1 : lda, column = upper ? lda : 1;  // of the stored element (k, j), k < j, or (j, k)
   TEV_UNROLL
   for (int j = 0; j < J; ++j) {
-    const T diagonal = real_element<T>(*reals(a + j + j * lda));
-    add_to(own.y[j], alpha, diagonal, own.x[j]);
+    own.sum[j] = add(own.sum[j], multiply(real_element<T>(*reals(a + j + j * lda)), own.x[j]));
     TEV_UNROLL
     for (int k = 0; k < j; ++k) {
-      const int i = upper ? k : j, l = upper ? j : k;  // row and column of the stored element
-      const T c = a[i + l * lda];
-      add_to(own.y[i], alpha, c, own.x[l]);
-      add_to(own.y[l], alpha, conjugate_if(true, c), own.x[i]);
+      const T c = conjugate_if(!upper, a[k * row + j * column]);
+      own.sum[k] = add(own.sum[k], multiply(c, own.x[j]));
+      own.sum[j] = add(own.sum[j], multiply(conjugate_if(true, c), own.x[k]));
     }
   }
 }
 
 template <int J, class T>
+TEV_INLINE void symv_together(bool upper, int64_t n, int64_t j, T alpha, const T* a, int64_t lda, const T* x, T* y) {
+  column_parts<J, T> own = {};
+  TEV_UNROLL
+  for (int i = 0; i < J; ++i) own.x[i] = x[j + i];
+  symv_corner(upper, a + j + j * lda, lda, own);
+  const int64_t first = upper ? 0 : j + J, last = upper ? j : n;
+  symv_rectangle(last - first, alpha, a + first + j * lda, lda, own, {x + first, y + first});
+  TEV_UNROLL
+  for (int i = 0; i < J; ++i) y[j + i] = add(y[j + i], multiply(alpha, own.sum[i]));
+}
+
+// Columns [j, end), the last ones by fewer and fewer.
+template <int J, class T>
+TEV_INLINE void symv_narrow(bool upper, int64_t n, int64_t j, int64_t end, T alpha, const T* a, int64_t lda, const T* x,
+                            T* y) {
+  for (; j + J <= end; j += J) symv_together<J>(upper, n, j, alpha, a, lda, x, y);
+  if constexpr (J > 1) symv_narrow<J / 2>(upper, n, j, end, alpha, a, lda, x, y);
+}
+
+template <class T>
 TEV_INLINE void symv_columns(bool upper, int64_t n, int64_t begin, int64_t end, T alpha, const T* a, int64_t lda,
                              const T* x, T* y) {
+  constexpr int J = kSymmetricColumns<T>, kMore = kLongColumns<T>;
   int64_t j = begin;
-  for (; j + J <= end; j += J) {
-    const vector_parts<T> own = {x + j, y + j};
-    symv_corner<J>(upper, alpha, a + j + j * lda, lda, own);
-    const int64_t first = upper ? 0 : j + J, last = upper ? j : n;
-    symv_rectangle<J>(last - first, alpha, a + first + j * lda, lda, own, {x + first, y + first});
+  if constexpr (kMore > J) {
+    for (; upper && j < kLongFrom<T> && j + J <= end; j += J) symv_together<J>(upper, n, j, alpha, a, lda, x, y);
+    for (; j + kMore <= end && (upper || n - j - kMore >= kLongFrom<T>); j += kMore)
+      symv_together<kMore>(upper, n, j, alpha, a, lda, x, y);
   }
-  if constexpr (J > 1) symv_columns<J / 2>(upper, n, j, end, alpha, a, lda, x, y);
+  symv_narrow<J>(upper, n, j, end, alpha, a, lda, x, y);
+}
+
+// Bands, packed triangles, and vectors with gaps: column by column.
+template <class T>
+TEV_INLINE void symv_by_columns(const triangle<const T>& a, int64_t begin, int64_t end, T alpha, const T* x,
+                                int64_t incx, T* y, int64_t incy) {
+  for (int64_t j = begin; j < end; ++j) {
+    column_parts<1, T> own = {{x[j * incx]}, {}};
+    const int64_t first = a.begin_beside(j), last = a.end_beside(j), count = last - first;
+    const T* const column = a.at(first, j);
+    symv_corner(a.upper, a.diagonal(j), a.ld, own);
+    const T* const of_x = x + (incx < 0 ? last - 1 : first) * incx;
+    T* const of_y = y + (incy < 0 ? last - 1 : first) * incy;
+    if (count <= kFew && incx == 1 && incy == 1) {
+      symv_few(count, alpha, column, own, {of_x, of_y});
+    } else if (incx == 1 && incy == 1) {
+      symv_rectangle(count, alpha, column, a.ld, own, {of_x, of_y});
+    } else {
+      axpy(count, multiply(alpha, own.x[0]), column, 1, of_y, incy);
+      own.sum[0] = add(own.sum[0], dot(true, count, column, 1, of_x, incx));
+    }
+    y[j * incy] = add(y[j * incy], multiply(alpha, own.sum[0]));
+  }
 }
 
 }  // namespace tev::TEV_TIER

@@ -56,10 +56,21 @@ TEV_INLINE void apply_column(const triangular_form& form, const T* column, int64
   if (form.plain() && is_zero(own)) return;
   T* const others = x + (incx < 0 ? last - 1 : first) * incx;
   if (form.plain() == form.solves) apply_diagonal(form, diagonal, own);
-  if (form.plain())
-    axpy(last - first, scaled_by_sign(form.solves, own), column, 1, others, incx);
-  else
-    own = add(own, scaled_by_sign(form.solves, dot(form.trans == 'C', last - first, column, 1, others, incx)));
+  const int64_t count = last - first;
+  if (count <= kFew && incx == 1 && (form.plain() || form.solves)) {
+    const T factor = scaled_by_sign(form.solves, own);
+    T sum = {};
+    for (int64_t i = 0; i < count; ++i)
+      if (form.plain())
+        others[i] = add(others[i], multiply(factor, column[i]));
+      else
+        sum = add(sum, multiply(conjugate_if(form.trans == 'C', column[i]), others[i]));
+    if (!form.plain()) own = add(own, scaled_by_sign(form.solves, sum));
+  } else if (form.plain()) {
+    axpy(count, scaled_by_sign(form.solves, own), column, 1, others, incx);
+  } else {
+    own = add(own, scaled_by_sign(form.solves, dot(form.trans == 'C', count, column, 1, others, incx)));
+  }
   if (form.plain() != form.solves) apply_diagonal(form, diagonal, own);
 }
 
@@ -99,26 +110,47 @@ TEV_INLINE void triangular_by_columns(const triangle<const T>& a, const triangul
   }
 }
 
-// J columns of a full triangle on the diagonal, element by element.
+// J columns of a full triangle on the diagonal, in the order in which they are taken: element (i, j) of that order is
+// at i row + j column, element i of x at i inc. A column meets the elements before it (plain factors, transposed
+// divisors) or behind it.
+template <bool kPlain, bool kSolves, int J, class T>
+TEV_INLINE void apply_ordered_corner(const triangular_form& form, const T* a, int64_t row, int64_t column, T* x,
+                                     int64_t inc) {
+  constexpr bool kBefore = kPlain != kSolves;
+  const bool conjugated = form.trans == 'C';
+  T own[J];
+  TEV_UNROLL
+  for (int j = 0; j < J; ++j) own[j] = x[j * inc];
+  TEV_UNROLL
+  for (int j = 0; j < J; ++j) {
+    const T* const at = a + j * column;
+    if (kPlain && is_zero(own[j])) continue;
+    if (kPlain == kSolves) apply_diagonal(form, at + j * row, own[j]);
+    const T factor = scaled_by_sign(kSolves, own[j]);
+    T sum = {};
+    TEV_UNROLL
+    for (int i = kBefore ? 0 : j + 1; i < (kBefore ? j : J); ++i)
+      if (kPlain)
+        own[i] = add(own[i], multiply(factor, at[i * row]));
+      else
+        sum = add(sum, multiply(conjugate_if(conjugated, at[i * row]), own[i]));
+    if (!kPlain) own[j] = add(own[j], scaled_by_sign(kSolves, sum));
+    if (kPlain != kSolves) apply_diagonal(form, at + j * row, own[j]);
+  }
+  TEV_UNROLL
+  for (int j = 0; j < J; ++j) x[j * inc] = own[j];
+}
+
 template <int J, class T>
 TEV_INLINE void apply_corner(bool upper, const triangular_form& form, const T* a, int64_t lda, T* x) {
-  const bool upwards = form.upwards(upper), conjugated = form.trans == 'C';
-  for (int step = 0; step < J; ++step) {
-    const int j = upwards ? step : J - 1 - step;
-    const int first = upper ? 0 : j + 1, last = upper ? j : J;
-    const T* const column = a + j * lda;
-    if (form.plain() && is_zero(x[j])) continue;
-    if (form.plain() == form.solves) apply_diagonal(form, column + j, x[j]);
-    const T factor = scaled_by_sign(form.solves, x[j]);
-    T sum = {};
-    for (int i = first; i < last; ++i)
-      if (form.plain())
-        x[i] = add(x[i], multiply(factor, column[i]));
-      else
-        sum = add(sum, multiply(conjugate_if(conjugated, column[i]), x[i]));
-    if (!form.plain()) x[j] = add(x[j], scaled_by_sign(form.solves, sum));
-    if (form.plain() != form.solves) apply_diagonal(form, column + j, x[j]);
-  }
+  const int64_t inc = form.upwards(upper) ? 1 : -1, column = inc * lda;
+  if (inc < 0) a += (J - 1) * (lda + 1), x += J - 1;
+  if (form.plain())
+    form.solves ? apply_ordered_corner<true, true, J>(form, a, inc, column, x, inc)
+                : apply_ordered_corner<true, false, J>(form, a, inc, column, x, inc);
+  else
+    form.solves ? apply_ordered_corner<false, true, J>(form, a, inc, column, x, inc)
+                : apply_ordered_corner<false, false, J>(form, a, inc, column, x, inc);
 }
 
 // Columns [j, j + J) of a block [begin, end) of a full triangle; x without gaps.
@@ -151,12 +183,31 @@ TEV_INLINE void triangular_block(const triangle<const T>& a, const triangular_fo
 
 // ---- Updates -------------------------------------------------------------------------------------------------------
 
+// Packed columns for which it matters how they end.
+template <class T>
+inline constexpr int64_t kShortPacked = 16 * kLanes<real_of<T>> / kParts<T>;
+
+// column += t x, a packed column: its last elements go by shorter and shorter vectors. A store behind a mask would keep
+// the next column, which begins in its place, waiting.
+template <class T>
+TEV_INLINE void add_to_packed(int64_t n, T t, const T* x, T* column) {
+  constexpr int L = kLanes<real_of<T>>;
+  const real_of<T>* xr = reals(x);
+  real_of<T>* to = reals(column);
+  const auto step = [=](auto part, int64_t i) TEV_LAMBDA {
+    part.store(plus_product(part.load_own(to + i), multiplier_of<part.W>(t), part.load(xr + i)), to + i);
+  };
+  int64_t i = 0;
+  for (const int64_t end = n * kParts<T> / L * L; i < end; i += L) step(whole_part<L>{}, i);
+  if constexpr (L > kParts<T>) for_halving_parts<kParts<T>, L / 2>(i, n * kParts<T>, step);
+}
+
 // column += s x + t y.
 template <class T>
 TEV_INLINE void add_two(int64_t n, T s, const T* x, T t, const T* y, T* column) {
   const real_of<T>*xr = reals(x), *yr = reals(y);
   real_of<T>* to = reals(column);
-  for_own_parts<T, 4>(n * kParts<T>, to, [=](auto part, int64_t i) TEV_LAMBDA {
+  for_lines<T, 4>(n * kParts<T>, to, [=](auto part, int64_t i) TEV_LAMBDA {
     const auto sum = plus_product(part.load_own(to + i), multiplier_of<part.W>(s), part.load(xr + i));
     part.store(plus_product(sum, multiplier_of<part.W>(t), part.load(yr + i)), to + i);
   });
@@ -171,7 +222,9 @@ TEV_INLINE void update_columns(const triangle<T>& a, int64_t begin, int64_t end,
     const int64_t count = last - first;
     T* const column = diagonal + (first - j);
     const T* const of_x = x + (incx < 0 ? last - 1 : first) * incx;
-    if (y == nullptr) {
+    if (y == nullptr && a.kind == storage::packed && incx == 1 && count <= kShortPacked<T>) {
+      add_to_packed(count, multiply(alpha, conjugate_if(true, x[j])), of_x, column);
+    } else if (y == nullptr) {
       axpy(count, multiply(alpha, conjugate_if(true, x[j * incx])), of_x, incx, column, 1);
     } else {
       const T s = multiply(alpha, conjugate_if(true, y[j * incy])),

@@ -8,11 +8,31 @@
 
 namespace tev::TEV_TIER {
 
+// Where a register is a cache line, each access at any other address than a line's meets two lines. From so many
+// registers on, what lies ahead of the first line of the vector that is written goes behind a mask.
+inline constexpr bool kMasksToAlignment = kVectorBytes == kLineBytes && kBranchesOnAddresses && !kPeelsToAlignment;
+inline constexpr int64_t kAlignsFromRegisters = 16;
+
+// for_own_parts, from a line on.
+template <class T, int Vectors, class Step>
+TEV_INLINE void for_lines(int64_t n, const real_of<T>* own, const Step& step) {
+  if constexpr (kMasksToAlignment) {
+    constexpr int L = kLanes<real_of<T>>;
+    const auto behind = reinterpret_cast<uintptr_t>(own) % kVectorBytes;
+    if (n >= kAlignsFromRegisters * L && behind != 0 && behind % sizeof(T) == 0) {
+      const int64_t ahead = static_cast<int64_t>((kVectorBytes - behind) / sizeof(real_of<T>));
+      step(first_part<L>{ahead}, 0);
+      return for_registers<T, Vectors, false>(ahead, n, step);
+    }
+  }
+  for_own_parts<T, Vectors>(n, own, step);
+}
+
 template <class T>
 TEV_INLINE void axpy_contiguous(int64_t n, T alpha, const T* x, T* y) {
   const real_of<T>* xr = reals(x);
   real_of<T>* yr = reals(y);
-  for_own_parts<T, 4>(
+  for_lines<T, 4>(
       n * kParts<T>, yr, [=](auto part, int64_t i) __attribute__((always_inline)) {
         const auto t = multiplier_of<part.W>(alpha);
         part.store(plus_product(part.load_own(yr + i), t, part.load(xr + i)), yr + i);
@@ -22,7 +42,7 @@ TEV_INLINE void axpy_contiguous(int64_t n, T alpha, const T* x, T* y) {
 template <class T>
 TEV_INLINE void scal_contiguous(int64_t n, T alpha, T* x) {
   real_of<T>* xr = reals(x);
-  for_own_parts<T, 8>(
+  for_lines<T, 8>(
       n * kParts<T>, xr, [=](auto part, int64_t i) __attribute__((always_inline)) {
         part.store(product(multiplier_of<part.W>(alpha), part.load(xr + i)), xr + i);
       });
@@ -31,7 +51,7 @@ TEV_INLINE void scal_contiguous(int64_t n, T alpha, T* x) {
 template <class T>
 TEV_INLINE void swap_contiguous(int64_t n, T* x, T* y) {
   real_of<T>*xr = reals(x), *yr = reals(y);
-  for_own_parts<T, 8>(
+  for_lines<T, 8>(
       n * kParts<T>, xr, [=](auto part, int64_t i) __attribute__((always_inline)) {
         const auto old_x = part.load(xr + i);
         part.store(part.load(yr + i), xr + i);
@@ -42,7 +62,7 @@ TEV_INLINE void swap_contiguous(int64_t n, T* x, T* y) {
 // x := h11 x + h12 y, y := h21 x + h22 y; h by columns.
 template <class R>
 TEV_INLINE void rotate_contiguous(int64_t n, R* x, R* y, const R* h) {
-  for_own_parts<R, 4>(
+  for_lines<R, 4>(
       n, x, [=](auto part, int64_t i) __attribute__((always_inline)) {
         constexpr int W = part.W;
         const auto old_x = part.load(x + i), old_y = part.load(y + i);
@@ -59,13 +79,22 @@ TEV_INLINE void axpy(int64_t n, T alpha, const T* x, int64_t incx, T* y, int64_t
   for (; n > 0; --n, x += incx, y += incy) *y = add(*y, multiply(alpha, *x));
 }
 
+// A short vector costs less than the call of a function.
 template <class T>
-TEV_INLINE void copy_vector(int64_t n, const T* x, int64_t incx, T* y, int64_t incy) {
-  if (n < 1) return;
-  if (incx == 1 && incy == 1) {
+TEV_INLINE void copy_contiguous(int64_t n, const T* x, T* y) {
+  const int64_t numbers = n * kParts<T>;
+  if (numbers > 16 * kLanes<real_of<T>>) {
     __builtin_memcpy(y, x, static_cast<size_t>(n) * sizeof(T));
     return;
   }
+  for_parts<T, 1>(numbers, [xr = reals(x), yr = reals(y)](auto part, int64_t i)
+                               TEV_LAMBDA { part.store(part.load(xr + i), yr + i); });
+}
+
+template <class T>
+TEV_INLINE void copy_vector(int64_t n, const T* x, int64_t incx, T* y, int64_t incy) {
+  if (n < 1) return;
+  if (incx == 1 && incy == 1) return copy_contiguous(n, x, y);
   x = first_of(n, x, incx), y = first_of(n, y, incy);
   for (; n > 0; --n, x += incx, y += incy) *y = *x;
 }

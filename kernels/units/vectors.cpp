@@ -5,10 +5,12 @@
 #include "kernels/families/gemv-inl.h"
 #include "kernels/families/ger-inl.h"
 #include "kernels/families/reduction-inl.h"
+#include "kernels/families/sweep-inl.h"
 #include "kernels/families/symv-inl.h"
 #include "kernels/families/triangle-inl.h"
 #include "kernels/families/vector-inl.h"
 #include "kernels/routine_types.h"
+#include "kernels/sweep.h"
 
 #define TEV_LIST "kernels/exports/vectors.inc"
 #include "kernels/units/each_precision.inc"

@@ -34,7 +34,7 @@ constexpr bool is_index_array(kind k) { return k >= kind::INDICES; }
 template <kind K, class E, class P>
 [[gnu::noinline]] auto draw([[maybe_unused]] memory<E>& m, [[maybe_unused]] auto... rule) {
   if constexpr (is_letter(K)) {
-    const char* const known = K == kind::SIDE ? "LRlr" : K == kind::UPLO ? "ULul" : "NTC1OIntc";
+    const char* const known = K == kind::SIDE ? "LRlr" : K == kind::UPLO ? "ULul" : "NTC1OIVBFntcvbf";
     return below(32) == 0 ? static_cast<char>(' ' + below(95)) : known[below(static_cast<int64_t>(std::strlen(known)))];
   } else if constexpr (is_integer(K)) {
     if (K == kind::LWORK) return below(4) == 0 ? -1 : below(8) == 0 ? below(12) : kElements;
