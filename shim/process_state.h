@@ -18,8 +18,7 @@ struct trace_row {
   int64_t calls;
   double flops, seconds;
 };
-inline constexpr int kMostTraceRows =
-    2048;  // more than there are routines, classes and places; the rest is not counted
+inline constexpr int kMostTraceRows = 2048;  // more than there are kinds of calls; the rest is not counted
 
 struct process_state {
   // Under the lock. File and whether there is one do not change any more once a library has been opened.
