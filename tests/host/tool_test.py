@@ -488,7 +488,7 @@ class Systems(ToolTest):
             self.assert_refused(culprit, "run", *arguments)
 
     def test_a_sink_that_dies_is_made_up_for(self):
-        tool = subprocess.Popen(command("run", "solve", "-n", 1000, "--check", "--repeat", 50), stdout=subprocess.PIPE,
+        tool = subprocess.Popen(command("run", "solve", "-n", 1000, "--check", "--repeat", 200), stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE, text=True)
         wait_for(lambda: children_of(tool.pid) and cpu_seconds(children_of(tool.pid)[0]) > 0.2)
         os.kill(children_of(tool.pid)[0], signal.SIGKILL)
