@@ -27,16 +27,26 @@ constexpr reported_name reported(const char* name) {
 struct amount {
   double work;           // what decides about teams: multiply-adds of a product, eight for an element that is used once
   double multiply_adds;  // as they are usually counted
+  double cached = 0;     // bytes up to which elements that are used once come from a cache
 };
+
+// What comes from a cache and is used once is ready on one thread before a team has begun. With two threads and 1 MiB
+// L2 a team takes 1.3 to 2 times as long for vectors of 80 KB, 0.6 to 0.9 times for 240 KB, and twice as long for the
+// product of a vector and a matrix of 128 KiB.
+constexpr double cached_bytes(size_t sizes) { return sizes == 1 ? 128 * 1024 : 256 * 1024; }
+
 constexpr double product_of(auto... factors) { return (static_cast<double>(factors) * ...); }
 constexpr amount products(auto... sizes) { return {product_of(sizes...), product_of(sizes...)}; }
 constexpr amount some_products(double share, auto... sizes) {
   return {product_of(sizes...), share * product_of(sizes...)};
 }
 constexpr amount half_products(auto... sizes) { return some_products(0.5, sizes...); }
-constexpr amount elements(auto... sizes) { return {8 * product_of(sizes...), product_of(sizes...)}; }
-constexpr amount half_elements(auto... sizes) { return {8 * product_of(sizes...), product_of(sizes...) / 2}; }
-constexpr amount moved(auto... sizes) { return {8 * product_of(sizes...), 0}; }
+constexpr amount some_elements(double share, auto... sizes) {
+  return {8 * product_of(sizes...), share * product_of(sizes...), cached_bytes(sizeof...(sizes))};
+}
+constexpr amount elements(auto... sizes) { return some_elements(1, sizes...); }
+constexpr amount half_elements(auto... sizes) { return some_elements(0.5, sizes...); }
+constexpr amount moved(auto... sizes) { return some_elements(0, sizes...); }
 
 // Of calls with less work the library never makes a team, in any precision, on any processor. So nothing needs to be
 // decided for them.
@@ -105,7 +115,8 @@ template <class Call>
 
 template <class Call>
 [[gnu::noinline]] auto run_limited(const Call& call) {
-  const thread_limit limit;
+  const amount work = call.work();
+  const thread_limit limit(work.work / 8 * sizeof(typename Call::element) >= work.cached);
   return call.compute();
 }
 

@@ -101,8 +101,8 @@ int32_t threads_of_rank() { return std::min(library().domain_get_max_threads(TEV
 
 int32_t current_threads() { return permitted(library().domain_get_max_threads(TEV_DOMAIN_BLAS)); }
 
-thread_limit::thread_limit() {
-  const int32_t most = library().domain_get_max_threads(TEV_DOMAIN_BLAS), threads = permitted(most);
+thread_limit::thread_limit(bool team_pays) {
+  const int32_t most = library().domain_get_max_threads(TEV_DOMAIN_BLAS), threads = team_pays ? permitted(most) : 1;
   limited_ = threads < most;
   if (limited_) before_ = library().set_num_threads_local(threads);
 }

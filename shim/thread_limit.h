@@ -8,10 +8,10 @@ namespace tev::shim {
 
 // As long as it lives the calling thread's own count in the library is at most: 1 in a parallel region of another
 // OpenMP runtime, which the library's own runtime does not see; the processors that the thread may use; the threads
-// that can be started, for a runtime that cannot start one ends the process.
+// that can be started, for a runtime that cannot start one ends the process; and 1 where a team does not pay.
 class thread_limit {
  public:
-  thread_limit();
+  explicit thread_limit(bool team_pays);
   ~thread_limit();
   thread_limit(const thread_limit&) = delete;
   thread_limit& operator=(const thread_limit&) = delete;
