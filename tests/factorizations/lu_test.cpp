@@ -333,11 +333,12 @@ TYPED_TEST(Lu, DeterminantsHaveTheirOwnExponent) {
 TYPED_TEST(Lu, ArgumentErrorsOfRefinement) {
   using T = TypeParam;
   int64_t n = 2, sides = 1, lda = 2, ldaf = 2, ldb = 2, ldx = 2;
+  const matrix<T> work(3 * n, 1);
   expect_argument_errors("GERFS", {{&n, 2}, {&sides, 3}, {&lda, 5}, {&ldaf, 7}, {&ldb, 10}, {&ldx, 12}},
                          [&](int64_t* info) {
                            TEV_LAPACK(gerfs)
                            ("T", &n, &sides, nullptr, &lda, nullptr, &ldaf, nullptr, nullptr, &ldb, nullptr, &ldx,
-                            nullptr, nullptr, nullptr, nullptr, info);
+                            nullptr, nullptr, at(work), nullptr, info);
                          });
 }
 
