@@ -57,6 +57,24 @@ TEST_F(End, AfterALongWaitKeepsItsCause) {
   expect_end("test_die_late", bytes_of(-7), "exited with status 7");
 }
 
+TEST_F(End, KilledWhileThreadsWait) {
+  std::vector<std::thread> waiters;
+  vro_completion* c = start(process, "test_sleep", bytes_of(30000));
+  for (int i = 0; i < 4; ++i)
+    waiters.emplace_back([this] {
+      const outcome o = call(process, "test_empty");
+      EXPECT_EQ(VRO_ENDED, o.code);
+      EXPECT_NE(std::string::npos, o.error.find("killed by signal 9 (Killed) while it ran 'test_sleep'")) << o.error;
+    });
+  usleep(50000);
+  const auto begin = steady::now();
+  kill(sink_pid(), SIGKILL);
+  for (std::thread& t : waiters) t.join();
+  EXPECT_EQ(VRO_ENDED, finish(c, 0, 0).code);
+  EXPECT_LT(seconds_since(begin), 1);
+  shut_down_ended();
+}
+
 TEST_F(End, KilledWhileIdleFailsTheNextCall) {
   EXPECT_EQ(VRO_OK, call(process, "test_empty").code);
   kill(sink_pid(), SIGTERM);
