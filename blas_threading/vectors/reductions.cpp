@@ -39,12 +39,12 @@ Result reduce(int64_t n, int64_t bytes, const OfPiece& of_piece, const Combine& 
 
 // kernel: xdotu, xdotc, or the one in double.
 template <class T, class Result>
-Result dot(Result (*kernel)(const int64_t*, const T*, const int64_t*, const T*, const int64_t*), int64_t n, const T* x,
-           int64_t incx, const T* y, int64_t incy) {
-  if (is_short<T>(n)) return kernel(&n, x, &incx, y, &incy);
+Result dot(Result (*kernel)(const int64_t*, const T*, const int64_t*, const T*, const int64_t*), const int64_t* n,
+           const T* x, const int64_t* incx, const T* y, const int64_t* incy) {
+  if (is_short<T>(*n)) return kernel(n, x, incx, y, incy);
   return reduce<Result>(
-      n, 2 * sizeof(T),
-      [&](piece p) { return kernel(&p.size, address_of(p, n, x, incx), &incx, address_of(p, n, y, incy), &incy); },
+      *n, 2 * sizeof(T),
+      [&](piece p) { return kernel(&p.size, address_of(p, *n, x, *incx), incx, address_of(p, *n, y, *incy), incy); },
       add<Result>);
 }
 
@@ -84,9 +84,9 @@ real_of<T> asum(int64_t n, const T* x, int64_t incx) {
 // Squares are summed in double as they are, and that is the norm if nothing over- or underflowed in a way that shows:
 // always in single precision, nearly always in double.
 double sum_of_squares(int64_t n, const float* x, int64_t incx) {
-  return dot(tev_blas_xsdot_in_double, n, x, incx, x, incx);
+  return dot(tev_blas_xsdot_in_double, &n, x, &incx, x, &incx);
 }
-double sum_of_squares(int64_t n, const double* x, int64_t incx) { return dot(tev_blas_xddot, n, x, incx, x, incx); }
+double sum_of_squares(int64_t n, const double* x, int64_t incx) { return dot(tev_blas_xddot, &n, x, &incx, x, &incx); }
 
 // Between these no square that is lost below the smallest number can be missed: 2^40 of them are less than half a unit
 // in the last place.
@@ -163,8 +163,7 @@ int64_t iamax(int64_t n, const T* x, int64_t incx) {
 
 #define TEV_DOT(T, name)                                                                                  \
   T tev_blas_##name(const int64_t* n, const T* x, const int64_t* incx, const T* y, const int64_t* incy) { \
-    if (tev::blas::is_short<T>(*n)) return tev_blas_x##name(n, x, incx, y, incy);                         \
-    return tev::blas::dot(tev_blas_x##name, *n, x, *incx, y, *incy);                                      \
+    return tev::blas::dot(tev_blas_x##name, n, x, incx, y, incy);                                         \
   }
 TEV_DOT(float, sdot)
 TEV_DOT(double, ddot)
@@ -172,7 +171,7 @@ TEV_DOT(double, ddot)
 #define TEV_COMPLEX_DOT(T, name)                                                                 \
   void tev_blas_##name(T* result, const int64_t* n, const T* x, const int64_t* incx, const T* y, \
                        const int64_t* incy) {                                                    \
-    *result = tev::blas::dot(tev_blas_x##name, *n, x, *incx, y, *incy);                          \
+    *result = tev::blas::dot(tev_blas_x##name, n, x, incx, y, incy);                             \
   }
 TEV_COMPLEX_DOT(tev_complex8, cdotu)
 TEV_COMPLEX_DOT(tev_complex8, cdotc)
@@ -180,7 +179,7 @@ TEV_COMPLEX_DOT(tev_complex16, zdotu)
 TEV_COMPLEX_DOT(tev_complex16, zdotc)
 
 double tev_blas_dsdot(const int64_t* n, const float* x, const int64_t* incx, const float* y, const int64_t* incy) {
-  return tev::blas::dot(tev_blas_xsdot_in_double, *n, x, *incx, y, *incy);
+  return tev::blas::dot(tev_blas_xsdot_in_double, n, x, incx, y, incy);
 }
 float tev_blas_sdsdot(const int64_t* n, const float* b, const float* x, const int64_t* incx, const float* y,
                       const int64_t* incy) {
