@@ -14,8 +14,11 @@
 #include <functional>
 #include <vector>
 
+#include "bench/program.h"
 #include "service/detection.h"
 #include "tev/service.h"
+
+using tev::bench::median;
 
 namespace {
 
@@ -62,11 +65,6 @@ double seconds() {
   timespec t;
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
   return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
-}
-
-double median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
 }
 
 }  // namespace
