@@ -29,7 +29,7 @@ class block_queue {
     bool is_none() const { return blocks.size() == 0; }
   };
 
-  // A group has at most `group` blocks, and at most one part of `parts` of those from its first one on.
+  // A group has at most `group` blocks, and at most one part of `parts` of those behind the next panel.
   block_queue(int64_t panels, int64_t blocks, int64_t group, int64_t parts);
 
   // Otherwise nothing may be asked of it.

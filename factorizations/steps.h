@@ -60,7 +60,7 @@ inline void run_with_lookahead(int64_t panels, int64_t blocks, steps& where) {
 struct plan {
   int64_t threads;
   int64_t width;  // of a block
-  int64_t group;  // most blocks that a panel left of all of them is applied to at once
+  int64_t group;  // most blocks that a panel is applied to at once
   int64_t parts;  // at least as many groups, or single blocks, for each panel
 };
 

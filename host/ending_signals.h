@@ -7,7 +7,7 @@
 namespace tev::host {
 
 // Called in the signal's handler, where few functions may be; the signal ends the program then. Signals that are
-// ignored, as under nohup, stay so.
+// ignored, as under nohup, stay so. Four functions at most.
 using tidy_function = void();
 void tidy_at_ending_signals(tidy_function* tidy);
 
