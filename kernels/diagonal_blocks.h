@@ -17,11 +17,6 @@
 
 namespace tev::kernels {
 
-TEV_DESCRIBE float minus_one_like(float) { return -1; }
-TEV_DESCRIBE double minus_one_like(double) { return -1; }
-TEV_DESCRIBE tev_complex8 minus_one_like(tev_complex8) { return {-1, 0}; }
-TEV_DESCRIBE tev_complex16 minus_one_like(tev_complex16) { return {-1, 0}; }
-
 struct block_walk {
   bool solves;
   bool forward;  // lines take from those before them
@@ -36,10 +31,10 @@ TEV_DESCRIBE void for_diagonal_blocks(const block_walk& walk, T alpha, const Own
   const T one = one_like(alpha), minus_one = minus_one_like(alpha);
   const int64_t blocks = (walk.order + walk.step - 1) / walk.step;
   const bool upwards = walk.forward == walk.solves, exchanges_first = walk.gathers == walk.solves;
+  const bool behind = walk.forward != walk.gathers;  // the lines that a block gives to, or gathers from
   for (int64_t q = 0; q < blocks; ++q) {
     const int64_t k = (upwards ? q : blocks - 1 - q) * walk.step;
     const int64_t depth = walk.order - k < walk.step ? walk.order - k : walk.step;
-    const bool behind = walk.forward != walk.gathers;  // the lines that the block gives to, or gathers from
     const int64_t rest = behind ? k + depth : 0, count = behind ? walk.order - rest : k;
     // A solution takes alpha into all of B in its first step, or into each block that gathers.
     const T scalar = walk.solves ? minus_one : alpha, beta = walk.solves && (walk.gathers || q == 0) ? alpha : one;

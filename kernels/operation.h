@@ -97,6 +97,10 @@ TEV_DESCRIBE float one_like(float) { return 1; }
 TEV_DESCRIBE double one_like(double) { return 1; }
 TEV_DESCRIBE tev_complex8 one_like(tev_complex8) { return {1, 0}; }
 TEV_DESCRIBE tev_complex16 one_like(tev_complex16) { return {1, 0}; }
+TEV_DESCRIBE float minus_one_like(float) { return -1; }
+TEV_DESCRIBE double minus_one_like(double) { return -1; }
+TEV_DESCRIBE tev_complex8 minus_one_like(tev_complex8) { return {-1, 0}; }
+TEV_DESCRIBE tev_complex16 minus_one_like(tev_complex16) { return {-1, 0}; }
 
 // ---- Operations ----------------------------------------------------------------------------------------------------
 

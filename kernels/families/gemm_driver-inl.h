@@ -138,10 +138,9 @@ inline constexpr int64_t kBothPlain = kVectorBytes == 64 ? 361 : kLeastPacked<T>
 
 // Few rows or columns do not repay packing, unless the columns that are read again and again evict each other: of A, or
 // of a transposed B. Whole lines at a time, as 512-bit vectors read them, stand that better than packing. A thin
-// shallow product is one of the long operand and C alone. both_plain: kBothPlain where A is a general matrix.
+// shallow product is one of the long operand and C alone.
 template <class T>
-TEV_INLINE route route_of(char transa, char transb, int64_t m, int64_t n, int64_t k, int64_t lda, int64_t ldb,
-                          int64_t both_plain = kLeastPacked<T>.both) {
+TEV_INLINE route route_of(char transa, char transb, int64_t m, int64_t n, int64_t k, int64_t lda, int64_t ldb) {
   constexpr int64_t kShallowest = 4, kFewElements = kHasFma ? 0 : 256;  // what a fixed depth is good for
   constexpr int64_t kThinDepth = 129, kThinRows = 101;
   constexpr double kThin = 11;
@@ -159,7 +158,7 @@ TEV_INLINE route route_of(char transa, char transb, int64_t m, int64_t n, int64_
   }
   constexpr least_packed kLeast = kLeastPacked<T>;
   const int64_t least = plain ? kLeast.plain : kLeast.transposed;
-  const int64_t both = plain ? both_plain : kLeast.both;
+  const int64_t both = plain ? kBothPlain<T> : kLeast.both;
   return m < least || n < least || (m < both && n < both) ? route::unpacked : route::packed;
 }
 

@@ -16,6 +16,10 @@ TEV_COMPILED_WITH_THE_PRODUCT(tev_complex8)
 TEV_COMPILED_WITH_THE_PRODUCT(tev_complex16)
 #undef TEV_COMPILED_WITH_THE_PRODUCT
 
+// Where no product is packed, a triangle is halved. Order of its first half: whole blocks, more than half of them if
+// they do not divide.
+TEV_INLINE int64_t first_half(int64_t order, int64_t block) { return (order / 2 + block - 1) / block * block; }
+
 // The records of a packed product of op's operands.
 template <class T>
 TEV_INLINE void packed_info_of(const operation<T>& op, kernel_info<T>* info) {

@@ -195,9 +195,6 @@ struct rank_call {
 // Largest order of a diagonal block.
 inline constexpr int64_t kDiagonalBlock = 32;
 
-// Order of the first half: whole blocks, more than half if they do not divide.
-TEV_INLINE int64_t first_half(int64_t order, int64_t block) { return (order / 2 + block - 1) / block * block; }
-
 template <class T, kernels::gemm_fn<T>* Gemm>
 TEV_INLINE void multiply_rows(const rank_call<T>& r, int64_t rows, int64_t columns, const T* a, const T* b, T beta,
                               T* c, int64_t ldc) {
@@ -253,11 +250,14 @@ TEV_INLINE rank_call<T> exchanged(rank_call<T> r) {
   return r;
 }
 
-template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
-__attribute__((noinline)) void rank_2k_nobufs(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
-  rank_k_nobufs<kHermitian, T, Gemm>(r, n, a, b, beta, c);
-  rank_k_nobufs<kHermitian, T, Gemm>(exchanged<kHermitian>(r), n, b, a, one_of<T>(), c);
+// By the routine for one half.
+template <bool kHermitian, class T, auto* Half>
+__attribute__((noinline)) void both_halves(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  Half(r, n, a, b, beta, c);
+  Half(exchanged<kHermitian>(r), n, b, a, one_of<T>(), c);
 }
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+inline constexpr auto* rank_2k_nobufs = both_halves<kHermitian, T, rank_k_nobufs<kHermitian, T, Gemm>>;
 
 template <bool kHermitian, class T>
 TEV_INLINE rank_call<T> rank_call_of(const operation<T>* op, const operand* a, const operand* b, const operand* c) {
@@ -327,10 +327,7 @@ TEV_INLINE void rank_k(const rank_call<T>& r, int64_t n, const T* a, const T* b,
 }
 
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
-__attribute__((noinline)) void rank_2k(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
-  rank_k<kHermitian, T, Gemm, Info>(r, n, a, b, beta, c);
-  rank_k<kHermitian, T, Gemm, Info>(exchanged<kHermitian>(r), n, b, a, one_of<T>(), c);
-}
+inline constexpr auto* rank_2k = both_halves<kHermitian, T, rank_k<kHermitian, T, Gemm, Info>>;
 
 // Both halves by the drivers of a rank-k update. `info` holds its row.
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>

@@ -63,7 +63,7 @@ __attribute__((noinline)) void multiply_mirrored(const symm_call<T>& s, int64_t 
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
 void halved_symm(const symm_call<T>& s, int64_t order, const T* a, const T* b, T* c) {
   if (order <= kMirrored<T>) return multiply_mirrored<kHermitian, T, Gemm>(s, order, a, b, c);
-  const int64_t n1 = (order / 2 + kMirrored<T> - 1) / kMirrored<T> * kMirrored<T>, n2 = order - n1;
+  const int64_t n1 = first_half(order, kMirrored<T>), n2 = order - n1;
   const T *b2 = b + n1 * (s.left ? 1 : s.ldb), *x = a + n1 * (s.upper ? s.lda : 1);
   T* c2 = c + n1 * (s.left ? 1 : s.ldc);
   halved_symm<kHermitian, T, Gemm>(s, n1, a, b, c);

@@ -83,17 +83,6 @@ TEV_INLINE void symv_rectangle(int64_t m, T alpha, const T* a, int64_t lda, colu
   }
 }
 
-// A column of a few elements, one by one.
-template <class T>
-TEV_INLINE void symv_few(int64_t count, T alpha, const T* column, column_parts<1, T>& own,
-                         const vector_parts<T>& others) {
-  const T factor = multiply(alpha, own.x[0]);
-  for (int64_t i = 0; i < count; ++i) {
-    others.y[i] = add(others.y[i], multiply(factor, column[i]));
-    own.sum[0] = add(own.sum[0], multiply(conjugate_if(true, column[i]), others.x[i]));
-  }
-}
-
 // The triangle of J columns on the diagonal, of which imaginary parts are not read.
 template <int J, class T>
 TEV_INLINE void symv_corner(bool upper, const T* a, int64_t lda, column_parts<J, T>& own) {
@@ -154,12 +143,15 @@ TEV_INLINE void symv_by_columns(const triangle<const T>& a, int64_t begin, int64
     symv_corner(a.upper, a.diagonal(j), a.ld, own);
     const T* const of_x = x + (incx < 0 ? last - 1 : first) * incx;
     T* const of_y = y + (incy < 0 ? last - 1 : first) * incy;
-    if (count <= kFew && incx == 1 && incy == 1) {
-      symv_few(count, alpha, column, own, {of_x, of_y});
-    } else if (incx == 1 && incy == 1) {
+    const bool gapless = incx == 1 && incy == 1;
+    const T factor = multiply(alpha, own.x[0]);
+    if (gapless && count <= kFew) {
+      axpy_few(count, factor, column, of_y);
+      own.sum[0] = add(own.sum[0], dot_few(true, count, column, of_x));
+    } else if (gapless) {
       symv_rectangle(count, alpha, column, a.ld, own, {of_x, of_y});
     } else {
-      axpy(count, multiply(alpha, own.x[0]), column, 1, of_y, incy);
+      axpy(count, factor, column, 1, of_y, incy);
       own.sum[0] = add(own.sum[0], dot(true, count, column, 1, of_x, incx));
     }
     y[j * incy] = add(y[j * incy], multiply(alpha, own.sum[0]));

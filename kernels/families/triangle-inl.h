@@ -57,19 +57,15 @@ TEV_INLINE void apply_column(const triangular_form& form, const T* column, int64
   T* const others = x + (incx < 0 ? last - 1 : first) * incx;
   if (form.plain() == form.solves) apply_diagonal(form, diagonal, own);
   const int64_t count = last - first;
-  if (count <= kFew && incx == 1 && (form.plain() || form.solves)) {
+  const bool few = count <= kFew && incx == 1;
+  if (form.plain()) {
     const T factor = scaled_by_sign(form.solves, own);
-    T sum = {};
-    for (int64_t i = 0; i < count; ++i)
-      if (form.plain())
-        others[i] = add(others[i], multiply(factor, column[i]));
-      else
-        sum = add(sum, multiply(conjugate_if(form.trans == 'C', column[i]), others[i]));
-    if (!form.plain()) own = add(own, scaled_by_sign(form.solves, sum));
-  } else if (form.plain()) {
-    axpy(count, scaled_by_sign(form.solves, own), column, 1, others, incx);
+    few ? axpy_few(count, factor, column, others) : axpy(count, factor, column, 1, others, incx);
   } else {
-    own = add(own, scaled_by_sign(form.solves, dot(form.trans == 'C', count, column, 1, others, incx)));
+    const bool conjugated = form.trans == 'C';
+    const T sum = few && form.solves ? dot_few(conjugated, count, column, others)
+                                     : dot(conjugated, count, column, 1, others, incx);
+    own = add(own, scaled_by_sign(form.solves, sum));
   }
   if (form.plain() != form.solves) apply_diagonal(form, diagonal, own);
 }

@@ -82,7 +82,7 @@ TEV_INLINE bool stays_on_the_stack(int64_t order, int64_t places) {
 }
 
 // A single place leaves most of a register empty: the less of it in blocks, the better.
-TEV_INLINE int64_t small_step(int64_t places) { return places > 1 ? kSmallBlock : min_of(kSmallBlock, 32); }
+TEV_INLINE int64_t small_step(int64_t places) { return places > 1 ? kSmallBlock : 32; }
 
 // Where what a line takes lies side by side, blocks gather: the triangle is read as it lies then.
 template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm>
