@@ -135,7 +135,8 @@ void apply(const block_reflector<T>& h, bool left, int64_t m, int64_t n, T* c, i
   if (m < 1 || n < 1 || h.k < 1) return;
   const int64_t rest = (left ? m : n) - h.k;
   const part<T> first = part_of_length(h, left, h.forward ? 0 : rest, c, ldc);
-  const part<T> second = part_of_length(h, left, h.forward ? h.k : 0, c, ldc);
+  // Nothing lies behind V1 where it is all of V: not even an address.
+  const part<T> second = part_of_length(h, left, h.forward && rest > 0 ? h.k : 0, c, ldc);
   if (left)
     apply_from_left(h, first, second, rest, n, w);
   else

@@ -15,8 +15,9 @@ struct shape {
   int threads;
 };
 // Nothing to do, V a triangle only, one reflector, around tiles, over teams.
-constexpr shape kShapes[] = {{0, 3, 0, 2},  {3, 0, 0, 2},  {4, 5, 0, 2},    {1, 1, 1, 2},     {7, 7, 7, 1},
-                             {9, 12, 1, 1}, {17, 8, 5, 2}, {31, 33, 16, 2}, {110, 60, 40, 2}, {70, 90, 33, 3}};
+constexpr shape kShapes[] = {{0, 3, 0, 2},    {3, 0, 0, 2},     {4, 5, 0, 2},   {1, 1, 1, 2},
+                             {5, 1, 5, 2},    {7, 7, 7, 1},     {9, 12, 1, 1},  {17, 8, 5, 2},
+                             {31, 33, 16, 2}, {110, 60, 40, 2}, {70, 90, 33, 3}};
 
 template <class T>
 struct larfb_case {
@@ -53,7 +54,10 @@ struct larfb_case {
   bool by_rows() const { return std::toupper(options[3]) == 'R'; }
 
   void run() {
-    const int64_t ldv = v.ld(), ldt = t.ld(), ldc = c.ld(), ldwork = work.ld();
+    // Of one column no leading dimension matters, however large.
+    constexpr int64_t kHuge = INT64_MAX / sizeof(T);
+    const int64_t ldv = (by_rows() ? length : x.k) == 1 ? kHuge : v.ld(), ldt = x.k == 1 ? kHuge : t.ld();
+    const int64_t ldc = x.n == 1 ? kHuge : c.ld(), ldwork = x.k == 1 ? kHuge : work.ld();
     TEV_LAPACK(larfb)
     (&options[0], &options[1], &options[2], &options[3], &x.m, &x.n, &x.k, at(v), &ldv, at(t), &ldt, at(c), &ldc,
      at(work), &ldwork, 1, 1, 1, 1);
