@@ -10,9 +10,9 @@
 #include "service/detection.h"
 #include "service/lock.h"
 #include "service/memory_high_bandwidth.h"
-#include "service/memory_registry.h"
 #include "service/memory_settings.h"
 #include "service/memory_statistics.h"
+#include "service/memory_thread.h"
 
 namespace tev::service {
 

@@ -7,7 +7,7 @@
 
 #include "service/memory_backend.h"
 #include "service/memory_init.h"
-#include "service/memory_statistics.h"
+#include "service/memory_thread.h"
 
 using namespace tev::service;
 

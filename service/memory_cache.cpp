@@ -5,9 +5,9 @@
 #include "service/memory_backend.h"
 #include "service/memory_blocks.h"
 #include "service/memory_init.h"
-#include "service/memory_registry.h"
 #include "service/memory_settings.h"
 #include "service/memory_statistics.h"
+#include "service/memory_thread.h"
 
 using namespace tev::service;
 

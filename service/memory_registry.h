@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The record that each thread has with the memory manager, and the registry that finds all of them.
+// The records that threads have with the memory manager (service/memory_thread.h), and the registry that finds them.
 //
 //   mm_book.directory[0]   1024 entries ──> records        a chunk is allocated when its first entry is needed and
 //                    [1]   1024 entries ──> records        stays; so do records: one whose thread has ended waits in
 //                    [2]   2048 entries ──> records        mm_book.without_thread for a new thread. There are as many
 //                    ...                                   records as there were threads at the same time.
-//
-// A thread reaches its own record through a thread-local pointer; the POSIX key beside it tells when the thread ends.
 //
 // Who may do what with a slot:
 //   in_use 0   whoever holds the record's busy flag. The owner waits for the flag, walks skip a record that is busy.
@@ -18,7 +16,6 @@
 #include <cstddef>
 
 #include "service/lock.h"
-#include "service/thread_key.h"
 #include "tev/service.h"
 
 namespace tev::service {
@@ -62,36 +59,9 @@ struct mm_registry {
 
 }  // namespace tev::service
 
-extern "C" {
-
-extern tev::service::mm_registry mm_book;
-
-// Destructor of the key: the thread of the record ends.
-void mm_cleanup_thread_cbk(void* record);
-
-}  // extern "C"
+extern "C" tev::service::mm_registry mm_book;
 
 namespace tev::service {
-
-// What the calling thread knows of itself.
-struct mm_thread {
-  mm_thread_record* record;  // null before the first request, and at the thread's end
-  bool ended;                // its record is gone: destructors of other keys get blocks that no one keeps
-};
-
-extern constinit thread_local mm_thread this_thread;
-extern thread_key mm_key;
-
-// Makes the calling thread's record, if it can have one.
-mm_thread_record* new_thread_record();
-
-// Null when memory or keys are short, or the thread ends.
-inline mm_thread_record* thread_record() {
-  return this_thread.record != nullptr ? this_thread.record : new_thread_record();
-}
-
-// In a forked child: the records of all threads but the calling one are without a thread. Every lock is held.
-void forget_other_threads();
 
 inline bool try_enter(mm_thread_record& record) { return __atomic_exchange_n(&record.busy, 1, __ATOMIC_ACQUIRE) == 0; }
 
@@ -120,8 +90,9 @@ inline slot_content empty_slot(mm_thread_record& record, int slot) {
   return content;
 }
 
-// Gives the unused buffers of a record that the caller has entered back to the system, and leaves the record.
-void release_unused(mm_thread_record& record);
+// A record without a thread, if need be a new one; null when memory is short.
+mm_thread_record* take_record();
+void put_back(mm_thread_record& record);
 
 // Every record there is has an index below record_count(). It may be read at any time, its slots as told above.
 inline int64_t record_count() { return __atomic_load_n(&mm_book.registered, __ATOMIC_ACQUIRE); }

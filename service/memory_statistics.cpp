@@ -58,11 +58,6 @@ void tev::service::count_memory(mm_thread_record& record, int64_t bytes, int32_t
   if (current_stat.bytes > max_stat.bytes) max_stat = current_stat;
 }
 
-void tev::service::count_memory(int64_t bytes, int32_t blocks) {
-  mm_thread_record* const record = thread_record();
-  count_memory(record != nullptr ? *record : mm_book.nobody, bytes, blocks);
-}
-
 extern "C" {
 
 int64_t tev_serv_mem_stat(int32_t* count) {

@@ -16,9 +16,6 @@ struct mm_stat {
 // Adds to what the record's thread holds.
 void count_memory(mm_thread_record& record, int64_t bytes, int32_t blocks);
 
-// Adds to what the calling thread holds.
-void count_memory(int64_t bytes, int32_t blocks);
-
 }  // namespace tev::service
 
 extern "C" {

@@ -7,9 +7,9 @@
 #include "service/memory_backend.h"
 #include "service/memory_blocks.h"
 #include "service/memory_high_bandwidth.h"
-#include "service/memory_registry.h"
 #include "service/memory_settings.h"
 #include "service/memory_statistics.h"
+#include "service/memory_thread.h"
 #include "tests/support/fake_processor.h"
 #include "tests/support/in_child.h"
 
