@@ -22,10 +22,7 @@ from xml.etree import ElementTree
 import numpy as np
 
 TOOL, SINK = sys.argv[1:3]
-THREAD_SANITIZER = b"__tsan_init" in pathlib.Path(TOOL).read_bytes()
 DTYPES = {"s": np.float32, "d": np.float64, "c": np.complex64, "z": np.complex128}
-if THREAD_SANITIZER:  # which takes seconds for each run; the threads are the same in all precisions
-    del DTYPES["s"], DTYPES["c"], DTYPES["z"]
 OPERATIONS = ("gemm", "symm", "trmm", "trsm")
 
 
@@ -279,8 +276,6 @@ class Options(ToolTest):
                 ("cannot write the output: No space left", "/dev/full", resource.RLIM_INFINITY, "info"),
                 ("cannot write the output: File too large", self.folder / "text", 10, "--version"),
                 ("out.npy: cannot be written: File too large", "/dev/null", matrix, *product)):
-            if THREAD_SANITIZER and largest == matrix:
-                continue  # its runtime maps a file of its own in the sink, which the limit cuts off
             with self.subTest(culprit), open(stdout, "w") as output:
                 limit = (largest, resource.RLIM_INFINITY)
                 done = subprocess.run(command(*arguments), stdout=output, stderr=subprocess.PIPE, text=True, timeout=60,
@@ -289,7 +284,6 @@ class Options(ToolTest):
                 self.assertIn(culprit, done.stderr)
         self.assertFalse(out.exists())
 
-    @unittest.skipIf(THREAD_SANITIZER, "the sanitizer takes several times as much")
     def test_memory_is_reckoned_before_it_is_taken(self):
         """What one more row or column takes, against what a refusal says of it."""
         def peak(*arguments):
@@ -338,7 +332,6 @@ class Computing(ToolTest):
             for size in ("-m", "-n", "-k"):
                 self.run_tool("run", step, size, 0, "--check")
 
-    @unittest.skipIf(THREAD_SANITIZER, "it does not see the threads of a library that is opened later")
     def test_pictures_of_speeds(self):
         picture, page = pathlib.Path(self.folder, "speeds.svg"), pathlib.Path(self.folder, "speeds.html")
         self.run_tool("bench", "--op", "gemm,syrk,lu", "--precision", "s,d", "--sizes", "40,80", "--repeat", 1,

@@ -164,12 +164,13 @@ void expect_right_products() {
     }
 }
 
+// Two precisions in each row.
 TEST(Gemm, EveryRouteWithTeamsStripesAndNoMemory) {
   const struct {
     const char *threads, *limit, *stripes;
     bool has_memory = true;
-  } rows[] = {{"1", "64", ""}, {"3", "64", ""},  {"16", "64", ""}, {"64", "64", ""},
-              {"7", "2", ""},  {"5", "64", "2"}, {"5", "64", "9"}, {"3", "64", "", false}};
+  } rows[] = {{"1", "64", ""}, {"3", "64", ""},  {"16", "64", ""},       {"64", "64", ""},
+              {"7", "2", ""},  {"5", "64", "2"}, {"3", "64", "", false}, {"5", "64", "9"}};
   for (const auto& row : rows)
     on_each_tier({{"TEV_NUM_THREADS", row.threads},
                   {"OMP_THREAD_LIMIT", row.limit},
@@ -177,8 +178,10 @@ TEST(Gemm, EveryRouteWithTeamsStripesAndNoMemory) {
                   {"TEV_DYNAMIC", "FALSE"}},
                  [&](const tier_in_force&) {
                    if (!row.has_memory) i_malloc = [](size_t) -> void* { return nullptr; };
-                   expect_right_products<float>(), expect_right_products<double>();
-                   expect_right_products<std::complex<float>>(), expect_right_products<std::complex<double>>();
+                   if ((&row - rows) % 2 == 0)
+                     expect_right_products<float>(), expect_right_products<std::complex<double>>();
+                   else
+                     expect_right_products<double>(), expect_right_products<std::complex<float>>();
                    return 0;
                  });
 }
