@@ -51,11 +51,12 @@ struct placed_operands {
 template <class T, class Request>
 bool send(double multiply_adds, std::initializer_list<stored_matrix> operands, const T& alpha, bool reads_result,
           const Request& request) {
+  if (!are_right(operands)) return false;
   double bytes = static_cast<double>((operands.end() - 1)->packed_bytes());  // comes back
   for (const stored_matrix& x : operands) bytes += static_cast<double>(x.packed_bytes());
   const call_size size = {multiply_adds * (blas::kComplex<T> ? 8 : 2), bytes,
                           sizeof(typename blas::element<T>::real) == sizeof(float)};
-  if (!is_sent(size) || blas::is_value(alpha, 0) || !are_right(operands)) return false;
+  if (!is_sent(size) || blas::is_value(alpha, 0)) return false;
   return run_in_sink({operands, reads_result, size.flops, [&](tev_offload& handle, const auto& matrices) {
                         placed_operands placed;
                         for (const stored_matrix& x : matrices)

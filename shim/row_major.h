@@ -42,7 +42,7 @@ class conjugated {
  public:
   conjugated(int64_t n, const E* x, int64_t incx)
       : elements_(static_cast<E*>(library().allocate((n < 1 ? 1 : n) * static_cast<int64_t>(sizeof(E)), 64))) {
-    const E* const first = incx < 0 ? x - (n - 1) * incx : x;
+    const E* const first = n > 0 && incx < 0 ? x - (n - 1) * incx : x;
     for (int64_t i = 0; elements_ && i < n; ++i) elements_[i] = conjugate(first[i * incx]);
   }
   ~conjugated() {

@@ -139,6 +139,9 @@ TEST_IN_CHILD(Routed, WhatIsSmallEmptyOrWrongStaysHere) {
   EXPECT_TRUE(product_is_right<double>(true, 100));
   EXPECT_TRUE(product_is_right<std::complex<float>>(true, 70)) << "four times the arithmetic";
   EXPECT_EQ(fault_of(random_case<double>(operation::gemm, "NN", 900, 900, 0), false), "");
+  const int64_t none = 0, huge = INT64_MAX;
+  const double one = 1;
+  tev_routed_dgemm("N", "N", &huge, &none, &huge, &one, nullptr, &huge, nullptr, &huge, &one, nullptr, &huge);
 }
 
 // The same bits, too.
