@@ -9,8 +9,8 @@
 //   of A  1  |full| x  |    |
 //         2  |full|full| x  |
 //
-// A small or shallow C is halved until its diagonal blocks are small; what lies beside the diagonal is a product of the
-// tier's sequential entry then, which needs no memory.
+// A small or shallow C is halved down to small diagonal blocks, of which one product gives syr2k both; what lies beside
+// them is a product of the tier's sequential entry, which needs no memory.
 #pragma once
 
 #include "kernels/families/in_place-inl.h"
@@ -140,16 +140,23 @@ TEV_INLINE bool only_scales_triangle(const operation<T>* op, const operand* a, c
   return true;
 }
 
-// From this order and depth on panels are packed.
-inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16;
-TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k) { return n >= kLeastOrderPacked && k >= kLeastDepthPacked; }
+// From this order and depth on panels are packed, if the larger of the two is not among those that halves do better:
+// those below kUnpackedBoth on 512-bit vectors, on others by the bytes of a row; of syr2k, which halves compute the
+// diagonal blocks of but once, twice as many. Found on 48 KiB / 1 MiB.
+inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16, kHalvedBytes = 1024;
+template <class T>
+TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k, bool twice = false) {
+  const int64_t larger = max_of(n, k), least_bytes = twice ? 2 * kHalvedBytes : kHalvedBytes;
+  const bool halved = kUnpackedBoth > 0 ? larger < kUnpackedBoth : larger * int64_t{sizeof(T)} < least_bytes;
+  return n >= kLeastOrderPacked && k >= kLeastDepthPacked && !halved;
+}
 
 // As fullacopybcopy, over the blocks that meet the triangle. 2: no memory, nothing was computed.
 template <class T>
 int32_t triangle_fullacopybcopy(const operation<T>* op, const operand* a, const operand* b, const operand* c,
                                 buffers* buf, const kernel_info<T>* info) {
   if (only_scales_triangle(op, a, c, info)) return 0;
-  if (!is_packed_triangle(c->columns, a->columns)) return info->fallback(op, a, b, c, buf, info);
+  if (!is_packed_triangle<T>(c->columns, a->columns)) return info->fallback(op, a, b, c, buf, info);
   initialize_buffers<T>(a, b, &info->plan, buf);
   buf->get(buf);
   if (tev_serv_check_ptr_and_warn(buf->base, kRoutineName<T>)) return 2;
@@ -187,13 +194,28 @@ template <class T>
 struct rank_call {
   bool upper, plain;
   char transposed;  // T, or C if C is Hermitian
+  bool twice;       // once more with A and B exchanged: that product is the first one's mirror image
   int64_t k;
   T alpha;
   int64_t lda, ldb, ldc;
 };
 
-// Largest order of a diagonal block.
-inline constexpr int64_t kDiagonalBlock = 32;
+// The second half of syr2k and her2k: A and B change places, alpha is conjugated if C is Hermitian.
+template <bool kHermitian, class T>
+TEV_INLINE rank_call<T> exchanged(rank_call<T> r) {
+  r.alpha = conjugate_if(kHermitian, r.alpha);
+  const int64_t lda = r.lda;
+  r.lda = r.ldb, r.ldb = lda;
+  return r;
+}
+
+// Largest order of a diagonal block, and which of them are cut into panels of columns, so that less is computed for
+// nobody: not where each panel would transpose floats anew. Found on 48 KiB / 1 MiB.
+inline constexpr int64_t kDiagonalBlock = 32, kPanelColumns = 8;
+template <class T>
+TEV_INLINE bool is_cut_into_panels(const rank_call<T>& r, int64_t n) {
+  return !r.twice && n >= (kComplex<T> ? 16 : 24) && (r.plain || sizeof(T) > sizeof(float));
+}
 
 template <class T, kernels::gemm_fn<T>* Gemm>
 TEV_INLINE void multiply_rows(const rank_call<T>& r, int64_t rows, int64_t columns, const T* a, const T* b, T beta,
@@ -202,11 +224,25 @@ TEV_INLINE void multiply_rows(const rank_call<T>& r, int64_t rows, int64_t colum
   Gemm(&left, &right, &rows, &columns, &r.k, &r.alpha, a, &r.lda, b, &r.ldb, &beta, c, &ldc);
 }
 
+// Adds the mirror image to one triangle of a block.
+template <bool kHermitian, class T>
+TEV_INLINE void add_mirrored(bool upper, int64_t n, T* full) {
+  for (int64_t j = 0; j < n; ++j)
+    for (int64_t i = upper ? 0 : j; i < (upper ? j + 1 : n); ++i)
+      full[i + j * n] = TEV_TIER::add(full[i + j * n], conjugate_if(kHermitian, full[j + i * n]));
+}
+
 // A function of its own, so that the frames of the recursion hold no block.
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
 __attribute__((noinline)) void diagonal_block(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
   T full[kDiagonalBlock * kDiagonalBlock];
-  multiply_rows<T, Gemm>(r, n, n, a, b, T{}, full, n);
+  const int64_t step = is_cut_into_panels(r, n) ? kPanelColumns : n;
+  for (int64_t j = 0; j < n; j += step) {
+    const int64_t columns = min_of(step, n - j), first = r.upper ? 0 : j, rows = r.upper ? j + columns : n - j;
+    multiply_rows<T, Gemm>(r, rows, columns, a + first * (r.plain ? 1 : r.lda), b + j * (r.plain ? 1 : r.ldb), T{},
+                           full + first + j * n, n);
+  }
+  if (r.twice) add_mirrored<kHermitian>(r.upper, n, full);
   const operand block = {.data = c, .rows = n, .columns = n, .ld = r.ldc};
   merge_triangle<kHermitian>(r.upper, 0, full, n, beta, &block);
 }
@@ -218,10 +254,14 @@ void halved_triangle(const rank_call<T>& r, int64_t n, const T* a, const T* b, T
   const T *const a2 = a + n1 * (r.plain ? 1 : r.lda), *const b2 = b + n1 * (r.plain ? 1 : r.ldb);
   halved_triangle<kHermitian, T, Gemm>(r, n1, a, b, beta, c);
   halved_triangle<kHermitian, T, Gemm>(r, n2, a2, b2, beta, c + n1 * (r.ldc + 1));
-  if (r.upper)
-    multiply_rows<T, Gemm>(r, n1, n2, a, b2, beta, c + n1 * r.ldc, r.ldc);
-  else
-    multiply_rows<T, Gemm>(r, n2, n1, a2, b, beta, c + n1, r.ldc);
+  const auto multiply_beside = [&](const rank_call<T>& half, const T* first, const T* second, T factor) TEV_LAMBDA {
+    if (r.upper)
+      multiply_rows<T, Gemm>(half, n1, n2, first, second, factor, c + n1 * r.ldc, r.ldc);
+    else
+      multiply_rows<T, Gemm>(half, n2, n1, first, second, factor, c + n1, r.ldc);
+  };
+  multiply_beside(r, r.upper ? a : a2, r.upper ? b2 : b, beta);
+  if (r.twice) multiply_beside(exchanged<kHermitian>(r), r.upper ? b : b2, r.upper ? a2 : a, one_of<T>());
 }
 
 // False when nothing is to be added: C is scaled then, A not read. A Hermitian C is scaled before the sums.
@@ -241,34 +281,24 @@ __attribute__((noinline)) void rank_k_nobufs(const rank_call<T>& r, int64_t n, c
   if (begin_rank_k<kHermitian>(r, n, &beta, c)) halved_triangle<kHermitian, T, Gemm>(r, n, a, b, beta, c);
 }
 
-// The second half of syr2k and her2k: A and B change places, alpha is conjugated if C is Hermitian.
-template <bool kHermitian, class T>
-TEV_INLINE rank_call<T> exchanged(rank_call<T> r) {
-  r.alpha = conjugate_if(kHermitian, r.alpha);
-  const int64_t lda = r.lda;
-  r.lda = r.ldb, r.ldb = lda;
-  return r;
-}
-
-// By the routine for one half.
-template <bool kHermitian, class T, auto* Half>
-__attribute__((noinline)) void both_halves(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
-  Half(r, n, a, b, beta, c);
-  Half(exchanged<kHermitian>(r), n, b, a, one_of<T>(), c);
-}
+// syr2k and her2k.
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
-inline constexpr auto* rank_2k_nobufs = both_halves<kHermitian, T, rank_k_nobufs<kHermitian, T, Gemm>>;
+void rank_2k_nobufs(rank_call<T> r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  r.twice = true;
+  rank_k_nobufs<kHermitian, T, Gemm>(r, n, a, b, beta, c);
+}
 
 template <bool kHermitian, class T>
 TEV_INLINE rank_call<T> rank_call_of(const operation<T>* op, const operand* a, const operand* b, const operand* c) {
-  return {stored_triangle(c) == 'U',
-          stored_transposition(a) == 'N',
-          kHermitian ? 'C' : 'T',
-          a->columns,
-          op->alpha,
-          a->ld,
-          b->ld,
-          c->ld};
+  return {.upper = stored_triangle(c) == 'U',
+          .plain = stored_transposition(a) == 'N',
+          .transposed = kHermitian ? 'C' : 'T',
+          .twice = false,
+          .k = a->columns,
+          .alpha = op->alpha,
+          .lda = a->ld,
+          .ldb = b->ld,
+          .ldc = c->ld};
 }
 
 // A call of rank_k_nobufs and its kin as a driver.
@@ -288,7 +318,15 @@ inline constexpr driver_fn<T>* triangle_nobufs = triangle_driver<kHermitian, T, 
 template <bool kHermitian, class T>
 TEV_INLINE rank_call<T> describe_rank_k(const char* uplo, const char* trans, int64_t k, T alpha, int64_t lda,
                                         int64_t ldb, int64_t ldc) {
-  return {is_letter(uplo, 'U'), is_letter(trans, 'N'), kHermitian ? 'C' : 'T', k, alpha, lda, ldb, ldc};
+  return {.upper = is_letter(uplo, 'U'),
+          .plain = is_letter(trans, 'N'),
+          .transposed = kHermitian ? 'C' : 'T',
+          .twice = false,
+          .k = k,
+          .alpha = alpha,
+          .lda = lda,
+          .ldb = ldb,
+          .ldc = ldc};
 }
 
 // The routines of a rank-k update where no framework has them by name.
@@ -319,15 +357,24 @@ __attribute__((noinline)) void rank_k_by_records(const rank_call<T>& r, int64_t 
   if (info.driver(&op, &op.a, &op.b, &op.c, &buf, &info) == 2) info.fallback(&op, &op.a, &op.b, &op.c, &buf, &info);
 }
 
+template <class T>
+TEV_INLINE bool packs_rank_k(const rank_call<T>& r, int64_t n, bool twice) {
+  return is_packed_triangle<T>(n, r.k, twice) && !is_zero(r.alpha);
+}
+
 // C := alpha op(A) op(B)^T + beta C, A and B two matrices or one.
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
 TEV_INLINE void rank_k(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
-  const bool packs = is_packed_triangle(n, r.k) && !is_zero(r.alpha);
-  (packs ? rank_k_by_records<kHermitian, T, Gemm, Info> : rank_k_nobufs<kHermitian, T, Gemm>)(r, n, a, b, beta, c);
+  (packs_rank_k(r, n, false) ? rank_k_by_records<kHermitian, T, Gemm, Info>
+                             : rank_k_nobufs<kHermitian, T, Gemm>)(r, n, a, b, beta, c);
 }
 
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
-inline constexpr auto* rank_2k = both_halves<kHermitian, T, rank_k<kHermitian, T, Gemm, Info>>;
+__attribute__((noinline)) void rank_2k(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  if (!packs_rank_k(r, n, true)) return rank_2k_nobufs<kHermitian, T, Gemm>(r, n, a, b, beta, c);
+  rank_k_by_records<kHermitian, T, Gemm, Info>(r, n, a, b, beta, c);
+  rank_k_by_records<kHermitian, T, Gemm, Info>(exchanged<kHermitian>(r), n, b, a, one_of<T>(), c);
+}
 
 // Both halves by the drivers of a rank-k update. `info` holds its row.
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "kernels/diagonal_blocks.h"
+#include "kernels/families/packed_product-inl.h"
 #include "kernels/families/triangle_in_place-inl.h"
 #include "kernels/routine_types.h"
 #include "tev/service.h"
@@ -72,10 +73,9 @@ __attribute__((noinline)) void work_out_block(const triangular_call<T>& c, int64
 inline constexpr int64_t kLargeBlock = 256;
 
 // What does not repay packing: small triangles, those that a few registers of places meet (a packed one is read once
-// per strip), and on 512-bit vectors as much as their products without packing reach. Found on 48 KiB / 1 MiB.
+// per strip), and on 512-bit vectors sizes below kUnpackedBoth. Found on 48 KiB / 1 MiB.
 inline constexpr int64_t kSmallTriangle = kRotatesB<float> ? kSmallBlock : 128;
 inline constexpr int kFewRegisters = kHasFma ? 2 : 1;
-inline constexpr int64_t kUnpackedBoth = kVectorBytes == 64 ? 361 : 0;
 template <class T>
 TEV_INLINE bool stays_on_the_stack(int64_t order, int64_t places) {
   return order <= kSmallTriangle || places <= kPlaces<T, kFewRegisters> || max_of(order, places) < kUnpackedBoth;

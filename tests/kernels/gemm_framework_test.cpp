@@ -357,7 +357,7 @@ TYPED_TEST(Framework, OtherOperationsOfTheKernelInformation) {
             expect_driver_computes(
                 f, whole_case<T>(operation::symm, {side, uplo}, left ? order : 3, left ? 3 : order, 0), 0, is_short);
         for (const int32_t code : {kFullCopy, kACopied, kNoCopy})
-          expect_driver_computes(f, whole_case<T>(operation::syrk, {uplo, left ? 'N' : 'T'}, 0, f.mr + 70, 30), code);
+          expect_driver_computes(f, whole_case<T>(operation::syrk, {uplo, left ? 'N' : 'T'}, 0, f.mr + 370, 30), code);
         // On the stack, in one block, in several.
         constexpr struct {
           int64_t order, places;
