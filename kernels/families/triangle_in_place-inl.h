@@ -116,7 +116,9 @@ __attribute__((noinline)) void work_out_in_place(const triangular_call<T>& c, in
   const int64_t last = forward ? 0 : n - 1;
   triangle_in_place<T> t;
   t.at = a + last * (c.lda + 1);
-  t.by = forward ? c.by : line_strides{-c.by.to, -c.by.from};
+  int64_t to = forward ? c.by.to : -c.by.to;
+  TEV_OPAQUE(to);  // two numbers just stored do not come back as one vector without a wait
+  t.by = {to, forward ? c.by.from : -c.by.from};
   t.order = n;
   t.unit = c.unit;
   t.conjugated = conjugated;
@@ -136,7 +138,7 @@ __attribute__((noinline)) void work_out_in_place(const triangular_call<T>& c, in
     store_lines<P>(b_lies, n, count, strip, at);
   };
   constexpr int kHalf = kPlaces<T, 1> / 2;  // squares of half registers take a third of the shuffles
-  if constexpr (kMasks<real_of<T>, kLanes<real_of<T>> / 2>)
+  if constexpr (kVectorBytes == 32 || kMasks<real_of<T>, kLanes<real_of<T>> / 2>)
     if (c.places <= kHalf) return strip_of(width<kHalf>{}, 0, c.places);
   for_places<T>(c.places, [&](auto v, int64_t first, int64_t count)
                               TEV_LAMBDA { strip_of(width<kPlaces<T, decltype(v)::value>>{}, first, count); });

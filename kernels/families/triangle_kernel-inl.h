@@ -196,14 +196,48 @@ TEV_INLINE void divide(const divisor<R>& d, vec<R, S::L> (&x)[S::V]) {
   for (int v = 0; v < V; ++v) x[v] = x[v] / scale;
 }
 
+// Divides the line x, and adds t x to the next one. All lines wait for that one after another; it takes t times the
+// quotient and t times the correction apart, so that it does not wait for their sum.
+template <class S, class R>
+TEV_INLINE void divide_and_share(const divisor<R>& d, R t, vec<R, S::L> (&x)[S::V], vec<R, S::L> (&next)[S::V]) {
+  constexpr int L = S::L, V = S::V;
+  const R of_rest = t * d.reciprocal;
+  const auto scale = splat<L>(d.scale), reciprocal = splat<L>(d.reciprocal), share = splat<L>(t);
+  vec<R, L> quotient[V], given[V], check = splat<L>(of_rest * 0);  // NaN where it overflowed
+  TEV_UNROLL
+  for (int v = 0; v < V; ++v) {
+    const auto first = x[v] * reciprocal, rest = fma(-first, scale, x[v]);
+    given[v] = fma(rest, splat<L>(of_rest), fma(first, share, next[v]));
+    quotient[v] = fma(rest, reciprocal, first);
+    check += quotient[v];
+  }
+  if (__builtin_expect(!any_nan<L, R>(check), 1)) {
+    TEV_UNROLL
+    for (int v = 0; v < V; ++v) x[v] = quotient[v], next[v] = given[v];
+    return;
+  }
+  TEV_UNROLL
+  for (int v = 0; v < V; ++v) {
+    x[v] = x[v] / scale;
+    next[v] = fma(x[v], share, next[v]);
+  }
+}
+
 // Of the solved line i the lines after it in the order of solution take their share.
 template <bool kForward, int i, class S, class Factors, class R>
 TEV_INLINE void solve_corner(Factors factor, const divisor<R>* divisors, line_values<S>& x) {
   using T = typename S::T;
   constexpr int G = S::G, kFrom = kForward ? i + 1 : 0, kEnd = kForward ? G : i, kStep = kForward ? 1 : -1;
-  if (divisors != nullptr) divide<S>(divisors[i], x.of[i]);
+  constexpr bool kSharesEarly = kHasFma && !kComplex<T> && kFrom < kEnd;
+  if (divisors != nullptr) {
+    if constexpr (kSharesEarly)
+      divide_and_share<S>(divisors[i], -factor.number(i + kStep), x.of[i], x.of[i + kStep]);
+    else
+      divide<S>(divisors[i], x.of[i]);
+  }
   TEV_UNROLL
   for (int j = kFrom; j < kEnd; ++j) {
+    if (kSharesEarly && divisors != nullptr && j == i + kStep) continue;
     T t;
     if constexpr (kComplex<T>)
       t = {-factor.number(2 * j), factor.conjugated ? factor.number(2 * j + 1) : -factor.number(2 * j + 1)};

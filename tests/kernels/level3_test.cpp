@@ -22,10 +22,10 @@ constexpr struct {
 
 // Around the groups of lines, the strips, the diagonal blocks and the orders at which routes change; empty. The second
 // number is the depth of a rank-k update.
-constexpr std::array<std::array<int64_t, 2>, 26> kShapes = {
-    {{0, 3},   {3, 0},   {1, 1},   {2, 3},   {8, 4},   {4, 49},  {5, 17},   {17, 5},   {32, 24},
-     {31, 33}, {33, 9},  {63, 2},  {3, 64},  {65, 31}, {7, 97},  {130, 19}, {19, 161}, {129, 66},
-     {1, 200}, {11, 40}, {12, 41}, {88, 30}, {89, 37}, {92, 21}, {66, 70},  {132, 370}}};
+constexpr std::array<std::array<int64_t, 2>, 27> kShapes = {
+    {{0, 3},   {3, 0},   {1, 1},   {2, 3},   {8, 4},   {4, 49},  {5, 17},   {17, 5},    {32, 24},
+     {31, 33}, {33, 9},  {63, 2},  {3, 64},  {65, 31}, {7, 97},  {130, 19}, {19, 161},  {129, 66},
+     {1, 200}, {11, 40}, {12, 41}, {88, 30}, {89, 37}, {92, 21}, {66, 70},  {132, 370}, {371, 18}}};
 
 // A sweep draws one in so many of its cases, the same for every tier and not for every option.
 constexpr uint64_t kOneOf = 9;
@@ -54,6 +54,43 @@ TYPED_TEST(TierLevel3, Routines) {
           call(p, result.data(), kernel);
           ASSERT_TRUE(is_right(x, result, kind == values::whole)) << tier << ' ' << r.name;
         }
+    }
+}
+
+// Whole numbers times powers of two, one for each line of the equations and some far apart: quotients are exact, but
+// reciprocals, and what a line takes of a correction, leave the range.
+TYPED_TEST(TierLevel3, SolutionsAtTheEndsOfTheRange) {
+  using T = TypeParam;
+  using R = real_part_t<T>;
+  constexpr int kMost = std::numeric_limits<R>::max_exponent;
+  constexpr int kExponents[] = {0, kMost * 3 / 4, -kMost * 3 / 4, kMost - 6, 6 - kMost};
+  constexpr int64_t kOrder = 19, kPlaces = 9;
+  engine random(19);
+  const auto part = [&] { return static_cast<double>(random() % 3) - 1; };
+  const auto whole = [&] { return number<T>(part(), part()); };
+  for (const std::string& tier : tiers_with<T>("x?trsm"))
+    for (const std::string& options : options_of<T>(operation::trsm)) {
+      if (options[3] == 'U') continue;
+      const bool left = options[0] == 'L', plain = options[2] == 'N';
+      const int64_t m = left ? kOrder : kPlaces, n = left ? kPlaces : kOrder;
+      blas_case<T> x(problem_of<T>(operation::trsm, options, m, n, 0, 1, 0), random, values::whole);
+      matrix<T> solution = x.start(), result = x.start();
+      for (int64_t j = 0; j < n; ++j)
+        for (int64_t i = 0; i < m; ++i) solution(i, j) = whole(), result(i, j) = 0;
+      for (int64_t line = 0; line < kOrder; ++line) {
+        const R scale = std::ldexp(R(1), kExponents[random() % 5]);
+        for (int64_t from = 0; from < kOrder; ++from) {
+          const int64_t row = left == plain ? line : from, column = left == plain ? from : line;
+          if (row != column && (row < column) != (options[1] == 'U')) continue;
+          T& a = x.a(row, column) = (row == column ? number<T>(1, 1) : whole()) * scale;
+          const T factor = options[2] == 'C' ? conjugate(a) : a;
+          for (int64_t p = 0; p < kPlaces; ++p)
+            result(left ? line : p, left ? p : line) += factor * solution(left ? from : p, left ? p : from);
+        }
+      }
+      call(x.p, result.data(), kernel_calls<T>{find_kernel(tier, "x?trsm", kLetter<T>)});
+      for (int64_t j = 0; j < n; ++j)
+        for (int64_t i = 0; i < m; ++i) ASSERT_EQ(result(i, j), solution(i, j)) << tier << ' ' << options;
     }
 }
 
