@@ -140,14 +140,14 @@ TEV_INLINE bool only_scales_triangle(const operation<T>* op, const operand* a, c
   return true;
 }
 
-// From this order and depth on panels are packed, if the larger of the two is not among those that halves do better:
-// those below kUnpackedBoth on 512-bit vectors, on others by the bytes of a row; of syr2k, which halves compute the
-// diagonal blocks of but once, twice as many. Found on 48 KiB / 1 MiB.
-inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16, kHalvedBytes = 1024;
+// From this order and depth on panels are packed, if halves do not better: below kUnpackedBoth on 512-bit vectors, on
+// others by the bytes of the longest row. Those of syr2k do for longer, those without fused multiply-add for shorter
+// rows. Found on 48 KiB / 1 MiB.
+inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16;
 template <class T>
 TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k, bool twice = false) {
-  const int64_t larger = max_of(n, k), least_bytes = twice ? 2 * kHalvedBytes : kHalvedBytes;
-  const bool halved = kUnpackedBoth > 0 ? larger < kUnpackedBoth : larger * int64_t{sizeof(T)} < least_bytes;
+  const int64_t larger = max_of(n, k), halved_bytes = (kHasFma ? 1024 : 0) + (twice ? 1024 : 0);
+  const bool halved = kUnpackedBoth > 0 ? larger < kUnpackedBoth : larger * int64_t{sizeof(T)} < halved_bytes;
   return n >= kLeastOrderPacked && k >= kLeastDepthPacked && !halved;
 }
 
