@@ -5,6 +5,7 @@
 //   Rounding  random operands within the error bound of any order of summation.
 //   Memory    unread triangles, unit diagonals and the rows below a matrix are NaN; operands end at an unmapped page.
 
+#include "host/wide.h"
 #include "tests/support/judge.h"
 #include "tests/support/tier_kernels.h"
 
