@@ -29,6 +29,20 @@ TEV_INLINE bool is_shallow(char transa, int64_t m, int64_t n, int64_t k, T beta)
          (kShallowComplex<T> || is_zero(beta));
 }
 
+// A real product so shallow that its C is written faster than tiles of it are summed up goes by shallow_columns-inl.h:
+// with whole columns until C comes from memory, else while C is in reach of a second cache. Found on 48 KiB / 1 MiB.
+inline constexpr int kDeepestByColumns = kVectorRegisters == 32 ? 8 : 6;  // more would leave registers for one column
+inline constexpr int64_t kShallowSegmentBytes = 16 * 1024, kNearC = 2 * 1024 * 1024;
+
+template <class T>
+TEV_INLINE bool is_written_by_columns(char transa, int64_t m, int64_t n, int64_t k) {
+  constexpr int64_t kSize = sizeof(T), kVector = kVectorBytes / kSize;
+  if (!kHasFma || kParts<T> == 2 || k < 1 || k > kDeepestByColumns) return false;
+  const int64_t least = k > 6 ? 16 * kVector : (transa & ~0x20) == 'N' ? 4 * kVector : 8 * kVector;
+  const int64_t bytes = m * n * kSize;
+  return m >= least && n >= 4 && (bytes <= kNearC || (m * k * kSize <= kShallowSegmentBytes && bytes <= kPastCaches));
+}
+
 // C is not read, too large, and all columns begin with a line.
 template <class T>
 TEV_INLINE bool goes_past_caches(int64_t m, int64_t n, T beta, const T* c, int64_t ldc) {

@@ -1,36 +1,25 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The general product without packing into allocated memory: C := alpha op(A) op(B) + beta C, any shape. A that is not
 // transposed is read in place; a transposed A goes through a panel on the stack, one strip of rows and a stretch of k
-// at a time:
-//
-//   A(k x m), columns contiguous along k           panel: for each p, the rows of the strip one after another
-//     a(p, i)  a(p, i+1) ...              ->         p = 0: a(0, i), a(0, i+1) .. a(0, i+height-1)
-//     a(p+1, i) ...                                  p = 1: ...
-//
-// B is always read in place, one broadcast element at a time.
+// at a time. B is read in place, one broadcast element at a time.
 #pragma once
 
 #include "kernels/families/dot_tile-inl.h"
 #include "kernels/families/gemm_arguments.h"
 #include "kernels/families/gemm_shallow.h"
+#include "kernels/families/shallow_columns-inl.h"
 #include "kernels/families/unpacked_tile-inl.h"
 #include "kernels/records.h"
 
 namespace tev::TEV_TIER {
 
-inline constexpr int kPanelBytes = 24 * 1024;  // half of a first-level cache: the rest is for B and C
+inline constexpr int kPanelBytes = 24 * 1024;            // half of a first-level cache: the rest is for B and C
+inline constexpr int64_t kHalfSecondCache = 512 * 1024;  // of the smallest
 
 // Deepest stretch of k for which a strip of A is used before the next one is read. A single strip comes as fast from
 // the second cache, of which it gets a third; lines of B that hold several columns get half of it. Found on 48 KiB /
 // 1 MiB.
-inline constexpr int64_t kUnpackedDepth = 128, kOneStripBytes = 384 * 1024, kSharedLinesBytes = 512 * 1024;
-
-// k in even stretches of at most `deepest`.
-TEV_INLINE int64_t stretch(int64_t k, int64_t deepest) {
-  if (k <= deepest) return k;
-  const int64_t count = (k + deepest - 1) / deepest;
-  return (k + count - 1) / count;
-}
+inline constexpr int64_t kUnpackedDepth = 128, kOneStripBytes = 384 * 1024, kSharedLinesBytes = kHalfSecondCache;
 
 // Where sums along k pay: so many rows or columns at most, so deep at least; and many on the other side when the few
 // must be transposed first. Products A B^T with fewer rows than kFewSwapped are computed as B A^T.
@@ -45,32 +34,17 @@ TEV_INLINE bool is_streamed(int64_t few, int64_t many, int64_t k) {
   return few <= kFewStreamed && many >= kManyStreamed && k >= kDeepStreamed;
 }
 
+// All rows of A are one strip, and B, transposed, is larger than a second cache: lines of it hold several columns, so
+// that it comes faster as strips of its own rows than a few columns at a time.
+template <class T>
+TEV_INLINE bool is_one_strip_of_far_rows(int64_t m, int64_t n, int64_t k) {
+  constexpr int64_t kSize = sizeof(T), kSecondCache = 2 * 1024 * 1024;
+  return m * kSize <= kTileVectors * kVectorBytes && m < n && k >= kDeepStreamed && n * k * kSize > kSecondCache;
+}
+
 // A strip is read ahead while the one before it is used; where there is only one, so many steps of k or so many bytes,
 // whichever is more.
 inline constexpr int64_t kStepsAhead = 16, kLeastAhead = 2048;
-
-// Rows of op(A) into a panel of `height` reals per step of k; a is the element (0, 0) of the strip. The panel's rows
-// are padded to whole vectors. Squares of vectors are transposed in registers; the last square of a row ends at the
-// last element, so that part of it is done twice.
-template <class T, class R>
-TEV_INLINE void transpose_strip(int64_t rows, int64_t depth, const R* a, int64_t lda, R* panel, int64_t height) {
-  constexpr int U = kParts<T>, W = kLanesOf<R>, N = W / U;
-  for (int64_t i = 0; i < rows / U; i += N)
-    for (int64_t next = 0; next < depth; next += N) {
-      const int64_t p = next + N <= depth || depth < N ? next : depth - N;
-      vec<R, W> square[N];
-      TEV_UNROLL
-      for (int q = 0; q < N; ++q) {
-        const R* from = a + (i + q) * lda + p * U;
-        square[q] = i + q >= rows / U ? vec<R, W>{} : depth < N ? load_first<W>(from, depth * U) : load<W>(from);
-      }
-      transpose<W, U>(square);
-      R* to = panel + p * height + i * U;
-      TEV_UNROLL
-      for (int q = 0; q < N; ++q)
-        if (q < depth) store<W, R>(square[q], to + q * height);
-    }
-}
 
 // One operand of a product in reals: where it starts and its strides, to the next row and to the next column of op(X).
 template <class R>
@@ -164,7 +138,7 @@ __attribute__((noinline)) void column_groups(block<R> x, const finish<R>& f) {
 // Where so much of A cannot be kept in the first cache strip by strip, a block of it stays in half of the smallest
 // second cache, and the product goes down its columns, so that C is written as it lies. What is deeper streams through
 // the caches anyway, and better strip by strip. Found on 48 KiB / 1 MiB.
-inline constexpr int64_t kGroupBytes = 512 * 1024, kGroupDepth = 384, kLeastGrouped = 96 * 1024, kLeastGroups = 4;
+inline constexpr int64_t kGroupBytes = kHalfSecondCache, kGroupDepth = 384, kLeastGrouped = 96 * 1024, kLeastGroups = 4;
 
 template <class T>
 TEV_INLINE bool pays_down_columns(int64_t m, int64_t n, int64_t k) {
@@ -220,8 +194,8 @@ TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, wal
   const int64_t held = kDotCacheBytes / (m + n);
   const bool one_tile = m <= kDotRows<T> && n <= kDotColumns<T>;
   const int64_t operand_bytes = (m + n) * k * int64_t{sizeof(T)};
-  const bool few = kVectorBytes == 64 && !one_tile && m <= kFewDots && n <= kFewDots && operand_bytes > kGroupBytes &&
-                   operand_bytes <= kStreamedBytes;
+  const bool few = kVectorBytes == 64 && !one_tile && m <= kFewDots && n <= kFewDots &&
+                   operand_bytes > kHalfSecondCache && operand_bytes <= kStreamedBytes;
   const int64_t bytes = few                                       ? kFewDotBytes
                         : m <= kDotRows<T> || n <= kDotColumns<T> ? kLongDotBytes
                         : held > kDotBytes                        ? held
@@ -255,17 +229,19 @@ TEV_INLINE void by_packed_dots(bool packs_a, int64_t m, int64_t n, int64_t k, wa
   }
 }
 
-// C := beta C: the tier's mscale, which the exports of each precision name.
+// C := beta C and y := alpha op(A) x + beta y: the tier's mscale and gemv, which the exports of each precision name.
 template <class T>
 void scale_c(int64_t m, int64_t n, T beta, T* c, int64_t ldc);
-
 template <class T>
-__attribute__((noinline)) void gemm_unpacked(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha,
-                                             const T* a, int64_t lda, const T* b, int64_t ldb, T beta, T* c,
-                                             int64_t ldc) {
+void matrix_times_vector(char trans, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x, int64_t incx,
+                         T beta, T* y, int64_t incy);
+
+// What is neither a vector nor written by columns.
+template <class T>
+__attribute__((noinline)) void unpacked_matrix(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha,
+                                               const T* a, int64_t lda, const T* b, int64_t ldb, T beta, T* c,
+                                               int64_t ldc) {
   using R = real_of<T>;
-  if (m < 1 || n < 1) return;
-  if (k < 1 || is_zero(alpha)) return scale_c<T>(m, n, beta, c, ldc);
   const char ta = static_cast<char>(transa & ~0x20), tb = static_cast<char>(transb & ~0x20);
   const walk<R> aw = walk_of(a, ta != 'N', lda), bw = walk_of(b, tb != 'N', ldb);
   R* c_real = reinterpret_cast<R*>(c);
@@ -283,7 +259,8 @@ __attribute__((noinline)) void gemm_unpacked(char transa, char transb, int64_t m
   };
   if (na && nb && packs_few(m, n)) return by_packed_dots<T>(true, m, n, k, aw, bw, c_real, ldc_real, f(false));
   if (!na && !nb && packs_few(n, m)) return by_packed_dots<T>(false, m, n, k, aw, bw, c_real, ldc_real, f(false));
-  if (!nb && (!na || (m < kFewSwapped && n > m) || is_streamed(m, n, k)))  // C^T = op(B)^T op(A)^T
+  if (!nb && (!na || (m < kFewSwapped && n > m) || is_streamed(m, n, k) ||
+              is_one_strip_of_far_rows<T>(m, n, k)))  // C^T = op(B)^T op(A)^T
     return by_strips<T, true>(n, m, k, b_swapped, a_swapped, c_real, ldc_real, f(true));
   const bool shallow = is_shallow(ta, m, n, k, beta);
   if (na && (shallow || pays_down_columns<T>(m, n, k))) {
@@ -295,6 +272,39 @@ __attribute__((noinline)) void gemm_unpacked(char transa, char transb, int64_t m
   }
   if (na) return by_strips<T, false>(m, n, k, aw, bw, c_real, ldc_real, f(false));
   by_panels<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
+}
+
+// C has one row or column, and the matrix comes from beyond a second cache: memory delivers most to gemv. No letter of
+// it conjugates the vector, or a matrix that is not transposed.
+template <class T>
+TEV_INLINE bool is_far_vector(char transa, char transb, int64_t m, int64_t n, int64_t k) {
+  const bool conj_a = kParts<T> == 2 && (transa & ~0x20) == 'C', conj_b = kParts<T> == 2 && (transb & ~0x20) == 'C';
+  return m * n * k * int64_t{sizeof(T)} > kHalfSecondCache && !conj_b && (n == 1 || (m == 1 && !conj_a));
+}
+
+template <class T>
+__attribute__((noinline)) void far_vector(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha,
+                                          const T* a, int64_t lda, const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
+  const bool plain_a = (transa & ~0x20) == 'N', plain_b = (transb & ~0x20) == 'N';
+  if (n == 1)
+    matrix_times_vector<T>(transa, plain_a ? m : k, plain_a ? k : m, alpha, a, lda, b, plain_b ? 1 : ldb, beta, c, 1);
+  else  // C^T = op(B)^T op(A)^T
+    matrix_times_vector<T>(plain_b ? 'T' : 'N', plain_b ? k : n, plain_b ? n : k, alpha, b, ldb, a, plain_a ? lda : 1,
+                           beta, c, ldc);
+}
+
+// All is decided before a panel is put on the stack: what is called may have one of its own.
+template <class T>
+TEV_INLINE void gemm_unpacked(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a,
+                              int64_t lda, const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
+  if (m < 1 || n < 1) return;
+  if (k < 1 || is_zero(alpha)) return scale_c<T>(m, n, beta, c, ldc);
+  if ((m == 1 || n == 1) && is_far_vector<T>(transa, transb, m, n, k))
+    return far_vector<T>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+  if constexpr (kParts<T> == 1)
+    if (is_written_by_columns<T>(transa, m, n, k))
+      return by_shallow_columns<T>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+  unpacked_matrix<T>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
 
 // The product with a transposed A and few columns, by sums along k whatever its depth.

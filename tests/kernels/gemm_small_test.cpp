@@ -68,6 +68,9 @@ problem<T> draw(engine& random, const routine& r) {
     case 2:
       m = 1 + below(20), n = 1 + below(20), k = 100 + below(300);
       break;
+    case 3:  // columns of C in one or several segments
+      m = 32 + below(700), k = 1 + below(9);
+      break;
   }
   if (r.name == "?gemm_sm_01_10") k = 1 + below(10);
   if (r.name == "x?gemm") pair[0] = letters[below(2)], m = 1 + below(17), n = 1 + below(17), k = 1 + below(13);
@@ -118,10 +121,12 @@ TYPED_TEST(GemmSmall, Rounding) {
   this->for_each_routine([&](const routine& r, const auto& run) {
     if (r.k >= 0 || r.name == "?gemm_sm_01_10") return;
     // Deep; deep in several strips; few rows against an operand that is read once; one strip in several stretches; few
-    // rows and columns; down the columns, deep and shallow.
+    // rows and columns; down the columns, deep and shallow; a matrix from far against vectors and against one strip.
     const std::vector<std::tuple<const char*, int64_t, int64_t, int64_t>> shapes = {
-        {"CN", 3, 5, 2100},   {"CN", 26, 9, 700}, {"NN", 26, 9, 700},   {"NN", 12, 520, 260}, {"NC", 12, 520, 260},
-        {"NN", 22, 11, 2100}, {"NT", 9, 40, 900}, {"CN", 12, 11, 6000}, {"NN", 130, 33, 260}, {"NC", 600, 111, 3}};
+        {"CN", 3, 5, 2100},   {"CN", 26, 9, 700},   {"NN", 26, 9, 700},  {"NN", 12, 520, 260},
+        {"NC", 12, 520, 260}, {"NN", 22, 11, 2100}, {"NT", 9, 40, 900},  {"CN", 12, 11, 6000},
+        {"NN", 130, 33, 260}, {"NC", 600, 111, 3},  {"NT", 1, 270, 500}, {"TN", 1, 270, 500},
+        {"NT", 270, 1, 500},  {"CN", 270, 1, 500},  {"CC", 270, 1, 500}, {"NT", 9, 300, 1800}};
     for (const auto& [letters, m, n, k] : shapes) {
       if (m * n * k > 200000 && r.name != "?gemm_unpacked") continue;
       const std::string pair = *r.pair != 0 ? r.pair : letters;
