@@ -74,7 +74,6 @@ struct finish {
   R alpha[2];  // dots: alpha; and the signs of their halves
   R dot_even[2], dot_odd[2];
   R beta_re[2], beta_im[2];
-  bool scaled;       // alpha is not 1; told of real elements only
   bool turned;       // alpha has an imaginary part: u2 and u3 count
   bool reads_c;      // beta is not 0
   bool beta_turned;  // beta has an imaginary part
@@ -90,7 +89,6 @@ TEV_INLINE finish<R> finish_of(T alpha, T beta, bool conj_a, bool conj_b) {
             {1, 1},
             {beta, beta},
             {0, 0},
-            !(alpha == 1),
             false,
             !(beta == 0),
             false,
@@ -107,7 +105,6 @@ TEV_INLINE finish<R> finish_of(T alpha, T beta, bool conj_a, bool conj_b) {
             {q[0], p[1]},
             {beta.real, beta.real},
             {-beta.imag, beta.imag},
-            true,
             !(alpha.imag == 0),
             !(beta.real == 0 && beta.imag == 0),
             !(beta.imag == 0),
@@ -154,8 +151,9 @@ TEV_INLINE void store_rows(vec<R, W> value, R* column, int v, int64_t rows) {
 template <class T, int W, int MV, class R>
 TEV_INLINE void scale_sums(const vec<R, W> (*sums)[MV], const finish<R>& f, vec<R, W> (&out)[MV]) {
   if constexpr (kParts<T> == 1) {
+    const auto alpha = splat<W>(f.u[0][0]);
     TEV_UNROLL
-    for (int v = 0; v < MV; ++v) out[v] = f.scaled ? sums[0][v] * splat<W>(f.u[0][0]) : sums[0][v];
+    for (int v = 0; v < MV; ++v) out[v] = sums[0][v] * alpha;
   } else {
     const auto u0 = splat_pair<W>(f.u[0]), u1 = splat_pair<W>(f.u[1]);
     TEV_UNROLL
