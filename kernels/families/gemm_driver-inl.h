@@ -147,7 +147,9 @@ TEV_INLINE route route_of(char transa, char transb, int64_t m, int64_t n, int64_
   const bool plain = transposition_code(transa) == kNoTrans, plain_b = transposition_code(transb) == kNoTrans;
   if (kHasMeq6<T> && m == 6 && k == 6 && plain && plain_b) return route::meq6;
   if (kHasSmallN<T> && (n == 2 || n == 3) && !plain) return route::small_n;
-  if (kHasFixedDepth<T> && (k <= kShallowest || (k <= 10 && m * n <= kFewElements))) return route::fixed_depth;
+  const bool far_c = kVectorBytes == 64 && m * n * int64_t{sizeof(T)} > kPastCaches;  // strips meet a line of each page
+  if (kHasFixedDepth<T> && !far_c && (k <= kShallowest || (k <= 10 && m * n <= kFewElements)))
+    return route::fixed_depth;
   const auto rows = static_cast<double>(m), columns = static_cast<double>(n);
   if (k < kThinDepth && rows * columns < kThin * (rows + columns))
     return m < kThinRows || (n < 4 && k < 4) ? route::unpacked : route::pst;
