@@ -37,8 +37,9 @@ inline constexpr int64_t kShallowSegmentBytes = 16 * 1024, kNearC = 2 * 1024 * 1
 template <class T>
 TEV_INLINE bool is_written_by_columns(char transa, int64_t m, int64_t n, int64_t k) {
   constexpr int64_t kSize = sizeof(T), kVector = kVectorBytes / kSize;
-  if (!kHasFma || kParts<T> == 2 || k < 1 || k > kDeepestByColumns) return false;
-  const int64_t least = k > 6 ? 16 * kVector : (transa & ~0x20) == 'N' ? 4 * kVector : 8 * kVector;
+  constexpr int64_t kLeast = 4 * kVector;
+  if (!kHasFma || kParts<T> == 2 || m < kLeast || k > kDeepestByColumns || k < 1) return false;
+  const int64_t least = k > 6 ? 4 * kLeast : (transa & ~0x20) == 'N' ? kLeast : 2 * kLeast;
   const int64_t bytes = m * n * kSize;
   return m >= least && n >= 4 && (bytes <= kNearC || (m * k * kSize <= kShallowSegmentBytes && bytes <= kPastCaches));
 }
