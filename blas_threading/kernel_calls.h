@@ -18,6 +18,7 @@ struct kernel_calls;
     static constexpr auto xiamax = tev_blas_x##p##iamax;                                          \
     static constexpr auto xhemv_columns = tev_blas_x##p##hemv_columns; /* real: of a symmetric */ \
     static constexpr auto xsymmetric_by_columns = tev_blas_x##p##symmetric_by_columns;            \
+    static constexpr auto xgbmv_part = tev_blas_x##p##gbmv_part;                                  \
     static constexpr auto xtriangular_block = tev_blas_x##p##triangular_block;                    \
     static constexpr auto xupdate_columns = tev_blas_x##p##update_columns;                        \
     static constexpr auto xsweep_rows = tev_blas_x##p##sweep_rows;                                \

@@ -25,9 +25,27 @@ struct band {
   const T* at(int64_t i, int64_t j) const { return data + (ku + i - j) + j * ld; }
 };
 
-// x and y do not overlap; y is scaled already.
+// Elements of the band for each thread of a team.
+constexpr int64_t kChunk = 16384;
+
+// y += alpha op(A) x, no gaps: the threads of a team share y, in whole cache lines.
 template <class T>
-void add_product(const band<T>& a, char trans, T alpha, const strided<const T>& x, const strided<T>& y) {
+void add_parts(const band<T>& a, char trans, const T& alpha, const T* x, T* y) {
+  const int64_t elements = a.n * (a.kl + a.ku + 1), of_y = trans == 'N' ? a.m : a.n;
+  const int64_t threads =
+      elements < 2 * kChunk
+          ? 1
+          : std::min(available_threads(kElementWork * static_cast<double>(elements)), elements / kChunk);
+  const auto add_part = [&](const span& part) {
+    kernel_calls<T>::xgbmv_part(&trans, &a.m, &a.n, &a.kl, &a.ku, &part.begin, &part.end, &alpha, a.data, &a.ld, x, y);
+  };
+  if (threads < 2) return add_part({0, of_y});
+  run_team(threads, [&](int64_t thread, int64_t team) { add_part(part_of(thread, team, of_y, 16)); });
+}
+
+// The same where elements are apart, for want of memory; x and y do not overlap.
+template <class T>
+void add_columns(const band<T>& a, char trans, T alpha, const strided<const T>& x, const strided<T>& y) {
   const auto dot = trans == 'C' ? kernel_calls<T>::xdotc : kernel_calls<T>::xdotu;
   for (int64_t j = 0; j < std::min(a.n, a.m + a.ku); ++j) {
     const span rows = a.rows(j);
@@ -51,7 +69,9 @@ void gbmv(char trans, const band<T>& a, T alpha, const T* x, int64_t incx, T bet
   if (is_value(alpha, 0)) return;
   const gapless<const T> all_x(of_x, x, incx);
   const gapless<T> all_y(of_y, y, incy);
-  add_product(a, trans, alpha, all_x.elements(), all_y.elements());
+  if (all_x.elements().inc == 1 && all_y.elements().inc == 1)
+    return add_parts(a, trans, alpha, all_x.elements().first, all_y.elements().first);
+  add_columns(a, trans, alpha, all_x.elements(), all_y.elements());
 }
 
 }  // namespace

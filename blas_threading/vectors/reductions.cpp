@@ -7,6 +7,7 @@
 #include "blas_threading/element.h"
 #include "blas_threading/kernel_calls.h"
 #include "blas_threading/vectors/level1.h"
+#include "blas_threading/vectors/squares.h"
 #include "tev/blas.h"
 
 namespace tev::blas {
@@ -88,10 +89,6 @@ double sum_of_squares(int64_t n, const float* x, int64_t incx) {
 }
 double sum_of_squares(int64_t n, const double* x, int64_t incx) { return dot(tev_blas_xddot, &n, x, &incx, x, &incx); }
 
-// Between these no square that is lost below the smallest number can be missed: 2^40 of them are less than half a unit
-// in the last place.
-constexpr double kLeastSum = 0x1p-900, kLargestSum = 0x1p+1000;
-
 // Otherwise sums by range: of small numbers times 2^537, medium ones, large ones times 2^-538, so that no square of
 // them overflows or loses digits. (J. L. Blue, ACM TOMS 4, 1978; the limits are those of E. Anderson, ACM TOMS 44,
 // 2017.)
@@ -126,8 +123,7 @@ real_of<T> nrm2(int64_t n, const T* x, int64_t incx) {
   const auto v = numbers_of(n, x, incx);
   double sum = sum_of_squares(v.n, v.at, v.inc);
   if (v.vectors == 2) sum += sum_of_squares(v.n, v.at + 1, v.inc);
-  if (std::is_same_v<real_of<T>, float> || (sum >= kLeastSum && sum <= kLargestSum))
-    return static_cast<real_of<T>>(std::sqrt(sum));
+  if (squares_are_whole<real_of<T>>(sum)) return static_cast<real_of<T>>(std::sqrt(sum));
   ranges by_range;
   for (int64_t i = 0; i < v.vectors; ++i)
     for (int64_t k = 0; k < v.n; ++k) by_range.add(v.at[i + k * std::abs(v.inc)]);

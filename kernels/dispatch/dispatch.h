@@ -3,11 +3,13 @@
 // does what the routine of the same name does on the tier in force.
 #pragma once
 
+#include "kernels/band.h"
 #include "kernels/records.h"
 #include "kernels/routine_types.h"
 #include "kernels/sweep.h"
 #include "kernels/triangle.h"
 #include "kernels/version1.h"
+#include "tev/direct_kernels.h"
 
 extern "C" {
 
@@ -46,11 +48,14 @@ TEV_REAL(ger_fn, x, ger)
 TEV_COMPLEX(ger_fn, x, gerc)
 TEV_COMPLEX(ger_fn, x, geru)
 TEV_ALL(gemmger_fn, x, gemmger)
+TEV_ALL(gbmv_part_fn, x, gbmv_part)
 TEV_REAL(symv_columns_fn, x, symv_columns)
 TEV_COMPLEX(symv_columns_fn, x, hemv_columns)
 TEV_ALL(symmetric_by_columns_fn, x, symmetric_by_columns)
 TEV_ALL(triangular_block_fn, x, triangular_block)
 TEV_ALL(update_columns_fn, x, update_columns)
+
+const tev_direct_kernels* tev_blas_direct_kernels();
 
 TEV_ALL(gemm_fn, x, gemm)
 TEV_ALL(gemm_team_fn, x, gemm_internal_team)

@@ -19,15 +19,28 @@ namespace tev::TEV_TIER {
 // when several columns stream by.
 inline constexpr int kColumnsTogether = kVectorRegisters == 32 ? 8 : 4;
 
+// Where J columns begin.
+template <int J, class T>
+struct column_starts {
+  const T* at[J];
+};
+template <int J, class T>
+TEV_INLINE column_starts<J, T> columns_of(const T* a, int64_t lda) {
+  column_starts<J, T> columns;
+  TEV_UNROLL
+  for (int j = 0; j < J; ++j) columns.at[j] = a + j * lda;
+  return columns;
+}
+
 // y += A (alpha x), J columns. Complex: the products with the imaginary parts of alpha x are added up apart, so that
 // parts change places once per vector of y.
 template <int J, class T>
-TEV_INLINE void add_columns(int64_t m, T alpha, const T* a, int64_t lda, const T* x, int64_t incx, T* y) {
+TEV_INLINE void add_columns(int64_t m, T alpha, const column_starts<J, T>& a, const T* x, int64_t incx, T* y) {
   using R = real_of<T>;
   const R* column[J];
   T t[J];
   TEV_UNROLL
-  for (int j = 0; j < J; ++j) column[j] = reals(a + j * lda), t[j] = multiply(alpha, x[j * incx]);
+  for (int j = 0; j < J; ++j) column[j] = reals(a.at[j]), t[j] = multiply(alpha, x[j * incx]);
   R* yr = reals(y);
   const auto step = [&](auto part, int64_t i) __attribute__((always_inline)) {
     constexpr int W = part.W;
@@ -55,7 +68,7 @@ TEV_INLINE void add_columns(int64_t m, T alpha, const T* a, int64_t lda, const T
 
 template <int J, class T>
 TEV_INLINE void gemv_n_segment(int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x, int64_t incx, T* y) {
-  for (; n >= J; n -= J, a += J * lda, x += J * incx) add_columns<J>(m, alpha, a, lda, x, incx, y);
+  for (; n >= J; n -= J, a += J * lda, x += J * incx) add_columns<J, T>(m, alpha, columns_of<J>(a, lda), x, incx, y);
   if constexpr (J > 1) gemv_n_segment<J / 2>(m, n, alpha, a, lda, x, incx, y);
 }
 
@@ -116,12 +129,13 @@ TEV_INLINE T dot_of(vec<real_of<T>, L> direct, vec<real_of<T>, L> crossed, bool 
 
 // y_j += alpha (op(a_j) . x), J columns; x contiguous.
 template <int J, class T>
-TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const T* a, int64_t lda, const T* x, T* y, int64_t incy) {
+TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const column_starts<J, T>& a, const T* x, T* y,
+                         int64_t incy) {
   using R = real_of<T>;
   constexpr int L = kLanes<R>, U = (J == 1 ? kColumnsTogether : 2) / kParts<T>;  // a single sum waits for its additions
   const R* column[J];
   TEV_UNROLL
-  for (int j = 0; j < J; ++j) column[j] = reals(a + j * lda);
+  for (int j = 0; j < J; ++j) column[j] = reals(a.at[j]);
   const R* xr = reals(x);
   dot_sums<J, U, T> sums = {};
   const int64_t count = m * kParts<T>;
@@ -145,7 +159,8 @@ TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const T* a, int64_
 template <int J, class T>
 TEV_INLINE void gemv_t_segment(bool conjugated, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x,
                                T* y, int64_t incy) {
-  for (; n >= J; n -= J, a += J * lda, y += J * incy) add_dots<J>(conjugated, m, alpha, a, lda, x, y, incy);
+  for (; n >= J; n -= J, a += J * lda, y += J * incy)
+    add_dots<J, T>(conjugated, m, alpha, columns_of<J>(a, lda), x, y, incy);
   if constexpr (J > 1) gemv_t_segment<J / 2>(conjugated, m, n, alpha, a, lda, x, y, incy);
 }
 

@@ -142,20 +142,61 @@ TEV_INLINE double dot_in_double(int64_t n, const float* x, int64_t incx, const f
 // So many bytes and more are loaded at register boundaries: a single stream from the second cache is twice as fast.
 inline constexpr int64_t kAlignedFrom = 4096;
 
+// The lanes of a register but for the first n, which are 0 and not touched.
+template <int L, class R>
+TEV_INLINE vec<R, L> load_behind(const R* from, int64_t n) {
+#if defined(__AVX512F__)
+  if constexpr (sizeof(R) == 8)
+    return _mm512_maskz_loadu_pd(static_cast<__mmask8>(0xFF << n), from);
+  else
+    return _mm512_maskz_loadu_ps(static_cast<__mmask16>(0xFFFF << n), from);
+#else
+  R lanes[L];
+  for (int l = 0; l < L; ++l) lanes[l] = l < n ? R(0) : from[l];
+  return load<L>(lanes);
+#endif
+}
+
+// U registers of L lanes each, turned by n lanes of the first, which come to the end.
+template <int L, class R, int U>
+TEV_INLINE void turn_lanes(vec<R, L> (&v)[U], int64_t n) {
+  const vec<R, L> first = v[0];
+#if defined(__AVX512F__)
+  TEV_UNROLL
+  for (int u = 0; u < U; ++u) {
+    const vec<R, L> next = u + 1 < U ? v[u + 1] : first;
+    if constexpr (sizeof(R) == 8)
+      v[u] = _mm512_permutex2var_pd(
+          v[u], _mm512_add_epi64(_mm512_set_epi64(7, 6, 5, 4, 3, 2, 1, 0), _mm512_set1_epi64(n)), next);
+    else
+      v[u] = _mm512_permutex2var_ps(
+          v[u],
+          _mm512_add_epi32(_mm512_set_epi32(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0),
+                           _mm512_set1_epi32(static_cast<int>(n))),
+          next);
+  }
+#else
+  R turned[(U + 1) * L];
+  TEV_UNROLL
+  for (int u = 0; u < U; ++u) store<L>(v[u], turned + u * L);
+  store<L>(first, turned + U * L);
+  TEV_UNROLL
+  for (int u = 0; u < U; ++u) v[u] = load<L>(turned + n + u * L);
+#endif
+}
+
 // Sum u, lane l holds the numbers whose place in x is u L + l, modulo U L, in their order. Loads begin at the boundary
 // before x, so the lanes are turned by as much; in the end they are turned back. So the sum is the same at every
 // address.
 template <class R>
 TEV_INLINE R asum_aligned(int64_t n, const R* x) {
-  constexpr int L = kLanes<R>, U = 4;
+  constexpr int L = kLanes<R>, U = kVectorRegisters == 32 ? 8 : 4;
   const auto address = reinterpret_cast<uintptr_t>(x);
   const int64_t ahead = address % sizeof(R) == 0 ? static_cast<int64_t>(address % kVectorBytes / sizeof(R)) : 0;
   const R* const from = x - ahead;
   const int64_t count = n + ahead;
-  R first[L];
-  for (int l = 0; l < L; ++l) first[l] = l < ahead ? R(0) : from[l];
   vec<R, L> sums[U];
-  sums[0] = __builtin_elementwise_abs(load<L>(first));
+  sums[0] = __builtin_elementwise_abs(load_behind<L>(from, ahead));
   TEV_UNROLL
   for (int u = 1; u < U; ++u) sums[u] = __builtin_elementwise_abs(load<L>(from + u * L));
   int64_t i = U * L;
@@ -166,11 +207,7 @@ TEV_INLINE R asum_aligned(int64_t n, const R* x) {
     if (i >= count) break;
     sums[u] += __builtin_elementwise_abs(i + L <= count ? load<L>(from + i) : load_first<L>(from + i, count - i));
   }
-  R turned[2 * U * L];
-  TEV_UNROLL
-  for (int u = 0; u < 2 * U; ++u) store<L>(sums[u % U], turned + u * L);
-  TEV_UNROLL
-  for (int u = 0; u < U; ++u) sums[u] = load<L>(turned + ahead + u * L);
+  turn_lanes<L, R>(sums, ahead);
   fold_sums(sums);
   return sum<L, R>(sums[0]);
 }
@@ -223,6 +260,27 @@ TEV_INLINE V larger(V v, V largest) {
 template <class T>
 inline constexpr int64_t kSearched = 8192 / static_cast<int64_t>(sizeof(T));
 
+#if defined(__AVX512F__)
+// As load_first, with NaN in the lanes beyond.
+template <int L, class R>
+TEV_INLINE vec<R, L> load_first_or_nan(const R* from, int64_t n) {
+  const vec<R, L> nan = splat<L>(static_cast<R>(__builtin_nan("")));
+  if constexpr (sizeof(R) == 8)
+    return _mm512_mask_loadu_pd(nan, static_cast<__mmask8>((1u << n) - 1), from);
+  else
+    return _mm512_mask_loadu_ps(nan, static_cast<__mmask16>((1u << n) - 1), from);
+}
+
+// Which of the numbers of a register are `value`: a bit for each.
+template <int L, class R>
+TEV_INLINE uint32_t equal_lanes(vec<R, L> v, R value) {
+  if constexpr (sizeof(R) == 8)
+    return _mm512_cmp_pd_mask(v, splat<L>(value), _CMP_EQ_OQ);
+  else
+    return _mm512_cmp_ps_mask(v, splat<L>(value), _CMP_EQ_OQ);
+}
+#endif
+
 // Of the largest modulus among n elements; -1 when all are NaN.
 template <class T>
 TEV_INLINE real_of<T> largest_modulus(int64_t n, const T* x) {
@@ -232,7 +290,7 @@ TEV_INLINE real_of<T> largest_modulus(int64_t n, const T* x) {
   vec<R, L> largest[U];
   TEV_UNROLL
   for (int u = 0; u < U; ++u) largest[u] = splat<L>(R(-1));
-  R most = -1;
+  [[maybe_unused]] R most = -1;
   for_sums<U, L>(
       n * kParts<T>,
       [&](int64_t i) TEV_LAMBDA {
@@ -245,12 +303,15 @@ TEV_INLINE real_of<T> largest_modulus(int64_t n, const T* x) {
       },
       [&](int64_t i) TEV_LAMBDA { largest[0] = larger(moduli<T, L>(load<L>(xr + i)), largest[0]); },
       [&](int64_t i, int64_t count) TEV_LAMBDA {
+#if defined(__AVX512F__)
+        largest[0] = larger(moduli<T, L>(load_first_or_nan<L>(xr + i, count)), largest[0]);
+#else
         for (int64_t k = i; k < i + count; k += kParts<T>) {
           const R modulus = moduli<T, kParts<T>>(load<kParts<T>>(xr + k))[0];
           if (modulus > most) most = modulus;
         }
+#endif
       });
-  if (n * kParts<T> < L) return most;
   const R of_lanes = joined<L, R>(largest[0], [](auto v, auto w) TEV_LAMBDA { return larger(v, w); });
   return of_lanes > most ? of_lanes : most;
 }
@@ -268,9 +329,17 @@ TEV_INLINE int64_t find_modulus(const T* x, int64_t n, real_of<T> modulus) {
   constexpr int L = kLanes<R>, kElements = L / kParts<T>;
   const R* xr = reals(x);
   int64_t i = 0;
+#if defined(__AVX512F__)
+  for (;; i += kElements) {
+    const int64_t count = (n - i) * kParts<T>;
+    const auto v = moduli<T, L>(count >= L ? load<L>(xr + i * kParts<T>) : load_first<L>(xr + i * kParts<T>, count));
+    if (const uint32_t equal = equal_lanes<L, R>(v, modulus)) return i + __builtin_ctz(equal) / kParts<T>;
+  }
+#else
   while (i + kElements <= n && !any_equal<L, R>(moduli<T, L>(load<L>(xr + i * kParts<T>)), modulus)) i += kElements;
   while (moduli<T, kParts<T>>(load<kParts<T>>(xr + i * kParts<T>))[0] != modulus) ++i;
   return i;
+#endif
 }
 
 // The largest modulus so far, and where it was first.
@@ -301,11 +370,25 @@ __attribute__((noinline)) int64_t iamax_gathered(int64_t n, const T* x, int64_t 
   return found.at;
 }
 
+#if defined(__AVX512F__)
+template <class T>
+TEV_INLINE int64_t iamax_of_register(int64_t n, const T* x) {
+  using R = real_of<T>;
+  constexpr int L = kLanes<R>;
+  const auto v = larger(moduli<T, L>(load_first_or_nan<L>(reals(x), n * kParts<T>)), splat<L>(R(-1)));
+  const R most = joined<L, R>(v, [](auto low, auto high) TEV_LAMBDA { return larger(low, high); });
+  return __builtin_ctz(equal_lanes<L, R>(v, most)) / kParts<T>;
+}
+#endif
+
 // The first element of the largest modulus, from 0; NaN is passed over, unless all are: 0.
 template <class T>
 TEV_INLINE int64_t iamax(int64_t n, const T* x, int64_t incx) {
   if (n < 1) return 0;
   if (incx != 1) return iamax_gathered(n, x, incx);
+#if defined(__AVX512F__)
+  if (n * kParts<T> <= kLanes<real_of<T>>) return iamax_of_register(n, x);
+#endif
   first_largest<real_of<T>> found = {-1, 0};
   look_for_larger(0, n, x, found);
   return found.at;

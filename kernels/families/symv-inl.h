@@ -13,7 +13,17 @@
 
 namespace tev::TEV_TIER {
 
+using kernels::storage;
 using kernels::triangle;
+
+// Columns j, j + next ... from row i on.
+template <int J, class T>
+TEV_INLINE column_starts<J, T> columns_of(const triangle<const T>& a, int64_t i, int64_t j, int64_t next = 1) {
+  column_starts<J, T> columns;
+  TEV_UNROLL
+  for (int c = 0; c < J; ++c) columns.at[c] = a.at(i, j + c * next);
+  return columns;
+}
 
 template <class T>
 inline constexpr int kSymmetricColumns = 4 / kParts<T>;
@@ -39,7 +49,7 @@ struct column_parts {
 
 // J columns of m rows beside the diagonal.
 template <int J, class T>
-TEV_INLINE void symv_rectangle(int64_t m, T alpha, const T* a, int64_t lda, column_parts<J, T>& of_columns,
+TEV_INLINE void symv_rectangle(int64_t m, T alpha, const column_starts<J, T>& a, column_parts<J, T>& of_columns,
                                const vector_parts<T>& of_rows) {
   using R = real_of<T>;
   constexpr int L = kLanes<R>;
@@ -48,7 +58,7 @@ TEV_INLINE void symv_rectangle(int64_t m, T alpha, const T* a, int64_t lda, colu
   T t[J];
   dot_sums<J, 1, T> sums = {};
   TEV_UNROLL
-  for (int j = 0; j < J; ++j) column[j] = reals(a + j * lda), t[j] = multiply(alpha, of_columns.x[j]);
+  for (int j = 0; j < J; ++j) column[j] = reals(a.at[j]), t[j] = multiply(alpha, of_columns.x[j]);
   const auto step = [&](auto part, int64_t i) TEV_LAMBDA {
     const auto v = part.load(x + i);
     auto sum = part.load(y + i);
@@ -85,14 +95,13 @@ TEV_INLINE void symv_rectangle(int64_t m, T alpha, const T* a, int64_t lda, colu
 
 // The triangle of J columns on the diagonal, of which imaginary parts are not read.
 template <int J, class T>
-TEV_INLINE void symv_corner(bool upper, const T* a, int64_t lda, column_parts<J, T>& own) {
-  const int64_t row = upper ? 1 : lda, column = upper ? lda : 1;  // of the stored element (k, j), k < j, or (j, k)
+TEV_INLINE void symv_corner(bool upper, const column_starts<J, T>& a, column_parts<J, T>& own) {
   TEV_UNROLL
   for (int j = 0; j < J; ++j) {
-    own.sum[j] = add(own.sum[j], multiply(real_element<T>(*reals(a + j + j * lda)), own.x[j]));
+    own.sum[j] = add(own.sum[j], multiply(real_element<T>(*reals(a.at[j] + j)), own.x[j]));
     TEV_UNROLL
     for (int k = 0; k < j; ++k) {
-      const T c = conjugate_if(!upper, a[k * row + j * column]);
+      const T c = conjugate_if(!upper, upper ? a.at[j][k] : a.at[k][j]);
       own.sum[k] = add(own.sum[k], multiply(c, own.x[j]));
       own.sum[j] = add(own.sum[j], multiply(conjugate_if(true, c), own.x[k]));
     }
@@ -100,47 +109,47 @@ TEV_INLINE void symv_corner(bool upper, const T* a, int64_t lda, column_parts<J,
 }
 
 template <int J, class T>
-TEV_INLINE void symv_together(bool upper, int64_t n, int64_t j, T alpha, const T* a, int64_t lda, const T* x, T* y) {
+TEV_INLINE void symv_together(const triangle<const T>& a, int64_t j, T alpha, const T* x, T* y) {
   column_parts<J, T> own = {};
   TEV_UNROLL
   for (int i = 0; i < J; ++i) own.x[i] = x[j + i];
-  symv_corner(upper, a + j + j * lda, lda, own);
-  const int64_t first = upper ? 0 : j + J, last = upper ? j : n;
-  symv_rectangle(last - first, alpha, a + first + j * lda, lda, own, {x + first, y + first});
+  symv_corner(a.upper, columns_of<J>(a, j, j), own);
+  const int64_t first = a.upper ? 0 : j + J, last = a.upper ? j : a.n;
+  symv_rectangle(last - first, alpha, columns_of<J>(a, first, j), own, {x + first, y + first});
   TEV_UNROLL
   for (int i = 0; i < J; ++i) y[j + i] = add(y[j + i], multiply(alpha, own.sum[i]));
 }
 
 // Columns [j, end), the last ones by fewer and fewer.
 template <int J, class T>
-TEV_INLINE void symv_narrow(bool upper, int64_t n, int64_t j, int64_t end, T alpha, const T* a, int64_t lda, const T* x,
-                            T* y) {
-  for (; j + J <= end; j += J) symv_together<J>(upper, n, j, alpha, a, lda, x, y);
-  if constexpr (J > 1) symv_narrow<J / 2>(upper, n, j, end, alpha, a, lda, x, y);
+TEV_INLINE void symv_narrow(const triangle<const T>& a, int64_t j, int64_t end, T alpha, const T* x, T* y) {
+  for (; j + J <= end; j += J) symv_together<J>(a, j, alpha, x, y);
+  if constexpr (J > 1) symv_narrow<J / 2>(a, j, end, alpha, x, y);
 }
 
+// Of a triangle that is full or packed.
 template <class T>
-TEV_INLINE void symv_columns(bool upper, int64_t n, int64_t begin, int64_t end, T alpha, const T* a, int64_t lda,
-                             const T* x, T* y) {
+TEV_INLINE void symv_columns(const triangle<const T>& a, int64_t begin, int64_t end, T alpha, const T* x, T* y) {
   constexpr int J = kSymmetricColumns<T>, kMore = kLongColumns<T>;
   int64_t j = begin;
   if constexpr (kMore > J) {
-    for (; upper && j < kLongFrom<T> && j + J <= end; j += J) symv_together<J>(upper, n, j, alpha, a, lda, x, y);
-    for (; j + kMore <= end && (upper || n - j - kMore >= kLongFrom<T>); j += kMore)
-      symv_together<kMore>(upper, n, j, alpha, a, lda, x, y);
+    for (; a.upper && j < kLongFrom<T> && j + J <= end; j += J) symv_together<J>(a, j, alpha, x, y);
+    for (; j + kMore <= end && (a.upper || a.n - j - kMore >= kLongFrom<T>); j += kMore)
+      symv_together<kMore>(a, j, alpha, x, y);
   }
-  symv_narrow<J>(upper, n, j, end, alpha, a, lda, x, y);
+  symv_narrow<J>(a, j, end, alpha, x, y);
 }
 
-// Bands, packed triangles, and vectors with gaps: column by column.
+// Bands and vectors with gaps: column by column.
 template <class T>
 TEV_INLINE void symv_by_columns(const triangle<const T>& a, int64_t begin, int64_t end, T alpha, const T* x,
                                 int64_t incx, T* y, int64_t incy) {
+  if (a.kind == storage::packed && incx == 1 && incy == 1) return symv_columns(a, begin, end, alpha, x, y);
   for (int64_t j = begin; j < end; ++j) {
     column_parts<1, T> own = {{x[j * incx]}, {}};
     const int64_t first = a.begin_beside(j), last = a.end_beside(j), count = last - first;
     const T* const column = a.at(first, j);
-    symv_corner(a.upper, a.diagonal(j), a.ld, own);
+    symv_corner<1, T>(a.upper, {{a.diagonal(j)}}, own);
     const T* const of_x = x + (incx < 0 ? last - 1 : first) * incx;
     T* const of_y = y + (incy < 0 ? last - 1 : first) * incy;
     const bool gapless = incx == 1 && incy == 1;
@@ -149,7 +158,7 @@ TEV_INLINE void symv_by_columns(const triangle<const T>& a, int64_t begin, int64
       axpy_few(count, factor, column, of_y);
       own.sum[0] = add(own.sum[0], dot_few(true, count, column, of_x));
     } else if (gapless) {
-      symv_rectangle(count, alpha, column, a.ld, own, {of_x, of_y});
+      symv_rectangle<1, T>(count, alpha, {{column}}, own, {of_x, of_y});
     } else {
       axpy(count, factor, column, 1, of_y, incy);
       own.sum[0] = add(own.sum[0], dot(true, count, column, 1, of_x, incx));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Triangles that meet vectors: products and solutions with a block on the diagonal, rank-1 and rank-2 updates. A full
-// triangle is multiplied J columns at a time, a corner and the rectangle beside it; bands and packed triangles go
-// column by column.
+// Triangles that meet vectors: products and solutions with a block on the diagonal, rank-1 and rank-2 updates. A
+// triangle is multiplied J columns at a time: a corner, the rectangle beside it and, of a band,
+// the rows at its edge that only some of the columns have. Vectors with gaps go column by column.
 //
 //    d                     multiply, plain        others += rectangle . own, then the corner
 //    d d   own: J columns  multiply, transposed   the corner, then own += rectangle^T . others
@@ -9,13 +9,11 @@
 //    r r d d  others
 #pragma once
 
-#include "kernels/families/reduction-inl.h"
-#include "kernels/triangle.h"
+#include "kernels/families/band-inl.h"
+#include "kernels/families/symv-inl.h"
 
 namespace tev::TEV_TIER {
 
-using kernels::storage;
-using kernels::triangle;
 using kernels::triangular_form;
 
 inline constexpr int kTriangularColumns = 4;
@@ -106,12 +104,11 @@ TEV_INLINE void triangular_by_columns(const triangle<const T>& a, const triangul
   }
 }
 
-// J columns of a full triangle on the diagonal, in the order in which they are taken: element (i, j) of that order is
-// at i row + j column, element i of x at i inc. A column meets the elements before it (plain factors, transposed
+// J columns of a triangle on the diagonal, in the order in which they are taken: element (i, j) of that order is i rows
+// from the start of column j, element i of x at i inc. A column meets the elements before it (plain factors, transposed
 // divisors) or behind it.
 template <bool kPlain, bool kSolves, int J, class T>
-TEV_INLINE void apply_ordered_corner(const triangular_form& form, const T* a, int64_t row, int64_t column, T* x,
-                                     int64_t inc) {
+TEV_INLINE void apply_ordered_corner(const triangular_form& form, const column_starts<J, T>& a, T* x, int64_t inc) {
   constexpr bool kBefore = kPlain != kSolves;
   const bool conjugated = form.trans == 'C';
   T own[J];
@@ -119,56 +116,118 @@ TEV_INLINE void apply_ordered_corner(const triangular_form& form, const T* a, in
   for (int j = 0; j < J; ++j) own[j] = x[j * inc];
   TEV_UNROLL
   for (int j = 0; j < J; ++j) {
-    const T* const at = a + j * column;
+    const T* const at = a.at[j];
     if (kPlain && is_zero(own[j])) continue;
-    if (kPlain == kSolves) apply_diagonal(form, at + j * row, own[j]);
+    if (kPlain == kSolves) apply_diagonal(form, at + j * inc, own[j]);
     const T factor = scaled_by_sign(kSolves, own[j]);
     T sum = {};
     TEV_UNROLL
     for (int i = kBefore ? 0 : j + 1; i < (kBefore ? j : J); ++i)
       if (kPlain)
-        own[i] = add(own[i], multiply(factor, at[i * row]));
+        own[i] = add(own[i], multiply(factor, at[i * inc]));
       else
-        sum = add(sum, multiply(conjugate_if(conjugated, at[i * row]), own[i]));
+        sum = add(sum, multiply(conjugate_if(conjugated, at[i * inc]), own[i]));
     if (!kPlain) own[j] = add(own[j], scaled_by_sign(kSolves, sum));
-    if (kPlain != kSolves) apply_diagonal(form, at + j * row, own[j]);
+    if (kPlain != kSolves) apply_diagonal(form, at + j * inc, own[j]);
   }
   TEV_UNROLL
   for (int j = 0; j < J; ++j) x[j * inc] = own[j];
 }
 
+// Columns [j, j + J).
 template <int J, class T>
-TEV_INLINE void apply_corner(bool upper, const triangular_form& form, const T* a, int64_t lda, T* x) {
-  const int64_t inc = form.upwards(upper) ? 1 : -1, column = inc * lda;
-  if (inc < 0) a += (J - 1) * (lda + 1), x += J - 1;
+TEV_INLINE void apply_corner(const triangle<const T>& a, const triangular_form& form, int64_t j, T* x) {
+  const int64_t inc = form.upwards(a.upper) ? 1 : -1, first = inc > 0 ? j : j + J - 1;
+  const auto columns = columns_of<J>(a, first, first, inc);
   if (form.plain())
-    form.solves ? apply_ordered_corner<true, true, J>(form, a, inc, column, x, inc)
-                : apply_ordered_corner<true, false, J>(form, a, inc, column, x, inc);
+    form.solves ? apply_ordered_corner<true, true>(form, columns, x + first, inc)
+                : apply_ordered_corner<true, false>(form, columns, x + first, inc);
   else
-    form.solves ? apply_ordered_corner<false, true, J>(form, a, inc, column, x, inc)
-                : apply_ordered_corner<false, false, J>(form, a, inc, column, x, inc);
+    form.solves ? apply_ordered_corner<false, true>(form, columns, x + first, inc)
+                : apply_ordered_corner<false, false>(form, columns, x + first, inc);
 }
 
-// Columns [j, j + J) of a block [begin, end) of a full triangle; x without gaps.
+// Rows [first, last) of J columns from j on: a rectangle.
+template <int J, class T>
+TEV_INLINE void apply_rectangle(const triangle<const T>& a, const triangular_form& form, int64_t j, int64_t first,
+                                int64_t last, T* x) {
+  const T sign = scaled_by_sign(form.solves, real_element<T>(1));
+  const auto columns = columns_of<J>(a, first, j);
+  if (form.plain())
+    add_columns<J, T>(last - first, sign, columns, x + j, 1, x + first);
+  else
+    add_dots<J, T>(form.trans == 'C', last - first, sign, columns, x + first, x + j, 1);
+}
+
+// The rows of columns [j, j + J) of a band, within [begin, end), that not all of them have.
+template <int J, class T>
+TEV_INLINE void apply_edge(const triangle<const T>& a, const triangular_form& form, int64_t j, int64_t begin,
+                           int64_t end, T* x) {
+  const int64_t inside = a.upper ? a.begin_beside(j + J - 1) : a.end_beside(j);
+  TEV_UNROLL
+  for (int64_t c = j; c < j + J; ++c) {
+    int64_t first = a.upper ? a.begin_beside(c) : inside, last = a.upper ? inside : a.end_beside(c);
+    first = first > begin ? first : begin, last = last < end ? last : end;
+    if (form.plain())
+      axpy_few(last - first, scaled_by_sign(form.solves, x[c]), a.at(first, c), x + first);
+    else
+      x[c] =
+          add(x[c], scaled_by_sign(form.solves, dot_few(form.trans == 'C', last - first, a.at(first, c), x + first)));
+  }
+}
+
+// Columns [j, j + J) of a block [begin, end); x without gaps. A band is at least as wide as J columns.
 template <int J, class T>
 TEV_INLINE void apply_columns(const triangle<const T>& a, const triangular_form& form, int64_t j, int64_t begin,
                               int64_t end, T* x) {
-  const int64_t first = a.upper ? begin : j + J, count = (a.upper ? j : end) - first;
-  const T *const corner = a.data + j + j * a.ld, *const rectangle = a.data + first + j * a.ld;
-  const T sign = scaled_by_sign(form.solves, real_element<T>(1));
-  if (form.plain() == form.solves) apply_corner<J>(a.upper, form, corner, a.ld, x + j);
-  if (form.plain())
-    add_columns<J>(count, sign, rectangle, a.ld, x + j, 1, x + first);
-  else
-    add_dots<J>(form.trans == 'C', count, sign, rectangle, a.ld, x + first, x + j, 1);
-  if (form.plain() != form.solves) apply_corner<J>(a.upper, form, corner, a.ld, x + j);
+  int64_t first = a.upper ? begin : j + J, last = a.upper ? j : end;
+  if (a.kind == storage::band) {
+    const int64_t beside = a.begin_beside(j + J - 1), until = a.end_beside(j);
+    if (a.upper)
+      first = beside > first ? beside : first;
+    else
+      last = until < last ? until : last;
+  }
+  if (form.plain() == form.solves) apply_corner<J>(a, form, j, x);
+  apply_rectangle<J>(a, form, j, first, last, x);
+  if (J > 1 && a.kind == storage::band) apply_edge<J>(a, form, j, begin, end, x);
+  if (form.plain() != form.solves) apply_corner<J>(a, form, j, x);
+}
+
+// Columns [j, j + J) of a transposed band: all have as many elements.
+template <int J, class T>
+TEV_INLINE void multiply_slanted(const triangle<const T>& a, const triangular_form& form, int64_t j, T* x) {
+  const int64_t first = a.begin_beside(j);
+  T dots[J];
+  slanted_dots<J>(form.trans == 'C', a.end_beside(j) - first, a.at(first, j), a.ld, x + first, dots);
+  TEV_UNROLL
+  for (int c = 0; c < J; ++c) {
+    T own = x[j + c];
+    apply_diagonal(form, a.diagonal(j + c), own);
+    x[j + c] = add(own, dots[c]);
+  }
+}
+
+// x := op(A) x, A a transposed band.
+template <class T>
+TEV_INLINE void multiply_band_transposed(const triangle<const T>& a, const triangular_form& form, T* x) {
+  constexpr int J = kTriangularColumns;
+  const bool upwards = form.upwards(a.upper);
+  const int64_t whole_from = a.upper ? a.k : 0, whole_until = a.upper ? a.n : a.n - a.k;
+  for (int64_t done = 0; done < a.n;) {
+    const int64_t j = upwards ? done : a.n - 1 - done, lowest = upwards ? j : j - J + 1;
+    const bool together = lowest >= whole_from && lowest + J <= whole_until;
+    together ? multiply_slanted<J>(a, form, lowest, x) : multiply_slanted<1>(a, form, j, x);
+    done += together ? J : 1;
+  }
 }
 
 template <class T>
 TEV_INLINE void triangular_block(const triangle<const T>& a, const triangular_form& form, int64_t begin, int64_t end,
                                  T* x, int64_t incx) {
-  if (a.kind != storage::full || incx != 1) return triangular_by_columns(a, form, begin, end, x, incx);
   constexpr int J = kTriangularColumns;
+  if (incx != 1 || a.k < J) return triangular_by_columns(a, form, begin, end, x, incx);
+  if (a.kind == storage::band && !form.plain() && !form.solves) return multiply_band_transposed(a, form, x);
   const bool upwards = form.upwards(a.upper);
   const int64_t count = end - begin;
   int64_t done = 0;
@@ -183,30 +242,32 @@ TEV_INLINE void triangular_block(const triangle<const T>& a, const triangular_fo
 template <class T>
 inline constexpr int64_t kShortPacked = 16 * kLanes<real_of<T>> / kParts<T>;
 
-// column += t x, a packed column: its last elements go by shorter and shorter vectors. A store behind a mask would keep
-// the next column, which begins in its place, waiting.
+// column += s x, or s x + t y, a part of them.
+template <class T, class Part>
+TEV_INLINE void update_part(const Part& part, int64_t i, T s, const T* x, T t, const T* y, T* column) {
+  constexpr int W = Part::W;
+  real_of<T>* const to = reals(column) + i;
+  auto sum = plus_product(part.load_own(to), multiplier_of<W>(s), part.load(reals(x) + i));
+  if (y != nullptr) sum = plus_product(sum, multiplier_of<W>(t), part.load(reals(y) + i));
+  part.store(sum, to);
+}
+
 template <class T>
-TEV_INLINE void add_to_packed(int64_t n, T t, const T* x, T* column) {
+TEV_INLINE void update_column(int64_t n, T s, const T* x, T t, const T* y, T* column) {
+  if (y == nullptr) return axpy_contiguous(n, s, x, column);
+  for_lines<T, 4>(n * kParts<T>, reals(column),
+                  [=](auto part, int64_t i) TEV_LAMBDA { update_part(part, i, s, x, t, y, column); });
+}
+
+// A packed column: its last elements go by shorter and shorter vectors. A store behind a mask would keep the next
+// column, which begins in its place, waiting.
+template <class T>
+TEV_INLINE void update_packed(int64_t n, T s, const T* x, T t, const T* y, T* column) {
   constexpr int L = kLanes<real_of<T>>;
-  const real_of<T>* xr = reals(x);
-  real_of<T>* to = reals(column);
-  const auto step = [=](auto part, int64_t i) TEV_LAMBDA {
-    part.store(plus_product(part.load_own(to + i), multiplier_of<part.W>(t), part.load(xr + i)), to + i);
-  };
+  const auto step = [=](auto part, int64_t i) TEV_LAMBDA { update_part(part, i, s, x, t, y, column); };
   int64_t i = 0;
   for (const int64_t end = n * kParts<T> / L * L; i < end; i += L) step(whole_part<L>{}, i);
   if constexpr (L > kParts<T>) for_halving_parts<kParts<T>, L / 2>(i, n * kParts<T>, step);
-}
-
-// column += s x + t y.
-template <class T>
-TEV_INLINE void add_two(int64_t n, T s, const T* x, T t, const T* y, T* column) {
-  const real_of<T>*xr = reals(x), *yr = reals(y);
-  real_of<T>* to = reals(column);
-  for_lines<T, 4>(n * kParts<T>, to, [=](auto part, int64_t i) TEV_LAMBDA {
-    const auto sum = plus_product(part.load_own(to + i), multiplier_of<part.W>(s), part.load(xr + i));
-    part.store(plus_product(sum, multiplier_of<part.W>(t), part.load(yr + i)), to + i);
-  });
 }
 
 template <class T>
@@ -217,21 +278,19 @@ TEV_INLINE void update_columns(const triangle<T>& a, int64_t begin, int64_t end,
     const int64_t first = a.upper ? a.begin_beside(j) : j, last = a.upper ? j + 1 : a.end_beside(j);
     const int64_t count = last - first;
     T* const column = diagonal + (first - j);
-    const T* const of_x = x + (incx < 0 ? last - 1 : first) * incx;
-    if (y == nullptr && a.kind == storage::packed && incx == 1 && count <= kShortPacked<T>) {
-      add_to_packed(count, multiply(alpha, conjugate_if(true, x[j])), of_x, column);
-    } else if (y == nullptr) {
-      axpy(count, multiply(alpha, conjugate_if(true, x[j * incx])), of_x, incx, column, 1);
+    const T *const of_x = x + (incx < 0 ? last - 1 : first) * incx, *const of_y =
+                                                                        y == nullptr
+                                                                            ? y
+                                                                            : y + (incy < 0 ? last - 1 : first) * incy;
+    const T s = multiply(alpha, conjugate_if(true, y == nullptr ? x[j * incx] : y[j * incy])),
+            t = conjugate_if(true, multiply(alpha, x[j * incx]));
+    if (incx != 1 || (y != nullptr && incy != 1)) {
+      axpy(count, s, of_x, incx, column, 1);
+      if (y != nullptr) axpy(count, t, of_y, incy, column, 1);
+    } else if (a.kind == storage::packed && count <= kShortPacked<T>) {
+      update_packed(count, s, of_x, t, of_y, column);
     } else {
-      const T s = multiply(alpha, conjugate_if(true, y[j * incy])),
-              t = conjugate_if(true, multiply(alpha, x[j * incx]));
-      const T* const of_y = y + (incy < 0 ? last - 1 : first) * incy;
-      if (incx == 1 && incy == 1) {
-        add_two(count, s, of_x, t, of_y, column);
-      } else {
-        axpy(count, s, of_x, incx, column, 1);
-        axpy(count, t, of_y, incy, column, 1);
-      }
+      update_column(count, s, of_x, t, of_y, column);
     }
     if constexpr (kComplex<T>) diagonal->imag = 0;
   }

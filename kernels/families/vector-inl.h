@@ -16,6 +16,8 @@ inline constexpr int64_t kAlignsFromRegisters = 16;
 // for_own_parts, from a line on.
 template <class T, int Vectors, class Step>
 TEV_INLINE void for_lines(int64_t n, const real_of<T>* own, const Step& step) {
+  if constexpr (kVectorBytes == kLineBytes)  // what is short ends before the loops would have begun
+    if (n <= kLanes<real_of<T>>) return step(first_part<kLanes<real_of<T>>>{n}, 0);
   if constexpr (kMasksToAlignment) {
     constexpr int L = kLanes<real_of<T>>;
     const auto behind = reinterpret_cast<uintptr_t>(own) % kVectorBytes;
@@ -62,12 +64,13 @@ TEV_INLINE void swap_contiguous(int64_t n, T* x, T* y) {
 // x := h11 x + h12 y, y := h21 x + h22 y; h by columns.
 template <class R>
 TEV_INLINE void rotate_contiguous(int64_t n, R* x, R* y, const R* h) {
+  const R h11 = h[0], h21 = h[1], h12 = h[2], h22 = h[3];  // what is stored in x and y might be h
   for_lines<R, 4>(
       n, x, [=](auto part, int64_t i) __attribute__((always_inline)) {
         constexpr int W = part.W;
         const auto old_x = part.load(x + i), old_y = part.load(y + i);
-        part.store(fma(old_y, splat<W>(h[2]), old_x * splat<W>(h[0])), x + i);
-        part.store(fma(old_y, splat<W>(h[3]), old_x * splat<W>(h[1])), y + i);
+        part.store(fma(old_y, splat<W>(h12), old_x * splat<W>(h11)), x + i);
+        part.store(fma(old_y, splat<W>(h22), old_x * splat<W>(h21)), y + i);
       });
 }
 

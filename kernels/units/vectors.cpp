@@ -2,13 +2,9 @@
 // Level 1 and 2.
 #include "tier.h"
 
-#include "kernels/families/gemv-inl.h"
-#include "kernels/families/ger-inl.h"
-#include "kernels/families/reduction-inl.h"
+#include "kernels/band.h"
+#include "kernels/families/direct-inl.h"
 #include "kernels/families/sweep-inl.h"
-#include "kernels/families/symv-inl.h"
-#include "kernels/families/triangle-inl.h"
-#include "kernels/families/vector-inl.h"
 #include "kernels/routine_types.h"
 #include "kernels/sweep.h"
 
@@ -17,3 +13,11 @@
 
 #define TEV_P s
 #include "kernels/exports/dot_in_double.inc"
+
+extern "C" {
+
+const tev_direct_kernels* TEV_KN(direct_kernels)();
+
+const tev_direct_kernels* TEV_KN(direct_kernels)() { return &tev::TEV_TIER::direct::kKernels; }
+
+}  // extern "C"

@@ -3,6 +3,7 @@
 #define TEVBLAS_DECLARE_EXTENSIONS
 #include "tev/blas.h"
 #include "tev/check.h"
+#include "tev/direct_kernels.h"
 #include "tev/front_end.h"
 #include "tev/lapack.h"
 #include "tev/offload.h"

@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// y += alpha op(A) x for a band matrix A, kl diagonals below the main one and ku above it.
+//
+//   N: a register of rows of y at a time        T, C: the dot products of J columns that are equally long, each one
+//                                               element further down x than the one before
+//      x x x o o                                    x
+//      o x x x o    of the columns at either        x x
+//      o o x x x    end some lanes are zero         x x x
+//                                                     x x
+//                                                       x
+#pragma once
+
+#include "kernels/families/reduction-inl.h"
+
+namespace tev::TEV_TIER {
+
+template <class T>
+struct band {
+  const T* data;
+  int64_t m, n, kl, ku, ld;
+
+  TEV_INLINE const T* at(int64_t i, int64_t j) const { return data + (ku + i - j) + j * ld; }
+};
+
+// Rows or columns.
+struct range {
+  int64_t begin, end;
+};
+
+TEV_INLINE int64_t smaller(int64_t x, int64_t y) { return x < y ? x : y; }
+TEV_INLINE int64_t greater(int64_t x, int64_t y) { return x > y ? x : y; }
+
+// Lanes [begin, end) of L, 0 <= begin <= end <= L. What is loaded, and what of a vector is kept, has zeros elsewhere.
+template <int L>
+struct some_lanes {
+  int64_t begin, end;
+#if defined(__AVX512F__)
+  TEV_INLINE __mmask16 mask() const { return static_cast<__mmask16>(((1u << end) - 1) & ~((1u << begin) - 1)); }
+  TEV_INLINE vec<double, 8> load(const double* from) const { return _mm512_maskz_loadu_pd((__mmask8)mask(), from); }
+  TEV_INLINE vec<float, 16> load(const float* from) const { return _mm512_maskz_loadu_ps(mask(), from); }
+  TEV_INLINE vec<double, 8> keep(vec<double, 8> v) const { return _mm512_maskz_mov_pd((__mmask8)mask(), v); }
+  TEV_INLINE vec<float, 16> keep(vec<float, 16> v) const { return _mm512_maskz_mov_ps(mask(), v); }
+#else
+  template <class R>
+  TEV_INLINE vec<R, L> load(const R* from) const {
+    vec<R, L> v = {};
+    TEV_UNROLL
+    for (int l = 0; l < L; ++l)
+      if (l >= begin && l < end) v[l] = from[l];
+    return v;
+  }
+  template <class V>
+  TEV_INLINE V keep(V v) const {
+    TEV_UNROLL
+    for (int l = 0; l < L; ++l)
+      if (l < begin || l >= end) v[l] = 0;
+    return v;
+  }
+#endif
+};
+template <int L>
+struct every_lane {
+  template <class R>
+  TEV_INLINE vec<R, L> load(const R* from) const {
+    return TEV_TIER::load<L>(from);
+  }
+  template <class V>
+  TEV_INLINE V keep(V v) const {
+    return v;
+  }
+};
+
+// The sums of a register of rows; of complex numbers those with the imaginary parts of x are apart.
+template <class T>
+struct row_sums {
+  static constexpr int L = kLanes<real_of<T>>;
+  vec<real_of<T>, L> direct, crossed;
+
+  template <class Lanes>
+  TEV_INLINE void add(const Lanes& lanes, const T* column, T x) {
+    const auto c = lanes.load(reals(column));
+    if constexpr (kComplex<T>) {
+      direct = fma(c, lanes.keep(splat<L>(x.real)), direct);
+      crossed = fma(c, lanes.keep(splat<L>(x.imag)), crossed);
+    } else {
+      direct = fma(c, lanes.keep(splat<L>(x)), direct);
+    }
+  }
+  TEV_INLINE vec<real_of<T>, L> value() const {
+    if constexpr (!kComplex<T>) return direct;
+    return direct + swap_pairs<L, real_of<T>>(crossed) * alternate<L>(real_of<T>(-1), real_of<T>(1));
+  }
+};
+
+// Columns [from, until) and rows i ... i + count - 1, which fit into a register.
+template <class T>
+TEV_INLINE void add_partial_columns(const band<T>& a, int64_t i, int64_t count, int64_t from, int64_t until, const T* x,
+                                    row_sums<T>& sums) {
+  constexpr int L = row_sums<T>::L;
+  for (int64_t j = from; j < until; ++j) {
+    const int64_t begin = greater(0, j - a.ku - i), end = smaller(count, j + a.kl + 1 - i);
+    sums.add(some_lanes<L>{begin * kParts<T>, end * kParts<T>}, a.at(i, j), x[j]);
+  }
+}
+
+template <class T>
+TEV_INLINE void gbmv_n(const band<T>& a, const range& part, T alpha, const T* x, T* y) {
+  constexpr int L = row_sums<T>::L, kRows = L / kParts<T>, U = 4;
+  for (int64_t i = part.begin; i < part.end; i += kRows) {
+    const int64_t count = smaller(kRows, part.end - i), from = greater(0, i - a.kl),
+                  until = smaller(a.n, i + count + a.ku);
+    // Columns that have all of a whole register of rows.
+    int64_t j = greater(from, i + kRows - 1 - a.kl);
+    const int64_t whole_until = smaller(until, i + a.ku + 1);
+    row_sums<T> sums[U] = {};
+    if (count < kRows || j >= whole_until) {
+      add_partial_columns(a, i, count, from, until, x, sums[0]);
+    } else {
+      add_partial_columns(a, i, count, from, j, x, sums[0]);
+      for (; j + U <= whole_until; j += U) TEV_UNROLL
+      for (int u = 0; u < U; ++u) sums[u].add(every_lane<L>{}, a.at(i, j + u), x[j + u]);
+      for (; j < whole_until; ++j) sums[0].add(every_lane<L>{}, a.at(i, j), x[j]);
+      add_partial_columns(a, i, count, whole_until, until, x, sums[1]);
+    }
+    const auto sum = (sums[0].value() + sums[1].value()) + (sums[2].value() + sums[3].value());
+    real_of<T>* const to = reals(y + i);
+    const first_part<L> rows = {count * kParts<T>};
+    rows.store(plus_product(rows.load(to), multiplier_of<L>(alpha), sum), to);
+  }
+}
+
+// dots[j] := column j . x, from element j on: J columns that begin `next` apart.
+template <int J, class T>
+TEV_INLINE void slanted_dots(bool conjugated, int64_t count, const T* a, int64_t next, const T* x, T (&dots)[J]) {
+  using R = real_of<T>;
+  constexpr int L = kLanes<R>;
+  dot_sums<J, 1, T> sums = {};
+  const auto add = [&](auto part, int64_t i) TEV_LAMBDA {
+    TEV_UNROLL
+    for (int j = 0; j < J; ++j) {
+      const auto c = part.load(reals(a + j * next) + i), v = part.load(reals(x + j) + i);
+      sums.direct[j][0] = fma(c, v, sums.direct[j][0]);
+      if constexpr (kComplex<T>) sums.crossed[j][0] = fma(c, swap_pairs<L, R>(v), sums.crossed[j][0]);
+    }
+  };
+  int64_t i = 0;
+  for (; i + L <= count * kParts<T>; i += L) add(whole_part<L>{}, i);
+  if (i < count * kParts<T>) add(first_part<L>{count * kParts<T> - i}, i);
+  TEV_UNROLL
+  for (int j = 0; j < J; ++j) dots[j] = dot_of<L, T>(sums.direct[j][0], sums.crossed[j][0], conjugated);
+}
+
+template <class T>
+TEV_INLINE void gbmv_t(bool conjugated, const band<T>& a, const range& part, T alpha, const T* x, T* y) {
+  for (int64_t j = part.begin, end = smaller(part.end, a.m + a.ku); j < end; ++j) {
+    const int64_t first = greater(0, j - a.ku), last = smaller(a.m, j + a.kl + 1);
+    y[j] = add(y[j], multiply(alpha, dot_contiguous(conjugated, last - first, a.at(first, j), x + first)));
+  }
+}
+
+// Elements `part` of y.
+template <class T>
+TEV_INLINE void gbmv_part(char trans, const band<T>& a, const range& part, T alpha, const T* x, T* y) {
+  trans == 'N' ? gbmv_n(a, part, alpha, x, y) : gbmv_t(trans == 'C', a, part, alpha, x, y);
+}
+
+}  // namespace tev::TEV_TIER
