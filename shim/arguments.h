@@ -85,6 +85,15 @@ constexpr bool is_idle([[maybe_unused]] auto value) {
     return false;
 }
 
+// Of a vector that meets a matrix: its elements follow each other.
+template <kind K>
+constexpr bool is_gapless([[maybe_unused]] auto value) {
+  if constexpr (K == kind::INC)
+    return value == 1;
+  else
+    return true;
+}
+
 // ---- How tev/blas.h wants them: by address.
 
 inline const char* by_address(const char& letter) { return &letter; }

@@ -107,6 +107,8 @@ void compute(const Call& call) {
 #define TEV_DEFINE_CALL(name_, work_, ...)                        \
   struct name_ {                                                  \
     TEV_CALL_MEMBERS(name_, work_, __VA_ARGS__)                   \
+    template <class>                                              \
+    static constexpr bool kHasKernel = false;                     \
     bool compute() const { /* false: there was no memory */       \
       TEV_EACH(TEV_HAND_OVER, __VA_ARGS__)                        \
       if (!(true TEV_EACH(TEV_READY, __VA_ARGS__))) return false; \

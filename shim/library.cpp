@@ -21,6 +21,7 @@
 namespace tev::shim {
 
 constinit std::atomic<const functions*> opened = nullptr;
+constinit std::atomic<const tev_direct_kernels*> direct_kernels = nullptr;
 constinit std::atomic<uint32_t> process_number = 1;
 
 namespace {
@@ -33,6 +34,7 @@ constexpr int kMode = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
 constexpr time_t kPatience = 2;  // seconds that a fork waits for an opening library
 
 constinit functions table = {};
+constinit tev_direct_kernels kernels = {};
 constinit process_state own_state = {};  // where there was no memory for a common one
 constinit process_state* state = &own_state;
 constinit pthread_mutex_t opening = PTHREAD_MUTEX_INITIALIZER;
@@ -116,6 +118,11 @@ void open_once() {
   if (void* const common = table.front_end_data(sizeof(process_state))) state = static_cast<process_state*>(common);
   open_trace();
   opened.store(&table, std::memory_order_release);
+  if (tracing.load(std::memory_order_relaxed)) return;
+  decltype(&tev_blas_get_direct_kernels) get_direct_kernels;
+  find(handle, "tev_blas_get_direct_kernels", get_direct_kernels);
+  get_direct_kernels(&kernels);
+  direct_kernels.store(&kernels, std::memory_order_release);
 }
 
 void start_routing() {

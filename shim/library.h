@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "tev/blas.h"
+#include "tev/direct_kernels.h"
 #include "tev/front_end.h"
 #include "tev/lapack.h"
 #include "tev/routed.h"
@@ -51,6 +52,10 @@ inline const functions& library() {
   const functions* const known = opened.load(std::memory_order_acquire);
   return known ? *known : open_library();
 }
+
+// The kernels that a call may go to by itself. Null until the library has been opened, and where somebody wants to know
+// of every call.
+extern std::atomic<const tev_direct_kernels*> direct_kernels;
 
 // Another number in every forked child.
 extern std::atomic<uint32_t> process_number;

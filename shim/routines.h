@@ -28,12 +28,16 @@ struct amount {
   double work;           // what decides about teams: multiply-adds of a product, eight for an element that is used once
   double multiply_adds;  // as they are usually counted
   double cached = 0;     // bytes up to which elements that are used once come from a cache
+  double direct = 0;     // work below which a kernel may have all of the call
 };
 
-// What comes from a cache and is used once is ready on one thread before a team has begun. With two threads and 1 MiB
-// L2 a team takes 1.3 to 2 times as long for vectors of 80 KB, 0.6 to 0.9 times for 240 KB, and twice as long for the
-// product of a vector and a matrix of 128 KiB.
-constexpr double cached_bytes(size_t sizes) { return sizes == 1 ? 128 * 1024 : 256 * 1024; }
+// What comes from a cache and is used once is ready on one thread before a team has begun. With two threads, 48 KiB L1
+// and 1 MiB L2 a team takes 1.0 to 2.5 times as long for vectors of 240 KB, 0.6 to 1.3 times for 800 KB, and twice as
+// long for the product of a vector and a matrix of 128 KiB.
+constexpr double cached_bytes(size_t sizes) { return (sizes == 1 ? 384 : 256) * 1024; }
+
+// Vectors of any length; triangles that the library would not divide into blocks.
+constexpr double direct_work(size_t sizes) { return sizes == 1 ? 1e300 : 8 * 128 * 128; }
 
 constexpr double product_of(auto... factors) { return (static_cast<double>(factors) * ...); }
 constexpr amount products(auto... sizes) { return {product_of(sizes...), product_of(sizes...)}; }
@@ -42,7 +46,8 @@ constexpr amount some_products(double share, auto... sizes) {
 }
 constexpr amount half_products(auto... sizes) { return some_products(0.5, sizes...); }
 constexpr amount some_elements(double share, auto... sizes) {
-  return {8 * product_of(sizes...), share * product_of(sizes...), cached_bytes(sizeof...(sizes))};
+  return {8 * product_of(sizes...), share * product_of(sizes...), cached_bytes(sizeof...(sizes)),
+          direct_work(sizeof...(sizes))};
 }
 constexpr amount elements(auto... sizes) { return some_elements(1, sizes...); }
 constexpr amount half_elements(auto... sizes) { return some_elements(0.5, sizes...); }
@@ -51,6 +56,11 @@ constexpr amount moved(auto... sizes) { return some_elements(0, sizes...); }
 // Of calls with less work the library never makes a team, in any precision, on any processor. So nothing needs to be
 // decided for them.
 inline constexpr double kAlone = 4096;
+
+template <class... Arguments>
+[[gnu::always_inline]] inline auto invoke(auto* function, Arguments... arguments) {
+  return function(arguments...);
+}
 
 // A complex result is the first argument of those of tev/blas.h.
 template <class E, class... Arguments>
@@ -86,11 +96,25 @@ auto result_of(auto* function, Arguments... arguments) {
 #define TEV_FIELD(kind_, name, ...) field<kind::kind_, element, part> name;
 #define TEV_ADDRESS(kind_, name, ...) by_address(decltype(name)(name))  // of a copy: see run()
 #define TEV_IDLE(kind_, name, ...) || is_idle<kind::kind_>(name)
-#define TEV_CALL(name_, work_, computation, ...)                                                     \
-  struct name_ {                                                                                     \
-    TEV_CALL_MEMBERS(name_, work_, __VA_ARGS__)                                                      \
-    bool idle() const { return false TEV_EACH(TEV_IDLE, __VA_ARGS__); } /* nothing to be computed */ \
-    auto compute() const { return computation; }                                                     \
+#define TEV_GAPLESS(kind_, name, ...) &&is_gapless<kind::kind_>(name)
+// `, name`, but nothing for an INC.
+#define TEV_BY_VALUE(kind_, name, ...) TEV_THIRD(TEV_GAP_##kind_, TEV_DROP, TEV_KEEP, )(name)
+#define TEV_GAP_INC ,
+#define TEV_THIRD(...) TEV_THIRD_OF(__VA_ARGS__)
+#define TEV_THIRD_OF(a, b, c, ...) c
+#define TEV_KEEP(name) , name
+#define TEV_DROP(name)
+#define TEV_CALL(name_, work_, computation, ...)                                                                     \
+  struct name_ {                                                                                                     \
+    TEV_CALL_MEMBERS(name_, work_, __VA_ARGS__)                                                                      \
+    bool idle() const { return false TEV_EACH(TEV_IDLE, __VA_ARGS__); } /* nothing to be computed */                 \
+    auto compute() const { return computation; }                                                                     \
+    template <class Kernels>                                                                                         \
+    static constexpr bool kHasKernel = requires(Kernels kernels) {                                                   \
+      kernels.name_;                                                                                                 \
+    };                                                                                                               \
+    bool gapless() const { return true TEV_EACH(TEV_GAPLESS, __VA_ARGS__); } /* but for level 1 */                   \
+    auto compute_by(const auto& kernels) const { return invoke(kernels.name_ TEV_EACH(TEV_BY_VALUE, __VA_ARGS__)); } \
   };
 #define TEV_MATRIX(name, base, layout, work, ...) \
   TEV_CALL(name, work, library().name(TEV_LIST(TEV_ADDRESS, __VA_ARGS__)), __VA_ARGS__)
@@ -104,6 +128,13 @@ auto result_of(auto* function, Arguments... arguments) {
 #undef TEV_FIELD
 #undef TEV_ADDRESS
 #undef TEV_IDLE
+#undef TEV_GAPLESS
+#undef TEV_BY_VALUE
+#undef TEV_GAP_INC
+#undef TEV_THIRD
+#undef TEV_THIRD_OF
+#undef TEV_KEEP
+#undef TEV_DROP
 #undef TEV_CALL
 
 // A call that could not be computed is reported as the library reports it.
@@ -131,15 +162,27 @@ template <class Call>
   return compute();
 }
 
+template <class Call>
+[[gnu::noinline]] auto run_apart(const Call& call) {
+  if (tracing.load(std::memory_order_relaxed)) return run_traced(call);
+  return call.work().work < kAlone ? call.compute() : run_limited(call);
+}
+
 // Nothing here takes the address of the call or of a part of it, so that it lives in registers and on the caller's
 // stack. In memory of its own its arguments would be put two at a time, which has to wait until the caller's stores of
 // them are through: some 10 ns.
 template <class Call>
 [[gnu::always_inline]] inline auto run(const Call& call) {
-  const bool traced = tracing.load(std::memory_order_relaxed);
-  if (!traced && call.work().work < kAlone) return call.compute();
+  const amount work = call.work();
+  if constexpr (Call::template kHasKernel<tev_direct_kernels>) {
+    const tev_direct_kernels* const kernels = direct_kernels.load(std::memory_order_acquire);
+    const double most = std::min(work.direct, 8 * work.cached / sizeof(typename Call::element));
+    if (kernels && work.work < most && call.gapless()) return call.compute_by(*kernels);
+  } else if (!tracing.load(std::memory_order_relaxed) && work.work < kAlone) {
+    return call.compute();
+  }
   const Call copy = call;
-  return traced ? run_traced(copy) : run_limited(copy);
+  return run_apart(copy);
 }
 
 }  // namespace tev::shim

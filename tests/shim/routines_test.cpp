@@ -7,6 +7,7 @@
 // is written starts as NaN where beta is 0.
 
 #include "tests/shim/calls_by_chance.h"
+#include "tests/support/each_tier.h"
 
 using namespace tev::shim;
 
@@ -234,7 +235,7 @@ template <class Call>
   constexpr double kEpsilon = std::numeric_limits<P>::epsilon();
   const bool extension = !reference.find(std::string(probe<Call>::kName) + "_");
   const char* const like = extension ? probe<Call>::kLike : probe<Call>::kName;
-  for (int trial = 0; trial < (tev::test::long_run() ? 20000 : 200); ++trial) {
+  for (int trial = 0; trial < (tev::test::long_run() ? 20000 : 60); ++trial) {
     static memory<E, P> m, before, expected;
     m.used = 0;
     Call call = probe<Call>::make(m);
@@ -263,8 +264,7 @@ template <class Call>
   }
 }
 
-TEST(Routines, ComputeAndReportAsTheReference) {
-  ASSERT_TRUE(reference.handle && ours.handle && ours64.handle) << dlerror();
+int examine_all() {
 #define TEV_EXAMINE(name) examine<tev::shim::name>();
 #define TEV_MATRIX(name, ...) TEV_EXAMINE(name)
 #define TEV_COMPOSED_MATRIX(...)
@@ -273,6 +273,12 @@ TEST(Routines, ComputeAndReportAsTheReference) {
 #define TEV_VECTOR(name, ...) TEV_EXAMINE(name)
 #define TEV_FUNCTION(name, ...) TEV_EXAMINE(name)
 #include "shim/each_routine.inc"
+  return 0;
+}
+
+TEST(Routines, ComputeAndReportAsTheReferenceOnEveryTier) {
+  ASSERT_TRUE(reference.handle && ours.handle && ours64.handle) << dlerror();
+  tev::test::on_each_tier({}, [](const tev::test::tier_in_force&) { return examine_all(); });
 }
 
 }  // namespace
