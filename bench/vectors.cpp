@@ -5,13 +5,13 @@
 //                 [--library build/release/lib/libtevblas.so.0]
 //
 // Ours are the functions of libtev, or those of a library with the standard names, which programs call.
-// Vectors of 1 to 10^6 elements, square matrices of order 2 to 2048. Every library works on the same operands in
+// Vectors of 1 to 10^7 elements, square matrices of order 2 to 8192. Every library works on the same operands in
 // turn, some tens of microseconds at a time; a figure is the best of all turns, in processor time of the thread, given
 // as GB/s of the operands that must move (axpy 3 vectors; copy, scal 2; gemv the matrix; ger the matrix twice ...). The
 // ratio is ours over the faster peer, at the end its geometric mean per routine.
 //
-// With more threads those meet the peers' threaded builds: vectors of 10^3 to 10^7 elements, matrices of
-// order 64 to 8192, time of the clock. Between turns is a pause, in which the threads of the last one fall asleep.
+// With more threads those meet the peers' threaded builds, and time is the clock's. Between turns is a pause, in which
+// the threads of the last one fall asleep.
 #include <dlfcn.h>
 #include <time.h>
 #include <unistd.h>
@@ -226,9 +226,11 @@ double seconds_per_call(const library& l, const call& c, int repetitions, bool t
 
 std::vector<double> best_times(const std::vector<library>& libraries, const call& c, int rounds, bool threaded) {
   constexpr int kPauseMicroseconds = 30000;
+  constexpr double kTurn = 5e-5;
+  int repetitions = 1;
+  while (repetitions * seconds_per_call(libraries[0], c, repetitions, threaded) < kTurn / 2) repetitions *= 2;
   std::vector<double> best;
-  for (const library& l : libraries) best.push_back(seconds_per_call(l, c, 2, threaded));
-  const int repetitions = static_cast<int>(std::clamp(5e-5 / best[0], 1.0, 2000.0));
+  for (const library& l : libraries) best.push_back(seconds_per_call(l, c, repetitions, threaded));
   for (int round = 0; round < rounds; ++round)
     for (size_t i = 0; i < libraries.size(); ++i) {
       if (threaded) {
@@ -291,10 +293,8 @@ int main(int argc, char** argv) {
   if (libraries.size() < 3) std::fprintf(stderr, "vectors: a peer is missing (packages libopenblas0, libblis4)\n");
 
   using sizes = std::vector<int64_t>;
-  const sizes lengths = threaded ? sizes{1000, 10000, 30000, 100000, 1000000, 10000000}
-                                 : sizes{1, 3, 10, 30, 100, 300, 1000, 3000, 10000, 100000, 1000000};
-  const sizes orders =
-      threaded ? sizes{64, 128, 256, 512, 1000, 2000, 4000, 8192} : sizes{2, 5, 16, 64, 100, 128, 256, 500, 1024, 2048};
+  const sizes lengths = {1, 3, 10, 30, 100, 300, 1000, 3000, 10000, 30000, 100000, 1000000, 10000000};
+  const sizes orders = {2, 5, 16, 64, 100, 128, 256, 500, 1000, 2000, 4000, 8192};
 
   const bool single = precision == "s" || precision == "c", complex = precision == "c" || precision == "z";
   const double element = (single ? 4 : 8) * (complex ? 2 : 1);
