@@ -142,12 +142,14 @@ TEV_INLINE bool only_scales_triangle(const operation<T>* op, const operand* a, c
 
 // From this order and depth on panels are packed, if halves do not better: below kUnpackedBoth on 512-bit vectors, on
 // others by the bytes of the longest row. Those of syr2k do for longer, those without fused multiply-add for shorter
-// rows. Found on 48 KiB / 1 MiB.
+// rows. Found on 48 KiB / 1 MiB. Of a transposed A only syr2k is halved: how its sums along k are made depends on the
+// sizes, and a block of a factorization is to have the same bits by itself and as a part of a larger one.
 inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16;
 template <class T>
-TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k, bool twice = false) {
+TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k, bool plain, bool twice = false) {
   const int64_t larger = max_of(n, k), halved_bytes = (kHasFma ? 1024 : 0) + (twice ? 1024 : 0);
-  const bool halved = kUnpackedBoth > 0 ? larger < kUnpackedBoth : larger * int64_t{sizeof(T)} < halved_bytes;
+  const bool small = kUnpackedBoth > 0 ? larger < kUnpackedBoth : larger * int64_t{sizeof(T)} < halved_bytes;
+  const bool halved = small && (plain || twice);
   return n >= kLeastOrderPacked && k >= kLeastDepthPacked && !halved;
 }
 
@@ -156,7 +158,8 @@ template <class T>
 int32_t triangle_fullacopybcopy(const operation<T>* op, const operand* a, const operand* b, const operand* c,
                                 buffers* buf, const kernel_info<T>* info) {
   if (only_scales_triangle(op, a, c, info)) return 0;
-  if (!is_packed_triangle<T>(c->columns, a->columns)) return info->fallback(op, a, b, c, buf, info);
+  if (!is_packed_triangle<T>(c->columns, a->columns, stored_transposition(a) == 'N'))
+    return info->fallback(op, a, b, c, buf, info);
   initialize_buffers<T>(a, b, &info->plan, buf);
   buf->get(buf);
   if (tev_serv_check_ptr_and_warn(buf->base, kRoutineName<T>)) return 2;
@@ -210,11 +213,11 @@ TEV_INLINE rank_call<T> exchanged(rank_call<T> r) {
 }
 
 // Largest order of a diagonal block, and which of them are cut into panels of columns, so that less is computed for
-// nobody: not where each panel would transpose floats anew. Found on 48 KiB / 1 MiB.
+// nobody: of a transposed A few columns would be summed up in another order. Found on 48 KiB / 1 MiB.
 inline constexpr int64_t kDiagonalBlock = 32, kPanelColumns = 8;
 template <class T>
 TEV_INLINE bool is_cut_into_panels(const rank_call<T>& r, int64_t n) {
-  return !r.twice && n >= (kComplex<T> ? 16 : 24) && (r.plain || sizeof(T) > sizeof(float));
+  return !r.twice && r.plain && n >= (kComplex<T> ? 16 : 24);
 }
 
 template <class T, kernels::gemm_fn<T>* Gemm>
@@ -359,7 +362,7 @@ __attribute__((noinline)) void rank_k_by_records(const rank_call<T>& r, int64_t 
 
 template <class T>
 TEV_INLINE bool packs_rank_k(const rank_call<T>& r, int64_t n, bool twice) {
-  return is_packed_triangle<T>(n, r.k, twice) && !is_zero(r.alpha);
+  return is_packed_triangle<T>(n, r.k, r.plain, twice) && !is_zero(r.alpha);
 }
 
 // C := alpha op(A) op(B)^T + beta C, A and B two matrices or one.

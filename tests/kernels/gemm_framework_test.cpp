@@ -341,7 +341,7 @@ TYPED_TEST(Framework, DriversOfTheKernelInformation) {
   for (const auto& f : framework<T>::tiers())
     for (const char* letters : {"NN", "NT", "NC", "TN", "TT", "TC", "CN", "CT", "CC"}) {
       for (const bool is_short : {false, true})  // large enough for panels to pay
-        expect_driver_computes(f, whole_case<T>(operation::gemm, letters, 411, 75, 31), 0, is_short);
+        expect_driver_computes(f, whole_case<T>(operation::gemm, letters, 431, 75, 31), 0, is_short);
       expect_driver_computes(f, whole_case<T>(operation::gemm, letters, 2 * f.mr + 1, f.nr + 1, 100), kACopied);
     }
 }
