@@ -20,7 +20,7 @@ def output(*command):
 
 text = "".join(output("cc", "-E", "-P", "-I", root / "include", header) for header in (root / "include").rglob("*.h"))
 in_headers = set(re.findall(r"\w+", text))
-functions = set(re.findall(r"^(?!typedef).*?\b((?:tev|vro)_\w+)\s*\(", text.replace(";", ";\n"), re.M)) - STATIC
+functions = set(re.findall(r"^(?!typedef).*?\b((?:tev|vro)_\w+)\s*\((?!\*)", text.replace(";", ";\n"), re.M)) - STATIC
 exported, faults = set(), []
 for library in libraries:
     names = {line.split()[-1] for line in output("nm", "-D", "--defined-only", library).splitlines()}
