@@ -242,113 +242,148 @@ std::vector<double> best_times(const std::vector<library>& libraries, const call
   return best;
 }
 
+struct options {
+  std::string tier = "avx512", precision = "d", routines, library;
+  int threads = 1, rounds = 0;
+  bool summary = false;
+
+  bool threaded() const { return threads > 1; }
+  bool single() const { return precision == "s" || precision == "c"; }
+  bool complex() const { return precision == "c" || precision == "z"; }
+  bool wants(const std::string& name) const {
+    return routines.empty() || (" " + routines + " ").find(" " + name + " ") != std::string::npos;
+  }
+};
+
+// False where the arguments are wrong.
+bool parse(int argc, char** argv, options& o) {
+  const std::map<std::string, std::string*> texts = {
+      {"--tier", &o.tier}, {"--precision", &o.precision}, {"--routines", &o.routines}, {"--library", &o.library}};
+  const std::map<std::string, int*> numbers = {{"--threads", &o.threads}, {"--rounds", &o.rounds}};
+  for (int i = 1; i < argc; ++i) {
+    const std::string option = argv[i];
+    if (option == "--summary")
+      o.summary = true;
+    else if (i + 1 < argc && texts.contains(option))
+      *texts.at(option) = argv[++i];
+    else if (i + 1 < argc && numbers.contains(option))
+      *numbers.at(option) = std::atoi(argv[++i]);
+    else
+      return false;
+  }
+  if (o.rounds < 1) o.rounds = o.threaded() ? 7 : 31;
+  return true;
+}
+
+// Ours and the peers. None where ours cannot be loaded.
+std::vector<library> load_libraries(const options& o) {
+  std::vector<library> all;
+  choose_kernels(o.tier, o.threads);
+  o.library.empty() ? all.push_back(own(o.precision)) : load_library("ours", {o.library}, o.precision, all);
+  if (all.empty()) return all;
+  tev_serv_trust_features(1);  // gemv takes a team only on processors that detection knows or a program vouches for
+  const auto builds = [&](const std::string& peer, const std::string& file) {
+    std::vector<std::string> paths;
+    for (const std::string flavour : {"serial", "pthread", "openmp"})
+      if (!o.threaded() || flavour != "serial") paths.push_back("/usr/lib/x86_64-linux-gnu/" + peer + flavour + file);
+    return paths;
+  };
+  load_library("OpenBLAS", builds("openblas-", "/libopenblas.so.0"), o.precision, all);
+  load_library("BLIS", builds("blis-", "/libblis.so.4"), o.precision, all);
+  if (all.size() < 3) std::fprintf(stderr, "vectors: a peer is missing (packages libopenblas0, libblis4)\n");
+  return all;
+}
+
+const std::vector<int64_t> kLengths = {1, 3, 10, 30, 100, 300, 1000, 3000, 10000, 30000, 100000, 1000000, 10000000};
+const std::vector<int64_t> kOrders = {2, 5, 16, 64, 100, 128, 256, 500, 1000, 2000, 4000, 8192};
+
+bool takes_matrix(const routine& r) { return r.takes >= form::general; }
+
+// Small numbers, written anew for each figure, and scalars of modulus 1: repeated calls neither overflow nor reach
+// denormal numbers. Elements of matrices are so small that solutions do not fade away.
+template <class R>
+class operands {
+ public:
+  explicit operands(bool complex)
+      : parts_(complex ? 2 : 1),
+        unit_{complex ? R(0) : R(-1), R(1)},
+        a_(static_cast<size_t>(parts_ * kOrders.back() * kOrders.back())),
+        x_(static_cast<size_t>(parts_ * kLengths.back())),
+        y_(x_.size()) {}
+
+  call make(size_t number, int64_t n) {
+    const routine& r = kRoutines[number];
+    fill(x_, n, R(1e-3)), fill(y_, n, R(1e-3));
+    if (takes_matrix(r)) fill(a_, std::min(kOrders.back(), std::max(n, 2 * kDiagonals + 1)) * n, R(1e-6));
+    const size_t part = r.takes == form::update ? 1 : 0;  // of a Hermitian update alpha is real: the last part
+    return {number, n, &unit_[part], &half_turn_[0], a_.data(), x_.data(), y_.data()};
+  }
+
+  double bytes_of(const call& c) const {
+    const routine& r = kRoutines[c.number];
+    const int64_t elements = !takes_matrix(r) ? c.n : c.n * (r.kind == stored::band ? kDiagonals + 1 : c.n);
+    return r.traffic * static_cast<double>(parts_ * elements * static_cast<int64_t>(sizeof(R)));
+  }
+
+ private:
+  void fill(std::vector<R>& x, int64_t elements, R value) { std::fill_n(x.data(), parts_ * elements, value); }
+
+  int64_t parts_;
+  std::array<R, 2> unit_, half_turn_ = {std::sqrt(R(0.5)), 0};
+  std::vector<R> a_, x_, y_;
+};
+
+std::string label_of(const routine& r, const std::string& name) {
+  std::string label = name;
+  for (const char letter : {r.first, r.trans})
+    if (letter != 0) label += std::string(" ") + letter;
+  return label;
+}
+
+void print_head(const options& o, const std::vector<library>& libraries) {
+  std::printf("# %s, precision %s, threads %d, GB/s\n#           n      ours", o.tier.c_str(), o.precision.c_str(),
+              o.threads);
+  for (size_t i = 1; i < libraries.size(); ++i) std::printf("%10s", libraries[i].name.c_str());
+  std::printf("   ratio\n");
+}
+
+template <class R>
+void measure(const options& o, const std::vector<library>& libraries) {
+  operands<R> memory(o.complex());
+  print_head(o, libraries);
+  for (size_t number = 0; number < std::size(kRoutines); ++number) {
+    const routine& r = kRoutines[number];
+    const std::string name = o.complex() ? r.complex : r.real, label = label_of(r, name);
+    if (!o.wants(name)) continue;
+    double logs = 0;
+    const std::vector<int64_t>& sizes = takes_matrix(r) ? kOrders : kLengths;
+    for (const int64_t n : sizes) {
+      const call c = memory.make(number, n);
+      const std::vector<double> times = best_times(libraries, c, o.rounds, o.threaded());
+      const double ratio = *std::min_element(times.begin() + (times.size() > 1), times.end()) / times[0];
+      logs += std::log(ratio);
+      if (o.summary) continue;
+      std::printf("%-8s%8ld", label.c_str(), n);
+      for (const double seconds : times) std::printf("%10.1f", memory.bytes_of(c) / seconds * 1e-9);
+      std::printf("%8.2f\n", ratio);
+      std::fflush(stdout);
+    }
+    std::printf("%-8s    mean%38.2f\n", label.c_str(), std::exp(logs / static_cast<double>(sizes.size())));
+    std::fflush(stdout);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string tier = "avx512", precision = "d";
-  int rounds = 0, threads = 1;
-  bool summary = false;
-  std::string only, standard_names;
-  for (int i = 1; i < argc; ++i) {
-    const std::string option = argv[i];
-    if (option == "--summary") {
-      summary = true;
-    } else if (i + 1 < argc && option == "--tier") {
-      tier = argv[++i];
-    } else if (i + 1 < argc && option == "--precision") {
-      precision = argv[++i];
-    } else if (i + 1 < argc && option == "--threads") {
-      threads = std::atoi(argv[++i]);
-    } else if (i + 1 < argc && option == "--routines") {
-      only = argv[++i];
-    } else if (i + 1 < argc && option == "--library") {
-      standard_names = argv[++i];
-    } else if (i + 1 < argc && option == "--rounds") {
-      rounds = std::atoi(argv[++i]);
-    } else {
-      std::fprintf(
-          stderr,
-          "usage: vectors [--tier T] [--precision s|d|c|z] [--threads N] [--rounds N] [--routines \"dot trsv\"] "
-          "[--summary] [--library FILE]\n");
-      return 2;
-    }
+  options o;
+  if (!parse(argc, argv, o)) {
+    std::fprintf(stderr,
+                 "usage: vectors [--tier T] [--precision s|d|c|z] [--threads N] [--rounds N] [--routines \"dot trsv\"] "
+                 "[--summary] [--library FILE]\n");
+    return 2;
   }
-  const bool threaded = threads > 1;
-  if (rounds < 1) rounds = threaded ? 7 : 31;
-  std::vector<library> libraries;
-  choose_kernels(tier, threads);
-  standard_names.empty() ? libraries.push_back(own(precision))
-                         : load_library("ours", {standard_names}, precision, libraries);
-  if (libraries.empty()) return std::fprintf(stderr, "vectors: %s cannot be loaded\n", standard_names.c_str()), 2;
-  tev_serv_trust_features(1);  // gemv takes a team only on processors that detection knows or a program vouches for
-  const std::string folder = "/usr/lib/x86_64-linux-gnu/";
-  const auto builds = [&](const std::string& peer, const std::string& file) {
-    std::vector<std::string> paths;
-    for (const char* flavour : {"serial", "pthread", "openmp"})
-      if (!threaded || std::string(flavour) != "serial") paths.push_back(folder + peer + flavour + file);
-    return paths;
-  };
-  load_library("OpenBLAS", builds("openblas-", "/libopenblas.so.0"), precision, libraries);
-  load_library("BLIS", builds("blis-", "/libblis.so.4"), precision, libraries);
-  if (libraries.size() < 3) std::fprintf(stderr, "vectors: a peer is missing (packages libopenblas0, libblis4)\n");
-
-  using sizes = std::vector<int64_t>;
-  const sizes lengths = {1, 3, 10, 30, 100, 300, 1000, 3000, 10000, 30000, 100000, 1000000, 10000000};
-  const sizes orders = {2, 5, 16, 64, 100, 128, 256, 500, 1000, 2000, 4000, 8192};
-
-  const bool single = precision == "s" || precision == "c", complex = precision == "c" || precision == "z";
-  const double element = (single ? 4 : 8) * (complex ? 2 : 1);
-  // Small operands, written anew for each figure, and scalars of modulus 1: repeated calls neither overflow nor reach
-  // denormal numbers. Elements of matrices are so small that solutions do not fade away.
-  const std::array<double, 2> unit = {complex ? 0.0 : -1.0, 1.0}, half_turn = {std::sqrt(0.5), 0};
-  const std::array<float, 2> single_unit = {complex ? 0.0f : -1.0f, 1.0f}, single_half_turn = {std::sqrt(0.5f), 0};
-  const auto bytes_of = [&](int64_t elements) { return static_cast<size_t>(elements) * static_cast<size_t>(element); };
-  std::vector<double> a(bytes_of(orders.back() * orders.back()) / sizeof(double)),
-      x(bytes_of(lengths.back()) / sizeof(double)), y(x.size());
-  const auto fill = [&](std::vector<double>& operand, int64_t elements, double value) {
-    if (single)
-      std::fill_n(reinterpret_cast<float*>(operand.data()), bytes_of(elements) / sizeof(float),
-                  static_cast<float>(value));
-    else
-      std::fill_n(operand.data(), bytes_of(elements) / sizeof(double), value);
-  };
-  std::printf("# %s, precision %s, threads %d, GB/s\n#           n      ours", tier.c_str(), precision.c_str(),
-              threads);
-  for (size_t i = 1; i < libraries.size(); ++i) std::printf("%10s", libraries[i].name.c_str());
-  std::printf("   ratio\n");
-  for (size_t number = 0; number < std::size(kRoutines); ++number) {
-    const routine& r = kRoutines[number];
-    std::string name = complex ? r.complex : r.real;
-    if (!only.empty() && (" " + only + " ").find(" " + name + " ") == std::string::npos) continue;
-    for (const char letter : {r.first, r.trans})
-      if (letter != 0) name += std::string(" ") + letter;
-    const bool matrix = r.takes >= form::general;
-    double logs = 0;
-    const sizes& all = matrix ? orders : lengths;
-    for (const int64_t n : all) {
-      fill(x, n, 1e-3), fill(y, n, 1e-3);
-      if (matrix) fill(a, std::min(orders.back(), std::max(n, 2 * kDiagonals + 1)) * n, 1e-6);
-      // The alpha of a Hermitian update is real: the last part.
-      const size_t part = r.takes == form::update ? 1 : 0;
-      const call c = {number,
-                      n,
-                      single ? static_cast<const void*>(&single_unit[part]) : &unit[part],
-                      single ? static_cast<const void*>(&single_half_turn[0]) : &half_turn[0],
-                      a.data(),
-                      x.data(),
-                      y.data()};
-      const std::vector<double> t = best_times(libraries, c, rounds, threaded);
-      const int64_t elements = !matrix ? n : n * (r.kind == stored::band ? kDiagonals + 1 : n);
-      const double bytes = r.traffic * element * static_cast<double>(elements);
-      const double peer = *std::min_element(t.begin() + (t.size() > 1), t.end());
-      logs += std::log(peer / t[0]);
-      if (summary) continue;
-      std::printf("%-8s%8ld", name.c_str(), n);
-      for (const double seconds : t) std::printf("%10.1f", bytes / seconds * 1e-9);
-      std::printf("%8.2f\n", peer / t[0]);
-      std::fflush(stdout);
-    }
-    std::printf("%-8s    mean%38.2f\n", name.c_str(), std::exp(logs / static_cast<double>(all.size())));
-    std::fflush(stdout);
-  }
+  const std::vector<library> libraries = load_libraries(o);
+  if (libraries.empty()) return std::fprintf(stderr, "vectors: %s cannot be loaded\n", o.library.c_str()), 2;
+  o.single() ? measure<float>(o, libraries) : measure<double>(o, libraries);
 }
