@@ -132,9 +132,9 @@ TEV_INLINE bool columns_clash(int64_t count, int64_t ld) {
 }
 
 // Rows and columns up to which a product with A as it is packs nothing: 512-bit vectors go down its columns (found on
-// 48 KiB / 1 MiB: 8 % ahead at 256, 4 to 7 % from 370 to 420, even at 450).
+// 48 KiB / 1 MiB: 8 % ahead at 256, 3 % behind at 400).
 template <class T>
-inline constexpr int64_t kBothPlain = kVectorBytes == 64 ? 421 : kLeastPacked<T>.both;
+inline constexpr int64_t kBothPlain = kVectorBytes == 64 ? 361 : kLeastPacked<T>.both;
 
 // Few rows or columns do not repay packing, unless the columns that are read again and again evict each other: of A, or
 // of a transposed B. Whole lines at a time, as 512-bit vectors read them, stand that better than packing. A thin
