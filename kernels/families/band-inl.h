@@ -27,9 +27,6 @@ struct range {
   int64_t begin, end;
 };
 
-TEV_INLINE int64_t smaller(int64_t x, int64_t y) { return x < y ? x : y; }
-TEV_INLINE int64_t greater(int64_t x, int64_t y) { return x > y ? x : y; }
-
 // Lanes [begin, end) of L, 0 <= begin <= end <= L. What is loaded, and what of a vector is kept, has zeros elsewhere.
 template <int L>
 struct some_lanes {
@@ -98,7 +95,7 @@ TEV_INLINE void add_partial_columns(const band<T>& a, int64_t i, int64_t count, 
                                     row_sums<T>& sums) {
   constexpr int L = row_sums<T>::L;
   for (int64_t j = from; j < until; ++j) {
-    const int64_t begin = greater(0, j - a.ku - i), end = smaller(count, j + a.kl + 1 - i);
+    const int64_t begin = max_of(0, j - a.ku - i), end = min_of(count, j + a.kl + 1 - i);
     sums.add(some_lanes<L>{begin * kParts<T>, end * kParts<T>}, a.at(i, j), x[j]);
   }
 }
@@ -107,11 +104,11 @@ template <class T>
 TEV_INLINE void gbmv_n(const band<T>& a, const range& part, T alpha, const T* x, T* y) {
   constexpr int L = row_sums<T>::L, kRows = L / kParts<T>, U = 4;
   for (int64_t i = part.begin; i < part.end; i += kRows) {
-    const int64_t count = smaller(kRows, part.end - i), from = greater(0, i - a.kl),
-                  until = smaller(a.n, i + count + a.ku);
+    const int64_t count = min_of(kRows, part.end - i), from = max_of(0, i - a.kl),
+                  until = min_of(a.n, i + count + a.ku);
     // Columns that have all of a whole register of rows.
-    int64_t j = greater(from, i + kRows - 1 - a.kl);
-    const int64_t whole_until = smaller(until, i + a.ku + 1);
+    int64_t j = max_of(from, i + kRows - 1 - a.kl);
+    const int64_t whole_until = min_of(until, i + a.ku + 1);
     row_sums<T> sums[U] = {};
     if (count < kRows || j >= whole_until) {
       add_partial_columns(a, i, count, from, until, x, sums[0]);
@@ -152,8 +149,8 @@ TEV_INLINE void slanted_dots(bool conjugated, int64_t count, const T* a, int64_t
 
 template <class T>
 TEV_INLINE void gbmv_t(bool conjugated, const band<T>& a, const range& part, T alpha, const T* x, T* y) {
-  for (int64_t j = part.begin, end = smaller(part.end, a.m + a.ku); j < end; ++j) {
-    const int64_t first = greater(0, j - a.ku), last = smaller(a.m, j + a.kl + 1);
+  for (int64_t j = part.begin, end = min_of(part.end, a.m + a.ku); j < end; ++j) {
+    const int64_t first = max_of(0, j - a.ku), last = min_of(a.m, j + a.kl + 1);
     y[j] = add(y[j], multiply(alpha, dot_contiguous(conjugated, last - first, a.at(first, j), x + first)));
   }
 }

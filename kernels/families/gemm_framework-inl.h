@@ -20,8 +20,6 @@ namespace tev::TEV_TIER {
 using namespace tev::kernels;
 
 TEV_INLINE int64_t round_up(int64_t x, int64_t step) { return (x + step - 1) / step * step; }
-TEV_INLINE int64_t min_of(int64_t a, int64_t b) { return a < b ? a : b; }
-TEV_INLINE int64_t max_of(int64_t a, int64_t b) { return a > b ? a : b; }
 
 // ---- Scaling -------------------------------------------------------------------------------------------------------
 

@@ -16,9 +16,8 @@ TEV_COMPILED_WITH_THE_PRODUCT(tev_complex8)
 TEV_COMPILED_WITH_THE_PRODUCT(tev_complex16)
 #undef TEV_COMPILED_WITH_THE_PRODUCT
 
-// Triangles and what meets them stay unpacked below this size on 512-bit vectors, as far as their products without
-// packing reach. Found on 48 KiB / 1 MiB.
-inline constexpr int64_t kUnpackedBoth = kVectorBytes == 64 ? 361 : 0;
+// Triangles and what meets them stay unpacked below this size on 512-bit vectors, as far as their products do.
+inline constexpr int64_t kUnpackedBoth = kVectorBytes == 64 ? kBothPlain<double> : 0;
 
 // Where no product is packed, a triangle is halved. Order of its first half: whole blocks, more than half of them if
 // they do not divide.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Triangles that meet vectors: products and solutions with a block on the diagonal, rank-1 and rank-2 updates. A
-// triangle is multiplied J columns at a time: a corner, the rectangle beside it and, of a band,
-// the rows at its edge that only some of the columns have. Vectors with gaps go column by column.
+// triangle is multiplied J columns at a time: a corner, the rectangle beside it and, of a band, the rows at its edge
+// that only some of the columns have. Vectors with gaps go column by column.
 //
 //    d                     multiply, plain        others += rectangle . own, then the corner
 //    d d   own: J columns  multiply, transposed   the corner, then own += rectangle^T . others
@@ -167,7 +167,7 @@ TEV_INLINE void apply_edge(const triangle<const T>& a, const triangular_form& fo
   TEV_UNROLL
   for (int64_t c = j; c < j + J; ++c) {
     int64_t first = a.upper ? a.begin_beside(c) : inside, last = a.upper ? inside : a.end_beside(c);
-    first = first > begin ? first : begin, last = last < end ? last : end;
+    first = max_of(first, begin), last = min_of(last, end);
     if (form.plain())
       axpy_few(last - first, scaled_by_sign(form.solves, x[c]), a.at(first, c), x + first);
     else
@@ -182,11 +182,10 @@ TEV_INLINE void apply_columns(const triangle<const T>& a, const triangular_form&
                               int64_t end, T* x) {
   int64_t first = a.upper ? begin : j + J, last = a.upper ? j : end;
   if (a.kind == storage::band) {
-    const int64_t beside = a.begin_beside(j + J - 1), until = a.end_beside(j);
     if (a.upper)
-      first = beside > first ? beside : first;
+      first = max_of(first, a.begin_beside(j + J - 1));
     else
-      last = until < last ? until : last;
+      last = min_of(last, a.end_beside(j));
   }
   if (form.plain() == form.solves) apply_corner<J>(a, form, j, x);
   apply_rectangle<J>(a, form, j, first, last, x);
@@ -273,20 +272,19 @@ TEV_INLINE void update_packed(int64_t n, T s, const T* x, T t, const T* y, T* co
 template <class T>
 TEV_INLINE void update_columns(const triangle<T>& a, int64_t begin, int64_t end, T alpha, const T* x, int64_t incx,
                                const T* y, int64_t incy) {
+  const bool twice = y != nullptr;
   for (int64_t j = begin; j < end; ++j) {
     T* const diagonal = a.diagonal(j);
     const int64_t first = a.upper ? a.begin_beside(j) : j, last = a.upper ? j + 1 : a.end_beside(j);
     const int64_t count = last - first;
     T* const column = diagonal + (first - j);
-    const T *const of_x = x + (incx < 0 ? last - 1 : first) * incx, *const of_y =
-                                                                        y == nullptr
-                                                                            ? y
-                                                                            : y + (incy < 0 ? last - 1 : first) * incy;
-    const T s = multiply(alpha, conjugate_if(true, y == nullptr ? x[j * incx] : y[j * incy])),
-            t = conjugate_if(true, multiply(alpha, x[j * incx]));
-    if (incx != 1 || (y != nullptr && incy != 1)) {
+    const T s = multiply(alpha, conjugate_if(true, twice ? y[j * incy] : x[j * incx]));
+    const T t = twice ? conjugate_if(true, multiply(alpha, x[j * incx])) : T{};
+    const T* const of_x = x + (incx < 0 ? last - 1 : first) * incx;
+    const T* const of_y = twice ? y + (incy < 0 ? last - 1 : first) * incy : nullptr;
+    if (incx != 1 || (twice && incy != 1)) {
       axpy(count, s, of_x, incx, column, 1);
-      if (y != nullptr) axpy(count, t, of_y, incy, column, 1);
+      if (twice) axpy(count, t, of_y, incy, column, 1);
     } else if (a.kind == storage::packed && count <= kShortPacked<T>) {
       update_packed(count, s, of_x, t, of_y, column);
     } else {
