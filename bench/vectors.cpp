@@ -227,6 +227,7 @@ double seconds_per_call(const library& l, const call& c, int repetitions, bool t
 std::vector<double> best_times(const std::vector<library>& libraries, const call& c, int rounds, bool threaded) {
   constexpr int kPauseMicroseconds = 30000;
   constexpr double kTurn = 5e-5;
+  for (const library& l : libraries) seconds_per_call(l, c, 1, threaded);  // the very first one loads and decides
   int repetitions = 1;
   while (repetitions * seconds_per_call(libraries[0], c, repetitions, threaded) < kTurn / 2) repetitions *= 2;
   std::vector<double> best;

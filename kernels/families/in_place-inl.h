@@ -161,15 +161,11 @@ TEV_INLINE void for_halving_parts(int64_t i, int64_t n, const Step& step) {
   if constexpr (W > Least) for_halving_parts<Least, W / 2>(i, n, step);
 }
 
-// The numbers i .. n-1, fewer than fill a register.
+// The numbers i .. n-1, fewer than fill a register: in ever shorter vectors.
 template <class T, class Step>
 TEV_INLINE void for_rest(int64_t i, int64_t n, const Step& step) {
   constexpr int L = kLanes<real_of<T>>;
-  if constexpr (kVectorBytes == 64) {
-    if (i < n) step(first_part<L>{n - i}, i);
-  } else if constexpr (L > kParts<T>) {
-    for_halving_parts<kParts<T>, L / 2>(i, n, step);
-  }
+  if constexpr (L > kParts<T>) for_halving_parts<kParts<T>, L / 2>(i, n, step);
 }
 
 // Calls step(part, i) for parts that cover the numbers 0 .. n-1 of vectors of T's reals: groups of Vectors registers,

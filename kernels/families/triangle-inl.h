@@ -237,10 +237,6 @@ TEV_INLINE void triangular_block(const triangle<const T>& a, const triangular_fo
 
 // ---- Updates -------------------------------------------------------------------------------------------------------
 
-// Packed columns for which it matters how they end.
-template <class T>
-inline constexpr int64_t kShortPacked = 16 * kLanes<real_of<T>> / kParts<T>;
-
 // column += s x, or s x + t y, a part of them.
 template <class T, class Part>
 TEV_INLINE void update_part(const Part& part, int64_t i, T s, const T* x, T t, const T* y, T* column) {
@@ -256,17 +252,6 @@ TEV_INLINE void update_column(int64_t n, T s, const T* x, T t, const T* y, T* co
   if (y == nullptr) return axpy_contiguous(n, s, x, column);
   for_lines<T, 4>(n * kParts<T>, reals(column),
                   [=](auto part, int64_t i) TEV_LAMBDA { update_part(part, i, s, x, t, y, column); });
-}
-
-// A packed column: its last elements go by shorter and shorter vectors. A store behind a mask would keep the next
-// column, which begins in its place, waiting.
-template <class T>
-TEV_INLINE void update_packed(int64_t n, T s, const T* x, T t, const T* y, T* column) {
-  constexpr int L = kLanes<real_of<T>>;
-  const auto step = [=](auto part, int64_t i) TEV_LAMBDA { update_part(part, i, s, x, t, y, column); };
-  int64_t i = 0;
-  for (const int64_t end = n * kParts<T> / L * L; i < end; i += L) step(whole_part<L>{}, i);
-  if constexpr (L > kParts<T>) for_halving_parts<kParts<T>, L / 2>(i, n * kParts<T>, step);
 }
 
 template <class T>
@@ -285,8 +270,6 @@ TEV_INLINE void update_columns(const triangle<T>& a, int64_t begin, int64_t end,
     if (incx != 1 || (twice && incy != 1)) {
       axpy(count, s, of_x, incx, column, 1);
       if (twice) axpy(count, t, of_y, incy, column, 1);
-    } else if (a.kind == storage::packed && count <= kShortPacked<T>) {
-      update_packed(count, s, of_x, t, of_y, column);
     } else {
       update_column(count, s, of_x, t, of_y, column);
     }

@@ -16,8 +16,7 @@ inline constexpr int64_t kAlignsFromRegisters = 16;
 // for_own_parts, from a line on.
 template <class T, int Vectors, class Step>
 TEV_INLINE void for_lines(int64_t n, const real_of<T>* own, const Step& step) {
-  if constexpr (kVectorBytes == kLineBytes)  // what is short ends before the loops would have begun
-    if (n <= kLanes<real_of<T>>) return step(first_part<kLanes<real_of<T>>>{n}, 0);
+  if (n < kLanes<real_of<T>>) return for_rest<T>(0, n, step);  // ends before the loops would have begun
   if constexpr (kMasksToAlignment) {
     constexpr int L = kLanes<real_of<T>>;
     const auto behind = reinterpret_cast<uintptr_t>(own) % kVectorBytes;
