@@ -37,6 +37,18 @@ struct some_lanes {
   TEV_INLINE vec<float, 16> load(const float* from) const { return _mm512_maskz_loadu_ps(mask(), from); }
   TEV_INLINE vec<double, 8> keep(vec<double, 8> v) const { return _mm512_maskz_mov_pd((__mmask8)mask(), v); }
   TEV_INLINE vec<float, 16> keep(vec<float, 16> v) const { return _mm512_maskz_mov_ps(mask(), v); }
+#elif defined(__AVX__)
+  template <class Int>
+  TEV_INLINE __m256i mask() const {
+    vec<Int, L> lane;
+    TEV_UNROLL
+    for (int l = 0; l < L; ++l) lane[l] = l;
+    return (__m256i)((lane >= splat<L>(static_cast<Int>(begin))) & (lane < splat<L>(static_cast<Int>(end))));
+  }
+  TEV_INLINE vec<double, 4> load(const double* from) const { return _mm256_maskload_pd(from, mask<int64_t>()); }
+  TEV_INLINE vec<float, 8> load(const float* from) const { return _mm256_maskload_ps(from, mask<int32_t>()); }
+  TEV_INLINE vec<double, 4> keep(vec<double, 4> v) const { return (vec<double, 4>)((__m256i)v & mask<int64_t>()); }
+  TEV_INLINE vec<float, 8> keep(vec<float, 8> v) const { return (vec<float, 8>)((__m256i)v & mask<int32_t>()); }
 #else
   template <class R>
   TEV_INLINE vec<R, L> load(const R* from) const {
@@ -100,30 +112,45 @@ TEV_INLINE void add_partial_columns(const band<T>& a, int64_t i, int64_t count, 
   }
 }
 
-template <class T>
-TEV_INLINE void gbmv_n(const band<T>& a, const range& part, T alpha, const T* x, T* y) {
-  constexpr int L = row_sums<T>::L, kRows = L / kParts<T>, U = 4;
-  for (int64_t i = part.begin; i < part.end; i += kRows) {
-    const int64_t count = min_of(kRows, part.end - i), from = max_of(0, i - a.kl),
-                  until = min_of(a.n, i + count + a.ku);
-    // Columns that have all of a whole register of rows.
-    int64_t j = max_of(from, i + kRows - 1 - a.kl);
-    const int64_t whole_until = min_of(until, i + a.ku + 1);
-    row_sums<T> sums[U] = {};
-    if (count < kRows || j >= whole_until) {
-      add_partial_columns(a, i, count, from, until, x, sums[0]);
-    } else {
-      add_partial_columns(a, i, count, from, j, x, sums[0]);
-      for (; j + U <= whole_until; j += U) TEV_UNROLL
-      for (int u = 0; u < U; ++u) sums[u].add(every_lane<L>{}, a.at(i, j + u), x[j + u]);
-      for (; j < whole_until; ++j) sums[0].add(every_lane<L>{}, a.at(i, j), x[j]);
-      add_partial_columns(a, i, count, whole_until, until, x, sums[1]);
-    }
-    const auto sum = (sums[0].value() + sums[1].value()) + (sums[2].value() + sums[3].value());
-    real_of<T>* const to = reals(y + i);
-    const first_part<L> rows = {count * kParts<T>};
+// Rows i ... of R registers, of which the last may have fewer: `count` in all.
+template <int R, class T>
+TEV_INLINE void gbmv_rows(const band<T>& a, int64_t i, int64_t count, T alpha, const T* x, T* y) {
+  constexpr int L = row_sums<T>::L, kRows = L / kParts<T>, U = 4 / R;
+  // Columns that have all of these rows; of the others each register has its own.
+  const int64_t whole_from = max_of(0, i + R * kRows - 1 - a.kl), whole_until = min_of(a.n, i + a.ku + 1);
+  const bool whole = count == R * kRows && whole_from < whole_until;
+  row_sums<T> sums[R][U] = {};
+  TEV_UNROLL
+  for (int r = 0; r < R; ++r) {
+    const int64_t row = i + r * kRows, rows = min_of(kRows, count - r * kRows);
+    const int64_t from = max_of(0, row - a.kl), until = min_of(a.n, row + rows + a.ku);
+    add_partial_columns(a, row, rows, from, whole ? whole_from : until, x, sums[r][0]);
+    if (whole) add_partial_columns(a, row, rows, whole_until, until, x, sums[r][1]);
+  }
+  if (whole) {
+    int64_t j = whole_from;
+    for (; j + U <= whole_until; j += U) TEV_UNROLL
+    for (int u = 0; u < U; ++u) TEV_UNROLL
+    for (int r = 0; r < R; ++r) sums[r][u].add(every_lane<L>{}, a.at(i + r * kRows, j + u), x[j + u]);
+    for (; j < whole_until; ++j) TEV_UNROLL
+    for (int r = 0; r < R; ++r) sums[r][0].add(every_lane<L>{}, a.at(i + r * kRows, j), x[j]);
+  }
+  TEV_UNROLL
+  for (int r = 0; r < R; ++r) {
+    auto sum = sums[r][0].value() + sums[r][1].value();
+    if constexpr (U == 4) sum += sums[r][2].value() + sums[r][3].value();
+    real_of<T>* const to = reals(y + i + r * kRows);
+    const first_part<L> rows = {min_of(kRows, count - r * kRows) * kParts<T>};
     rows.store(plus_product(rows.load(to), multiplier_of<L>(alpha), sum), to);
   }
+}
+
+template <class T>
+TEV_INLINE void gbmv_n(const band<T>& a, const range& part, T alpha, const T* x, T* y) {
+  constexpr int kRows = kLanes<real_of<T>> / kParts<T>;
+  int64_t i = part.begin;
+  for (; i + 2 * kRows <= part.end; i += 2 * kRows) gbmv_rows<2>(a, i, 2 * kRows, alpha, x, y);
+  for (; i < part.end; i += kRows) gbmv_rows<1>(a, i, min_of(kRows, part.end - i), alpha, x, y);
 }
 
 // dots[j] := column j . x, from element j on: J columns that begin `next` apart.
