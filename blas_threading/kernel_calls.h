@@ -30,9 +30,8 @@ struct kernel_calls;
     static constexpr auto initialize_buffers = tev_blas_##p##gemm_initialize_buffers;             \
     more                                                                                          \
   };
-// Sums and rotations of real numbers; complex ones are pairs of them.
+// Rotations of real numbers; complex vectors are pairs of them.
 #define TEV_REALS(p)                                     \
-  static constexpr auto xasum = tev_blas_x##p##asum;     \
   static constexpr auto xrotate = tev_blas_x##p##rotate; \
   static constexpr auto xsweep_columns = tev_blas_x##p##sweep_columns;
 TEV_KERNEL_CALLS(float, s, ger, ger, dot, dot, symv_columns, TEV_REALS(s))

@@ -46,8 +46,6 @@ template <class T>
 using dot_fn = T(const int64_t* n, const T* x, const int64_t* incx, const T* y, const int64_t* incy);
 using dot_in_double_fn = double(const int64_t* n, const float* x, const int64_t* incx, const float* y,
                                 const int64_t* incy);
-template <class T>
-using asum_fn = T(const int64_t* n, const T* x, const int64_t* incx);
 // The number, from 0, of the first element whose modulus is the largest, |re| + |im| of a complex one. NaN is passed
 // over; 0 when there is nothing else.
 template <class T>

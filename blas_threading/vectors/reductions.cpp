@@ -2,19 +2,14 @@
 // ?dot, ?asum, ?nrm2, i?amax: one number of vectors. Long vectors are cut into pieces for a team; what the pieces give
 // is put together in their order, so that the result depends on the number of threads, not on who was first.
 #include <cmath>
-#include <limits>
 
 #include "blas_threading/element.h"
 #include "blas_threading/kernel_calls.h"
 #include "blas_threading/vectors/level1.h"
-#include "blas_threading/vectors/squares.h"
 #include "tev/blas.h"
 
 namespace tev::blas {
 namespace {
-
-template <class T>
-using real_of = typename element<T>::real;
 
 // Bytes of the vectors for each thread; a team forms from twice as many on. Nothing is written, and the result is
 // waited for, so pieces are larger than those of axpy.
@@ -49,91 +44,31 @@ Result dot(Result (*kernel)(const int64_t*, const T*, const int64_t*, const T*, 
       add<Result>);
 }
 
-// ---- Real numbers --------------------------------------------------------------------------------------------------
+// ---- Sums of moduli, norms
+// -------------------------------------------------------------------------------------------
 
-// A vector's numbers: a complex vector without gaps is a real one of twice the length; one with gaps is two, the real
-// parts and the imaginary parts.
-template <class R>
-struct numbers {
-  int64_t vectors, n, inc;
-  const R* at;  // the second vector begins one further
-};
-template <class T>
-numbers<real_of<T>> numbers_of(int64_t n, const T* x, int64_t inc) {
-  const auto* const at = reinterpret_cast<const real_of<T>*>(x);
-  if (kComplex<T> && inc == 1) return {1, 2 * n, 1, at};
-  return {element<T>::kParts, n, inc * element<T>::kParts, at};
-}
-
-template <class R>
-R sum_of_moduli(int64_t n, const R* x, int64_t inc) {
-  const auto kernel = kernel_calls<R>::xasum;
-  if (is_short<R>(n)) return kernel(&n, x, &inc);
+// kernel: one of the direct ones.
+template <class T, class R>
+R asum(R (*kernel)(int64_t, const T*, int64_t), int64_t n, const T* x, int64_t incx) {
+  if (is_short<T>(n) || incx < 1) return kernel(n, x, incx);
   return reduce<R>(
-      n, sizeof(R), [&](piece p) { return kernel(&p.size, x + p.start * inc, &inc); }, add<R>);
+      n, sizeof(T), [&](piece p) { return kernel(p.size, x + p.start * incx, incx); }, add<R>);
 }
 
-template <class T>
-real_of<T> asum(int64_t n, const T* x, int64_t incx) {
-  if (n < 1 || incx < 1) return 0;
-  const auto v = numbers_of(n, x, incx);
-  real_of<T> sum = 0;
-  for (int64_t i = 0; i < v.vectors; ++i) sum += sum_of_moduli(v.n, v.at + i, v.inc);
-  return sum;
-}
+// No square over- or underflows, and a NaN stays one beside an infinity.
+double norm_of_both(double x, double y) { return std::isnan(x) || std::isnan(y) ? x + y : std::hypot(x, y); }
 
-// Squares are summed in double as they are, and that is the norm if nothing over- or underflowed in a way that shows:
-// always in single precision, nearly always in double.
-double sum_of_squares(int64_t n, const float* x, int64_t incx) {
-  return dot(tev_blas_xsdot_in_double, &n, x, &incx, x, &incx);
-}
-double sum_of_squares(int64_t n, const double* x, int64_t incx) { return dot(tev_blas_xddot, &n, x, &incx, x, &incx); }
-
-// Otherwise sums by range: of small numbers times 2^537, medium ones, large ones times 2^-538, so that no square of
-// them overflows or loses digits. (J. L. Blue, ACM TOMS 4, 1978; the limits are those of E. Anderson, ACM TOMS 44,
-// 2017.)
-constexpr double kSmall = 0x1p-511, kLarge = 0x1p+486, kSmallTimes = 0x1p+537, kLargeTimes = 0x1p-538;
-
-struct ranges {
-  double small = 0, medium = 0, large = 0;
-
-  void add(double x) {
-    x = std::abs(x);
-    if (x > kLarge)
-      large += x * kLargeTimes * (x * kLargeTimes);
-    else if (x < kSmall)
-      small += x * kSmallTimes * (x * kSmallTimes);
-    else  // also NaN
-      medium += x * x;
-  }
-  double norm() const {
-    if (large > 0) return std::sqrt(large + medium * kLargeTimes * kLargeTimes) / kLargeTimes;
-    if (small == 0) return std::sqrt(medium);
-    // Small and medium: their norms are far enough from both ends to be squared relative to the larger one.
-    const double a = std::sqrt(medium), b = std::sqrt(small) / kSmallTimes;
-    if (!(a > 0)) return std::isnan(a) ? a : b;
-    const double most = std::max(a, b), ratio = std::min(a, b) / most;
-    return most * std::sqrt(1 + ratio * ratio);
-  }
-};
-
-template <class T>
-real_of<T> nrm2(int64_t n, const T* x, int64_t incx) {
-  if (n < 1) return 0;
-  const auto v = numbers_of(n, x, incx);
-  double sum = sum_of_squares(v.n, v.at, v.inc);
-  if (v.vectors == 2) sum += sum_of_squares(v.n, v.at + 1, v.inc);
-  if (squares_are_whole<real_of<T>>(sum)) return static_cast<real_of<T>>(std::sqrt(sum));
-  ranges by_range;
-  for (int64_t i = 0; i < v.vectors; ++i)
-    for (int64_t k = 0; k < v.n; ++k) by_range.add(v.at[i + k * std::abs(v.inc)]);
-  return static_cast<real_of<T>>(by_range.norm());
+template <class T, class R>
+R nrm2(R (*kernel)(int64_t, const T*, int64_t), int64_t n, const T* x, int64_t incx) {
+  if (is_short<T>(n)) return kernel(n, x, incx);
+  return static_cast<R>(reduce<double>(
+      n, sizeof(T), [&](piece p) { return double{kernel(p.size, address_of(p, n, x, incx), incx)}; }, norm_of_both));
 }
 
 // ---- The largest modulus -------------------------------------------------------------------------------------------
 
 template <class T>
-real_of<T> modulus(T x) {
+auto modulus(T x) {
   if constexpr (kComplex<T>)
     return std::abs(x.real) + std::abs(x.imag);
   else
@@ -182,15 +117,15 @@ float tev_blas_sdsdot(const int64_t* n, const float* b, const float* x, const in
   return static_cast<float>(*b + tev_blas_dsdot(n, x, incx, y, incy));
 }
 
-#define TEV_REDUCTIONS(p, parts_p, T, R)                                           \
-  R tev_blas_##parts_p##asum(const int64_t* n, const T* x, const int64_t* incx) {  \
-    return tev::blas::asum(*n, x, *incx);                                          \
-  }                                                                                \
-  R tev_blas_##parts_p##nrm2(const int64_t* n, const T* x, const int64_t* incx) {  \
-    return tev::blas::nrm2(*n, x, *incx);                                          \
-  }                                                                                \
-  int64_t tev_blas_i##p##amax(const int64_t* n, const T* x, const int64_t* incx) { \
-    return tev::blas::iamax(*n, x, *incx);                                         \
+#define TEV_REDUCTIONS(p, parts_p, T, R)                                            \
+  R tev_blas_##parts_p##asum(const int64_t* n, const T* x, const int64_t* incx) {   \
+    return tev::blas::asum(tev_blas_direct_kernels()->parts_p##asum, *n, x, *incx); \
+  }                                                                                 \
+  R tev_blas_##parts_p##nrm2(const int64_t* n, const T* x, const int64_t* incx) {   \
+    return tev::blas::nrm2(tev_blas_direct_kernels()->parts_p##nrm2, *n, x, *incx); \
+  }                                                                                 \
+  int64_t tev_blas_i##p##amax(const int64_t* n, const T* x, const int64_t* incx) {  \
+    return tev::blas::iamax(*n, x, *incx);                                          \
   }
 TEV_REDUCTIONS(s, s, float, float)
 TEV_REDUCTIONS(d, d, double, double)

@@ -41,14 +41,14 @@ void rotate(int64_t n, R* x, int64_t incx, R* y, int64_t incy, const R* h) {
   });
 }
 
-// Complex vectors without gaps are real ones of twice the length; real and imaginary parts of others turn apart.
+// kernel: one of the direct ones.
 template <class T, class R>
-void rot(int64_t n, T* x, int64_t incx, T* y, int64_t incy, R c, R s) {
-  const R h[] = {c, -s, s, c};
-  R *const xr = reinterpret_cast<R*>(x), *const yr = reinterpret_cast<R*>(y);
-  constexpr int64_t kParts = element<T>::kParts;
-  if (kParts == 1 || (incx == 1 && incy == 1)) return rotate(kParts * n, xr, incx, yr, incy, h);
-  for (int64_t part = 0; part < kParts; ++part) rotate(n, xr + part, kParts * incx, yr + part, kParts * incy, h);
+void rot(void (*kernel)(int64_t, T*, int64_t, T*, int64_t, const R*, const R*), int64_t n, T* x, int64_t incx, T* y,
+         int64_t incy, const R* c, const R* s) {
+  if (is_short<T>(n)) return kernel(n, x, incx, y, incy, c, s);
+  on_pieces(n, sizeof(T), incx != 0 && incy != 0, [=, own_c = *c, own_s = *s](piece p) {
+    kernel(p.size, address_of(p, n, x, incx), incx, address_of(p, n, y, incy), incy, &own_c, &own_s);
+  });
 }
 
 // param: which elements of the matrix stand in it, then all four by columns; the others are ones.
@@ -185,7 +185,7 @@ TEV_SWAP(z, tev_complex16)
 #define TEV_ROT(name, T, R)                                                                                \
   void tev_blas_##name(const int64_t* n, T* x, const int64_t* incx, T* y, const int64_t* incy, const R* c, \
                        const R* s) {                                                                       \
-    tev::blas::rot(*n, x, *incx, y, *incy, *c, *s);                                                        \
+    tev::blas::rot(tev_blas_direct_kernels()->name, *n, x, *incx, y, *incy, c, s);                         \
   }
 TEV_ROT(srot, float, float)
 TEV_ROT(drot, double, double)

@@ -20,6 +20,7 @@
   row(T, swap, p##swap, void, int64_t n, T* x, int64_t incx, T* y, int64_t incy) \
   row(T, axpy, p##axpy, void, int64_t n, const T* alpha, const T* x, int64_t incx, T* y, int64_t incy) \
   row(T, asum, norm_p##asum, R, int64_t n, const T* x, int64_t incx) \
+  row(T, nrm2, norm_p##nrm2, R, int64_t n, const T* x, int64_t incx) \
   row(T, iamax, i##p##amax, int64_t, int64_t n, const T* x, int64_t incx) /* from 1 */ \
   row(T, gemv, p##gemv, void, char trans, int64_t m, int64_t n, const T* alpha, const T* a, int64_t lda, \
       const T* x, const T* beta, T* y) \
@@ -62,21 +63,11 @@
   TEV_DIRECT_COMPLEX(row, c, sc, cs, tev_complex8, float) \
   TEV_DIRECT_COMPLEX(row, z, dz, zd, tev_complex16, double)
 
-/* What lies above the kernels: row(name, T, R). */
-#define TEV_DIRECT_NORMS(row) \
-  row(snrm2, float, float) \
-  row(dnrm2, double, double) \
-  row(scnrm2, tev_complex8, float) \
-  row(dznrm2, tev_complex16, double)
-
 /* clang-format on */
 
 typedef struct tev_direct_kernels {
 #define TEV_DIRECT_MEMBER(T, kernel, name, result, ...) result (*name)(__VA_ARGS__);
-#define TEV_DIRECT_NORM(name, T, R) R (*name)(int64_t n, const T* x, int64_t incx);
   TEV_DIRECT_ROWS(TEV_DIRECT_MEMBER)
-  TEV_DIRECT_NORMS(TEV_DIRECT_NORM)
-#undef TEV_DIRECT_NORM
 #undef TEV_DIRECT_MEMBER
 } tev_direct_kernels;
 

@@ -31,7 +31,6 @@ TEV_ALL(swap_fn, x, swap)
 TEV_REAL(dot_fn, x, dot)
 TEV_COMPLEX(dot_fn, x, dotu)
 TEV_COMPLEX(dot_fn, x, dotc)
-TEV_REAL(asum_fn, x, asum)
 TEV_ALL(iamax_fn, x, iamax)
 TEV_REAL(rotate_fn, x, rotate)
 #define TEV_SWEEP(letter, T, R, name) tev::kernels::sweep_fn<T, R> tev_blas_x##letter##name;

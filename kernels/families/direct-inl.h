@@ -6,6 +6,7 @@
 #include "kernels/families/band-inl.h"
 #include "kernels/families/gemv-inl.h"
 #include "kernels/families/ger-inl.h"
+#include "kernels/families/norm-inl.h"
 #include "kernels/families/reduction-inl.h"
 #include "kernels/families/symv-inl.h"
 #include "kernels/families/triangle-inl.h"
@@ -62,6 +63,11 @@ real_of<T> asum(int64_t n, const T* x, int64_t incx) {
 }
 
 template <class T>
+real_of<T> nrm2(int64_t n, const T* x, int64_t incx) {
+  return norm(n, x, incx);
+}
+
+template <class T>
 void rot(int64_t n, T* x, int64_t incx, T* y, int64_t incy, const real_of<T>* c, const real_of<T>* s) {
   const real_of<T> h[] = {*c, -*s, *s, *c};
   real_of<T>*const xr = reals(x), *const yr = reals(y);
@@ -82,6 +88,7 @@ void scal_by_real(int64_t n, const real_of<T>* alpha, T* x, int64_t incx) {
 template <class T>
 int64_t iamax(int64_t n, const T* x, int64_t incx) {
   if (n < 1 || incx < 1) return 0;
+  if (n == 1) return 1;
   const auto first = moduli<T, kParts<T>>(load<kParts<T>>(reals(x)))[0];
   return first != first ? 1 : 1 + TEV_TIER::iamax(n, x, incx);
 }
@@ -186,7 +193,6 @@ void spr2(char uplo, int64_t n, const T* alpha, const T* x, const T* y, T* ap) {
   update<T>(packed_triangle(uplo, n, ap), *alpha, x, y);
 }
 
-// The norms are above the kernels.
 inline constexpr tev_direct_kernels kKernels = {
 #define TEV_DIRECT_KERNEL(T, kernel, name, ...) .name = kernel<T>,
     TEV_DIRECT_ROWS(TEV_DIRECT_KERNEL)

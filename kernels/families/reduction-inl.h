@@ -57,8 +57,24 @@ TEV_INLINE void fold_sums(V (&sums)[U]) {
 
 // ---- Dot products --------------------------------------------------------------------------------------------------
 
+// Elements that go one by one: a register of them costs more, and would have to wait for what has just been stored of
+// it.
+inline constexpr int64_t kFew = 4;
+
+template <class T>
+TEV_INLINE T dot_few(bool conjugated, int64_t n, const T* x, const T* y) {
+  T sum = {};
+  for (int64_t i = 0; i < n; ++i) sum = add(sum, multiply(conjugate_if(conjugated, x[i]), y[i]));
+  return sum;
+}
+template <class T>
+TEV_INLINE void axpy_few(int64_t n, T alpha, const T* x, T* y) {
+  for (int64_t i = 0; i < n; ++i) y[i] = add(y[i], multiply(alpha, x[i]));
+}
+
 template <class T>
 TEV_INLINE T dot_contiguous(bool conjugated, int64_t n, const T* x, const T* y) {
+  if (n <= kFew) return dot_few(conjugated, n, x, y);
   using R = real_of<T>;
   constexpr int L = kLanes<R>, U = 4;
   const R *const column[] = {reals(x)}, *const yr = reals(y);
@@ -86,21 +102,6 @@ TEV_INLINE T dot(bool conjugated, int64_t n, const T* x, int64_t incx, const T* 
   if (n < 1) return {};
   if (incx == 1 && incy == 1) return dot_contiguous(conjugated, n, x, y);
   return dot_gathered(conjugated, n, x, incx, y, incy);
-}
-
-// Elements beside the diagonal of a triangle's column that go one by one: a register of them would have to wait for
-// what has just been stored of it.
-inline constexpr int64_t kFew = 4;
-
-template <class T>
-TEV_INLINE T dot_few(bool conjugated, int64_t n, const T* x, const T* y) {
-  T sum = {};
-  for (int64_t i = 0; i < n; ++i) sum = add(sum, multiply(conjugate_if(conjugated, x[i]), y[i]));
-  return sum;
-}
-template <class T>
-TEV_INLINE void axpy_few(int64_t n, T alpha, const T* x, T* y) {
-  for (int64_t i = 0; i < n; ++i) y[i] = add(y[i], multiply(alpha, x[i]));
 }
 
 // Products and sums in double: a product of two floats is exact there.
