@@ -59,7 +59,10 @@ TEV_INLINE void symv_rectangle(int64_t m, T alpha, const column_starts<J, T>& a,
   dot_sums<J, 1, T> sums = {};
   TEV_UNROLL
   for (int j = 0; j < J; ++j) column[j] = reals(a.at[j]), t[j] = multiply(alpha, of_columns.x[j]);
+  const int64_t count = m * kParts<T>, whole = count / L * L;
+  const asked_ahead<R> ahead(count, 3 * asked_ahead<R>::kDistance);
   const auto step = [&](auto part, int64_t i) TEV_LAMBDA {
+    ahead.template ask<L>(column, i);
     const auto v = part.load(x + i);
     auto sum = part.load(y + i);
     if constexpr (kComplex<T>) {
@@ -84,7 +87,6 @@ TEV_INLINE void symv_rectangle(int64_t m, T alpha, const column_starts<J, T>& a,
     }
     part.store(sum, y + i);
   };
-  const int64_t count = m * kParts<T>, whole = count / L * L;
   for (int64_t i = 0; i < whole; i += L) step(whole_part<L>{}, i);
   if (whole < count) step(first_part<L>{count - whole}, whole);
   TEV_UNROLL
