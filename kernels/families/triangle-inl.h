@@ -147,12 +147,26 @@ TEV_INLINE void apply_corner(const triangle<const T>& a, const triangular_form& 
                 : apply_ordered_corner<false, false>(form, columns, x + first, inc);
 }
 
+// A few rows of a column.
+template <class T>
+TEV_INLINE void meet_few(const triangular_form& form, const T* column, int64_t count, T& own, T* others) {
+  if (form.plain())
+    axpy_few(count, scaled_by_sign(form.solves, own), column, others);
+  else
+    own = add(own, scaled_by_sign(form.solves, dot_few(form.trans == 'C', count, column, others)));
+}
+
 // Rows [first, last) of J columns from j on: a rectangle.
 template <int J, class T>
 TEV_INLINE void apply_rectangle(const triangle<const T>& a, const triangular_form& form, int64_t j, int64_t first,
                                 int64_t last, T* x) {
   const T sign = scaled_by_sign(form.solves, real_element<T>(1));
   const auto columns = columns_of<J>(a, first, j);
+  if (last - first <= kFew) {
+    TEV_UNROLL
+    for (int c = 0; c < J; ++c) meet_few(form, columns.at[c], last - first, x[j + c], x + first);
+    return;
+  }
   if (form.plain())
     add_columns<J, T>(last - first, sign, columns, x + j, 1, x + first);
   else
@@ -168,11 +182,7 @@ TEV_INLINE void apply_edge(const triangle<const T>& a, const triangular_form& fo
   for (int64_t c = j; c < j + J; ++c) {
     int64_t first = a.upper ? a.begin_beside(c) : inside, last = a.upper ? inside : a.end_beside(c);
     first = max_of(first, begin), last = min_of(last, end);
-    if (form.plain())
-      axpy_few(last - first, scaled_by_sign(form.solves, x[c]), a.at(first, c), x + first);
-    else
-      x[c] =
-          add(x[c], scaled_by_sign(form.solves, dot_few(form.trans == 'C', last - first, a.at(first, c), x + first)));
+    meet_few(form, a.at(first, c), last - first, x[c], x + first);
   }
 }
 
