@@ -240,7 +240,7 @@ TYPED_TEST(OnTeams, MatricesAndVectorsMakeTheSums) {
 // Triangles however they are stored, times a vector, symmetric, and updated: whole numbers, so what one thread gives.
 TYPED_TEST(OnTeams, TrianglesGiveWhatOneThreadGives) {
   using T = TypeParam;
-  static constexpr int64_t n = 530, k = 330;
+  static constexpr int64_t n = 530, k = 250;
   engine random(kSeed);
   const T two(2), one(1);
   for (const int64_t inc : {1, -2})
