@@ -198,7 +198,10 @@ TEST(Gemv, Decisions) {
 template <class T>
 using calls = blas_calls<c_element_t<T>>;
 template <class T>
-class OnTeams : public testing::Test {};
+class OnTeams : public testing::Test {
+ protected:
+  OnTeams() { tev_serv_set_dynamic(0); }  // teams keep their size on a crowded machine
+};
 TYPED_TEST_SUITE(OnTeams, Elements);
 
 TYPED_TEST(OnTeams, Level1IsTheLoop) {
