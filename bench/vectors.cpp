@@ -11,7 +11,7 @@
 // ratio is ours over the faster peer, at the end its geometric mean per routine.
 //
 // With more threads those meet the peers' threaded builds, and time is the clock's. Between turns is a pause, in which
-// the threads of the last one fall asleep.
+// the threads of the last one fall asleep; some milliseconds of calls that do not count wake those of the next one.
 #include <dlfcn.h>
 #include <time.h>
 #include <unistd.h>
@@ -143,6 +143,9 @@ void load_library(const char* name, const std::vector<std::string>& paths, const
   to.push_back(peer);
 }
 
+// Between the turns of threads.
+constexpr unsigned kPauseMilliseconds = 30;
+
 // What the libraries read when they are first called: OpenBLAS, BLIS (which knows its architectures by number: 0 skx,
 // 3 haswell, 4 sandybridge, 5 penryn), and ours.
 void choose_kernels(const std::string& tier, int threads) {
@@ -153,6 +156,7 @@ void choose_kernels(const std::string& tier, int threads) {
   setenv("OPENBLAS_CORETYPE", names.at(tier)[0], 1);
   setenv("BLIS_ARCH_TYPE", names.at(tier)[1], 1);
   setenv("TEV_DEBUG_CPU_TYPE", names.at(tier)[2], 1);
+  setenv("KMP_BLOCKTIME", std::to_string(kPauseMilliseconds / 2).c_str(), 1);
   for (const char* variable : {"OPENBLAS_NUM_THREADS", "BLIS_NUM_THREADS", "OMP_NUM_THREADS", "TEV_NUM_THREADS"})
     setenv(variable, std::to_string(threads).c_str(), 1);
 }
@@ -225,8 +229,7 @@ double seconds_per_call(const library& l, const call& c, int repetitions, bool t
 }
 
 std::vector<double> best_times(const std::vector<library>& libraries, const call& c, int rounds, bool threaded) {
-  constexpr int kPauseMicroseconds = 30000;
-  constexpr double kTurn = 5e-5;
+  constexpr double kTurn = 5e-5, kWaking = 3e-3;
   for (const library& l : libraries) seconds_per_call(l, c, 1, threaded);  // the very first one loads and decides
   int repetitions = 1;
   while (repetitions * seconds_per_call(libraries[0], c, repetitions, threaded) < kTurn / 2) repetitions *= 2;
@@ -235,8 +238,9 @@ std::vector<double> best_times(const std::vector<library>& libraries, const call
   for (int round = 0; round < rounds; ++round)
     for (size_t i = 0; i < libraries.size(); ++i) {
       if (threaded) {
-        usleep(kPauseMicroseconds);
-        seconds_per_call(libraries[i], c, 1, threaded);
+        usleep(1000 * kPauseMilliseconds);
+        for (double spent = 0; spent < kWaking;)
+          spent += repetitions * seconds_per_call(libraries[i], c, repetitions, threaded);
       }
       best[i] = std::min(best[i], seconds_per_call(libraries[i], c, repetitions, threaded));
     }

@@ -20,8 +20,9 @@ constexpr uint64_t kWaking = 250'000;
 // How many times as long as a loss the smaller team stays.
 constexpr uint64_t kShortestRest = 1, kLongestRest = 8;
 
-// After so many times the last loss without another one all is as it was.
-constexpr uint64_t kForgotten = 16;
+// After so many times the last loss without another one all is as it was. The first is for a loss by itself: there was
+// no other one within the second.
+constexpr uint64_t kSoonForgotten = 2, kForgotten = 16;
 
 template <class Word>
 Word load(const Word& word) {
@@ -59,8 +60,10 @@ void crowding::report(int64_t team, const region_times& times, uint64_t now) {
 void crowding::lost(int64_t team, uint64_t loss, uint64_t now) {
   const state before = load(state_);
   const uint64_t rest = load(rest_);
+  const bool by_itself = now > load(again_);
   store(loss_, loss);
-  store(lost_at_, now);
+  store(forget_, now + (by_itself ? kSoonForgotten : kForgotten) * loss);
+  store(again_, now + kForgotten * loss);
   if (before == state::quiet || (before == state::trying && rest < kLongestRest)) return store(state_, state::warned);
   if (before != state::resting) store(rest_, std::min(2 * rest, kLongestRest));
   store(until_, now + rest * loss);
@@ -69,7 +72,7 @@ void crowding::lost(int64_t team, uint64_t loss, uint64_t now) {
 }
 
 void crowding::forget_old(uint64_t now) {
-  if (load(state_) == state::quiet || now <= load(lost_at_) + kForgotten * load(loss_)) return;
+  if (load(state_) == state::quiet || now <= load(forget_)) return;
   store(loss_, uint64_t{0});
   store(rest_, kShortestRest);
   store(state_, state::quiet);

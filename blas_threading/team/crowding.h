@@ -4,7 +4,8 @@
 // times as long as on one. So every region is timed: it has lost when it took longer than the caller alone would have,
 // else it has paid. Two losses in a row halve later teams for as long as was lost; then the full team is tried again.
 // Every trial that fails doubles the rest, up to eight times the loss, and from then on one lost region ends a trial.
-// Sixteen times the last loss after it, all that is forgotten:
+// Sixteen times the last loss after it, all that is forgotten; a loss by itself, as when a team had to be woken, after
+// twice its length:
 //
 //   from \ event   lost                            paid                       as time passes
 //   quiet          warned                          quiet                      quiet
@@ -55,11 +56,12 @@ class crowding {
   void forget_old(uint64_t now);
 
   state state_ = state::quiet;
-  int64_t limit_ = 0;     // resting: of teams
-  uint64_t until_ = 0;    // resting: when that ends
-  uint64_t rest_ = 1;     // length of the next rest, in losses
-  uint64_t loss_ = 0;     // the last one; quiet: 0
-  uint64_t lost_at_ = 0;  // when that was
+  int64_t limit_ = 0;    // resting: of teams
+  uint64_t until_ = 0;   // resting: when that ends
+  uint64_t rest_ = 1;    // length of the next rest, in losses
+  uint64_t loss_ = 0;    // the last one; quiet: 0
+  uint64_t forget_ = 0;  // when that is forgotten
+  uint64_t again_ = 0;   // a loss before this time is not by itself
 };
 
 // The process's own: how many of `threads` pay for a call of so much work.

@@ -27,15 +27,17 @@ inline double product_work(int64_t m, int64_t n, int64_t k) {
 }
 
 // Runs body(index, size) on every thread of a team that is asked to have `threads`. `size` is that of the team that
-// really formed.
+// really formed. Every thread has a copy of the body: what a body holds by value, and not by reference, comes to the
+// other processors in one go.
 template <class Body>
 void run_team(int64_t threads, const Body& body) {
   region_watch watch;
 #pragma omp parallel num_threads(static_cast <int>(threads))
   {
+    const Body own_body = body;
     const int64_t index = omp_get_thread_num(), size = omp_get_num_threads();
     if (index == 0) watch.share_begins(size);
-    body(index, size);
+    own_body(index, size);
     if (index == 0) watch.share_ends();
   }
 }

@@ -25,22 +25,19 @@ struct band {
   const T* at(int64_t i, int64_t j) const { return data + (ku + i - j) + j * ld; }
 };
 
-// Elements of the band for each thread of a team.
-constexpr int64_t kChunk = 16384;
-
 // y += alpha op(A) x, no gaps: the threads of a team share y, in whole cache lines.
 template <class T>
 void add_parts(const band<T>& a, char trans, const T& alpha, const T* x, T* y) {
   const int64_t elements = a.n * (a.kl + a.ku + 1), of_y = trans == 'N' ? a.m : a.n;
   const int64_t threads =
-      elements < 2 * kChunk
+      elements < 2 * kMatrixChunk<T>
           ? 1
-          : std::min(available_threads(kElementWork * static_cast<double>(elements)), elements / kChunk);
-  const auto add_part = [&](const span& part) {
+          : std::min(available_threads(kElementWork * static_cast<double>(elements)), elements / kMatrixChunk<T>);
+  const auto add_part = [=](const span& part) {
     kernel_calls<T>::xgbmv_part(&trans, &a.m, &a.n, &a.kl, &a.ku, &part.begin, &part.end, &alpha, a.data, &a.ld, x, y);
   };
   if (threads < 2) return add_part({0, of_y});
-  run_team(threads, [&](int64_t thread, int64_t team) { add_part(part_of(thread, team, of_y, 16)); });
+  run_team(threads, [=](int64_t thread, int64_t team) { add_part(part_of(thread, team, of_y, 16)); });
 }
 
 // The same where elements are apart, for want of memory; x and y do not overlap.

@@ -33,7 +33,7 @@ void gemv_omp(const char* trans, int64_t m, int64_t n, const T* alpha, const T* 
   const int64_t length = plain ? m : n, block = plain ? kRowBlock : 1, blocks = (length + block - 1) / block;
   // With an increment of zero all pieces of y are one element.
   const int64_t wanted = incy == 0 ? 1 : std::min(available_threads(matrix_work(m, n)), blocks);
-  run_team(wanted, [&](int64_t thread, int64_t threads) {
+  run_team(wanted, [=](int64_t thread, int64_t threads) {
     const piece share = piece_of(blocks, thread, threads);
     const int64_t start = share.start * block;
     const piece part = {start, std::min(share.size * block, length - start)};

@@ -9,12 +9,18 @@
 namespace tev::blas {
 namespace {
 
-// update(part) once on every thread that has columns.
+// A matrix from this size on comes from memory, which delivers more along one column than along several.
+constexpr int64_t kCachedBytes = 16 << 20;
+
+// update(part) for all n columns of `bytes` each, every thread some of them.
 template <class Update>
-void on_columns(int64_t n, int32_t threads, const Update& update) {
-  run_team(threads, [&](int64_t thread, int64_t team) {
+void on_columns(int64_t n, int64_t bytes, int32_t threads, const Update& update) {
+  run_team(threads, [=](int64_t thread, int64_t team) {
     const piece part = piece_of(n, thread, team);
-    if (part.size > 0) update(part);
+    const span columns = {part.start, part.start + part.size};
+    if (n * bytes < kCachedBytes)
+      return walk_apart(thread, columns, [&](const span& some) { update(piece{some.begin, some.size()}); });
+    for (int64_t j = columns.begin; j < columns.end; ++j) update(piece{j, 1});
   });
 }
 
@@ -22,9 +28,9 @@ template <class T>
 void ger(kernels::ger_fn<T>* xger, int64_t m, int64_t n, const T* alpha, const T* x, int64_t incx, const T* y,
          int64_t incy, T* a, int64_t lda) {
   if (m < 1 || n < 1 || is_value(*alpha, 0)) return;
-  const int32_t threads = rank1_threads(m, n);
+  const int32_t threads = rank1_threads<T>(m, n);
   if (threads < 2) return xger(&m, &n, alpha, x, &incx, y, &incy, a, &lda);
-  on_columns(n, threads, [=](piece part) {
+  on_columns(n, m * int64_t{sizeof(T)}, threads, [=](piece part) {
     xger(&m, &part.size, alpha, x, &incx, address_of(part, n, y, incy), &incy, a + part.start * lda, &lda);
   });
 }
@@ -33,7 +39,7 @@ template <class T>
 void gemmger_omp(const char* transa, const char* transb, int64_t m, int64_t n, const T* alpha, const T* x, int64_t incx,
                  const T* y, int64_t incy, const T* beta, T* c, int64_t ldc) {
   if (m < 1 || n < 1) return;
-  on_columns(n, rank1_threads(m, n), [=](piece part) {
+  on_columns(n, m * int64_t{sizeof(T)}, rank1_threads<T>(m, n), [=](piece part) {
     kernel_calls<T>::xgemmger(transa, transb, &m, &part.size, alpha, x, &incx, address_of(part, n, y, incy), &incy,
                               beta, c + part.start * ldc, &ldc);
   });
@@ -63,7 +69,7 @@ TEV_GER(tev_complex16, zgerc)
   void tev_blas_##p##gemmger(const char* transa, const char* transb, const int64_t* m, const int64_t* n,               \
                              const T* alpha, const T* x, const int64_t* incx, const T* y, const int64_t* incy,         \
                              const T* beta, T* c, const int64_t* ldc) {                                                \
-    const bool serial = *m < 1 || *n < 1 || tev::blas::rank1_threads(*m, *n) < 2;                                      \
+    const bool serial = *m < 1 || *n < 1 || tev::blas::rank1_threads<T>(*m, *n) < 2;                                   \
     (serial ? tev_blas_x##p##gemmger : tev_blas_##p##gemmger_omp)(transa, transb, m, n, alpha, x, incx, y, incy, beta, \
                                                                   c, ldc);                                             \
   }

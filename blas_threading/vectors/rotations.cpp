@@ -18,7 +18,7 @@ template <class Update>
 void on_pieces(int64_t n, int64_t bytes, bool apart, const Update& update) {
   const int32_t threads = level1_threads(n, kPairChunkBytes / bytes, apart);
   if (threads < 2) return update(piece{0, n});
-  run_team(threads, [&](int64_t thread, int64_t team) {
+  run_team(threads, [=](int64_t thread, int64_t team) {
     const piece part = piece_of(n, thread, team);
     if (part.size > 0) update(part);
   });

@@ -33,8 +33,8 @@ void symmetric_product(const triangle<const T>& a, T alpha, const T* x, int64_t 
   const gapless<const T> all_x(a.n, x, incx);
   const gapless<T> all_y(a.n, y, incy);
   const product<T> p = {a, alpha, all_x.elements()};
-  const int64_t threads = triangle_threads(a);
-  const auto add_share = [&](int64_t thread, int64_t team, const strided<T>& own) {
+  const int64_t threads = triangle_threads(a, used::twice);
+  const auto add_share = [=](int64_t thread, int64_t team, const strided<T>& own) {
     add_columns(p, share_of_columns(a, thread, team), own);
   };
   if (threads > 1 && add_over_team(a.n, threads, all_y.elements(), add_share)) return;

@@ -12,12 +12,14 @@ namespace {
 // Without y: a rank-1 update.
 template <class T>
 void update(const triangle<T>& a, const T& alpha, const strided<const T>& x, const strided<const T>& y) {
-  const auto update_columns = [&](const span& columns) {
+  const auto update_columns = [=](const span& columns) {
     kernel_calls<T>::xupdate_columns(&a, &columns.begin, &columns.end, &alpha, x.first, &x.inc, y.first, &y.inc);
   };
-  const int64_t threads = triangle_threads(a);
+  const int64_t threads = triangle_threads(a, used::twice);
   if (threads < 2) return update_columns({0, a.n});
-  run_team(threads, [&](int64_t thread, int64_t team) { update_columns(share_of_columns(a, thread, team)); });
+  run_team(threads, [=](int64_t thread, int64_t team) {
+    walk_apart(thread, share_of_columns(a, thread, team), update_columns);
+  });
 }
 
 template <class T>

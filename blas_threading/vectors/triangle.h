@@ -27,29 +27,33 @@ triangle<T> packed_triangle(char uplo, int64_t n, T* ap) {
   return {ap, n, n, 0, storage::packed, kernels::uplo_code(uplo) == 0};
 }
 
-// Elements of the triangle for each thread of a team.
-inline constexpr int64_t kTriangleChunk = 32768;
+// How often an element is used: multiplied with one vector; multiplied with two, or read and written.
+enum class used { once, twice };
 
-// Threads for work that uses each element of the triangle once.
+// Threads for work that uses all elements of the triangle. Used twice, they take one thread twice as long.
 template <class T>
-int64_t triangle_threads(const triangle<T>& a) {
+int64_t triangle_threads(const triangle<T>& a, used times) {
   const int64_t elements = a.kind == storage::band ? a.n * (a.k + 1) : a.n * (a.n + 1) / 2;
-  if (elements < 2 * kTriangleChunk) return 1;
-  return std::min({available_threads(kElementWork * static_cast<double>(elements)), a.n, elements / kTriangleChunk});
+  const int64_t chunk = kMatrixChunk<T> / (times == used::once ? 1 : 2);
+  if (elements < 2 * chunk) return 1;
+  return std::min({available_threads(kElementWork * static_cast<double>(elements)), a.n, elements / chunk});
 }
 
-// Columns of about equal numbers of elements, eight at a time.
+// Lines of about equal numbers of elements, eight at a time. The last lines are the longest, or the first; in a band
+// all are equal.
 template <class T>
-span share_of_columns(const triangle<T>& a, int64_t thread, int64_t team) {
+span share_of_triangle(const triangle<T>& a, bool last_is_longest, int64_t thread, int64_t team) {
   constexpr int64_t kTogether = 8;
-  if (a.kind == storage::band) {
-    const piece columns = piece_of(a.n, thread, team);
-    return {columns.start, columns.start + columns.size};
-  }
+  if (a.kind == storage::band) return part_of(thread, team, a.n, kTogether);
   const int64_t groups = ceil_div(a.n, kTogether);
   int64_t count = 0;
-  const int64_t first = tev_serv_divbythreadstr(&thread, &team, &groups, a.upper ? "U" : "L", &count);
+  const int64_t first = tev_serv_divbythreadstr(&thread, &team, &groups, last_is_longest ? "U" : "L", &count);
   return {std::min(first * kTogether, a.n), std::min((first + count) * kTogether, a.n)};
+}
+
+template <class T>
+span share_of_columns(const triangle<T>& a, int64_t thread, int64_t team) {
+  return share_of_triangle(a, a.upper, thread, team);
 }
 
 }  // namespace tev::blas

@@ -1,12 +1,22 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // ?trmv, ?tbmv, ?tpmv: x := op(A) x. ?trsv, ?tbsv, ?tpsv: x := op(A)^-1 x. A is a triangle: full, a band, or packed.
 //
-// A large full triangle goes by blocks on the diagonal; the rectangle beside a block is a product of gemv, which also
-// brings the team where that pays:
+// A large full triangle goes by blocks on the diagonal; the rectangle beside a block is a product of gemv, which brings
+// the team to a solution where that pays:
 //
 //   upper       block              multiply, N    others += R block, then D       solve, N    D, then others -= R block
 //               R     others       multiply, T    D, then block += R^T others     solve, T    block -= R^T others, then
 //               D D ..  block
+//
+// A team multiplies in one go. Each thread has elements of x of its own, and reads what gives to them: the triangle D
+// on the diagonal and, times the old x, what lies beside it:
+//
+//   upper, N    D R R R    thread 0      upper, T    D   R
+//                 D R R                                D R
+//                   D D    thread 1                      D D
+//                     D                                    D
+//                                                    thread 0, 1
+#include "blas_threading/team/barrier.h"
 #include "blas_threading/vectors/arguments.h"
 #include "blas_threading/vectors/team_sums.h"
 #include "blas_threading/vectors/triangle.h"
@@ -18,8 +28,18 @@ using kernels::triangular_form;
 
 constexpr int64_t kOne = 1;
 
-// Order of a block on the diagonal; order from which on a team is worth meeting at every block.
-constexpr int64_t kBlock = 128, kTeamOrder = 1024;
+// Order of a block on the diagonal.
+constexpr int64_t kBlock = 128;
+
+// Is a solution worth a team that meets at every block?
+template <class T>
+bool deserves_meetings(const triangle<const T>& a) {
+  return a.n * (a.n + 1) / 2 >= 4 * kMatrixChunk<T>;
+}
+
+// The product of a matrix and a vector: on the calling thread, or on a team where that pays.
+template <class T>
+using gemv_routine = kernels::gemv_fn<T>*;
 
 template <class T>
 void apply_block(const triangle<const T>& a, const triangular_form& form, const span& block, const strided<T>& x) {
@@ -27,52 +47,116 @@ void apply_block(const triangle<const T>& a, const triangular_form& form, const 
 }
 
 template <class T>
-void apply_rectangle(const triangle<const T>& a, const triangular_form& form, const span& block, const strided<T>& x) {
+void apply_rectangle(const triangle<const T>& a, const triangular_form& form, const span& block, const strided<T>& x,
+                     gemv_routine<T> gemv) {
   const span others = a.upper ? span{0, block.begin} : span{block.end, a.n};
   if (others.size() < 1) return;
   const T sign = element_of<T>(form.solves ? -1 : 1), one = element_of<T>(1);
   const int64_t rows = others.size(), columns = block.size();
   const span &from = form.plain() ? block : others, &to = form.plain() ? others : block;
-  const auto gemv = a.n < kTeamOrder ? kernel_calls<T>::xgemv : kGemv<T>;
   gemv(&form.trans, &rows, &columns, &sign, a.at(others.begin, block.begin), &a.ld, x.address(from), &x.inc, &one,
        x.address(to), &x.inc);
 }
 
-// y += the columns of A that are this thread's share, times x; or, transposed, their own elements of y.
 template <class T>
-void multiply_columns(const triangle<const T>& a, const triangular_form& form, const span& columns, const T* x,
-                      const strided<T>& y) {
-  const bool conjugated = form.trans == 'C';
-  const auto dot = conjugated ? kernel_calls<T>::xdotc : kernel_calls<T>::xdotu;
-  for (int64_t j = columns.begin; j < columns.end; ++j) {
-    const span rows = {a.begin_beside(j), a.end_beside(j)};
-    const int64_t count = rows.size();
-    const T* const column = a.at(rows.begin, j);
-    const T diagonal = conjugated ? conjugate(*a.diagonal(j)) : *a.diagonal(j);
-    y[j] = add(y[j], form.unit ? x[j] : multiply(diagonal, x[j]));
-    if (count < 1) continue;
-    if (form.plain())
-      kernel_calls<T>::xaxpy(&count, &x[j], column, &kOne, y.address(rows), &y.inc);
-    else
-      y[j] = add(y[j], dot(&count, column, &kOne, x + rows.begin, &kOne));
+void apply_triangle(const triangle<const T>& a, const triangular_form& form, const strided<T>& x,
+                    gemv_routine<T> gemv) {
+  if (a.kind != storage::full || a.n <= kBlock) return apply_block(a, form, {0, a.n}, x);
+  const int64_t blocks = ceil_div(a.n, kBlock);
+  for (int64_t step = 0; step < blocks; ++step) {
+    const int64_t begin = (form.upwards(a.upper) ? step : blocks - 1 - step) * kBlock;
+    const span block = {begin, std::min(begin + kBlock, a.n)};
+    if (form.plain() != form.solves) apply_rectangle(a, form, block, x, gemv);
+    apply_block(a, form, block, x);
+    if (form.plain() == form.solves) apply_rectangle(a, form, block, x, gemv);
   }
 }
 
-// False: no memory, nothing was computed.
+// own x := D own x.
+template <class T>
+void multiply_own(const triangle<const T>& a, const triangular_form& form, const span& own, const strided<T>& x) {
+  if (a.kind == storage::packed) return apply_block(a, form, own, x);
+  triangle<const T> block = a;
+  block.data += own.begin * (a.ld + (a.kind == storage::full ? 1 : 0));
+  block.n = own.size();
+  apply_triangle(block, form, {&x[own.begin], x.inc}, kernel_calls<T>::xgemv);
+}
+
+// own x += R times the old x.
+template <class T>
+void add_others(const triangle<const T>& a, const triangular_form& form, const span& own, const T* old_x,
+                const strided<T>& x) {
+  const span others = a.upper == form.plain() ? span{own.end, a.n} : span{0, own.begin};
+  const span &rows = form.plain() ? own : others, &columns = form.plain() ? others : own;
+  if (others.size() < 1) return;
+  if (a.kind == storage::full) {
+    const T one = element_of<T>(1);
+    const int64_t m = rows.size(), n = columns.size();
+    return kernel_calls<T>::xgemv(&form.trans, &m, &n, &one, a.at(rows.begin, columns.begin), &a.ld,
+                                  old_x + others.begin, &kOne, &one, x.address(own), &x.inc);
+  }
+  const auto dot = form.trans == 'C' ? kernel_calls<T>::xdotc : kernel_calls<T>::xdotu;
+  const int64_t first = a.upper ? columns.begin : std::max(columns.begin, rows.begin - a.k);
+  const int64_t last = a.upper ? std::min(columns.end, rows.end + a.k) : columns.end;
+  for (int64_t j = first; j < last; ++j) {
+    const span part = {std::max(rows.begin, a.begin_beside(j)), std::min(rows.end, a.end_beside(j))};
+    const int64_t count = part.size();
+    const T* const column = a.at(part.begin, j);
+    if (form.plain())
+      kernel_calls<T>::xaxpy(&count, &old_x[j], column, &kOne, x.address(part), &x.inc);
+    else
+      x[j] = add(x[j], dot(&count, column, &kOne, old_x + part.begin, &kOne));
+  }
+}
+
+template <class T>
+bool multiply_parts(const triangle<const T>& a, const triangular_form& form, int64_t threads, T* old_x,
+                    const strided<T>& x) {
+  barrier_block all_copied = {};
+  run_team(threads, [=, &all_copied](int64_t thread, int64_t team) {
+    const span own = share_of_triangle(a, a.upper != form.plain(), thread, team);
+    const int64_t count = own.size();
+    kernel_calls<T>::xcopy(&count, x.address(own), &x.inc, old_x + own.begin, &kOne);
+    tev_barrier_wait(&all_copied, thread, team);
+    if (count < 1) return;
+    multiply_own(a, form, own, x);
+    add_others(a, form, own, old_x, x);
+  });
+  return true;
+}
+
+// y += the columns of A times x.
+template <class T>
+void add_columns(const triangle<const T>& a, const triangular_form& form, const span& columns, const T* x,
+                 const strided<T>& y) {
+  for (int64_t j = columns.begin; j < columns.end; ++j) {
+    const span rows = {a.begin_beside(j), a.end_beside(j)};
+    const int64_t count = rows.size();
+    y[j] = add(y[j], form.unit ? x[j] : multiply(*a.diagonal(j), x[j]));
+    kernel_calls<T>::xaxpy(&count, &x[j], a.at(rows.begin, j), &kOne, y.address(rows), &y.inc);
+  }
+}
+
+// Packed columns follow each other without a gap, and memory delivers most when they are read so.
+template <class T>
+bool multiply_packed_columns(const triangle<const T>& a, const triangular_form& form, int64_t threads, T* old_x,
+                             const strided<T>& x) {
+  for (int64_t i = 0; i < a.n; ++i) old_x[i] = x[i], x[i] = T{};
+  const auto add_share = [=](int64_t thread, int64_t team, const strided<T>& own) {
+    add_columns(a, form, share_of_columns(a, thread, team), old_x, own);
+  };
+  const bool done = add_over_team(a.n, threads, x, add_share);
+  for (int64_t i = 0; !done && i < a.n; ++i) x[i] = old_x[i];
+  return done;
+}
+
+// False: no memory, x is as it was.
 template <class T>
 bool multiply_over_team(const triangle<const T>& a, const triangular_form& form, int64_t threads, const strided<T>& x) {
-  T* const old_x = static_cast<T*>(tev_serv_allocate(a.n * static_cast<int64_t>(sizeof(T)), 4096));
+  T* const old_x = static_cast<T*>(tev_serv_allocate(a.n * static_cast<int64_t>(sizeof(T)), 64));
   if (old_x == nullptr) return false;
-  for (int64_t i = 0; i < a.n; ++i) old_x[i] = x[i], x[i] = T{};
-  const auto share = [&](int64_t thread, int64_t team, const strided<T>& own) {
-    multiply_columns(a, form, share_of_columns(a, thread, team), old_x, own);
-  };
-  bool done = true;
-  if (form.plain())
-    done = add_over_team(a.n, threads, x, share);
-  else
-    run_team(threads, [&](int64_t thread, int64_t team) { share(thread, team, x); });
-  for (int64_t i = 0; !done && i < a.n; ++i) x[i] = old_x[i];
+  const bool by_columns = a.kind == storage::packed && form.plain();
+  const bool done = (by_columns ? multiply_packed_columns<T> : multiply_parts<T>)(a, form, threads, old_x, x);
   tev_serv_deallocate(old_x);
   return done;
 }
@@ -82,18 +166,9 @@ void triangular(bool solves, const triangle<const T>& a, char trans, char diag, 
   if (a.n == 0) return;
   const triangular_form form = {kernels::upper_case(trans), kernels::diag_code(diag) == 0, solves};
   const gapless<T> all_x(a.n, x, incx);
-  const strided<T>& elements = all_x.elements();
-  const int64_t threads = solves || a.kind == storage::full ? 1 : triangle_threads(a);
-  if (threads > 1 && multiply_over_team(a, form, threads, elements)) return;
-  if (a.kind != storage::full || a.n <= kBlock) return apply_block(a, form, {0, a.n}, elements);
-  const int64_t blocks = ceil_div(a.n, kBlock);
-  for (int64_t step = 0; step < blocks; ++step) {
-    const int64_t begin = (form.upwards(a.upper) ? step : blocks - 1 - step) * kBlock;
-    const span block = {begin, std::min(begin + kBlock, a.n)};
-    if (form.plain() != solves) apply_rectangle(a, form, block, elements);
-    apply_block(a, form, block, elements);
-    if (form.plain() == solves) apply_rectangle(a, form, block, elements);
-  }
+  const int64_t threads = solves ? 1 : triangle_threads(a, used::once);
+  if (threads > 1 && multiply_over_team(a, form, threads, all_x.elements())) return;
+  apply_triangle(a, form, all_x.elements(), solves && deserves_meetings(a) ? kGemv<T> : kernel_calls<T>::xgemv);
 }
 
 }  // namespace

@@ -72,6 +72,9 @@ TEV_INLINE void axpy_few(int64_t n, T alpha, const T* x, T* y) {
   for (int64_t i = 0; i < n; ++i) y[i] = add(y[i], multiply(alpha, x[i]));
 }
 
+// Two vectors that no second cache holds are asked for ahead.
+inline constexpr int64_t kFarBytes = 2 << 20;
+
 template <class T>
 TEV_INLINE T dot_contiguous(bool conjugated, int64_t n, const T* x, const T* y) {
   if (n <= kFew) return dot_few(conjugated, n, x, y);
@@ -79,8 +82,16 @@ TEV_INLINE T dot_contiguous(bool conjugated, int64_t n, const T* x, const T* y) 
   constexpr int L = kLanes<R>, U = 4;
   const R *const column[] = {reals(x)}, *const yr = reals(y);
   dot_sums<1, U, T> sums = {};
+  const bool far = 2 * n * static_cast<int64_t>(sizeof(T)) >= kFarBytes;
   for_sums<U, L>(
-      n * kParts<T>, [&](int64_t i) TEV_LAMBDA { add_products<U>(whole_part<L>{}, i, column, yr, sums); },
+      n * kParts<T>,
+      [&](int64_t i) TEV_LAMBDA {
+        if (far) {
+          ask_ahead<U * L>(column[0], i);
+          ask_ahead<U * L>(yr, i);
+        }
+        add_products<U>(whole_part<L>{}, i, column, yr, sums);
+      },
       [&]() TEV_LAMBDA { fold_sums(sums.direct[0]), fold_sums(sums.crossed[0]); },
       [&](int64_t i) TEV_LAMBDA { add_products<1>(whole_part<L>{}, i, column, yr, sums); },
       [&](int64_t i, int64_t count) TEV_LAMBDA { add_products<1>(first_part<L>{count}, i, column, yr, sums); });
@@ -108,6 +119,11 @@ TEV_INLINE T dot(bool conjugated, int64_t n, const T* x, int64_t incx, const T* 
 TEV_INLINE double dot_in_double_contiguous(int64_t n, const float* x, const float* y) {
   constexpr int L = kLanes<double>, U = 4;
   using V = vec<double, L>;
+  if (n <= kFew) {
+    double sum = 0;
+    for (int64_t i = 0; i < n; ++i) sum += double{x[i]} * double{y[i]};
+    return sum;
+  }
   V sums[U] = {};
   const auto add_register = [&](auto part, int64_t i, V& sum) TEV_LAMBDA {
     sum = fma(__builtin_convertvector(part.load(x + i), V), __builtin_convertvector(part.load(y + i), V), sum);
@@ -372,13 +388,17 @@ __attribute__((noinline)) int64_t iamax_gathered(int64_t n, const T* x, int64_t 
 }
 
 #if defined(__AVX512F__)
+// n elements that fit into two registers.
 template <class T>
-TEV_INLINE int64_t iamax_of_register(int64_t n, const T* x) {
+TEV_INLINE int64_t iamax_of_registers(int64_t n, const T* x) {
   using R = real_of<T>;
   constexpr int L = kLanes<R>;
-  const auto v = larger(moduli<T, L>(load_first_or_nan<L>(reals(x), n * kParts<T>)), splat<L>(R(-1)));
-  const R most = joined<L, R>(v, [](auto low, auto high) TEV_LAMBDA { return larger(low, high); });
-  return __builtin_ctz(equal_lanes<L, R>(v, most)) / kParts<T>;
+  const int64_t count = n * kParts<T>, in_first = min_of(count, L);
+  const auto first = larger(moduli<T, L>(load_first_or_nan<L>(reals(x), in_first)), splat<L>(R(-1)));
+  const auto second = moduli<T, L>(load_first_or_nan<L>(reals(x) + in_first, count - in_first));
+  const R most = joined<L, R>(larger(second, first), [](auto v, auto w) TEV_LAMBDA { return larger(v, w); });
+  const uint32_t equal = equal_lanes<L, R>(first, most) | equal_lanes<L, R>(second, most) << L;
+  return __builtin_ctz(equal) / kParts<T>;
 }
 #endif
 
@@ -388,7 +408,7 @@ TEV_INLINE int64_t iamax(int64_t n, const T* x, int64_t incx) {
   if (n < 1) return 0;
   if (incx != 1) return iamax_gathered(n, x, incx);
 #if defined(__AVX512F__)
-  if (n * kParts<T> <= kLanes<real_of<T>>) return iamax_of_register(n, x);
+  if (n * kParts<T> <= 2 * kLanes<real_of<T>>) return iamax_of_registers(n, x);
 #endif
   first_largest<real_of<T>> found = {-1, 0};
   look_for_larger(0, n, x, found);

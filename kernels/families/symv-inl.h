@@ -60,7 +60,7 @@ TEV_INLINE void symv_rectangle(int64_t m, T alpha, const column_starts<J, T>& a,
   TEV_UNROLL
   for (int j = 0; j < J; ++j) column[j] = reals(a.at[j]), t[j] = multiply(alpha, of_columns.x[j]);
   const int64_t count = m * kParts<T>, whole = count / L * L;
-  const asked_ahead<R> ahead(count, 3 * asked_ahead<R>::kDistance);
+  const asked_ahead<R> ahead(count, 3 * kAhead<R>);
   const auto step = [&](auto part, int64_t i) TEV_LAMBDA {
     ahead.template ask<L>(column, i);
     const auto v = part.load(x + i);

@@ -57,7 +57,7 @@ TEST(VectorTeam, FormsFromTheThresholdsOn) {
                  [&] { tev_blas_dgemv("T", &n, &n, &kTwo, a.data(), &n, x.data(), &kOne, &kTwo, y.data(), &kOne); });
   };
   EXPECT_TRUE(scal(8192, 1) && !scal(8191, 1) && !scal(100000, 0));
-  EXPECT_TRUE(ger(128, 128) && !ger(128, 127));
+  EXPECT_TRUE(ger(256, 256) && !ger(256, 255));
   EXPECT_TRUE(gemv(ssse3_processor(), 256) && !gemv(ssse3_processor(), 63));
   EXPECT_FALSE(gemv(sse2_processor(), 256) || gemv(amd(ssse3_processor()), 256));
 }
@@ -160,9 +160,10 @@ TEST(VectorTeam, SizeFollowsTheWork) {
   EXPECT_EQ(level1_threads(10000, 4096, true), 3);
   EXPECT_EQ(level1_threads(1 << 30, 4096, true), 8);
   EXPECT_EQ(level1_threads(1 << 30, 4096, false), 1);
-  EXPECT_EQ(rank1_threads(128, 128), 2);
-  EXPECT_EQ(rank1_threads(1000, 1000), 8);
-  EXPECT_EQ(rank1_threads(1000000, 3), 3);
+  EXPECT_EQ(rank1_threads<double>(256, 256), 2);
+  EXPECT_EQ(rank1_threads<float>(256, 256), 1);
+  EXPECT_EQ(rank1_threads<double>(1000, 1000), 8);
+  EXPECT_EQ(rank1_threads<double>(1000000, 3), 3);
 }
 
 // Too small, or alone; tall and narrow, although no thread gets a whole column; up to twelve threads: the share counts,
@@ -197,7 +198,10 @@ TEST(Gemv, Decisions) {
 template <class T>
 using calls = blas_calls<c_element_t<T>>;
 template <class T>
-class OnTeams : public testing::Test {};
+class OnTeams : public testing::Test {
+ protected:
+  OnTeams() { tev_serv_set_dynamic(0); }  // teams keep their size on a crowded machine
+};
 TYPED_TEST_SUITE(OnTeams, Elements);
 
 TYPED_TEST(OnTeams, Level1IsTheLoop) {
@@ -231,6 +235,54 @@ TYPED_TEST(OnTeams, MatricesAndVectorsMakeTheSums) {
       for (const char* letters : {"ger", "gerc", "NT", "Cn", "Tc", "CC"})
         expect_rank_1<T>(calls<T>(), letters, m, n, incx, incy, random, values::whole);
       ASSERT_FALSE(this->HasFailure());
+    }
+}
+
+#define TEV_SYMMETRIC_OF(T, sy, he) of_precision<T>(tev_blas_s##sy, tev_blas_d##sy, tev_blas_c##he, tev_blas_z##he)
+
+// Triangles however they are stored, times a vector, symmetric, and updated: whole numbers, so what one thread gives.
+TYPED_TEST(OnTeams, TrianglesGiveWhatOneThreadGives) {
+  using T = TypeParam;
+  static constexpr int64_t n = 530, k = 250;
+  engine random(kSeed);
+  const T two(2), one(1);
+  for (const int64_t inc : {1, -2})
+    for (const char* letters : {"UNN", "UTU", "LNU", "LTN", "UCN", "LCU"}) {
+      SCOPED_TRACE(testing::Message() << letters << ", increment " << inc);
+      const char *const uplo = letters, *const trans = letters + 1, *const diag = letters + 2;
+      matrix<T> before(n, n, 0);
+      before.fill(random, values::whole);
+      const int64_t lda = before.ld();
+      const strided<T> x = drawn<T>(n, inc, random, values::whole);
+      const auto results = [&](int32_t threads) {
+        const own_threads available(threads);
+        const matrix<T> a = before;
+        std::vector<T> all;
+        const auto apply = [&](const auto& call) {
+          const strided<T> y = x;
+          call(y.address());
+          for (int64_t i = 0; i < n; ++i) all.push_back(y[i]);
+        };
+        const auto* const of_x = x.address();
+        apply([&](auto* y) { TEV_OF(T, tev_blas_, trmv)(uplo, trans, diag, &n, at(a), &lda, y, &inc); });
+        apply([&](auto* y) { TEV_OF(T, tev_blas_, tbmv)(uplo, trans, diag, &n, &k, at(a), &lda, y, &inc); });
+        apply([&](auto* y) { TEV_OF(T, tev_blas_, tpmv)(uplo, trans, diag, &n, at(a), y, &inc); });
+        apply([&](auto* y) {
+          TEV_SYMMETRIC_OF(T, symv, hemv)(uplo, &n, in(&two), at(a), &lda, of_x, &inc, in(&one), y, &inc);
+        });
+        apply([&](auto* y) {
+          TEV_SYMMETRIC_OF(T, sbmv, hbmv)(uplo, &n, &k, in(&two), at(a), &lda, of_x, &inc, in(&one), y, &inc);
+        });
+        apply([&](auto* y) {
+          TEV_SYMMETRIC_OF(T, spmv, hpmv)(uplo, &n, in(&two), at(a), of_x, &inc, in(&one), y, &inc);
+        });
+        TEV_SYMMETRIC_OF(T, spr2, hpr2)(uplo, &n, in(&two), of_x, &inc, of_x, &inc, at(a));
+        TEV_SYMMETRIC_OF(T, syr2, her2)(uplo, &n, in(&two), of_x, &inc, of_x, &inc, at(a), &lda);
+        all.insert(all.end(), a.data(), a.data() + a.size());
+        return all;
+      };
+      const auto wanted = results(1);
+      for (const int32_t threads : {2, 3, 8}) EXPECT_TRUE(results(threads) == wanted) << threads << " threads";
     }
 }
 
