@@ -11,7 +11,6 @@
 // Whichever of x and y runs along the columns is gathered into a block on the stack when its elements are apart.
 #pragma once
 
-#include "kernels/families/rows-inl.h"
 #include "kernels/families/vector-inl.h"
 
 namespace tev::TEV_TIER {
@@ -212,22 +211,16 @@ TEV_INLINE void gemv_t(bool conjugated, int64_t m, int64_t n, T alpha, const T* 
   }
 }
 
-// y := alpha A x + beta y, y in one register; without gaps.
-template <class Lanes, class T>
-TEV_INLINE void gemv_n_rows(const Lanes& lanes, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x,
-                            int64_t incx, T beta, T* y) {
-  constexpr int L = row_sums<T>::L, U = 4;
-  row_sums<T> sums[U] = {};
-  int64_t j = 0;
-  for (; j + U <= n; j += U) TEV_UNROLL
-  for (int u = 0; u < U; ++u) sums[u].add(lanes, a + (j + u) * lda, x[(j + u) * incx]);
-  for (; j < n; ++j) sums[0].add(lanes, a + j * lda, x[j * incx]);
-  const auto sum = (sums[0].value() + sums[1].value()) + (sums[2].value() + sums[3].value());
-  const auto sums_times_alpha = product(multiplier_of<L>(alpha), sum);
-  const first_part<L> rows = {m * kParts<T>};
-  const auto result =
-      is_zero(beta) ? sums_times_alpha : plus_product(sums_times_alpha, multiplier_of<L>(beta), rows.load(reals(y)));
-  rows.store(result, reals(y));
+// y := alpha A x + beta y, y in one register; without gaps. The order of the additions is that of longer ones: rows may
+// be shared out.
+template <class Part, class T>
+TEV_INLINE void gemv_n_register(const Part& rows, int64_t n, T alpha, const T* a, int64_t lda, const T* x, int64_t incx,
+                                T beta, T* y) {
+  constexpr int L = Part::W;
+  vec<T, L> sum = {};
+  if (!is_zero(beta)) sum = rows.load(y) * splat<L>(beta);
+  for (int64_t j = 0; j < n; ++j) sum = fma(rows.load(a + j * lda), splat<L>(alpha * x[j * incx]), sum);
+  rows.store(sum, y);
 }
 
 template <class T>
@@ -236,11 +229,13 @@ TEV_INLINE void gemv(const char* trans, int64_t m, int64_t n, T alpha, const T* 
   if (m < 1 || n < 1) return;
   const bool plain = is_letter(trans, 'N');
   const int64_t rows = plain ? m : n, columns = plain ? n : m;
-  if (kRowsInRegister<T> && plain && m > 1 && m * kParts<T> <= kLanes<real_of<T>> && incy == 1 && !is_zero(alpha)) {
-    constexpr int L = kLanes<real_of<T>>;
-    x = first_of(columns, x, incx);
-    if (m * kParts<T> == L) return gemv_n_rows(every_lane<L>{}, m, n, alpha, a, lda, x, incx, beta, y);
-    return gemv_n_rows(some_lanes<L>{0, m * kParts<T>}, m, n, alpha, a, lda, x, incx, beta, y);
+  if constexpr (kVectorBytes == kLineBytes && !kComplex<T>) {
+    constexpr int L = kLanes<T>;
+    if (plain && m > 1 && m <= L && incy == 1 && !is_zero(alpha)) {
+      x = first_of(n, x, incx);
+      if (m == L) return gemv_n_register(whole_part<L>{}, n, alpha, a, lda, x, incx, beta, y);
+      return gemv_n_register(first_part<L>{m}, n, alpha, a, lda, x, incx, beta, y);
+    }
   }
   scale_result(rows, beta, y, incy);
   if (is_zero(alpha)) return;
