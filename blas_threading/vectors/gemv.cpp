@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// y := alpha op(A) x + beta y: on the calling thread, or on a team that shares y out. Every thread reads all of x and
-// the part of A that belongs to its elements of y, so nothing is added up across threads.
+// y := alpha op(A) x + beta y: on the calling thread, or on a team. T, C: every thread has columns of A, and the
+// elements of y that are theirs. N: every thread has columns and adds to a y of its own, since whole columns are what
+// memory and caches deliver best; where columns are few, or so long that a part of one is as good, it has rows in
+// blocks of 8 and their elements of y.
 //
-//      N: rows, in blocks of 8          T, C: columns
-//
-//      A [ thread 0 ]   y [ 0 ]         A [ 0 | 1 | 2 ]   y [ 0 | 1 | 2 ]
-//        [ thread 1 ]     [ 1 ]
+//      A [ 0 | 1 | 2 ]   T, C   y [ 0 | 1 | 2 ]         A [ thread 0 ]   N, few columns   y [ 0 ]
+//                        N      y + y1 + y2               [ thread 1 ]                      [ 1 ]
 #include "blas_threading/kernel_calls.h"
 #include "blas_threading/vectors/level2.h"
+#include "blas_threading/vectors/team_sums.h"
 #include "kernels/operation.h"
 #include "service/detection.h"
 #include "tev/blas.h"
@@ -25,6 +26,27 @@ bool stays_serial(const char* trans, int64_t m, int64_t n) {
                                 available_threads(matrix_work(m, n)), tev_serv_get_dynamic() == 1);
 }
 
+// Columns for each thread from which on what is added up at the end is little, up to which length.
+constexpr int64_t kWholeColumns = 64, kLongColumnBytes = 64 * 1024;
+
+template <class T>
+bool goes_by_columns(int64_t m, int64_t n, int64_t threads) {
+  return n >= kWholeColumns * threads && m * static_cast<int64_t>(sizeof(T)) <= kLongColumnBytes;
+}
+
+// y := alpha A x + beta y. False: no memory, nothing was computed.
+template <class T>
+bool add_columns(int64_t threads, int64_t m, int64_t n, const T* alpha, const T* a, int64_t lda, const T* x,
+                 int64_t incx, const T* beta, T* y, int64_t incy) {
+  const strided<T> all_y = {y - (incy < 0 ? (m - 1) * incy : 0), incy};
+  return add_over_team(m, threads, all_y, [=](int64_t thread, int64_t team, const strided<T>& own) {
+    const piece part = piece_of(n, thread, team);
+    const T one = element_of<T>(1);
+    kernel_calls<T>::xgemv("N", &m, &part.size, alpha, a + part.start * lda, &lda, address_of(part, n, x, incx), &incx,
+                           thread == 0 ? beta : &one, own.address({0, m}), &own.inc);
+  });
+}
+
 template <class T>
 void gemv_omp(const char* trans, int64_t m, int64_t n, const T* alpha, const T* a, int64_t lda, const T* x,
               int64_t incx, const T* beta, T* y, int64_t incy) {
@@ -33,6 +55,9 @@ void gemv_omp(const char* trans, int64_t m, int64_t n, const T* alpha, const T* 
   const int64_t length = plain ? m : n, block = plain ? kRowBlock : 1, blocks = (length + block - 1) / block;
   // With an increment of zero all pieces of y are one element.
   const int64_t wanted = incy == 0 ? 1 : std::min(available_threads(matrix_work(m, n)), blocks);
+  if (wanted > 1 && plain && goes_by_columns<T>(m, n, wanted) &&
+      add_columns(wanted, m, n, alpha, a, lda, x, incx, beta, y, incy))
+    return;
   run_team(wanted, [=](int64_t thread, int64_t threads) {
     const piece share = piece_of(blocks, thread, threads);
     const int64_t start = share.start * block;

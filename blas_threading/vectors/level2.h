@@ -51,7 +51,7 @@ inline double matrix_work(int64_t m, int64_t n) { return kElementWork * product_
 // Bytes of a matrix that is used once, for each thread of a team, which forms from twice as many on. One thread takes
 // 4 to 6 us for those. A region costs 0.3 us where two cores share a cache, and 1 us where they do not; what both
 // threads touch of the vectors costs as much again.
-inline constexpr int64_t kMatrixChunkBytes = 256 * 1024;
+inline constexpr int64_t kMatrixChunkBytes = 240 * 1024;
 
 // Elements of type T in that.
 template <class T>

@@ -30,7 +30,7 @@ triangle<T> packed_triangle(char uplo, int64_t n, T* ap) {
 // How often an element is used: multiplied with one vector; multiplied with two, or read and written.
 enum class used { once, twice };
 
-// Threads for work that uses all elements of the triangle. Used twice, they take one thread twice as long.
+// Threads for work that uses all elements of the triangle. Used twice, half as many are worth a team.
 template <class T>
 int64_t triangle_threads(const triangle<T>& a, used times) {
   const int64_t elements = a.kind == storage::band ? a.n * (a.k + 1) : a.n * (a.n + 1) / 2;

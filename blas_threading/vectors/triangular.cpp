@@ -109,8 +109,9 @@ void add_others(const triangle<const T>& a, const triangular_form& form, const s
   }
 }
 
+// All of x, in parts.
 template <class T>
-bool multiply_parts(const triangle<const T>& a, const triangular_form& form, int64_t threads, T* old_x,
+void multiply_parts(const triangle<const T>& a, const triangular_form& form, int64_t threads, T* old_x,
                     const strided<T>& x) {
   barrier_block all_copied = {};
   run_team(threads, [=, &all_copied](int64_t thread, int64_t team) {
@@ -122,7 +123,6 @@ bool multiply_parts(const triangle<const T>& a, const triangular_form& form, int
     multiply_own(a, form, own, x);
     add_others(a, form, own, old_x, x);
   });
-  return true;
 }
 
 // y += the columns of A times x.
@@ -155,8 +155,11 @@ template <class T>
 bool multiply_over_team(const triangle<const T>& a, const triangular_form& form, int64_t threads, const strided<T>& x) {
   T* const old_x = static_cast<T*>(tev_serv_allocate(a.n * static_cast<int64_t>(sizeof(T)), 64));
   if (old_x == nullptr) return false;
-  const bool by_columns = a.kind == storage::packed && form.plain();
-  const bool done = (by_columns ? multiply_packed_columns<T> : multiply_parts<T>)(a, form, threads, old_x, x);
+  bool done = true;
+  if (a.kind == storage::packed && form.plain())
+    done = multiply_packed_columns(a, form, threads, old_x, x);
+  else
+    multiply_parts(a, form, threads, old_x, x);
   tev_serv_deallocate(old_x);
   return done;
 }
