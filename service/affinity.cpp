@@ -8,6 +8,8 @@
 #include <memory>
 #include <new>
 
+#include "tev/front_end.h"
+
 namespace tev::service {
 
 namespace {
@@ -44,3 +46,10 @@ size_t get_affinity(processor_set* processors) {
 }
 
 }  // namespace tev::service
+
+int32_t tev_serv_usable_processors() {
+  if (omp_get_proc_bind() != omp_proc_bind_false) return tev::service::team_processors().count();
+  tev::service::processor_set set;
+  tev::service::get_affinity(&set);
+  return set.count();
+}

@@ -33,9 +33,15 @@ int32_t share_of_rank() {
   return share > 0 ? share : kMostTried;
 }
 
-int32_t usable_processors(pid_t process = 0) {
+int32_t usable_processors() {
+  const int32_t count = library().usable_processors();
+  return count > 0 ? count : kMostTried;
+}
+
+int32_t processors_of_first_process() {
+  constexpr pid_t kFirst = 1;
   cpu_set_t set;
-  return sched_getaffinity(process, sizeof set, &set) == 0 ? CPU_COUNT(&set) : kMostTried;
+  return sched_getaffinity(kFirst, sizeof set, &set) == 0 ? CPU_COUNT(&set) : kMostTried;
 }
 
 void* pass_gate(void* gate) {
@@ -88,8 +94,7 @@ void share_with_other_ranks() {
   const int32_t before = f.domain_get_max_threads(TEV_DOMAIN_BLAS);
   f.mpi_safe(1);                                                    // from now on as without a launcher
   if (f.domain_get_max_threads(TEV_DOMAIN_BLAS) == before) return;  // a count that somebody chose
-  constexpr pid_t kFirstProcess = 1;
-  const int32_t share = std::max(usable_processors(kFirstProcess) / ranks, 1);
+  const int32_t share = std::max(processors_of_first_process() / ranks, 1);
   std::atomic_ref(state_of_process().share_of_rank).store(share, std::memory_order_relaxed);
 }
 

@@ -13,6 +13,10 @@ extern "C" {
  * ask for the same number of bytes. */
 TEV_EXPORT void* tev_serv_front_end_data(int64_t bytes);
 
+/* Processors that a team of the calling thread may run on: those of its affinity, or, where the OpenMP runtime binds
+ * threads and so perhaps this one to a single place, those of all places. 0 when the system does not tell. */
+TEV_EXPORT int32_t tev_serv_usable_processors(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -103,6 +103,13 @@ TEST(Threads, UnboundRanksShareTheProcessors) {
   EXPECT_EQ(threads_of_a_call({kMany}, 2), two);
 }
 
+// OpenMP binds the calling thread to a place of its own.
+TEST(Threads, BoundOnesMakeATeam) {
+  const int alone = threads_of_a_call({});
+  for (const bool after_another : {false, true})
+    EXPECT_EQ(threads_of_a_call({{"OMP_PROC_BIND", "true"}}, 0, after_another), alone);
+}
+
 TEST(Process, LoadingStartsNothing) {
   const auto child = in_child(kTwoThreads, [] {
     dgemm* const function = open_library();
