@@ -19,7 +19,7 @@ install(TARGETS ${libraries} tev_check EXPORT tevalon
 install(TARGETS blas blas64
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tevblas COMPONENT runtime NAMELINK_COMPONENT development)
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/install)
-foreach(library libtev.so.0 libtev_offload.so.0)  # which they open beside themselves
+foreach(library libtev.so.0 libtev_offload.so.0 libvro_host.so.0)  # which they open beside themselves
   file(CREATE_LINK ../${library} ${CMAKE_BINARY_DIR}/install/${library} SYMBOLIC)
   install(FILES ${CMAKE_BINARY_DIR}/install/${library} DESTINATION ${CMAKE_INSTALL_LIBDIR}/tevblas COMPONENT runtime)
 endforeach()

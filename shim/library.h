@@ -31,8 +31,8 @@ struct functions {
 #define TEV_TABLE "shim/lapack_routines.inc"
 #include "shim/each_routine.inc"
 #undef TEV_MEMBER
-#define TEV_SERVICE(row)                                                                                        \
-  row(trust_features) row(cpu_detect) row(allocate) row(deallocate) row(domain_get_max_threads)                 \
+#define TEV_SERVICE(row)                                                                                \
+  row(trust_features) row(cpu_detect) row(allocate) row(deallocate) row(domain_get_max_threads)         \
       row(domain_set_num_threads) row(set_num_threads_local) row(front_end_data) row(usable_processors) \
           row(mpi_get_ppn) row(mpi_safe) row(xerbla)
 #define TEV_MEMBER(name) decltype(&tev_serv_##name) name;

@@ -80,7 +80,10 @@ class Installed(unittest.TestCase):
             f"-DCMAKE_LIBRARY_PATH={self.libraries}/tevblas", "-DCMAKE_C_COMPILER=cc", CMAKE_C_COMPILER_LAUNCHER="")
         run(CMAKE, "--build", self.work / "build")
         self.expect_ours(self.work / "build/by_package", "libtevblas.so.0")
-        self.expect_ours(self.work / "build/by_plain_name", "libblas.so.3")
+        calls = self.work / "calls.txt"
+        self.expect_ours(self.work / "build/by_plain_name", "libblas.so.3", TEVBLAS_OFFLOAD="always",
+                         TEVBLAS_THRESHOLD="0", TEVBLAS_TRACE=str(calls))
+        self.assertIn("where=sink", calls.read_text())
 
     def test_the_tool_finds_what_it_needs(self):
         sink = json.loads(run(self.tool, "info", "--json"))["sink"]["executable"]

@@ -7,6 +7,7 @@
 
 #include "kernels/dispatch/dispatch.h"
 #include "tests/support/in_child.h"
+#include "tests/support/judge.h"
 #include "tests/support/tier_kernels.h"
 #include "tev/service.h"
 
@@ -27,37 +28,26 @@ std::string bound_tier() {
   return plan.mr == 12 ? "avx2" : plan.mr == 24 ? "avx512" : plan.mr == 8 ? "avx512_zel" : "none";
 }
 
-// A product of whole numbers whose every argument matters. True when C, and only C, is as it must be.
+// The result of a product whose every argument matters.
 struct product {
-  static constexpr int64_t m = 5, n = 4, k = 3, lda = 4, ldb = 6, ldc = 7;
-  double a[m * lda], b[k * ldb], c[n * ldc];
+  product() : x(problem_of<double>(operation::gemm, "TT", 5, 4, 3, 2, -3), random, values::whole) {}
 
-  product() {
-    for (int i = 0; double& x : a) x = i++ % 5 - 2;
-    for (int i = 0; double& x : b) x = i++ % 7 - 3;
-    for (int i = 0; double& x : c) x = i++ % 3;
-  }
-
-  bool computed_by(bool by_a_team) {
-    double expected[n * ldc];
-    std::copy(std::begin(c), std::end(c), expected);
-    for (int64_t j = 0; j < n; ++j)
-      for (int64_t i = 0; i < m; ++i) {
-        double sum = 0;
-        for (int64_t p = 0; p < k; ++p) sum += a[p + i * lda] * b[j + p * ldb];
-        expected[i + j * ldc] = 2 * sum - 3 * expected[i + j * ldc];
-      }
-    const double alpha = 2, beta = -3;
+  matrix<double> by(bool a_team) const {
+    matrix<double> result = x.start();
     const int64_t first = 0, team = 1;
     alignas(64) char barrier[4096] = {};
     char work[4096] = {};
-    if (by_a_team)
-      tev_blas_xdgemm_internal_team("T", "T", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc, &first, &team,
-                                    barrier, reinterpret_cast<uint64_t>(work), 0, 0, 0, 2);
+    if (a_team)
+      call_product(x.p, result.data(), tev_blas_xdgemm_internal_team, &first, &team, static_cast<void*>(barrier),
+                   reinterpret_cast<uint64_t>(work), uint64_t{0}, uint64_t{0}, uint64_t{0}, 2);
     else
-      tev_blas_xdgemm("T", "T", &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
-    return std::equal(std::begin(c), std::end(c), expected);
+      call_product(x.p, result.data(), tev_blas_xdgemm);
+    return result;
   }
+  bool computed_by(bool a_team) const { return is_right(x, by(a_team), true); }
+
+  engine random{1};
+  blas_case<double> x;
 };
 
 struct way {
@@ -133,10 +123,8 @@ TEST(Dispatch, UnsupportedCodeEndsTheProcessOrTheCall) {
     static int32_t status;
     tev_serv_set_exit_handler([](int32_t s, void*) { return status = s; });
     product p;
-    const product before = p;
     const int32_t zero = tev_blas_get_kernel_api_version() | tev_blas_get_kernel_api_version();
-    p.computed_by(false);
-    return zero == 0 && status == 1 && std::equal(std::begin(p.c), std::end(p.c), before.c) ? 0 : 1;
+    return p.by(false).same_bits(p.x.start()) && zero == 0 && status == 1 ? 0 : 1;
   });
   EXPECT_EQ(survived.status, 0) << survived.err;
   EXPECT_EQ(survived.out, message + message + message);

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The older interface of products, by name, on the tiers that have it; whole numbers, so results match bit for bit.
-//   Blocks         the block sizes at their thresholds, and what is never overwritten
 //   Leaves         products over several blocks in every direction; rows below C and operands' ends are guarded
 //   Steps          sizes, buffers, packing and kernel as a driver calls them
 //   Shares         the parts of all threads make the product, through gemm_par and in a team
 //   Addresses      cnr_def: one problem at sixteen addresses, one result
 
 #include "kernels/version1.h"
+#include "tests/support/addresses.h"
 #include "tests/support/judge.h"
 #include "tests/support/tier_kernels.h"
 
@@ -53,43 +53,6 @@ blas_case<T> product(const char* letters, int64_t m, int64_t n, int64_t k) {
 template <class T>
 class OlderTiers : public testing::Test {};
 TYPED_TEST_SUITE(OlderTiers, Elements);
-
-struct block_sizes {
-  int64_t m, n, k, mb, nb, kb;
-};
-
-TEST(Blocks, ThresholdsInDoublePrecision) {
-  constexpr block_sizes kTable[] = {{1, 1, 1, 12, 4, 128},
-                                    {12, 4, 128, 12, 4, 128},
-                                    {13, 5, 129, 24, 5, 130},
-                                    {504, 4999, 255, 504, 4999, 256},
-                                    {505, 5001, 256, 504, 5000, 256},
-                                    {500, 5000, 257, 504, 5000, 128},
-                                    {480, 100, 300, 480, 100, 150},
-                                    {480, 100, 511, 480, 100, 256},
-                                    {480, 100, 512, 480, 100, 256}};
-  for (const char* tier : {"def", "cnr_def"})
-    for (const block_sizes& row : kTable) {
-      block_info_fn* const info = find_kernel(tier, "dgemm_blk_info_bdz", 0);
-      int64_t mb = 0, nb = 0, kb = 0, mr, nr, ku;
-      info(&row.m, &row.n, &row.k, &mb, &nb, &kb, &mr, &nr, &ku);
-      EXPECT_EQ((std::array{mb, nb, kb, mr, nr, ku}), (std::array<int64_t, 6>{row.mb, row.nb, row.kb, 12, 4, 2}))
-          << row.m << ' ' << row.n << ' ' << row.k;
-      mb = 7, nb = 8, kb = 9;
-      info(&row.m, &row.n, &row.k, &mb, &nb, &kb, &mr, &nr, &ku);
-      EXPECT_EQ((std::array{mb, nb, kb}), (std::array<int64_t, 3>{7, 8, 9}));
-    }
-}
-
-TEST(Blocks, ReproducibleTierTellsNoneInOtherPrecisions) {
-  for (const char* name : {"sgemm_blk_info_bdz", "zgemm_blk_info_bdz", "sgemm_blk_info_hi_thr_bdz"}) {
-    block_info_fn* const info = find_kernel("cnr_def", name, 0);
-    const int64_t size = 100;
-    int64_t mb = 0, nb = 0, kb = 0, mr = -1, nr = -2, ku = -3;
-    info(&size, &size, &size, &mb, &nb, &kb, &mr, &nr, &ku);
-    EXPECT_EQ((std::array{mb, nb, kb, mr, nr, ku}), (std::array<int64_t, 6>{0, 0, 0, -1, -2, -3}));
-  }
-}
 
 TYPED_TEST(OlderTiers, LeavesComputeOverAllBlocks) {
   using T = TypeParam;
@@ -172,28 +135,18 @@ TYPED_TEST(OlderTiers, SharesOfAllThreadsMakeTheProduct) {
 }
 
 TYPED_TEST(OlderTiers, ReproducibleTierIsBlindToAddresses) {
-  using E = c_element_t<TypeParam>;
-  const older_tier<TypeParam> tier("cnr_def");
+  using T = TypeParam;
+  using E = c_element_t<T>;
+  const older_tier<T> tier("cnr_def");
   gemm_fn<E>* const blocks = tier.named("x?gemm_bdz");  // not in c
+  const T alpha = number<T>(2, 3), beta = number<T>(-1, 1);
   constexpr int64_t kSizes[][3] = {{7, 5, 9}, {61, 3, 200}, {130, 50, 300}};
-  for (const auto& [m, n, k] : kSizes) {
-    std::vector<TypeParam> numbers(3 * 300 * 300 / 2), first;
-    engine random(7);
-    for (TypeParam& x : numbers) x = random_element<TypeParam>(random, values::fractions);
-    for (int64_t offset = 0; offset < 16; ++offset) {
-      std::vector<TypeParam> a(m * k + 32), b(k * n + 32), c(m * n + 32);
-      TypeParam *pa = a.data() + offset, *pb = b.data() + (offset * 5) % 16, *pc = c.data() + (offset * 3) % 16;
-      std::copy_n(numbers.begin(), m * k, pa);
-      std::copy_n(numbers.begin() + 7, k * n, pb);
-      std::copy_n(numbers.begin() + 3, m * n, pc);
-      const TypeParam alpha = number<TypeParam>(2, 3), beta = number<TypeParam>(-1, 1);
-      for (gemm_fn<E>* gemm : {tier.gemm, blocks != nullptr ? blocks : tier.gemm})
-        gemm("N", "N", &m, &n, &k, in(&alpha), in(pa), &m, in(pb), &k, in(&beta), out(pc), &m);
-      const std::vector<TypeParam> result(pc, pc + m * n);
-      if (offset == 0) first = result;
-      EXPECT_EQ(std::memcmp(result.data(), first.data(), result.size() * sizeof(TypeParam)), 0) << offset;
-    }
-  }
+  for (const auto& [m, n, k] : kSizes)
+    for (gemm_fn<E>* gemm : {tier.gemm, blocks != nullptr ? blocks : tier.gemm})
+      expect_same_bits_at_every_address<T>({m * k, k * n, m * n}, [&, m = m, n = n, k = k](const auto& at) {
+        gemm("N", "N", &m, &n, &k, in(&alpha), in(at[0]), &m, in(at[1]), &k, in(&beta), out(at[2]), &m);
+        return std::vector<T>(at[2], at[2] + m * n);
+      });
 }
 
 }  // namespace

@@ -93,11 +93,6 @@ TEST(Tier, FollowsFeaturesAndOperatingSystem) {
       });
 }
 
-TEST(Tier, LibrariesAreNamedAfterTiers) {
-  for (int code = 0; code < 9; ++code) EXPECT_EQ(dll_cfg_names[code], std::string("libtev_") + tier_name(code) + ".so");
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(dll_cfg_names[9]), UINTPTR_MAX);
-}
-
 void print_ceiling() {
   printf("%d%d%d%d%d %d", tev_serv_is_sse4_2_enabled(), tev_serv_is_avx_enabled(), tev_serv_is_avx2_enabled(),
          tev_serv_is_avx512_zel_enabled(), tev_serv_is_avx512_enabled(), tev_serv_get_cpu_type(1));

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The LAPACK workers of the real sink, called as a foreign host would: records written byte by byte.
-//   Steps     one call of the routine, and only for the right parameter and count of buffers
+//   Steps     the routine is called for the right parameter and count of buffers only
 //   LuStep    interchanges, solve, update by the guards, whatever the parameter and the count are
 
 #include "host/check.h"
 #include "tests/support/blas_case.h"
 #include "tests/support/precision.h"
 #include "tests/support/sink.h"
-#include "tev/lapack.h"
 
 namespace tev::test {
 namespace {
@@ -72,82 +71,41 @@ class Host : public testing::Test {
 };
 
 template <class T>
-class Steps : public Host<T> {
- protected:
-  // What is not the worker's changes nothing; then the request itself.
-  void expect_only(request_bytes block, int buffers, int result, size_t elements) {
-    const std::vector<T> before = this->contents(result, elements);
-    const auto is_as_before = [&] {
-      return std::memcmp(before.data(), this->matrix(result), elements * sizeof(T)) == 0;
-    };
+class Steps : public Host<T> {};
+TYPED_TEST_SUITE(Steps, Elements);
+
+// tests/host/tool_test.py has their results judged.
+TYPED_TEST(Steps, AreTakenWithTheirParameterAndTheirBuffersAlone) {
+  using T = TypeParam;
+  constexpr int64_t kLd = 40;
+  constexpr size_t kUsed = kLd * kLd;
+  const struct {
+    const char *name, *letters;
+    std::vector<int64_t> numbers;
+    int buffers, result;
+  } rows[] = {{"gemm", "TN", {17, 9, 31, kLd, kLd, kLd}, 3, 2},
+              {"trsm", "RLTU", {9, 17, kLd, kLd}, 2, 1},
+              {"syrk", "LT", {19, 23, kLd, kLd}, 2, 1},
+              {"larfb", "LCBC", {21, 13, 6, kLd, kLd, kLd, kLd}, 4, 2}};
+  for (const auto& row : rows) {
+    for (int i = 0; i < row.buffers; ++i) this->fill(i, kUsed);
+    request_bytes block = step_request<T>(row.name, row.letters, row.numbers);
+    for (const int scalar : {0, 1}) put(block, kScalarsAt + scalar * sizeof(T), T(2));
+    const std::vector<T> before = this->contents(row.result, kUsed);
     for (const uint32_t other : {0u, 192u, 255u, 256u, 257u, 384u}) {
       if (other == kStepBytes<T>) continue;
       put(block, 4, other);
-      this->serve(block, buffers);
-      EXPECT_TRUE(is_as_before()) << "parameter " << other;
+      this->serve(block, row.buffers);
+      EXPECT_EQ(this->contents(row.result, kUsed), before) << row.name << ", parameter " << other;
     }
     put(block, 4, kStepBytes<T>);
-    for (const int other : {buffers - 1, buffers + 1, 8}) {
+    for (const int other : {row.buffers - 1, row.buffers + 1, 8}) {
       this->serve(block, other);
-      EXPECT_TRUE(is_as_before()) << other << " buffers";
+      EXPECT_EQ(this->contents(row.result, kUsed), before) << row.name << ", " << other << " buffers";
     }
-    this->serve(block, buffers);
+    this->serve(block, row.buffers);
+    EXPECT_NE(this->contents(row.result, kUsed), before) << row.name;
   }
-
-  void run(problem<T> p) {
-    const bool gemm = p.op == operation::gemm, trsm = p.op == operation::trsm, plain = p.transa == 'N';
-    const int64_t order = p.side == 'L' ? p.m : p.n;
-    p.lda = (trsm ? order : !plain ? p.k : gemm ? p.m : p.n) + 2;
-    p.ldb = (gemm ? (p.transb == 'N' ? p.k : p.n) : p.m) + 1;
-    p.ldc = (gemm ? p.m : p.n) + 3;
-    const int result = gemm ? 2 : 1;
-    const int64_t ld = trsm ? p.ldb : p.ldc, columns = p.n;
-    const auto elements = static_cast<size_t>((std::max({p.m, p.n, p.k}) + 3) * (std::max({p.m, p.n, p.k}) + 3));
-    ASSERT_LE(elements * sizeof(T), kBytes);
-    for (int i = 0; i <= result; ++i) this->fill(i, elements);
-    for (int64_t i = 0; trsm && i < order; ++i) this->matrix(0)[i + i * p.lda] += T(8);
-    const std::vector<T> before = this->contents(result, elements);
-    p.a = this->matrix(0);
-    p.b = gemm ? this->matrix(1) : before.data();
-    p.c = before.data();
-
-    request_bytes block = gemm   ? step_request<T>("gemm", {p.transa, p.transb}, {p.m, p.n, p.k, p.lda, p.ldb, p.ldc})
-                          : trsm ? step_request<T>("trsm", {p.side, p.uplo, p.transa, p.diag}, {p.m, p.n, p.lda, p.ldb})
-                                 : step_request<T>("syrk", {p.uplo, p.transa}, {p.n, p.k, p.lda, p.ldc});
-    put(block, kScalarsAt, p.alpha);
-    if (!trsm) put(block, kScalarsAt + sizeof(T), p.beta);
-    expect_only(block, result + 1, result, elements);
-    const host::verdict judged = host::check(p, this->matrix(result), 1);
-    EXPECT_TRUE(judged.passed) << host::name_of(p.op) << ' ' << p.transa << p.uplo << ": " << judged.text;
-    for (size_t e = 0; e < elements; ++e) {
-      const int64_t i = static_cast<int64_t>(e) % ld, j = static_cast<int64_t>(e) / ld;
-      const bool inside = p.op == operation::syrk ? (p.uplo == 'U' ? i <= j : i >= j && i < p.n) : i < p.m;
-      if (!inside || j >= columns) ASSERT_EQ(std::memcmp(&before[e], this->matrix(result) + e, sizeof(T)), 0);
-    }
-  }
-};
-TYPED_TEST_SUITE(Steps, Elements);
-
-TYPED_TEST(Steps, CallTheirRoutine) {
-  using T = TypeParam;
-  this->run(problem_of<T>(operation::gemm, "TN", 17, 9, 31, this->scalar(), this->scalar()));
-  this->run(problem_of<T>(operation::trsm, "RLTN", 9, 17, 0, this->scalar(), T(0)));
-  for (const int64_t n : {19, 450}) {  // alone, and over the team
-    this->run(problem_of<T>(operation::syrk, "UN", 0, n, 23, this->scalar(), T(0)));
-    this->run(problem_of<T>(operation::syrk, "LT", 0, n, 23, this->scalar(), this->scalar()));
-  }
-}
-
-TYPED_TEST(Steps, LarfbIsTheRoutineOfTheLibrary) {
-  using T = TypeParam;
-  const int64_t m = 21, n = 13, k = 6, ldv = 24, ldt = 7, ldc = 22, ldwork = 15;
-  for (int i = 0; i < 4; ++i) this->fill(i, 600);
-  std::vector<T> expected = this->contents(2, 600), work(600);
-  TEV_LAPACK(larfb)
-  ("L", "C", "B", "C", &m, &n, &k, out(this->matrix(0)), &ldv, out(this->matrix(1)), &ldt, out(expected.data()), &ldc,
-   out(work.data()), &ldwork, 1, 1, 1, 1);
-  this->expect_only(step_request<T>("larfb", "LCBC", {m, n, k, ldv, ldt, ldc, ldwork}), 4, 2, 600);
-  EXPECT_EQ(this->contents(2, 600), expected);
 }
 
 template <class T>

@@ -3,10 +3,8 @@
 // share. Random shapes by the hundred thousand: shares cover the product and do not overlap, counts lie between one
 // and the team, nothing loops forever.
 
-#include "blas_threading/gemm/copy_decision.h"
 #include "blas_threading/gemm/grid.h"
 #include "blas_threading/gemm/partition.h"
-#include "blas_threading/gemm/small_n.h"
 #include "blas_threading/gemm/thread_count.h"
 #include "blas_threading/plan.h"
 #include "tests/support/each_tier.h"
@@ -38,26 +36,6 @@ int64_t threads(int32_t tier, int64_t m, int64_t n, int64_t k, int64_t available
   return gemm_thread_count(tier, m, n, k, weight, available);
 }
 
-// Rows stand on the two sides of limits. Tiny products of the many-core tier run alone, deep narrow ones are split,
-// however small; up to four threads are tried one by one, of more fewer and fewer.
-TEST(ThreadCount, Limits) {
-  const struct {
-    int32_t tier;
-    int64_t m, n, k, available, threads;
-  } rows[] = {{kZel, 32, 60, 32, 16, 1},    {kZel, 33, 60, 32, 16, 12},     {kZel, 33, 60, 32, 1, 1},
-              {kZel, 32, 112, 16, 16, 1},   {kZel, 128, 112, 16, 16, 1},    {kZel, 129, 112, 16, 16, 16},
-              {kZel, 128, 113, 16, 16, 16}, {kZel, 128, 112, 17, 16, 16},   {kZel, 4, 4, 400, 64, 64},
-              {kZel, 10, 10, 39, 64, 1},    {kAvx2, 1, 8, 4999, 16, 1},     {kAvx2, 1, 8, 8000, 16, 1},
-              {kAvx2, 1, 8, 8001, 16, 4},   {kAvx2, 1, 8, 8400, 16, 4},     {kAvx2, 1, 8, 8401, 16, 6},
-              {kAvx2, 1, 8, 9143, 16, 8},   {kAvx2, 1, 8, 10910, 16, 12},   {kAvx2, 1, 8, 12800, 16, 12},
-              {kAvx2, 1, 8, 12801, 16, 16}, {kAvx2, 1, 8, 4000, 4, 1},      {kAvx2, 1, 8, 4001, 4, 4},
-              {kAvx2, 1, 8, 4501, 3, 3},    {kAvx2, 1, 8, 6000, 2, 1},      {kAvx2, 1, 8, 6001, 2, 2},
-              {kAvx512, 1, 16, 6001, 2, 2}, {TEV_CPU_AVX, 1, 8, 6001, 2, 2}};
-  for (const auto& r : rows)
-    EXPECT_EQ(threads(r.tier, r.m, r.n, r.k, r.available), r.threads)
-        << r.tier << ": " << r.m << 'x' << r.n << 'x' << r.k << ", " << r.available;
-}
-
 TEST(ThreadCount, LiesBetweenOneAndTheTeamAndGrowsWithTheElements) {
   engine random(1);
   for (int i = 0; i < 300000; ++i) {
@@ -70,61 +48,6 @@ TEST(ThreadCount, LiesBetweenOneAndTheTeamAndGrowsWithTheElements) {
     if (tier == kZel && k / std::max(m, n) > 3) continue;
     ASSERT_LE(threads(tier, m, n, k, available, kWorkPerElement<float>), t);
     ASSERT_GE(threads(tier, m, n, k, available, kWorkPerElement<tev_complex16>), t);
-  }
-}
-
-// ---- Panels or none -------------------------------------------------------------------------------------------------
-
-product_shape shape(int64_t m, int64_t n, int64_t k, int32_t op_a = kernels::kNoTrans, int32_t op_b = kernels::kNoTrans,
-                    int64_t ld = 5001) {
-  return {m, n, k, op_a, op_b, ld, ld, ld, 24, 8, 8};
-}
-
-// Each pair of rows stands on the two sides of one limit, for 2 threads.
-TEST(CopyDecision, Limits) {
-  const struct {
-    int32_t tier;
-    const char* form;
-    int64_t m, n, k, ld;
-    bool vesta, panels;
-  } kTable[] = {{kAvx2, "NN", 100, 100, 755, 5001, false, false},  {kAvx2, "NN", 100, 100, 756, 5001, false, true},
-                {kAvx2, "NN", 100, 400, 756, 5001, false, true},   {kAvx2, "NN", 400, 32, 756, 5001, false, false},
-                {kAvx2, "NN", 756, 32, 756, 5001, false, true},    {kAvx2, "NN", 129, 33, 4, 5001, false, false},
-                {kAvx2, "NN", 129, 33, 5, 5001, false, true},      {kAvx2, "NN", 128, 128, 700, 5001, false, false},
-                {kAvx2, "NN", 128, 129, 700, 5001, false, true},   {kAvx2, "NT", 129, 2, 10, 5001, false, false},
-                {kAvx2, "NT", 129, 3, 3, 5001, false, true},       {kAvx512, "NN", 10, 10, 100, 512, false, true},
-                {kAvx512, "NN", 1000, 10, 756, 5001, false, true}, {kAvx512, "NN", 755, 10, 756, 5001, false, false},
-                {kAvx512, "NN", 57, 57, 3, 5001, false, true},     {kAvx512, "NN", 56, 57, 3, 5001, false, false},
-                {kAvx512, "NN", 57, 57, 2, 5001, false, false},    {kAvx512, "NT", 56, 56, 100, 5001, false, false},
-                {kAvx512, "NT", 56, 57, 100, 5001, false, true},   {kAvx512, "NT", 57, 56, 100, 5001, false, false},
-                {kZel, "NN", 27, 27, 3, 5001, false, true},        {kZel, "NN", 26, 27, 3, 5001, false, false},
-                {kZel, "NN", 27, 27, 16, 5001, true, false},       {kZel, "NN", 27, 27, 17, 5001, true, true},
-                {kZel, "TN", 13, 3, 3, 5001, false, true},         {kZel, "TN", 13, 2, 3, 5001, false, false},
-                {kZel, "TN", 13, 8, 17, 5001, true, false},        {kZel, "TN", 13, 9, 17, 5001, true, true},
-                {kZel, "NN", 2, 2, 2, 256, false, true},           {TEV_CPU_AVX, "NN", 2, 2, 2, 5001, false, true}};
-  const auto code = [](char form) { return form == 'N' ? kernels::kNoTrans : kernels::kTrans; };
-  for (const auto& r : kTable) {
-    const product_shape s = shape(r.m, r.n, r.k, code(r.form[0]), code(r.form[1]), r.ld);
-    EXPECT_EQ(wants_panels(r.tier, s, 2, r.vesta), r.panels) << r.tier << ' ' << testing::PrintToString(s);
-  }
-}
-
-template <class T>
-bool small_n(int32_t tier, int32_t op_a, int32_t op_b, int64_t n, int64_t ld) {
-  operation<T> p = {};
-  p.op_a = op_a, p.op_b = op_b, p.m = p.k = 1000, p.n = n, p.a.ld = p.b.ld = 1001, p.c.ld = ld;
-  return takes_small_n(tier, p);
-}
-
-TEST(SmallN, TwoOrThreeColumnsAndFewWhenStridesClash) {
-  for (int64_t n = 1; n < 20; ++n) {
-    const bool few = n == 2 || n == 3;
-    EXPECT_EQ(small_n<double>(kAvx512, 1, 0, n, 1001), few);
-    EXPECT_EQ(small_n<float>(kAvx512, 2, 0, n, 1024), n < 16);
-    EXPECT_EQ(small_n<double>(kZel, 1, 0, n, 1024), few);
-    EXPECT_FALSE(small_n<double>(kAvx512, 0, 0, n, 1024));
-    EXPECT_FALSE(small_n<double>(kAvx512, 1, 1, n, 1024));
-    EXPECT_FALSE(small_n<double>(kAvx2, 1, 0, n, 1024));
   }
 }
 
@@ -285,31 +208,6 @@ TEST_P(Grid, WithoutPanelsItsChunksCoverTheProductOnce) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Tiers, Grid, testing::Values(kAvx2, kZel, kAvx512));
-
-TEST(Lookahead, NeedsAWholeGroupOfThreads) {
-  for (int64_t team : {1, 2, 3, 4, 6, 8, 16}) {
-    thread_options o = {};
-    o.tier = kZel, o.threads = team, o.machine = {.cores = team, .fast_memory = 0, .vesta = 0, .dynamic = 1};
-    set_thread_opts(shape(6400, 6400, 300), o);
-    EXPECT_EQ(o.copy_strategy == kSharedALookahead, team >= 4) << team;
-    if (team >= 4) EXPECT_EQ(o.threads, team / 4 * 4) << "whole groups only";
-  }
-}
-
-TEST(Lookahead, GroupsOfTwoWhenTheWorkingSetFitsFastMemory) {
-  const auto group = [](int64_t k, uint64_t fast_memory, int32_t force_four) {
-    thread_options o = {};
-    o.tier = kZel, o.threads = 8, o.machine.cores = 8, o.machine.fast_memory = fast_memory;
-    o.force_group_four = force_four;
-    set_thread_opts(shape(7000, 7000, k), o);
-    return o.lookahead_group;
-  };
-  EXPECT_EQ(group(2000, UINT64_MAX, 0), 2);
-  EXPECT_EQ(group(2000, UINT64_MAX, 1), 4);
-  EXPECT_EQ(group(336, UINT64_MAX, 0), 4);
-  EXPECT_EQ(group(2000, 7000 * 5376 + 448 * 2688, 0), 4);
-  EXPECT_EQ(group(2000, 7000 * 5376 + 448 * 2688 + 1, 0), 2);
-}
 
 // ---- Partitions -----------------------------------------------------------------------------------------------------
 

@@ -48,19 +48,6 @@ TEST(Version1Grid, BlocksCoverCOnce) {
   }
 }
 
-TEST(Version1Grid, FollowsTheShape) {
-  const struct {
-    int64_t m, n, threads, used, groups;
-  } rows[] = {{4000, 4000, 1, 1, 1},   {4000, 4000, 2, 2, 1},  {4000, 4000, 4, 4, 2}, {4000, 4000, 16, 16, 4},
-              {100000, 40, 8, 8, 1},   {40, 100000, 8, 8, 8},  {8, 4, 16, 1, 1},      {8, 12, 16, 3, 3},
-              {4000, 1000, 16, 16, 2}, {1000, 4000, 16, 16, 8}};
-  for (const auto& row : rows) {
-    const version1_grid grid = best_version1_grid(row.m, row.n, row.threads, 8);
-    EXPECT_TRUE(grid.threads == row.used && grid.groups == row.groups)
-        << row.m << 'x' << row.n << ' ' << row.threads << ": " << grid.threads << ", " << grid.groups;
-  }
-}
-
 TEST(Version1Grid, NoTeamLeavesThreadsWithoutWork) {
   constexpr int64_t kSizes[][2] = {{4000, 4000}, {6000, 900}, {900, 6000}};
   for (int64_t threads = 1; threads <= 64; ++threads)

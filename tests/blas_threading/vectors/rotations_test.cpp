@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Rotations by what defines them, near both ends of the numbers; what increments of zero and addresses do to level 1.
+// Rotations by what defines them, near both ends of the numbers; sums at every address.
 
+#include "tests/support/addresses.h"
 #include "tests/support/precision.h"
 #include "tev/blas.h"
 #include "tev/service.h"
@@ -96,41 +97,15 @@ TYPED_TEST(Rotations, RotmgKeepsWeightedLengths) {
   EXPECT_EQ(p, (std::array<R, 5>{-2, 7, 7, 7, 7}));
 }
 
-TYPED_TEST(Rotations, ZeroIncrementsTakeOneElementAgainAndAgain) {
-  using R = TypeParam;
-  const int64_t n = 4, zero = 0, one = 1;
-  std::array<R, 4> x = {1, 2, 3, 4};
-  R y = 2;
-  EXPECT_EQ(TEV_REAL(dot)(&n, x.data(), &one, &y, &zero), 20);
-  EXPECT_EQ(TEV_REAL(nrm2)(&n, &y, &zero), 4);
-  EXPECT_EQ(TEV_REAL(asum)(&n, &y, &zero), 0);
-  EXPECT_EQ(of_precision<R>(tev_blas_isamax, tev_blas_idamax)(&n, &y, &zero), 0);
-  const R c = 0, s = 1;
-  TEV_REAL(rot)(&n, x.data(), &one, &y, &zero, &c, &s);
-  EXPECT_EQ(x, (std::array<R, 4>{2, -1, -2, -3}));
-  EXPECT_EQ(y, -4);
-}
-
-// What is added up does not depend on where it lies. Teams keep their size.
 TYPED_TEST(Rotations, SumsHaveTheSameBitsAtEveryAddress) {
   using R = TypeParam;
-  engine random(1);
-  tev_serv_set_dynamic(0);
-  for (const int64_t n : {37, 1001, 300000}) {
-    std::vector<R> x(static_cast<size_t>(n));
-    for (R& element : x) element = random_element<R>(random, values::fractions);
-    const int64_t one = 1;
-    const auto sums = [&](const R* at) {
-      return std::array<R, 3>{TEV_REAL(dot)(&n, at, &one, at, &one), TEV_REAL(asum)(&n, at, &one),
-                              TEV_REAL(nrm2)(&n, at, &one)};
-    };
-    const std::array<R, 3> first = sums(x.data());
-    std::vector<R> moved(x.size() + 16);
-    for (int64_t offset = 0; offset < 16; offset += n < 10000 ? 1 : 5) {
-      std::copy(x.begin(), x.end(), moved.begin() + offset);
-      EXPECT_EQ(sums(moved.data() + offset), first) << n << ' ' << offset;
-    }
-  }
+  tev_serv_set_dynamic(0);  // teams keep their size
+  const int64_t one = 1;
+  for (const int64_t n : {37, 1001, 300000})
+    expect_same_bits_at_every_address<R>({n}, [&](const auto& at) {
+      return std::array<R, 3>{TEV_REAL(dot)(&n, at[0], &one, at[0], &one), TEV_REAL(asum)(&n, at[0], &one),
+                              TEV_REAL(nrm2)(&n, at[0], &one)};
+    });
 }
 
 }  // namespace

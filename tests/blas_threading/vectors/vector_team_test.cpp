@@ -153,48 +153,6 @@ TEST(Pieces, CoverOnceInOrderAndEvenly) {
   EXPECT_EQ(sizes, (std::vector<int64_t>{3334, 3333, 3333}));
 }
 
-TEST(VectorTeam, SizeFollowsTheWork) {
-  const own_threads available(8);
-  EXPECT_EQ(level1_threads(8191, 4096, true), 1);
-  EXPECT_EQ(level1_threads(8192, 4096, true), 2);
-  EXPECT_EQ(level1_threads(10000, 4096, true), 3);
-  EXPECT_EQ(level1_threads(1 << 30, 4096, true), 8);
-  EXPECT_EQ(level1_threads(1 << 30, 4096, false), 1);
-  EXPECT_EQ(rank1_threads<double>(256, 240), 2);
-  EXPECT_EQ(rank1_threads<float>(256, 479), 1);
-  EXPECT_EQ(rank1_threads<double>(1000, 1000), 8);
-  EXPECT_EQ(rank1_threads<double>(1000000, 3), 3);
-}
-
-// Too small, or alone; tall and narrow, although no thread gets a whole column; up to twelve threads: the share counts,
-// more of it where columns are many; beyond. Wide; rows in whole blocks of eight; beyond twelve.
-TEST(Gemv, Decisions) {
-  constexpr bool kDynamic = true;
-  const struct {
-    char trans;
-    int64_t m, n, threads;
-    bool dynamic, parallel;
-  } rows[] = {{'T', 5000, 5000, 1, kDynamic, false},    {'N', 63, 63, 1000, kDynamic, false},
-              {'T', 10000, 1, 4, kDynamic, true},       {'T', 9999, 3, 4, kDynamic, false},
-              {'T', 64, 64, 2, kDynamic, true},         {'T', 64, 63, 2, kDynamic, false},
-              {'T', 63, 128, 2, kDynamic, false},       {'T', 64, 128, 2, kDynamic, true},
-              {'T', 64, 13 * 63, 13, !kDynamic, false}, {'T', 64, 13 * 64, 13, !kDynamic, true},
-              {'T', 64, 13, 13, kDynamic, true},        {'T', 64, 12, 13, kDynamic, false},
-              {'N', 1000, 128, 2, kDynamic, true},      {'N', 64, 48, 2, kDynamic, true},
-              {'N', 64, 47, 2, kDynamic, false},        {'N', 128, 47, 2, kDynamic, false},
-              {'N', 128, 48, 2, kDynamic, true},        {'N', 13 * 64, 64, 13, !kDynamic, true},
-              {'N', 13 * 64, 63, 13, !kDynamic, false}, {'N', 13 * 64, 63, 13, kDynamic, true},
-              {'N', 12, 100, 13, kDynamic, false}};
-  for (const auto& r : rows)
-    EXPECT_EQ(gemv_deserves_team<double>(r.trans == 'N', r.m, r.n, r.threads, r.dynamic), r.parallel)
-        << r.trans << ' ' << r.m << " x " << r.n << ", " << r.threads << " threads";
-  // The same bytes in other types.
-  EXPECT_FALSE(gemv_deserves_team<float>(false, 127, 127, 2, kDynamic));
-  EXPECT_TRUE(gemv_deserves_team<float>(false, 128, 128, 2, kDynamic));
-  EXPECT_TRUE(gemv_deserves_team<std::complex<double>>(false, 46, 46, 2, kDynamic));
-  EXPECT_FALSE(gemv_deserves_team<std::complex<double>>(false, 31, 31, 2, kDynamic));
-}
-
 template <class T>
 using calls = blas_calls<c_element_t<T>>;
 template <class T>

@@ -1,0 +1,2 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Owns the parsed tests/support/prelude.h.
