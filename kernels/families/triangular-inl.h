@@ -72,7 +72,7 @@ __attribute__((noinline)) void work_out_block(const triangular_call<T>& c, int64
 // Lines of a block in memory of the allocator, where a strip and its share of the triangle stay in the second cache.
 // Larger ones leave less to products, which pack the lines once more. Found on 48 KiB / 1 MiB.
 template <class T>
-inline constexpr int64_t kLargeBlock = sizeof(real_of<T>) == 4 ? 512 : 256;
+inline constexpr int64_t kLargeBlock = sizeof(real_of<T>) == 4 && kCopies<real_of<T>> == 1 ? 512 : 256;
 
 // What does not repay packing: small triangles, those that a few registers of places meet (a packed one is read once
 // per strip), and on 512-bit vectors what its products do not pack. Found on 48 KiB / 1 MiB.
