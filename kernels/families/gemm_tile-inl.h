@@ -23,12 +23,12 @@ TEV_INLINE beta_class classify(T beta) {
   return is_zero(beta) ? beta_class::zero : is_one(beta) ? beta_class::one : beta_class::general;
 }
 
-// Sizes in reals. kStrips strips of A, each kHeight tall, by NR columns: of one strip of B, which is kPitch wide, or of
-// several whole ones.
-template <class R_, int kStrips_, int kHeight_, int NR_, int kPitch_>
+// Sizes in reals. kHeight rows of each of kStrips strips of A, which are kStripHeight tall, by NR columns: of one strip
+// of B, which is kPitch wide, or of several whole ones.
+template <class R_, int kStrips_, int kHeight_, int kStripHeight_, int NR_, int kPitch_>
 struct tile_shape {
   using R = R_;
-  static constexpr int kStrips = kStrips_, kHeight = kHeight_, NR = NR_, kPitch = kPitch_;
+  static constexpr int kStrips = kStrips_, kHeight = kHeight_, kStripHeight = kStripHeight_, NR = NR_, kPitch = kPitch_;
   static constexpr int W = lanes_dividing<R>(kHeight), kPerStrip = kHeight / W, V = kStrips * kPerStrip;
   static constexpr int MR = kStrips * kHeight;
   static_assert(NR <= kPitch || NR % kPitch == 0);
@@ -98,7 +98,8 @@ template <class S, class R>
 TEV_INLINE void step(int64_t k, const R* a, const R* b, tile<S>& t) {
   vec<R, S::W> row[S::V];
   TEV_UNROLL
-  for (int i = 0; i < S::V; ++i) row[i] = load<S::W>(a + i / S::kPerStrip * (k * S::kHeight) + i % S::kPerStrip * S::W);
+  for (int i = 0; i < S::V; ++i)
+    row[i] = load<S::W>(a + i / S::kPerStrip * (k * S::kStripHeight) + i % S::kPerStrip * S::W);
   if constexpr (kRotated<S>) {
     step_rotated<0>(row, b, k * S::kPitch, t);
   } else {
@@ -120,7 +121,7 @@ TEV_INLINE void accumulate(int64_t k, int64_t depth, const R* a, const R* b, con
   constexpr int kLine = kLineBytes / sizeof(R), kAhead = 8;
   int64_t p = 0;
   for (int line = 0; line < S::MR; line += kLine)
-    for (int j = 0; j < kColumns && p < k; ++j, ++p, a += S::kHeight, b += S::kPitch) {
+    for (int j = 0; j < kColumns && p < k; ++j, ++p, a += S::kStripHeight, b += S::kPitch) {
       __builtin_prefetch(c + line + j * ldc, 1);
       step(depth, a, b, t);
     }
@@ -128,16 +129,16 @@ TEV_INLINE void accumulate(int64_t k, int64_t depth, const R* a, const R* b, con
     __builtin_prefetch(next, 0, 2);
     next += kLineBytes;
     TEV_UNROLL
-    for (int u = 0; u < 4; ++u, a += S::kHeight, b += S::kPitch) {
+    for (int u = 0; u < 4; ++u, a += S::kStripHeight, b += S::kPitch) {
       if constexpr (kLargeStrips) {
         TEV_UNROLL
         for (int i = 0; i < S::MR; i += kLine)
-          __builtin_prefetch(a + i / S::kHeight * (depth * S::kHeight) + kAhead * S::kHeight + i % S::kHeight);
+          __builtin_prefetch(a + (i / S::kHeight * depth + kAhead) * S::kStripHeight + i % S::kHeight);
       }
       step(depth, a, b, t);
     }
   }
-  for (; p < k; ++p, a += S::kHeight, b += S::kPitch) step(depth, a, b, t);
+  for (; p < k; ++p, a += S::kStripHeight, b += S::kPitch) step(depth, a, b, t);
 }
 
 // Column j of the product, vector i of it.
@@ -165,14 +166,14 @@ TEV_INLINE void write_back(const tile<S>& t, T beta, real_of<T>* c, int64_t ldc)
   }
 }
 
-// Elements of T: kStrips strips of A, each kHeight tall, times kColumns of strips of B that are kPitch wide. k steps of
+// Elements of T: kHeight rows of kStrips strips of A times kColumns of strips of B that are kPitch wide. k steps of
 // strips that are `depth` deep. ldc in reals.
-template <class T, int kStrips, int kHeight, int kColumns, int kPitch>
+template <class T, int kStrips, int kHeight, int kColumns, int kPitch, int kStripHeight = kHeight>
 __attribute__((noinline)) void multiply_strips(int64_t k, int64_t depth, const real_of<T>* a, const real_of<T>* b,
                                                const T* beta, beta_class kind, real_of<T>* c, int64_t ldc,
                                                const char* next) {
   constexpr int P = kParts<T>;
-  using shape = tile_shape<real_of<T>, kStrips, P * kHeight, P * kColumns, P * kPitch>;
+  using shape = tile_shape<real_of<T>, kStrips, P * kHeight, P * kStripHeight, P * kColumns, P * kPitch>;
   tile<shape> t;
   clear(t);
   accumulate<shape, kColumns>(k, depth, a, b, c, ldc, next, t);

@@ -18,6 +18,7 @@ TEV_COMPILED_WITH_THE_PRODUCT(tev_complex16)
 
 // Triangles and what meets them stay unpacked below this size on 512-bit vectors, as far as their products do.
 inline constexpr int64_t kUnpackedBoth = kVectorBytes == 64 ? kBothPlain<double> : 0;
+inline constexpr int64_t kUnpackedTransposed = kVectorBytes == 64 ? kLeastPacked<double>.both : 0;  // where A is
 
 // Where no product is packed, a triangle is halved. Order of its first half: whole blocks, more than half of them if
 // they do not divide.

@@ -63,6 +63,22 @@ void merge_triangle(bool upper, int64_t below, const T* full, int64_t ld, T beta
 
 // ---- Packed --------------------------------------------------------------------------------------------------------
 
+// What a triangle has of a tile of mr rows and nr columns whose first column begins `down` rows below the diagonal's
+// place in its first row: kVectors registers of rows, the last ones in the lower triangle, the first ones in the upper.
+template <bool kUpper, class T,
+          int kVectors = kGemm<T>.mr* kParts<T> / lanes_dividing<real_of<T>>(kGemm<T>.mr* kParts<T>)>
+TEV_INLINE void multiply_crossed(int64_t down, int64_t k, const T* a, const T* b, T* tile) {
+  constexpr int MR = kGemm<T>.mr, NR = kGemm<T>.nr, W = lanes_dividing<real_of<T>>(MR * kParts<T>) / kParts<T>;
+  constexpr int kRows = kVectors * W, kFirst = kUpper ? 0 : MR - kRows;
+  if constexpr (kVectors > 1)
+    if (kUpper ? down + NR <= kRows - W : down >= kFirst + W)
+      return multiply_crossed<kUpper, T, kVectors - 1>(down, k, a, b, tile);
+  const T zero = {};
+  multiply_strips<T, 1, kRows, NR, NR, MR>(k, k, reals(a + kFirst), reals(b), &zero, beta_class::zero,
+                                           reals(tile + kFirst), MR * kParts<T>,
+                                           reinterpret_cast<const char*>(a + MR * k));
+}
+
 // A block of C whose offsets say where the diagonal is. Strips of B begin at multiples of nr. What several strips of A
 // need whole is one call, so that a shallow product is walked down the columns of C.
 template <bool kUpper, bool kHermitian, class T>
@@ -91,10 +107,13 @@ void triangle_ker0(const int64_t* k, const T* a_panel, const T* b_panel, const T
       add_whole(i, rows, kUpper ? end : whole, kUpper ? whole : begin);
       if (begin >= end) continue;
       const operand crossed = block_of(c, i, begin, rows, end - begin);
-      operand apart = crossed;
-      apart.data = tile;
+      int64_t j = begin;
+      for (; rows == MR && j + NR <= end; j += NR)
+        multiply_crossed<kUpper>(j - i - below, *k, a_panel + i * *k, b_panel + j * *k, tile + (j - begin) * MR);
+      operand apart = block_of(&crossed, 0, j - begin, rows, end - j);
+      apart.data = tile + (j - begin) * MR;
       apart.ld = MR;
-      multiply(i, begin, &zero, apart);
+      multiply(i, j, &zero, apart);
       merge_triangle<kHermitian>(kUpper, i + below - begin, tile, MR, *beta, &crossed);
     }
   }

@@ -107,6 +107,15 @@ __attribute__((noinline)) void work_out_lines(const triangle_in_place<T>& t, rea
     for (int64_t i = front; i < t.order; i += G) work_out_group<Kind, line_tile<T, G, P>>(t, i, lines, pitch);
 }
 
+// Calls body(width<Q>) for the smallest part of a register, P places and its halves down to 16 bytes, that has so many
+// places.
+template <class T, int P, class Body>
+TEV_INLINE void for_few_places(int64_t places, const Body& body) {
+  if constexpr (P * sizeof(T) > 16)
+    if (places <= P / 2) return for_few_places<T, P / 2>(places, body);
+  body(width<P>{});
+}
+
 // n lines of B, kSmallBlock at most, which meet the triangle that begins at a.
 template <triangular Kind, class T>
 __attribute__((noinline)) void work_out_in_place(const triangular_call<T>& c, int64_t n, T alpha, const T* a, T* b) {
@@ -139,7 +148,8 @@ __attribute__((noinline)) void work_out_in_place(const triangular_call<T>& c, in
   };
   constexpr int kHalf = kPlaces<T, 1> / 2;  // squares of half registers take a third of the shuffles
   if constexpr (kVectorBytes == 32 || kMasks<real_of<T>, kLanes<real_of<T>> / 2>)
-    if (c.places <= kHalf) return strip_of(width<kHalf>{}, 0, c.places);
+    if (c.places <= kHalf)
+      return for_few_places<T, kHalf>(c.places, [&](auto places) TEV_LAMBDA { strip_of(places, 0, c.places); });
   for_places<T>(c.places, [&](auto v, int64_t first, int64_t count)
                               TEV_LAMBDA { strip_of(width<kPlaces<T, decltype(v)::value>>{}, first, count); });
 }

@@ -70,15 +70,22 @@ __attribute__((noinline)) void work_out_block(const triangular_call<T>& c, int64
 // ---- Without buffers -----------------------------------------------------------------------------------------------
 
 // Lines of a block in memory of the allocator, where a strip and its share of the triangle stay in the second cache.
-inline constexpr int64_t kLargeBlock = 256;
+// Larger ones leave less to products, which pack the lines once more. Found on 48 KiB / 1 MiB.
+template <class T>
+inline constexpr int64_t kLargeBlock = sizeof(real_of<T>) == 4 && kCopies<real_of<T>> == 1 ? 512 : 256;
 
 // What does not repay packing: small triangles, those that a few registers of places meet (a packed one is read once
-// per strip), and on 512-bit vectors sizes below kUnpackedBoth. Found on 48 KiB / 1 MiB.
+// per strip), and on 512-bit vectors what its products do not pack. Found on 48 KiB / 1 MiB.
 inline constexpr int64_t kSmallTriangle = kRotatesB<float> ? kSmallBlock : 128;
 inline constexpr int kFewRegisters = kHasFma ? 2 : 1;
 template <class T>
-TEV_INLINE bool stays_on_the_stack(int64_t order, int64_t places) {
-  return order <= kSmallTriangle || places <= kPlaces<T, kFewRegisters> || max_of(order, places) < kUnpackedBoth;
+TEV_INLINE bool stays_on_the_stack(bool left, char trans, int64_t order, int64_t places) {
+  const int64_t unpacked = left && !is_letter(&trans, 'N') ? kUnpackedTransposed : kUnpackedBoth;
+  return order <= kSmallTriangle || places <= kPlaces<T, kFewRegisters> || max_of(order, places) < unpacked;
+}
+template <class T>
+TEV_INLINE bool stays_on_the_stack(const triangular_call<T>& c, int64_t order) {
+  return stays_on_the_stack<T>(c.b_lies.left, c.trans, order, c.places);
 }
 
 // A single place leaves most of a register empty: the less of it in blocks, the better.
@@ -108,7 +115,7 @@ TEV_INLINE void in_small_blocks(const triangular_call<T>& c, int64_t order, T al
 // Blocks of about the same size. own(k, depth, factor, memory). False: no memory, nothing was computed.
 template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm, class Own>
 TEV_INLINE bool in_large_blocks(const triangular_call<T>& c, int64_t order, T alpha, const T* a, T* b, const Own& own) {
-  const int64_t blocks = (order + kLargeBlock - 1) / kLargeBlock;
+  const int64_t blocks = (order + kLargeBlock<T> - 1) / kLargeBlock<T>;
   const int64_t step = whole_groups((order + blocks - 1) / blocks, kGroup<T>);
   char* const memory = static_cast<char*>(tev_serv_allocate(block_bytes<T>(step), 128));
   if (memory == nullptr) return false;
@@ -122,7 +129,7 @@ TEV_INLINE bool in_large_blocks(const triangular_call<T>& c, int64_t order, T al
 // The blocked path that describes nothing to anybody.
 template <triangular Kind, class T, kernels::gemm_fn<T>* Gemm>
 __attribute__((noinline)) void in_blocks(const triangular_call<T>& c, int64_t order, T alpha, const T* a, T* b) {
-  if (!stays_on_the_stack<T>(order, c.places) &&
+  if (!stays_on_the_stack(c, order) &&
       in_large_blocks<Kind, T, Gemm>(
           c, order, alpha, a, b, [&](int64_t k, int64_t depth, T factor, char* memory) TEV_LAMBDA {
             work_out_block<Kind>(c, depth, factor, a + k * (c.lda + 1), b + k * c.b_lies.line(), memory);
@@ -185,7 +192,7 @@ int32_t triangular_fullacopybcopy(const operation<T>* op, const operand* a, cons
                                   buffers* buf, const kernel_info<T>* info) {
   const triangular_operands<T> x = operands_of(op, a, b, c);
   const int64_t order = x.triangle->rows;
-  if (stays_on_the_stack<T>(order, x.call.places)) return triangular_nobufs<Kind, T, Gemm>(op, a, b, c, buf, info);
+  if (stays_on_the_stack(x.call, order)) return triangular_nobufs<Kind, T, Gemm>(op, a, b, c, buf, info);
   const bool done = in_large_blocks<Kind, T, Gemm>(
       x.call, order, op->alpha, static_cast<const T*>(x.triangle->data), static_cast<T*>(c->data),
       [&](int64_t k, int64_t depth, T factor, char* memory)
@@ -270,7 +277,7 @@ TEV_INLINE void triangular_by_records(const char* side, const char* uplo, const 
                                       const int64_t* m, const int64_t* n, const T* alpha, const T* a,
                                       const int64_t* lda, T* b, const int64_t* ldb) {
   const bool left = is_letter(side, 'L');
-  if (*m < 1 || *n < 1 || is_zero(*alpha) || stays_on_the_stack<T>(left ? *m : *n, left ? *n : *m))
+  if (*m < 1 || *n < 1 || is_zero(*alpha) || stays_on_the_stack<T>(left, *transa, left ? *m : *n, left ? *n : *m))
     return triangular_routine<T, in_small_blocks<Kind, T, Gemm>>(side, uplo, transa, diag, m, n, alpha, a, lda, b, ldb);
   const operation<T> op = make_triangular_operation(Kind == triangular::solve ? kOpTrsm : kOpTrmm, *side, *uplo,
                                                     *transa, *diag, *m, *n, *alpha, a, *lda, b, *ldb);
