@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <limits.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -31,13 +32,15 @@ constexpr char kFile[] = "libtev.so.0", kOffloadFile[] = "libtev_offload.so.0";
 // It is never unloaded: its threads live as long as the process.
 constexpr int kMode = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
 
-constexpr time_t kPatience = 2;  // seconds that a fork waits for an opening library
+constexpr time_t kPatience = 2;  // seconds that a fork and the opening of the library wait for each other
 
 constinit functions table = {};
 constinit tev_direct_kernels kernels = {};
 constinit process_state own_state = {};  // where there was no memory for a common one
 constinit process_state* state = &own_state;
 constinit pthread_mutex_t opening = PTHREAD_MUTEX_INITIALIZER;
+constinit bool is_open = false;        // the table is complete; guarded by `opening`
+constinit std::atomic<int> forks = 0;  // under way
 constinit thread_local bool held_by_fork = false;
 
 // The folder that this library really lies in, whatever links lead there, with the / behind it; "" when nobody knows.
@@ -117,12 +120,10 @@ void open_once() {
   table.trust_features(1);
   if (void* const common = table.front_end_data(sizeof(process_state))) state = static_cast<process_state*>(common);
   open_trace();
-  opened.store(&table, std::memory_order_release);
-  if (tracing.load(std::memory_order_relaxed)) return;
   decltype(&tev_blas_get_direct_kernels) get_direct_kernels;
   find(handle, "tev_blas_get_direct_kernels", get_direct_kernels);
   get_direct_kernels(&kernels);
-  direct_kernels.store(&kernels, std::memory_order_release);
+  is_open = true;
 }
 
 void start_routing() {
@@ -133,20 +134,38 @@ void start_routing() {
   table.routed_set(&routing);
 }
 
-// A child must not find the library half open. Who opens it may wait for what the forking thread holds, so a fork waits
-// for a while only.
-void before_fork() {
+timespec end_of_patience() {
   timespec deadline;
   clock_gettime(CLOCK_MONOTONIC, &deadline);
   deadline.tv_sec += kPatience;
+  return deadline;
+}
+
+// Ends the opening. A fork that waited for it is not prepared by the handlers that the library has only now: nobody may
+// be inside of the library at that moment, or the child would find its locks taken.
+void wait_for_forks() {
+  const timespec deadline = end_of_patience();
+  for (timespec now = {}; forks != 0 && now.tv_sec <= deadline.tv_sec; clock_gettime(CLOCK_MONOTONIC, &now))
+    sched_yield();
+}
+
+// A child must not find the library half open. Who opens it may wait for what the forking thread holds, so a fork waits
+// for a while only.
+void before_fork() {
+  ++forks;
+  const timespec deadline = end_of_patience();
   held_by_fork = pthread_mutex_clocklock(&opening, CLOCK_MONOTONIC, &deadline) == 0;
+  hold_searches();
 }
 
 void after_fork_in_parent() {
+  release_searches();
   if (held_by_fork) pthread_mutex_unlock(&opening);
+  --forks;
 }
 
 void after_fork_in_child() {
+  forks = 0;
   opening = PTHREAD_MUTEX_INITIALIZER;
   forget_other_searches();
   forget_calls_of_parent();
@@ -161,9 +180,11 @@ __attribute__((constructor)) void install_fork_handlers() {
 
 const functions& open_library() {
   pthread_mutex_lock(&opening);
-  const bool first = !opened.load(std::memory_order_relaxed);
-  if (first) open_once();
+  if (!is_open) open_once();
   pthread_mutex_unlock(&opening);
+  wait_for_forks();
+  const bool first = !opened.exchange(&table, std::memory_order_acq_rel);
+  if (!tracing.load(std::memory_order_relaxed)) direct_kernels.store(&kernels, std::memory_order_release);
   if (first) {  // not under the lock: the library, too, waits for forks when its OpenMP runtime starts
     table.domain_get_max_threads(TEV_DOMAIN_BLAS);
     remove_runtime_name();

@@ -27,6 +27,14 @@ constinit std::atomic<question> in_parallel[kMostRuntimes] = {};  // filled from
 constinit std::atomic<uint64_t> looked_at = 0;                    // ticks
 constinit std::atomic<unsigned long long> files_loaded = 0;       // ever, when the files were last gone through
 constinit pthread_mutex_t looking = PTHREAD_MUTEX_INITIALIZER;
+constinit pthread_mutex_t walking = PTHREAD_MUTEX_INITIALIZER;
+
+// The loader holds a lock meanwhile that the C library does not put in order in a forked child; so a fork waits.
+void walk_files(int (*take)(dl_phdr_info*, size_t, void*), void* data) {
+  pthread_mutex_lock(&walking);
+  dl_iterate_phdr(take, data);
+  pthread_mutex_unlock(&walking);
+}
 
 int count_loaded(dl_phdr_info* info, size_t, void* count) {
   *static_cast<unsigned long long*>(count) = info->dlpi_adds;
@@ -63,7 +71,7 @@ void ask_too(void* handle) {
 void look_for_runtimes() {
   static found_files found;  // too large for a small stack; guarded by `looking`
   found.count = 0;
-  dl_iterate_phdr(note_runtime, &found);
+  walk_files(note_runtime, &found);
   ask_too(RTLD_DEFAULT);  // one that is linked into the program
   for (int i = 0; i < found.count; ++i)
     if (void* const handle = dlopen(found.paths[i], RTLD_LAZY | RTLD_NOLOAD)) ask_too(handle);
@@ -72,7 +80,7 @@ void look_for_runtimes() {
 // Whoever comes while another thread looks waits for what it finds.
 void look_again() {
   unsigned long long loaded = 0;
-  dl_iterate_phdr(count_loaded, &loaded);
+  walk_files(count_loaded, &loaded);
   if (loaded == files_loaded.load(std::memory_order_acquire)) return;
   pthread_mutex_lock(&looking);
   if (loaded != files_loaded.load(std::memory_order_relaxed)) look_for_runtimes();
@@ -82,7 +90,9 @@ void look_again() {
 
 }  // namespace
 
-void forget_other_searches() { looking = PTHREAD_MUTEX_INITIALIZER; }
+void hold_searches() { pthread_mutex_lock(&walking); }
+void release_searches() { pthread_mutex_unlock(&walking); }
+void forget_other_searches() { looking = PTHREAD_MUTEX_INITIALIZER, walking = PTHREAD_MUTEX_INITIALIZER; }
 
 bool in_region_of_another_runtime() {
   const uint64_t now = __builtin_ia32_rdtsc();

@@ -7,7 +7,10 @@ namespace tev::shim {
 // Does the calling thread run in a parallel region of any of them?
 bool in_region_of_another_runtime();
 
-// In a forked child: whoever looked for them is not here.
+// For a fork: nobody walks through the loaded files while it is held. In the child whoever looked for them is not
+// there.
+void hold_searches();
+void release_searches();
 void forget_other_searches();
 
 }  // namespace tev::shim
