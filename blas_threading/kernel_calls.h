@@ -30,7 +30,7 @@ struct kernel_calls;
     static constexpr auto initialize_buffers = tev_blas_##p##gemm_initialize_buffers;             \
     more                                                                                          \
   };
-// Rotations of real numbers; complex vectors are pairs of them.
+// Rotations, of real vectors alone.
 #define TEV_REALS(p)                                     \
   static constexpr auto xrotate = tev_blas_x##p##rotate; \
   static constexpr auto xsweep_columns = tev_blas_x##p##sweep_columns;

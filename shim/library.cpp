@@ -11,9 +11,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
 #include "shim/other_runtimes.h"
+#include "shim/patience.h"
 #include "shim/process_state.h"
 #include "shim/settings.h"
 #include "shim/thread_limit.h"
@@ -32,15 +32,13 @@ constexpr char kFile[] = "libtev.so.0", kOffloadFile[] = "libtev_offload.so.0";
 // It is never unloaded: its threads live as long as the process.
 constexpr int kMode = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
 
-constexpr time_t kPatience = 2;  // seconds that a fork and the opening of the library wait for each other
-
 constinit functions table = {};
 constinit tev_direct_kernels kernels = {};
 constinit process_state own_state = {};  // where there was no memory for a common one
 constinit process_state* state = &own_state;
 constinit pthread_mutex_t opening = PTHREAD_MUTEX_INITIALIZER;
 constinit bool is_open = false;        // the table is complete; guarded by `opening`
-constinit std::atomic<int> forks = 0;  // under way
+constinit std::atomic<int> forks = 0;  // between our handlers
 constinit thread_local bool held_by_fork = false;
 
 // The folder that this library really lies in, whatever links lead there, with the / behind it; "" when nobody knows.
@@ -134,27 +132,17 @@ void start_routing() {
   table.routed_set(&routing);
 }
 
-timespec end_of_patience() {
-  timespec deadline;
-  clock_gettime(CLOCK_MONOTONIC, &deadline);
-  deadline.tv_sec += kPatience;
-  return deadline;
-}
-
-// Ends the opening. A fork that waited for it is not prepared by the handlers that the library has only now: nobody may
-// be inside of the library at that moment, or the child would find its locks taken.
+// Ends the opening. A fork that waited for it in our handler is not prepared by the handlers that the library has only
+// now: nobody may be inside of the library at that moment, or the child would find its locks taken.
 void wait_for_forks() {
   const timespec deadline = end_of_patience();
-  for (timespec now = {}; forks != 0 && now.tv_sec <= deadline.tv_sec; clock_gettime(CLOCK_MONOTONIC, &now))
-    sched_yield();
+  while (forks != 0 && !is_over(deadline)) sched_yield();
 }
 
-// A child must not find the library half open. Who opens it may wait for what the forking thread holds, so a fork waits
-// for a while only.
+// A child must not find the library half open.
 void before_fork() {
   ++forks;
-  const timespec deadline = end_of_patience();
-  held_by_fork = pthread_mutex_clocklock(&opening, CLOCK_MONOTONIC, &deadline) == 0;
+  held_by_fork = lock_patiently(opening);
   hold_searches();
 }
 

@@ -14,6 +14,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "shim/patience.h"
+
 namespace tev::shim {
 
 namespace {
@@ -25,16 +27,9 @@ constexpr uint64_t kPeriod = 100'000;  // ticks, some 40 us: less than loading a
 using question = int (*)();
 constinit std::atomic<question> in_parallel[kMostRuntimes] = {};  // filled from the front
 constinit std::atomic<uint64_t> looked_at = 0;                    // ticks
-constinit std::atomic<unsigned long long> files_loaded = 0;       // ever, when the files were last gone through
+constinit unsigned long long files_loaded = 0;  // ever, when the files were last gone through; guarded by `looking`
 constinit pthread_mutex_t looking = PTHREAD_MUTEX_INITIALIZER;
-constinit pthread_mutex_t walking = PTHREAD_MUTEX_INITIALIZER;
-
-// The loader holds a lock meanwhile that the C library does not put in order in a forked child; so a fork waits.
-void walk_files(int (*take)(dl_phdr_info*, size_t, void*), void* data) {
-  pthread_mutex_lock(&walking);
-  dl_iterate_phdr(take, data);
-  pthread_mutex_unlock(&walking);
-}
+constinit thread_local bool held_by_fork = false;
 
 int count_loaded(dl_phdr_info* info, size_t, void* count) {
   *static_cast<unsigned long long*>(count) = info->dlpi_adds;
@@ -71,35 +66,36 @@ void ask_too(void* handle) {
 void look_for_runtimes() {
   static found_files found;  // too large for a small stack; guarded by `looking`
   found.count = 0;
-  walk_files(note_runtime, &found);
+  dl_iterate_phdr(note_runtime, &found);
   ask_too(RTLD_DEFAULT);  // one that is linked into the program
   for (int i = 0; i < found.count; ++i)
     if (void* const handle = dlopen(found.paths[i], RTLD_LAZY | RTLD_NOLOAD)) ask_too(handle);
 }
 
-// Whoever comes while another thread looks waits for what it finds.
-void look_again() {
+// Whoever comes while another thread looks waits for what it finds. So does a fork: the loader holds a lock while its
+// files are gone through, which the C library does not put in order in a child. False: not looked.
+bool look_again() {
+  if (!lock_patiently(looking)) return false;
   unsigned long long loaded = 0;
-  walk_files(count_loaded, &loaded);
-  if (loaded == files_loaded.load(std::memory_order_acquire)) return;
-  pthread_mutex_lock(&looking);
-  if (loaded != files_loaded.load(std::memory_order_relaxed)) look_for_runtimes();
-  files_loaded.store(loaded, std::memory_order_release);
+  dl_iterate_phdr(count_loaded, &loaded);
+  if (loaded != files_loaded) look_for_runtimes();
+  files_loaded = loaded;
   pthread_mutex_unlock(&looking);
+  return true;
 }
 
 }  // namespace
 
-void hold_searches() { pthread_mutex_lock(&walking); }
-void release_searches() { pthread_mutex_unlock(&walking); }
-void forget_other_searches() { looking = PTHREAD_MUTEX_INITIALIZER, walking = PTHREAD_MUTEX_INITIALIZER; }
+void hold_searches() { held_by_fork = lock_patiently(looking); }
+void release_searches() {
+  if (held_by_fork) pthread_mutex_unlock(&looking);
+}
+void forget_other_searches() { looking = PTHREAD_MUTEX_INITIALIZER; }
 
 bool in_region_of_another_runtime() {
   const uint64_t now = __builtin_ia32_rdtsc();
-  if (now - looked_at.load(std::memory_order_relaxed) > kPeriod) {
-    look_again();
+  if (now - looked_at.load(std::memory_order_relaxed) > kPeriod && look_again())
     looked_at.store(now, std::memory_order_relaxed);
-  }
   for (const auto& asked : in_parallel) {
     const question its = asked.load(std::memory_order_acquire);
     if (!its) return false;

@@ -36,7 +36,7 @@ struct amount {
 // long for the product of a vector and a matrix of 128 KiB.
 constexpr double cached_bytes(size_t sizes) { return (sizes == 1 ? 384 : 256) * 1024; }
 
-// Vectors of any length; triangles that the library would not divide into blocks.
+// Vectors of any length; matrices beside which the way through the library is not yet nothing.
 constexpr double direct_work(size_t sizes) { return sizes == 1 ? 1e300 : 8 * 128 * 128; }
 
 constexpr double product_of(auto... factors) { return (static_cast<double>(factors) * ...); }
@@ -52,6 +52,13 @@ constexpr amount some_elements(double share, auto... sizes) {
 constexpr amount elements(auto... sizes) { return some_elements(1, sizes...); }
 constexpr amount half_elements(auto... sizes) { return some_elements(0.5, sizes...); }
 constexpr amount moved(auto... sizes) { return some_elements(0, sizes...); }
+
+// Two vectors that are only read: a team is ready with more of them.
+constexpr amount pairs_read(auto n) {
+  amount result = elements(n);
+  result.cached /= 2;
+  return result;
+}
 
 // Of calls with less work the library never makes a team, in any precision, on any processor. So nothing needs to be
 // decided for them.

@@ -20,8 +20,8 @@ constexpr uint64_t kWaking = 250'000;
 // How many times as long as a loss the smaller team stays.
 constexpr uint64_t kShortestRest = 1, kLongestRest = 8;
 
-// After so many times the last loss without another one all is as it was. The first is for a loss by itself: there was
-// no other one within the second.
+// After so many times the last loss without another one all is as it was. The first is for a loss by itself: none had
+// come within kForgotten times the one before.
 constexpr uint64_t kSoonForgotten = 2, kForgotten = 16;
 
 template <class Word>

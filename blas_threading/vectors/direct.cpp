@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+// The tier's kernels for callers that need no team; include/tev/direct_kernels.h tells when that is.
 #include "kernels/dispatch/dispatch.h"
 #include "tev/direct_kernels.h"
 

@@ -54,11 +54,11 @@ void gemv_omp(const char* trans, int64_t m, int64_t n, const T* alpha, const T* 
   const bool plain = kernels::transposition_code(*trans) == kernels::kNoTrans;
   const int64_t length = plain ? m : n, block = plain ? kRowBlock : 1, blocks = (length + block - 1) / block;
   // With an increment of zero all pieces of y are one element.
-  const int64_t wanted = incy == 0 ? 1 : std::min(available_threads(matrix_work(m, n)), blocks);
-  if (wanted > 1 && plain && goes_by_columns<T>(m, n, wanted) &&
-      add_columns(wanted, m, n, alpha, a, lda, x, incx, beta, y, incy))
+  const int64_t available = incy == 0 ? 1 : available_threads(matrix_work(m, n));
+  if (available > 1 && plain && goes_by_columns<T>(m, n, available) &&
+      add_columns(available, m, n, alpha, a, lda, x, incx, beta, y, incy))
     return;
-  run_team(wanted, [=](int64_t thread, int64_t threads) {
+  run_team(std::min(available, blocks), [=](int64_t thread, int64_t threads) {
     const piece share = piece_of(blocks, thread, threads);
     const int64_t start = share.start * block;
     const piece part = {start, std::min(share.size * block, length - start)};

@@ -57,21 +57,23 @@ inline constexpr int64_t kMatrixChunkBytes = 240 * 1024;
 template <class T>
 inline constexpr int64_t kMatrixChunk = kMatrixChunkBytes / static_cast<int64_t>(sizeof(T));
 
-// Threads for an m x n rank-1 update, which is split by columns.
+// Threads for an m x n rank-1 update, which is split by columns; it reads and writes the matrix.
 template <class T>
 int32_t rank1_threads(int64_t m, int64_t n) {
+  constexpr int64_t kChunk = kMatrixChunk<T> / 2;
   const int64_t elements = m * n;
-  if (elements < 2 * kMatrixChunk<T>) return 1;
-  return static_cast<int32_t>(std::min({available_threads(matrix_work(m, n)), n, ceil_div(elements, kMatrixChunk<T>)}));
+  if (elements < 2 * kChunk) return 1;
+  return static_cast<int32_t>(std::min({available_threads(matrix_work(m, n)), n, ceil_div(elements, kChunk)}));
 }
 
 // update(columns) for all columns of one thread's share [begin, end) of a matrix that is written. What a processor
 // fetches ahead of a thread that walks towards its neighbour's columns are lines that the neighbour writes, and has to
-// get back. So every other thread walks backwards, away from the one behind it: two threads part from where they meet.
+// get back. So every other thread of a team walks backwards, away from the one behind it: two threads part from where
+// they meet; of more, every second boundary gains.
 template <class Update>
-void walk_apart(int64_t thread, const span& columns, const Update& update) {
+void walk_apart(int64_t thread, int64_t team, const span& columns, const Update& update) {
   constexpr int64_t kTogether = 16;
-  if (thread % 2 != 0) return update(columns);
+  if (thread % 2 != 0 || team < 2) return update(columns);
   for (int64_t end = columns.end; end > columns.begin; end -= kTogether)
     update(span{std::max(columns.begin, end - kTogether), end});
 }

@@ -9,7 +9,8 @@
 namespace tev::blas {
 namespace {
 
-// A matrix from this size on comes from memory, which delivers more along one column than along several.
+// A matrix from this size on comes from memory, which delivers more along one column than along several; the kernels
+// have the same limit for one thread (kCachedElements).
 constexpr int64_t kCachedBytes = 16 << 20;
 
 // update(part) for all n columns of `bytes` each, every thread some of them.
@@ -19,7 +20,7 @@ void on_columns(int64_t n, int64_t bytes, int32_t threads, const Update& update)
     const piece part = piece_of(n, thread, team);
     const span columns = {part.start, part.start + part.size};
     if (n * bytes < kCachedBytes)
-      return walk_apart(thread, columns, [&](const span& some) { update(piece{some.begin, some.size()}); });
+      return walk_apart(thread, team, columns, [&](const span& some) { update(piece{some.begin, some.size()}); });
     for (int64_t j = columns.begin; j < columns.end; ++j) update(piece{j, 1});
   });
 }

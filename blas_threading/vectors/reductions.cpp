@@ -44,8 +44,7 @@ Result dot(Result (*kernel)(const int64_t*, const T*, const int64_t*, const T*, 
       add<Result>);
 }
 
-// ---- Sums of moduli, norms
-// -------------------------------------------------------------------------------------------
+// ---- Sums of moduli, norms -----------------------------------------------------------------------------------------
 
 // kernel: one of the direct ones.
 template <class T, class R>

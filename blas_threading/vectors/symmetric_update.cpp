@@ -18,7 +18,7 @@ void update(const triangle<T>& a, const T& alpha, const strided<const T>& x, con
   const int64_t threads = triangle_threads(a, used::twice);
   if (threads < 2) return update_columns({0, a.n});
   run_team(threads, [=](int64_t thread, int64_t team) {
-    walk_apart(thread, share_of_columns(a, thread, team), update_columns);
+    walk_apart(thread, team, share_of_columns(a, thread, team), update_columns);
   });
 }
 

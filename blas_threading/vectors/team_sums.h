@@ -9,7 +9,7 @@
 
 namespace tev::blas {
 
-// A team so large does not meet for the sums.
+// Teams of up to so many do not meet for the sums: the caller adds them.
 inline constexpr int64_t kTogetherByOne = 2;
 
 // y += what add(thread, team, own) adds to the vector `own` on every thread; the first has y itself. False: no memory

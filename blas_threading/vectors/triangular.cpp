@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // ?trmv, ?tbmv, ?tpmv: x := op(A) x. ?trsv, ?tbsv, ?tpsv: x := op(A)^-1 x. A is a triangle: full, a band, or packed.
 //
-// A large full triangle goes by blocks on the diagonal; the rectangle beside a block is a product of gemv, which brings
-// the team to a solution where that pays:
+// The calling thread walks through all columns once. A team solves with a full triangle by blocks on its diagonal; the
+// rectangle beside a block is a product of gemv, which brings the team:
 //
-//   upper       block              multiply, N    others += R block, then D       solve, N    D, then others -= R block
-//               R     others       multiply, T    D, then block += R^T others     solve, T    block -= R^T others, then
-//               D D ..  block
+//   upper       R     others       N    D, then others -= R block
+//               D D ..  block      T    block -= R^T others, then D
 //
 // A team multiplies in one go. Each thread has elements of x of its own, and reads what gives to them: the triangle D
 // on the diagonal and, times the old x, what lies beside it:
@@ -28,48 +27,41 @@ using kernels::triangular_form;
 
 constexpr int64_t kOne = 1;
 
-// Order of a block on the diagonal.
-constexpr int64_t kBlock = 128;
-
-// Is a solution worth a team that meets at every block?
-template <class T>
-bool deserves_meetings(const triangle<const T>& a) {
-  return a.n * (a.n + 1) / 2 >= 4 * kMatrixChunk<T>;
-}
-
-// The product of a matrix and a vector: on the calling thread, or on a team where that pays.
-template <class T>
-using gemv_routine = kernels::gemv_fn<T>*;
-
 template <class T>
 void apply_block(const triangle<const T>& a, const triangular_form& form, const span& block, const strided<T>& x) {
   kernel_calls<T>::xtriangular_block(&a, &form, &block.begin, &block.end, x.first, &x.inc);
 }
 
+// What a block of a solution gives to the others, or takes from them.
 template <class T>
-void apply_rectangle(const triangle<const T>& a, const triangular_form& form, const span& block, const strided<T>& x,
-                     gemv_routine<T> gemv) {
+void subtract_rectangle(const triangle<const T>& a, const triangular_form& form, const span& block,
+                        const strided<T>& x) {
   const span others = a.upper ? span{0, block.begin} : span{block.end, a.n};
   if (others.size() < 1) return;
-  const T sign = element_of<T>(form.solves ? -1 : 1), one = element_of<T>(1);
+  const T minus = element_of<T>(-1), one = element_of<T>(1);
   const int64_t rows = others.size(), columns = block.size();
   const span &from = form.plain() ? block : others, &to = form.plain() ? others : block;
-  gemv(&form.trans, &rows, &columns, &sign, a.at(others.begin, block.begin), &a.ld, x.address(from), &x.inc, &one,
-       x.address(to), &x.inc);
+  kGemv<T>(&form.trans, &rows, &columns, &minus, a.at(others.begin, block.begin), &a.ld, x.address(from), &x.inc, &one,
+           x.address(to), &x.inc);
 }
 
 template <class T>
-void apply_triangle(const triangle<const T>& a, const triangular_form& form, const strided<T>& x,
-                    gemv_routine<T> gemv) {
-  if (a.kind != storage::full || a.n <= kBlock) return apply_block(a, form, {0, a.n}, x);
+void solve_by_blocks(const triangle<const T>& a, const triangular_form& form, const strided<T>& x) {
+  constexpr int64_t kBlock = 128;
   const int64_t blocks = ceil_div(a.n, kBlock);
   for (int64_t step = 0; step < blocks; ++step) {
     const int64_t begin = (form.upwards(a.upper) ? step : blocks - 1 - step) * kBlock;
     const span block = {begin, std::min(begin + kBlock, a.n)};
-    if (form.plain() != form.solves) apply_rectangle(a, form, block, x, gemv);
+    if (!form.plain()) subtract_rectangle(a, form, block, x);
     apply_block(a, form, block, x);
-    if (form.plain() == form.solves) apply_rectangle(a, form, block, x, gemv);
+    if (form.plain()) subtract_rectangle(a, form, block, x);
   }
+}
+
+// Is a solution worth a team that meets at every block?
+template <class T>
+bool deserves_meetings(const triangle<const T>& a) {
+  return a.kind == storage::full && a.n * (a.n + 1) / 2 >= 4 * kMatrixChunk<T> && triangle_threads(a, used::once) > 1;
 }
 
 // own x := D own x.
@@ -79,7 +71,7 @@ void multiply_own(const triangle<const T>& a, const triangular_form& form, const
   triangle<const T> block = a;
   block.data += own.begin * (a.ld + (a.kind == storage::full ? 1 : 0));
   block.n = own.size();
-  apply_triangle(block, form, {&x[own.begin], x.inc}, kernel_calls<T>::xgemv);
+  apply_block(block, form, {0, block.n}, {&x[own.begin], x.inc});
 }
 
 // own x += R times the old x.
@@ -169,9 +161,10 @@ void triangular(bool solves, const triangle<const T>& a, char trans, char diag, 
   if (a.n == 0) return;
   const triangular_form form = {kernels::upper_case(trans), kernels::diag_code(diag) == 0, solves};
   const gapless<T> all_x(a.n, x, incx);
+  if (solves && deserves_meetings(a)) return solve_by_blocks(a, form, all_x.elements());
   const int64_t threads = solves ? 1 : triangle_threads(a, used::once);
   if (threads > 1 && multiply_over_team(a, form, threads, all_x.elements())) return;
-  apply_triangle(a, form, all_x.elements(), solves && deserves_meetings(a) ? kGemv<T> : kernel_calls<T>::xgemv);
+  apply_block(a, form, {0, a.n}, all_x.elements());
 }
 
 }  // namespace

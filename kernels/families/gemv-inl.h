@@ -29,15 +29,15 @@ inline constexpr int64_t kAhead = 2048 / static_cast<int64_t>(sizeof(R));
 template <int Numbers, class R>
 TEV_INLINE void ask_ahead(const R* x, int64_t i) {
   constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
-  if (Numbers < kLine && i % kLine != 0) return;
+  if (Numbers < kLine && i % kLine >= Numbers) return;  // once a line, wherever a walk begins
   TEV_UNROLL
   for (int n = 0; n < Numbers; n += kLine) __builtin_prefetch(x + i + kAhead<R> + n);
 }
 
-// For J columns of `count` numbers that are all long: longer than `least`.
+// For J columns of `count` numbers, from `least` on: shorter ones are not asked for.
 template <class R>
 struct asked_ahead {
-  int64_t until;
+  int64_t until;  // what lies ahead of it is of the next columns
 
   TEV_INLINE asked_ahead(int64_t count, int64_t least) : until(count >= least ? count - kAhead<R> : 0) {}
 
@@ -211,8 +211,8 @@ TEV_INLINE void gemv_t(bool conjugated, int64_t m, int64_t n, T alpha, const T* 
   }
 }
 
-// y := alpha A x + beta y, y in one register; without gaps. The order of the additions is that of longer ones: rows may
-// be shared out.
+// y := alpha A x + beta y, y in one register; without gaps. The order of the additions is that of longer ones: threads
+// share out rows, in pieces of two rows and more.
 template <class Part, class T>
 TEV_INLINE void gemv_n_register(const Part& rows, int64_t n, T alpha, const T* a, int64_t lda, const T* x, int64_t incx,
                                 T beta, T* y) {

@@ -169,8 +169,8 @@ TEV_INLINE void for_rest(int64_t i, int64_t n, const Step& step) {
 }
 
 // Calls step(part, i) for parts that cover the numbers 0 .. n-1 of vectors of T's reals: groups of Vectors registers,
-// single registers, then the rest behind a mask where the tier has masks, in ever shorter vectors elsewhere. n is a
-// count of real numbers, in whole elements.
+// single registers, then the rest in ever shorter vectors: behind masks the next call could not read it before it is in
+// the cache. n is a count of real numbers, in whole elements.
 template <class T, int Vectors, class Step>
 TEV_INLINE void for_parts(int64_t n, const Step& step) {
   constexpr int L = kLanes<real_of<T>>, G = Vectors * L;

@@ -16,9 +16,10 @@ TEV_COMPILED_WITH_THE_PRODUCT(tev_complex8)
 TEV_COMPILED_WITH_THE_PRODUCT(tev_complex16)
 #undef TEV_COMPILED_WITH_THE_PRODUCT
 
-// Triangles and what meets them stay unpacked below this size on 512-bit vectors, as far as their products do.
+// Triangles and what meets them stay unpacked below this size on 512-bit vectors, as far as their products do;
+// transposed ones below the smaller size from which a product packs such an operand.
 inline constexpr int64_t kUnpackedBoth = kVectorBytes == 64 ? kBothPlain<double> : 0;
-inline constexpr int64_t kUnpackedTransposed = kVectorBytes == 64 ? kLeastPacked<double>.both : 0;  // where A is
+inline constexpr int64_t kUnpackedTransposed = kVectorBytes == 64 ? kLeastPacked<double>.both : 0;
 
 // Where no product is packed, a triangle is halved. Order of its first half: whole blocks, more than half of them if
 // they do not divide.
