@@ -391,11 +391,17 @@ TEV_INLINE void rank_k(const rank_call<T>& r, int64_t n, const T* a, const T* b,
                              : rank_k_nobufs<kHermitian, T, Gemm>)(r, n, a, b, beta, c);
 }
 
+// Panel by panel: the second half finds A and B where the first one left them.
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
 __attribute__((noinline)) void rank_2k(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
   if (!packs_rank_k(r, n, true)) return rank_2k_nobufs<kHermitian, T, Gemm>(r, n, a, b, beta, c);
-  rank_k_by_records<kHermitian, T, Gemm, Info>(r, n, a, b, beta, c);
-  rank_k_by_records<kHermitian, T, Gemm, Info>(exchanged<kHermitian>(r), n, b, a, one_of<T>(), c);
+  rank_call<T> part = r;
+  for (int64_t p = 0; p < r.k; p += kGemm<T>.kc) {
+    part.k = min_of(r.k - p, kGemm<T>.kc);
+    const T *const from_a = a + p * (r.plain ? r.lda : 1), *const from_b = b + p * (r.plain ? r.ldb : 1);
+    rank_k_by_records<kHermitian, T, Gemm, Info>(part, n, from_a, from_b, p == 0 ? beta : one_of<T>(), c);
+    rank_k_by_records<kHermitian, T, Gemm, Info>(exchanged<kHermitian>(part), n, from_b, from_a, one_of<T>(), c);
+  }
 }
 
 // Both halves by the drivers of a rank-k update. `info` holds its row.

@@ -84,15 +84,53 @@ TEV_INLINE void exchange(V& low, V& high, lanes<I...>) {
   low = l;
 }
 
+// Lanes kLow and kLow + 1 of each four of two vectors, the first vector's before the other's or each beside its like.
+template <int kLow, int W, class V, int... I>
+TEV_INLINE V halves_of_fours(V a, V b, lanes<I...>) {
+  return __builtin_shufflevector(a, b, (I / 4 * 4 + kLow + I % 2 + I % 4 / 2 * W)...);
+}
+template <int kLow, int W, class V, int... I>
+TEV_INLINE V zipped_fours(V a, V b, lanes<I...>) {
+  return __builtin_shufflevector(a, b, (I / 4 * 4 + kLow + I % 4 / 2 + I % 2 * W)...);
+}
+
+// The squares of four lanes and four vectors, each in itself. By exchanges the last step takes two shuffles a vector.
+template <int W, class V>
+TEV_INLINE void transpose_fours(V (&v)[W]) {
+  constexpr all_lanes<W> all;
+  TEV_UNROLL
+  for (int i = 0; i < W; i += 4) {
+    const V low = zipped_fours<0, W>(v[i], v[i + 1], all), low2 = zipped_fours<0, W>(v[i + 2], v[i + 3], all);
+    const V high = zipped_fours<2, W>(v[i], v[i + 1], all), high2 = zipped_fours<2, W>(v[i + 2], v[i + 3], all);
+    v[i] = halves_of_fours<0, W>(low, low2, all);
+    v[i + 1] = halves_of_fours<2, W>(low, low2, all);
+    v[i + 2] = halves_of_fours<0, W>(high, high2, all);
+    v[i + 3] = halves_of_fours<2, W>(high, high2, all);
+  }
+}
+
 // A square of W / U vectors: unit j of vector i becomes unit i of vector j. A complex number is a unit of two lanes.
 template <int W, int U, int D = W / U / 2, class V>
 TEV_INLINE void transpose(V (&v)[W / U]) {
-  if constexpr (D > 0) {
+  if constexpr (D == 2 && sizeof(V) == 4 * W && U == 1) {
+    transpose_fours<W>(v);
+  } else if constexpr (D > 0) {
     TEV_UNROLL
     for (int i = 0; i < W / U; ++i)
       if (!(i & D)) exchange<W, U, D>(v[i], v[i + D], all_lanes<W>{});
     transpose<W, U, D / 2>(v);
   }
+}
+
+template <class V, int... I>
+TEV_INLINE V reversed_by(V v, lanes<I...>) {
+  return __builtin_shufflevector(v, v, (static_cast<int>(sizeof...(I)) - 1 - I)...);
+}
+
+// Lanes the other way round.
+template <int W, class R>
+TEV_INLINE vec<R, W> reversed(vec<R, W> v) {
+  return reversed_by(v, all_lanes<W>{});
 }
 
 // W lanes of R are loaded and stored behind masks.
@@ -148,17 +186,26 @@ TEV_INLINE void store_first(vec<R, W> value, R* to, int64_t n) {
     if (i < n) to[i] = value[i];
 }
 
+// The lanes that `mask`, a comparison, has become NaN.
+template <int W, class R, class Mask>
+TEV_INLINE vec<R, W> nan_where(Mask mask, vec<R, W> v) {
+  return reinterpret_cast<vec<R, W>>(reinterpret_cast<Mask>(v) | mask);
+}
+
 // One of the lanes of a register is not a number.
 template <int W, class R>
 TEV_INLINE bool any_nan(vec<R, W> v) {
 #if defined(__AVX512F__)
   if constexpr (sizeof(R) * W == 64 && sizeof(R) == 8) return _mm512_cmp_pd_mask(v, v, _CMP_UNORD_Q) != 0;
   if constexpr (sizeof(R) * W == 64 && sizeof(R) == 4) return _mm512_cmp_ps_mask(v, v, _CMP_UNORD_Q) != 0;
-#elif defined(__AVX__)
+#endif
+#if defined(__AVX__)
   if constexpr (sizeof(R) * W == 32 && sizeof(R) == 8)
     return _mm256_movemask_pd(_mm256_cmp_pd(v, v, _CMP_UNORD_Q)) != 0;
   if constexpr (sizeof(R) * W == 32 && sizeof(R) == 4)
     return _mm256_movemask_ps(_mm256_cmp_ps(v, v, _CMP_UNORD_Q)) != 0;
+  if constexpr (sizeof(R) * W == 16 && sizeof(R) == 8) return _mm_movemask_pd(_mm_cmpunord_pd(v, v)) != 0;
+  if constexpr (sizeof(R) * W == 16 && sizeof(R) == 4) return _mm_movemask_ps(_mm_cmpunord_ps(v, v)) != 0;
 #endif
   bool any = false;
   for (int i = 0; i < W; ++i) any |= v[i] != v[i];

@@ -8,6 +8,9 @@
 //     group 2   takes   takes   corner
 //
 // Lines that are columns of B (side R) stay where they are, too. Rows of B become lines of a strip, and back.
+//
+// A solution's lines wait for each other. In groups behind the front real ones give their share undivided, times t / d,
+// and are divided when all of the group have given.
 #pragma once
 
 #include "kernels/families/triangle_kernel-inl.h"
@@ -45,12 +48,26 @@ TEV_INLINE triangular_call<T> describe_triangular(bool left, bool lower, char tr
 inline constexpr int64_t kSmallBlock = kRotatesB<float> ? 32 : 64;
 
 template <class T>
+inline constexpr bool kDividesLate = kHasFma && !kComplex<T>;
+
+// shares[k][i]: what line i of a group takes of line k before k is divided, its t over k's divisor.
+template <class R, int G>
+struct late_divisors {
+  R scales[G], reciprocals[G], shares[G][G];
+};
+
+template <class T>
 struct triangle_in_place {
   const T* at;  // the first line's element on the diagonal
   line_strides by;
   int64_t order;
   bool unit, conjugated;
-  divisor<real_of<T>> divisors[kSmallBlock];  // of a solution with a diagonal that counts
+
+  // Of a solution with a diagonal that counts: of the lines that are divided at once; of the groups that are not.
+  divisor<real_of<T>> divisors[kDividesLate<T> ? kGroup<T> : kSmallBlock];
+  late_divisors<real_of<T>, kGroup<T>> late[kDividesLate<T> ? kSmallBlock / kGroup<T> : 1];
+
+  TEV_INLINE int64_t front() const { return (order - 1) % kGroup<T> + 1; }
 };
 
 // The factors of a group's lines for the line that begins at a.
@@ -88,6 +105,95 @@ TEV_INLINE void work_out_group(const triangle_in_place<typename S::T>& t, int64_
             own, pitch);
 }
 
+// ---- Divided late --------------------------------------------------------------------------------------------------
+
+// t / d with two roundings; NaN where the range of numbers takes more.
+template <int L, class R>
+TEV_INLINE vec<R, L> shares_of(vec<R, L> t, R reciprocal) {
+  constexpr R kLeastNormal = sizeof(R) == 4 ? R(0x1p-126) : R(0x1p-1022);
+  const auto share = t * splat<L>(reciprocal);
+  return nan_where<L, R>(((share > -kLeastNormal) & (share < kLeastNormal) & (t != 0)), share);
+}
+
+// Of the group that begins with line `first`. Its corner is read as columns or rows, whatever lies side by side.
+template <class T, int G>
+TEV_INLINE void set_late(const triangle_in_place<T>& t, int64_t first, late_divisors<T, G>& late) {
+  constexpr T kLargest = sizeof(T) == 4 ? T(0x1p120) : T(0x1p1000);
+  const bool down = t.by.to == 1 || t.by.to == -1;
+  const T* from = t.at + first * (t.by.to + t.by.from);
+  vec<T, G> taken[G], scales = {};
+  TEV_UNROLL
+  for (int k = 0; k < G; ++k) {
+    taken[k] = t.by.to > 0 ? load<G>(from) : reversed<G, T>(load<G>(from - (G - 1)));
+    scales[k] = taken[k][k];
+    from += down ? t.by.from : t.by.to;
+  }
+  if (!down) transpose<G, 1>(taken);
+  const auto size = scales < 0 ? -scales : scales;
+  store<G>(scales, late.scales);
+  store<G>(nan_where<G, T>((size <= 1 / kLargest) | (size >= kLargest), 1 / scales), late.reciprocals);
+  TEV_UNROLL
+  for (int k = 0; k < G; ++k) store<G>(shares_of<G, T>(taken[k], late.reciprocals[k]), late.shares[k]);
+}
+
+// As divide(). False: something left the range of numbers.
+template <class S, class R, int G>
+TEV_INLINE bool divide_lines(const late_divisors<R, G>& late, line_values<S>& x) {
+  constexpr int L = S::L, V = S::V;
+  vec<R, L> check[V] = {};
+  TEV_UNROLL
+  for (int i = 0; i < G; ++i) {
+    const auto scale = splat<L>(late.scales[i]), reciprocal = splat<L>(late.reciprocals[i]);
+    TEV_UNROLL
+    for (int v = 0; v < V; ++v) {
+      const auto first = x.of[i][v] * reciprocal;
+      x.of[i][v] = fma(fma(-first, scale, x.of[i][v]), reciprocal, first);
+      check[v] += x.of[i][v];
+    }
+  }
+  TEV_UNROLL
+  for (int v = 1; v < V; ++v) check[0] += check[v];
+  return __builtin_expect(!any_nan<L, R>(check[0]), 1);
+}
+
+// The group that begins with line `first`, P places of it, line by line with true divisions.
+template <class T>
+__attribute__((noinline)) void solve_line_by_line(const triangle_in_place<T>& t, int64_t first, int64_t places,
+                                                  T* lines, int64_t pitch) {
+  T sum[kPlaces<T>];
+  for (int64_t i = first; i < first + kGroup<T>; ++i) {
+    const T* const taken = t.at + i * t.by.to;
+    for (T& s : sum) s = 0;
+    for (int64_t k = 0; k < i; ++k)
+      for (int64_t p = 0; p < places; ++p) sum[p] += taken[k * t.by.from] * lines[k * pitch + p];
+    for (int64_t p = 0; p < places; ++p) lines[i * pitch + p] = (lines[i * pitch + p] - sum[p]) / taken[i * t.by.from];
+  }
+}
+
+template <class S, class T = typename S::T>
+TEV_INLINE void solve_group_late(const triangle_in_place<T>& t, int64_t first, const late_divisors<T, S::G>& late,
+                                 T* lines, int64_t pitch) {
+  constexpr int G = S::G, L = S::L, V = S::V;
+  factors_in_place<S> factors(t.at + first * t.by.to, t.by, false);
+  line_sums<S> s = {};
+  take_lines(factors, first, lines, pitch, s);
+  T* const own = lines + first * pitch;
+  line_values<S> x;
+  TEV_UNROLL
+  for (int i = 0; i < G; ++i) TEV_UNROLL
+  for (int v = 0; v < V; ++v) x.of[i][v] = load<L>(own + i * pitch + v * L) - s.of[i][v];
+  TEV_UNROLL
+  for (int k = 0; k < G; ++k) TEV_UNROLL
+  for (int i = k + 1; i < G; ++i) TEV_UNROLL
+  for (int v = 0; v < V; ++v) x.of[i][v] = fma(-splat<L>(late.shares[k][i]), x.of[k][v], x.of[i][v]);
+  if (divide_lines(late, x))
+    put_lines(x, own, pitch);
+  else
+    solve_line_by_line(t, first, S::P, lines, pitch);
+}
+
+// ---- All lines -----------------------------------------------------------------------------------------------------
+
 template <triangular Kind, class T, int P, int G = kGroup<T>>
 TEV_INLINE void work_out_front(int64_t count, const triangle_in_place<T>& t, real_of<T>* lines, int64_t pitch) {
   if constexpr (G > 1)
@@ -99,12 +205,29 @@ TEV_INLINE void work_out_front(int64_t count, const triangle_in_place<T>& t, rea
 template <triangular Kind, class T, int P>
 __attribute__((noinline)) void work_out_lines(const triangle_in_place<T>& t, real_of<T>* lines, int64_t pitch) {
   constexpr int G = kGroup<T>;
-  const int64_t front = (t.order - 1) % G + 1;
+  const int64_t front = t.front();
   if constexpr (Kind == triangular::multiply)
     for (int64_t i = t.order - G; i >= front; i -= G) work_out_group<Kind, line_tile<T, G, P>>(t, i, lines, pitch);
   work_out_front<Kind, T, P>(front, t, lines, pitch);
-  if constexpr (Kind == triangular::solve)
-    for (int64_t i = front; i < t.order; i += G) work_out_group<Kind, line_tile<T, G, P>>(t, i, lines, pitch);
+  if constexpr (Kind == triangular::solve) {
+    int64_t i = front;
+    if constexpr (kDividesLate<T>)
+      if (!t.unit)
+        for (const auto* late = t.late; i < t.order; i += G)
+          solve_group_late<line_tile<T, G, P>>(t, i, *late++, lines, pitch);
+    for (; i < t.order; i += G) work_out_group<Kind, line_tile<T, G, P>>(t, i, lines, pitch);
+  }
+}
+
+template <class T>
+TEV_INLINE void set_divisors(triangle_in_place<T>& t) {
+  const int64_t at_once = kDividesLate<T> ? t.front() : t.order;
+  for (int64_t i = 0; i < at_once; ++i)
+    t.divisors[i] = divisor_of(conjugate_if(t.conjugated, t.at[i * (t.by.to + t.by.from)]));
+  if constexpr (kDividesLate<T>) {
+    auto* late = t.late;
+    for (int64_t i = at_once; i < t.order; i += kGroup<T>) set_late(t, i, *late++);
+  }
 }
 
 // Calls body(width<Q>) for the smallest part of a register, P places and its halves down to 16 bytes, that has so many
@@ -131,9 +254,7 @@ __attribute__((noinline)) void work_out_in_place(const triangular_call<T>& c, in
   t.order = n;
   t.unit = c.unit;
   t.conjugated = conjugated;
-  if (Kind == triangular::solve && !t.unit)
-    for (int64_t i = 0; i < n; ++i)
-      t.divisors[i] = divisor_of(conjugate_if(conjugated, t.at[i * (t.by.to + t.by.from)]));
+  if (Kind == triangular::solve && !t.unit) set_divisors(t);
   const bool lines_stay = !b_lies.left && is_one(alpha);
   const auto strip_of = [&](auto places, int64_t first, int64_t count) TEV_LAMBDA {
     constexpr int P = decltype(places)::value;

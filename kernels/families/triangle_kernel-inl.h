@@ -41,34 +41,30 @@ struct lines_of_b {
   T* at;  // null: nowhere, they are wanted as a strip
 };
 
-// Lanes first .. first+W-1 of a register.
-template <int W, class R, class V>
-TEV_INLINE vec<R, W> lanes_from(const V& v, int first) {
-  vec<R, W> part;
-  TEV_UNROLL
-  for (int i = 0; i < W; ++i) part[i] = v[first + i];
-  return part;
-}
+// A group of lines is one or several squares of rows of B. Else rows wait in the strip for the other groups: parts of
+// cache lines that a power of two lies between drive each other out.
+template <class S>
+inline constexpr bool kGroupsAreSquares = S::G* S::U % S::L == 0;
 
-// Lines first .. first+G-1 as rows of B, in squares of registers or parts of them.
+// Lines first .. first+G-1 as rows of B.
 template <class S, class T>
 TEV_INLINE void put_rows(const line_values<S>& x, int64_t first, const lines_of_b<T>& b) {
   using R = typename S::R;
-  constexpr int N = S::L / S::U, Q = S::G < N ? S::G : N, W = Q * S::U;
+  constexpr int L = S::L, N = L / S::U;
   TEV_UNROLL
-  for (int i = 0; i < S::G; i += Q) TEV_UNROLL
-  for (int p = 0; p < S::P; p += Q) {
-    vec<R, W> square[Q];
+  for (int i = 0; i < S::G; i += N) TEV_UNROLL
+  for (int v = 0; v < S::V; ++v) {
+    vec<R, L> square[N];
     TEV_UNROLL
-    for (int q = 0; q < Q; ++q) square[q] = lanes_from<W, R>(x.of[i + q][p / N], p % N * S::U);
-    transpose<W, S::U>(square);
+    for (int q = 0; q < N; ++q) square[q] = x.of[i + q][v];
+    transpose<L, S::U>(square);
     const int64_t lines = b.lines - first - i;
     TEV_UNROLL
-    for (int q = 0; q < Q; ++q) {
-      if (p + q >= b.width) break;
-      R* const to = reals(b.at + first + i + (p + q) * b.lie.ldb);
-      if (lines >= Q)
-        store<W>(square[q], to);
+    for (int q = 0; q < N; ++q) {
+      if (v * N + q >= b.width) break;
+      R* const to = reals(b.at + first + i + (v * N + q) * b.lie.ldb);
+      if (lines >= N)
+        store<L>(square[q], to);
       else
         for (int64_t l = 0; l < lines * S::U; ++l) to[l] = square[q][l];
     }
@@ -300,12 +296,24 @@ TEV_INLINE void work_out_packed(const triangle_block<typename S::T>& block, int6
   typename S::R* const own = strip + first * kPitch;
   const line_values<S> x = work_out_group<Kind, kForward, S>(factors, unit, unit ? nullptr : block.divisors + first,
                                                              own, kPitch, before, behind);
-  if (Kind == triangular::solve || b.at == nullptr) put_lines(x, own, kPitch);
-  if (b.at == nullptr) return;
+  const bool wait = b.lie.left && !kGroupsAreSquares<S>;
+  if (Kind == triangular::solve || b.at == nullptr || wait) put_lines(x, own, kPitch);
+  if (b.at == nullptr || wait) return;
+  if constexpr (kGroupsAreSquares<S>)
+    if (b.lie.left) return put_rows(x, first, b);
+  put_columns(x, first, b);
+}
+
+// The group's lines of the strip that comes next are on their way from memory meanwhile; few of them follow another.
+template <class S, class T>
+TEV_INLINE void prefetch_next(const lines_of_b<T>& b, int64_t first) {
+  constexpr int64_t kLine = kLineBytes / sizeof(T);
+  const T* const next = b.at + S::P * b.lie.place() + first * b.lie.line();
   if (b.lie.left)
-    put_rows(x, first, b);
+    for (int p = 0; p < S::P; ++p) __builtin_prefetch(next + p * b.lie.ldb, 0, 2);
   else
-    put_columns(x, first, b);
+    for (int i = 0; i < S::G; ++i) TEV_UNROLL
+  for (int p = 0; p < S::P; p += kLine) __builtin_prefetch(next + i * b.lie.ldb + p, 0, 2);
 }
 
 // All lines of a strip of P places. The strip is used up by a product that goes to B.
@@ -315,9 +323,14 @@ __attribute__((noinline)) void work_out_strip(const triangle_block<T>& block, bo
   const int64_t lines = block.head->lines, groups = lines / G;
   // Lines that others still take from are multiplied last.
   constexpr bool kUpwards = kForward == (Kind == triangular::solve);
-  for (int64_t i = 0; i < groups; ++i)
-    work_out_packed<Kind, kForward, line_tile<T, G, P>>(block, lines, unit, kUpwards ? i : groups - 1 - i, reals(strip),
-                                                        b);
+  using S = line_tile<T, G, P>;
+  for (int64_t i = 0; i < groups; ++i) {
+    const int64_t g = kUpwards ? i : groups - 1 - i;
+    if (P == kPlaces<T> && b.at != nullptr) prefetch_next<S>(b, g * G);
+    work_out_packed<Kind, kForward, S>(block, lines, unit, g, reals(strip), b);
+  }
+  if constexpr (!kGroupsAreSquares<S>)
+    if (b.at != nullptr && b.lie.left) store_lines<P>(b.lie, b.lines, b.width, strip, b.at);
 }
 
 // All strips, one after another; b: the first one's lines.

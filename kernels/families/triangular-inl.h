@@ -75,13 +75,16 @@ template <class T>
 inline constexpr int64_t kLargeBlock = sizeof(real_of<T>) == 4 && kCopies<real_of<T>> == 1 ? 512 : 256;
 
 // What does not repay packing: small triangles, those that a few registers of places meet (a packed one is read once
-// per strip), and on 512-bit vectors what its products do not pack. Found on 48 KiB / 1 MiB.
-inline constexpr int64_t kSmallTriangle = kRotatesB<float> ? kSmallBlock : 128;
+// per strip), and on 512-bit vectors what its products do not pack. Long lines come from memory: packed ones do so
+// once, whatever the order. Found on 48 KiB / 1 MiB.
+inline constexpr int64_t kSmallTriangle = kRotatesB<float> ? kSmallBlock : 128, kLongLine = 20000;  // bytes
 inline constexpr int kFewRegisters = kHasFma ? 2 : 1;
 template <class T>
 TEV_INLINE bool stays_on_the_stack(bool left, char trans, int64_t order, int64_t places) {
   const int64_t unpacked = left && !is_letter(&trans, 'N') ? kUnpackedTransposed : kUnpackedBoth;
-  return order <= kSmallTriangle || places <= kPlaces<T, kFewRegisters> || max_of(order, places) < unpacked;
+  const bool long_lines = places * int64_t{sizeof(T)} > kLongLine;
+  return order <= (long_lines ? kSmallBlock : kSmallTriangle) || places <= kPlaces<T, kFewRegisters> ||
+         max_of(order, places) < unpacked;
 }
 template <class T>
 TEV_INLINE bool stays_on_the_stack(const triangular_call<T>& c, int64_t order) {
