@@ -7,10 +7,11 @@
 // and to the one below (bench/level3/peers.h); --peer NAME=PATH[:VARIABLE=VALUE,...] names others instead, older builds
 // of ours included (level3_ours.so). With one thread ours is the entry point of the kernels, with more the front end.
 //
-// Samples are taken in turns; a figure is the median, its spread the median deviation from it. The peak is a loop of
-// multiply-adds in registers, measured in the same turns. A case's ratio is ours over the fastest peer; a set's is the
-// geometric mean. With one thread the time is that of the thread, so what else the machine does counts little; with
-// more it is the clock's.
+// Samples are taken in turns, another one first in each round, and operands are set up in another order for each case:
+// the first find what memory others have left, and its pages, apart as they are, take longer to walk. A figure is the
+// median, its spread the median deviation from it. The peak is a loop of multiply-adds in registers, measured in the
+// same turns. A case's ratio is ours over the fastest peer; a set's is the geometric mean. With one thread the time is
+// that of the thread, so what else the machine does counts little; with more it is the clock's.
 //
 //   --summary   only what a set comes to
 //   --self      ours also as a percentage of our own gemm of order 1000, which is measured before each set
@@ -66,17 +67,20 @@ std::vector<double> medians(const samples& s) {
 }
 
 // Null for those that cannot do it.
-std::vector<contestant*> prepare(const contestants& all, const level3_case& c) {
-  std::vector<contestant*> present;
-  for (const auto& one : all) present.push_back(one->prepare(c) ? one.get() : nullptr);
+std::vector<contestant*> prepare(const contestants& all, const level3_case& c, size_t first) {
+  std::vector<contestant*> present(all.size());
+  for (size_t turn = 0; turn < all.size(); ++turn) {
+    const size_t i = (first + turn) % all.size();
+    if (all[i]->prepare(c)) present[i] = all[i].get();
+  }
   return present;
 }
 
-// Each round begins with the next one: who comes first is a hundredth slower.
-void take_turns(const std::vector<contestant*>& present, samples& s) {
-  const size_t all = present.size(), first = s[0].size();
-  for (size_t i = 0; i < all; ++i)
-    if (const size_t one = (first + i) % all; present[one]) s[one].push_back(present[one]->sample());
+void take_turns(const std::vector<contestant*>& present, size_t first, samples& s) {
+  for (size_t turn = 0; turn < present.size(); ++turn) {
+    const size_t i = (first + turn) % present.size();
+    if (present[i]) s[i].push_back(present[i]->sample());
+  }
 }
 
 // Alone, without turns.
@@ -98,14 +102,15 @@ double rate_of_own_product(const options& o) {
 void run_set(const std::string& set, const options& o, const contestants& all, contestant& peak, const report& r) {
   const double own_product = o.self ? rate_of_own_product(o) : NAN;
   std::vector<measured> figures;
+  size_t first = 0;
   for (const level3_case& c : cases_of(*o.op, o.precision, set)) {
-    const std::vector<contestant*> present = prepare(all, c);
+    const std::vector<contestant*> present = prepare(all, c, first++);
     if (!present[0]) continue;
     const double flops = flops_of(*o.op, c, o.precision);
     samples times(all.size());
     std::vector<double> peaks;
     for (int round = 0; round < rounds_of(o, flops); ++round) {
-      take_turns(present, times);
+      take_turns(present, first + static_cast<size_t>(round), times);
       peaks.push_back(peak.sample());
     }
     figures.push_back({c, flops, medians(times), spread(times[0]), o.threads / median(peaks), own_product});
@@ -141,17 +146,18 @@ class busy_loop {
 
 void run_set_busy(const std::string& set, const options& o, const contestants& all, busy_loop& other, const report& r) {
   std::vector<measured_busy> figures;
+  size_t first = 0;
   for (const level3_case& c : cases_of(*o.op, o.precision, set)) {
-    const std::vector<contestant*> present = prepare(all, c);
+    const std::vector<contestant*> present = prepare(all, c, first++);
     const auto rounds = [&] {
       samples times(all.size());
-      for (int round = 0; round < o.rounds; ++round) take_turns(present, times);
+      for (int round = 0; round < o.rounds; ++round) take_turns(present, first + static_cast<size_t>(round), times);
       return medians(times);
     };
     const std::vector<double> quiet = rounds();
     other.work();
     samples ignored(all.size());
-    take_turns(present, ignored);  // a library may learn that it is not alone
+    take_turns(present, first, ignored);  // a library may learn that it is not alone
     const std::vector<double> busy = rounds();
     other.rest();
     figures.push_back({c, flops_of(*o.op, c, o.precision), quiet, busy});

@@ -32,7 +32,7 @@ TEV_INLINE bool is_shallow(char transa, int64_t m, int64_t n, int64_t k, T beta)
 // A real product so shallow that its C is written faster than tiles of it are summed up goes by shallow_columns-inl.h:
 // with whole columns until C comes from memory, else while C is in reach of a second cache. Found on 48 KiB / 1 MiB.
 inline constexpr int kDeepestByColumns = kVectorRegisters == 32 ? 8 : 6;  // more would leave registers for one column
-inline constexpr int64_t kShallowSegmentBytes = 16 * 1024, kNearC = 2 * 1024 * 1024;
+inline constexpr int64_t kShallowSegmentBytes = 32 * 1024, kNearC = 2 * 1024 * 1024;
 
 template <class T>
 TEV_INLINE bool is_written_by_columns(char transa, int64_t m, int64_t n, int64_t k) {

@@ -29,7 +29,8 @@ inline constexpr int64_t kFewSwapped = 8;
 
 // Few rows (columns) of one operand, and another so large that it comes from memory: what counts is that it is read
 // once, along its columns. Then more rows count as few.
-inline constexpr int64_t kFewStreamed = 16, kManyStreamed = 512, kDeepStreamed = 256;
+inline constexpr int64_t kFewStreamed = 16, kManyStreamed = 512, kDeepStreamed = 256,
+                         kStreamedBytes = 8 * 1024 * 1024;  // what is larger comes from memory
 TEV_INLINE bool is_streamed(int64_t few, int64_t many, int64_t k) {
   return few <= kFewStreamed && many >= kManyStreamed && k >= kDeepStreamed;
 }
@@ -40,6 +41,21 @@ template <class T>
 TEV_INLINE bool is_one_strip_of_far_rows(int64_t m, int64_t n, int64_t k) {
   constexpr int64_t kSize = sizeof(T), kSecondCache = 2 * 1024 * 1024;
   return m * kSize <= kTileVectors * kVectorBytes && m < n && k >= kDeepStreamed && n * k * kSize > kSecondCache;
+}
+
+// So few rows of one operand, and an op(B) whose columns lie along k and come from beyond the second cache, that B is
+// read once, as it lies. One multiply-add for each number of B keeps up with memory where that delivers doubles; a sum
+// along k has to save most of them for the last cache, and for floats, unless the rows fill registers. Found on
+// 48 KiB / 1 MiB.
+inline constexpr bool kStreamsColumns = kHasFma;
+inline constexpr int kStreamedVectors = kVectorRegisters == 32 ? 3 : 2;
+
+template <class T>
+TEV_INLINE bool streams_columns(int64_t few, int64_t many, int64_t k) {
+  constexpr int64_t kSize = sizeof(T), kSecondCache = 2 * 1024 * 1024, kVector = kVectorBytes / kSize;
+  if (!kStreamsColumns || few > kStreamedVectors * kVector || many < 8 * few || k < kDeepStreamed) return false;
+  const int64_t bytes = many * k * kSize;
+  return bytes > kSecondCache && (2 * few >= 3 * kVector || (kSize == 8 && (few >= 8 || bytes > kStreamedBytes)));
 }
 
 // A strip is read ahead while the one before it is used; where there is only one, so many steps of k or so many bytes,
@@ -70,14 +86,14 @@ TEV_INLINE int64_t depth_of_one_strip(int64_t n, walk<R> b) {
 
 // C(m x n) += A B from strips of A's rows. kTransposed: m counts columns of C. What is deeper than kUnpackedDepth goes
 // in stretches of k; while a stretch is used, the next strip of A and, once, the next stretch of B are fetched.
-template <class T, bool kTransposed, class R>
+template <class T, bool kTransposed, int V = kTileVectors, class R>
 TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc, finish<R> f) {
   const int64_t c_row = kTransposed ? ldc : kParts<T>;
   const int64_t rows_in_all = m * kParts<T>;
   if (k <= kUnpackedDepth) {
     for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
-      rows = next_strip<R>(rows_in_all - i);
-      strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
+      rows = next_strip<R, V>(rows_in_all - i);
+      strip_of_any_height<T, kTransposed, kLanesOf<R>, V>(
           block<R>{rows, n, k, a.at + i, a.column, b.at, b.row, b.column, c + i / kParts<T> * c_row, ldc,
                    i + rows < rows_in_all ? rows : 0, 0},
           f);
@@ -85,15 +101,14 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
     return;
   }
   constexpr int64_t kLeast = kLeastAhead / static_cast<int64_t>(sizeof(R));
-  const int64_t deepest =
-      stretch(k, rows_in_all <= kTileVectors * kLanesOf<R> ? depth_of_one_strip<T>(n, b) : kUnpackedDepth);
+  const int64_t deepest = stretch(k, rows_in_all <= V * kLanesOf<R> ? depth_of_one_strip<T>(n, b) : kUnpackedDepth);
   const int64_t steps_ahead = kStepsAhead * a.column > kLeast ? kStepsAhead * a.column : kLeast;
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
-      rows = next_strip<R>(rows_in_all - i);
+      rows = next_strip<R, V>(rows_in_all - i);
       const bool last = i + rows == rows_in_all;
-      strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
+      strip_of_any_height<T, kTransposed, kLanesOf<R>, V>(
           block<R>{rows, n, depth, a.at + i + p0 * a.column, a.column, b.at + p0 * b.row, b.row, b.column,
                    c + i / kParts<T> * c_row, ldc,
                    i == 0 && last ? steps_ahead
@@ -179,14 +194,38 @@ TEV_INLINE void by_panels(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
   }
 }
 
+// A single strip of rows, and columns of B where streams_columns(). Rows of A that lie along k go through a panel,
+// which may outgrow the first cache: the longer the stretches of B's columns, the better.
+inline constexpr int64_t kLongPanelBytes = 64 * 1024;
+
+template <class T, bool kTransposed, class R>
+__attribute__((noinline)) void by_streamed_columns(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c,
+                                                   int64_t ldc, finish<R> f) {
+  constexpr int64_t kSize = sizeof(R), kLine = kLineBytes / kSize, W = kLanesOf<R>;
+  alignas(64) R panel[kLongPanelBytes / kSize];
+  const bool packs = a.row != kParts<T>;
+  const int64_t rows = m * kParts<T>, height = (rows + W - 1) / W * W;
+  const int64_t most = (packs ? kLongPanelBytes : kOneStripBytes) / kSize / height / kLine * kLine;
+  const int64_t deepest = (stretch(k, most) + kLine - 1) / kLine * kLine;
+  const int64_t step = packs ? height : a.column;
+  for (int64_t p0 = 0; p0 < k; p0 += deepest) {
+    const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
+    if (packs) transpose_strip<T>(rows, depth, a.at + p0 * a.column, a.row, panel, height);
+    strip_of_any_height<T, kTransposed, kLanesOf<R>, kStreamedVectors, true>(
+        block<R>{rows, n, depth, packs ? panel : a.at + p0 * a.column, step, b.at + p0 * b.row, b.row, b.column, c, ldc,
+                 kStepsAhead * step, 0},
+        f);
+    add_to_c(f);
+  }
+}
+
 // C(m x n) from rows of A and columns of B that are contiguous along k. One of them may have to be made so first: it
 // is the one with few rows (columns): kFewPackedDots at most.
 //
 // Longest stretch of k, in bytes of a row: with many rows on both sides what is read again has to stay in the first
 // cache, as long as a stretch repays the sums at its end. A few tiles, of operands that come from the last cache, repay
 // longer ones; what is fetched is then ahead along k.
-inline constexpr int64_t kDotBytes = 1024, kFewDotBytes = 4096, kLongDotBytes = 64 * 1024, kDotCacheBytes = 32 * 1024,
-                         kStreamedBytes = 8 * 1024 * 1024;  // what is larger comes from memory
+inline constexpr int64_t kDotBytes = 1024, kFewDotBytes = 4096, kLongDotBytes = 64 * 1024, kDotCacheBytes = 32 * 1024;
 
 template <class T, class R>
 TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
@@ -215,8 +254,9 @@ TEV_INLINE void by_packed_dots(bool packs_a, int64_t m, int64_t n, int64_t k, wa
                                finish<R> f) {
   const int64_t few = packs_a ? m : n;
   alignas(64) R panel[kPanelBytes / sizeof(R)];
-  int64_t deepest = kPanelBytes / static_cast<int64_t>(sizeof(T)) / few;
-  deepest -= deepest % (kLanesOf<R> / kParts<T>);
+  constexpr int64_t kVector = kLanesOf<R> / kParts<T>;
+  const int64_t most = kPanelBytes / static_cast<int64_t>(sizeof(T)) / few / kVector * kVector;
+  const int64_t deepest = (stretch(k, most) + kVector - 1) / kVector * kVector;
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     const int64_t row = deepest * kParts<T>;
@@ -252,6 +292,12 @@ __attribute__((noinline)) void unpacked_matrix(char transa, char transb, int64_t
     return swapped ? finish_of<T>(alpha, beta, tb == 'C', ta == 'C') : finish_of<T>(alpha, beta, ta == 'C', tb == 'C');
   };
   const walk<R> a_swapped{aw.at, aw.column, aw.row}, b_swapped{bw.at, bw.column, bw.row};
+  if constexpr (kStreamsColumns && kParts<T> == 1) {
+    if (nb && streams_columns<T>(m, n, k))
+      return by_streamed_columns<T, false>(m, n, k, aw, bw, c_real, ldc_real, f(false));
+    if (!na && streams_columns<T>(n, m, k))  // C^T = op(B)^T op(A)^T
+      return by_streamed_columns<T, true>(n, m, k, b_swapped, a_swapped, c_real, ldc_real, f(true));
+  }
   if (!na && nb && (m <= kFewDots || n <= kFewDots) && k >= kDeepDots)
     return by_dots_in_place<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
   const auto packs_few = [&](int64_t few, int64_t many) TEV_LAMBDA {
@@ -270,6 +316,9 @@ __attribute__((noinline)) void unpacked_matrix(char transa, char transb, int64_t
     if (down.past_caches) __builtin_ia32_sfence();  // others see what was written before what comes now
     return;
   }
+  if constexpr (kHasFma && kParts<T> == 1)
+    if (na && n <= kTallColumns && m > kTallVectors * kLanesOf<T> && m * k * int64_t{sizeof(T)} > kHalfSecondCache)
+      return by_strips<T, false, kTallVectors>(m, n, k, aw, bw, c_real, ldc_real, f(false));
   if (na) return by_strips<T, false>(m, n, k, aw, bw, c_real, ldc_real, f(false));
   by_panels<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
 }

@@ -18,11 +18,18 @@
 namespace tev::TEV_TIER {
 
 // Columns whose elements of B, sums and vector of A fit into the registers, four at most; and vectors of each that are
-// written together, where they fit: two lines next to each other come faster than one here and one there.
+// written together, where they fit: two lines next to each other come faster than one here and one there. A single step
+// of k waits for C alone, and the fewer columns of it are under way the better. So do two where a C that comes from
+// memory has long columns. Found on 48 KiB / 1 MiB.
 template <int K>
-inline constexpr int kColumnsAtDepth = (kVectorRegisters - 2) / (K + 1) < 4 ? (kVectorRegisters - 2) / (K + 1) : 4;
+inline constexpr int kColumnsAtDepth = K == 1                                 ? 1
+                                       : (kVectorRegisters - 2) / (K + 1) < 4 ? (kVectorRegisters - 2) / (K + 1)
+                                                                              : 4;
 template <int K>
-inline constexpr int kVectorsAtDepth = (K + 2) * kColumnsAtDepth<K> + 2 <= kVectorRegisters ? 2 : 1;
+inline constexpr int kVectorsAtDepth = K == 1                                                           ? 4
+                                       : K == 2 || (K + 2) * kColumnsAtDepth<K> + 2 <= kVectorRegisters ? 2
+                                                                                                        : 1;
+inline constexpr int64_t kSinglyColumn = 6 * 1024, kSinglyC = 6 * 1024 * 1024;
 
 // NC columns of C := A B or A B + beta C, alpha being in B.
 template <bool kReadsC, int K, int NC, class R>
@@ -63,7 +70,9 @@ TEV_INLINE int64_t shallow_groups(const block<R>& x, int64_t j, const finish<R>&
 
 template <int K, class R>
 __attribute__((noinline)) void shallow_segment(const block<R>& x, const finish<R>& f) {
-  const int64_t j = shallow_groups<K, kColumnsAtDepth<K>>(x, 0, f);
+  const int64_t column = x.rows * int64_t{sizeof(R)};
+  const bool singly = K == 2 && column >= kSinglyColumn && column * x.n > kSinglyC;
+  const int64_t j = singly ? 0 : shallow_groups<K, kColumnsAtDepth<K>>(x, 0, f);
   if constexpr (kColumnsAtDepth < K >> 1) shallow_groups<K, 1>(x, j, f);
 }
 

@@ -66,6 +66,9 @@ inline constexpr bool kMaskedEdges = kVectorBytes == 64;
 inline constexpr int kTileVectors = kHasFma ? 3 : 2;
 inline constexpr int kTileColumns = kVectorRegisters == 32 ? 8 : 4;
 
+// A tile of few columns has room for more vectors: of columns of A that come from far away, more comes at once.
+inline constexpr int kTallVectors = kVectorRegisters == 32 ? 5 : 6, kTallColumns = kVectorRegisters == 32 ? 5 : 2;
+
 // What becomes of the sums of a tile. c_out = P u0 + swap(Q) u1 [+ swap(P) u2 + Q u3] [+ c beta_re + swap(c) beta_im],
 // where each u is a pair (for re, for im). Real elements use u0[0] and beta_re[0] alone.
 template <class R>
@@ -243,7 +246,19 @@ struct block {
   int64_t a_ahead, b_ahead;  // from a(i, p), b(p, j) to what is read some time later; 0: that is near already
 };
 
-template <class T, bool kTransposed, int W, int MV, int NC, class R>
+// Columns of B that are read for the first and only time are asked for so far ahead: each page of each of them begins a
+// stream, which the processor would first have to notice. Found on 48 KiB / 1 MiB: half as much does as well, twice as
+// much and none lose a fifth.
+inline constexpr int kColumnAhead = 1024;
+
+// So many of them side by side, beside MV vectors of rows: memory delivers most when several stream by.
+template <int MV>
+inline constexpr int kStreamedColumns = kVectorRegisters == 32 || MV == 1 ? 8
+                                        : MV == 2                         ? 6
+                                                                          : 4;
+
+// kStreamed: columns of B are contiguous, and far away.
+template <class T, bool kTransposed, int W, int MV, int NC, bool kStreamed = false, class R>
 TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R>& f) {
   constexpr int NR = NC * kParts<T>;
   // A tile of few sums takes several steps of k side by side: a sum alone would wait for its last addition.
@@ -261,7 +276,7 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
     TEV_UNROLL
     for (int v = 0; v < MV; ++v) av[v] = load_rows<W, MV>(a, v, x.rows);
     if constexpr (NC * kParts < T >> 1 && W == kLanesOf<R>) {
-      if (MV == kTileVectors || x.a_ahead != 0) {
+      if (MV >= kTileVectors || (!kStreamed && x.a_ahead != 0)) {
         TEV_UNROLL
         for (int v = 0; v < MV * kVectorBytes; v += kLineBytes) __builtin_prefetch(a + x.a_ahead + v / sizeof(R), 0, 2);
       }
@@ -282,6 +297,15 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
     for (; p + kSteps <= x.k; p += kSteps) {
       TEV_UNROLL
       for (int s = 0; s < kSteps; ++s) step(acc[s]);
+    }
+  }
+  if constexpr (kStreamed) {
+    constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
+    while (p + kLine <= x.k) {
+      TEV_UNROLL
+      for (int j = 0; j < NC; ++j)
+        __builtin_prefetch(group[j / 3] + j % 3 * x.b_column + kColumnAhead / static_cast<int>(sizeof(R)));
+      for (const int64_t end = p + kLine; p < end; ++p) step(acc[0]);
     }
   }
   for (; p < x.k; ++p) step(acc[0]);
@@ -324,15 +348,21 @@ TEV_INLINE void fetch_b(const block<R>& x, int64_t count, const R* b) {
 
 // One strip of at most MV vectors of rows, all columns. What is left after full tiles is split evenly: narrow tiles
 // have too few sums to hide the latency of an addition.
-template <class T, bool kTransposed, int W, int MV, class R>
+template <class T, bool kTransposed, int W, int MV, bool kStreamed = false, class R>
 __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
   // Two vectors of rows need more columns than three to keep both multipliers busy; 16 registers have room for 6.
   constexpr bool kSixColumns = kHasFma && kVectorRegisters == 16 && MV == 2;
-  constexpr int NC = (kSixColumns ? 6 : kTileColumns) / kParts<T>;
+  constexpr int NC = MV > kTileVectors ? kTallColumns : (kSixColumns ? 6 : kTileColumns) / kParts<T>;
   const R* b = x.b;
   R* c = x.c;
   const int64_t c_column = kTransposed ? kParts<T> : x.ldc;
-  for (int64_t left = x.n; left > 0;) {
+  int64_t left = x.n;
+  if constexpr (kStreamed) {
+    constexpr int NS = kStreamedColumns<MV> / kParts<T>;
+    for (; left >= NS; left -= NS, b += NS * x.b_column, c += NS * c_column)
+      compute_tile<T, kTransposed, W, MV, NS, true>(x, b, c, f);
+  }
+  while (left > 0) {
     const int64_t count = left >= 2 * NC || left == NC ? NC : left > NC ? (left + 1) / 2 : left;
     if (x.b_ahead != 0) fetch_b<T>(x, count, b);
     columns<T, kTransposed, W, MV, NC>(x, count, b, c, f);
@@ -344,25 +374,25 @@ __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
 inline constexpr int64_t kDeepForHalves = 64;
 
 // A strip of 1 to MV W rows.
-template <class T, bool kTransposed, int W, int MV, class R>
+template <class T, bool kTransposed, int W, int MV, bool kStreamed = false, class R>
 TEV_INLINE void strip_of_any_height(const block<R>& x, const finish<R>& f) {
   if constexpr (kMaskedEdges && W == kLanesOf<R>) {
     if ((x.rows == W / 2 || x.rows == W / 4) && x.k >= kDeepForHalves)
-      return strip_of_any_height<T, kTransposed, W / 2, 1>(x, f);
+      return strip_of_any_height<T, kTransposed, W / 2, 1, kStreamed>(x, f);
   } else if constexpr (W > kParts<T>) {
-    if (x.rows < W) return strip_of_any_height<T, kTransposed, W / 2, 2>(x, f);
+    if (x.rows < W) return strip_of_any_height<T, kTransposed, W / 2, 2, kStreamed>(x, f);
   }
   if constexpr (MV > 1) {
-    if (x.rows <= (MV - 1) * W) return strip_of_any_height<T, kTransposed, W, MV - 1>(x, f);
+    if (x.rows <= (MV - 1) * W) return strip_of_any_height<T, kTransposed, W, MV - 1, kStreamed>(x, f);
   }
-  strip<T, kTransposed, W, MV>(x, f);
+  strip<T, kTransposed, W, MV, kStreamed>(x, f);
 }
 
 // Rows of the next strip. A strip after another one is never shorter than a vector, so that its last vector can
 // overlap within the strip.
-template <class R>
+template <class R, int V = kTileVectors>
 TEV_INLINE int64_t next_strip(int64_t rows_left) {
-  constexpr int W = kLanesOf<R>, kFull = kTileVectors * W;
+  constexpr int W = kLanesOf<R>, kFull = V * W;
   if (rows_left <= kFull) return rows_left;
   return rows_left <= kFull + W ? kFull - W : kFull;
 }
