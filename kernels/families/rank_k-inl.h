@@ -16,6 +16,7 @@
 #include "kernels/families/in_place-inl.h"
 #include "kernels/families/packed_product-inl.h"
 #include "kernels/routine_types.h"
+#include "tev/service.h"
 
 namespace tev::TEV_TIER {
 
@@ -391,9 +392,47 @@ TEV_INLINE void rank_k(const rank_call<T>& r, int64_t n, const T* a, const T* b,
                              : rank_k_nobufs<kHermitian, T, Gemm>)(r, n, a, b, beta, c);
 }
 
+// A shallow rank-2k update is a matter of C's way from memory and back: both halves are one product of twice the depth,
+// [alpha A, alpha B] [B, A]^T, of copies. Found on 48 KiB / 1 MiB.
+inline constexpr int64_t kLeastOrderBeside = 256, kDeepestBeside = 32;
+
+// scalar op(A), n x k, whatever op is.
+template <class T>
+TEV_INLINE void copy_plain(const rank_call<T>& r, int64_t n, T scalar, const T* a, int64_t lda, T* to) {
+  const bool conjugated = !r.plain && r.transposed == 'C';
+  for (int64_t j = 0; j < (r.plain ? r.k : n); ++j)
+    for (int64_t i = 0; i < (r.plain ? n : r.k); ++i)
+      to[r.plain ? i + j * n : j + i * n] = TEV_TIER::multiply(scalar, conjugate_if(conjugated, a[i + j * lda]));
+}
+
+// False: no memory, nothing was computed.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
+__attribute__((noinline)) bool rank_2k_beside(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  const int64_t numbers = n * r.k;
+  T* const memory = static_cast<T*>(tev_serv_allocate(4 * numbers * static_cast<int64_t>(sizeof(T)), 128));
+  if (memory == nullptr) return false;
+  T *const left = memory, *const right = memory + 2 * numbers;
+  const T one = one_of<T>();
+  copy_plain(r, n, r.alpha, a, r.lda, left);
+  copy_plain(r, n, conjugate_if(kHermitian, r.alpha), b, r.ldb, left + numbers);
+  copy_plain(r, n, one, b, r.ldb, right);
+  copy_plain(r, n, one, a, r.lda, right + numbers);
+  rank_call<T> both = r;
+  both.plain = true;
+  both.k = 2 * r.k;
+  both.alpha = one;
+  both.lda = both.ldb = n;
+  rank_k<kHermitian, T, Gemm, Info>(both, n, left, right, beta, c);
+  tev_serv_deallocate(memory);
+  return true;
+}
+
 // Panel by panel: the second half finds A and B where the first one left them.
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
 __attribute__((noinline)) void rank_2k(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  if (n >= kLeastOrderBeside && r.k <= kDeepestBeside && r.k > 0 && !is_zero(r.alpha) &&
+      rank_2k_beside<kHermitian, T, Gemm, Info>(r, n, a, b, beta, c))
+    return;
   if (!packs_rank_k(r, n, true)) return rank_2k_nobufs<kHermitian, T, Gemm>(r, n, a, b, beta, c);
   rank_call<T> part = r;
   for (int64_t p = 0; p < r.k; p += kGemm<T>.kc) {
