@@ -17,12 +17,13 @@
 
 namespace tev::TEV_TIER {
 
-// Columns whose elements of B, sums and vector of A fit into the registers, four at most; and vectors of each that are
-// written together, where they fit: two lines next to each other come faster than one here and one there. A single step
-// of k waits for C alone, and the fewer columns of it are under way the better. So do two where a C that comes from
-// memory has long columns. Found on 48 KiB / 1 MiB.
+// Columns whose elements of B, sums and vector of A fit into the registers, four at most, or two where they are few;
+// and vectors of each that are written together: two lines next to each other come faster than one here and one there.
+// A single step of k waits for C alone, and the fewer columns of it are under way the better. So do two where a C that
+// comes from memory has long columns. Found on 48 KiB / 1 MiB.
 template <int K>
 inline constexpr int kColumnsAtDepth = K == 1                                 ? 1
+                                       : K > 2 && kVectorRegisters == 16      ? 2
                                        : (kVectorRegisters - 2) / (K + 1) < 4 ? (kVectorRegisters - 2) / (K + 1)
                                                                               : 4;
 template <int K>
@@ -69,7 +70,8 @@ TEV_INLINE int64_t shallow_groups(const block<R>& x, int64_t j, const finish<R>&
 }
 
 template <int K, class R>
-__attribute__((noinline)) void shallow_segment(const block<R>& x, const finish<R>& f) {
+__attribute__((noinline)) void shallow_segment(const block<R>& segment, const finish<R>& f) {
+  const block<R> x = segment;  // a copy, so that it stays in registers while C is written
   const int64_t column = x.rows * int64_t{sizeof(R)};
   const bool singly = K == 2 && column >= kSinglyColumn && column * x.n > kSinglyC;
   const int64_t j = singly ? 0 : shallow_groups<K, kColumnsAtDepth<K>>(x, 0, f);
