@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The general product without packing into allocated memory: C := alpha op(A) op(B) + beta C, any shape. A that is not
+// The general product without packing whole panels: C := alpha op(A) op(B) + beta C, any shape. A that is not
 // transposed is read in place; a transposed A goes through a panel on the stack, one strip of rows and a stretch of k
-// at a time. B is read in place, one broadcast element at a time.
+// at a time. B is read in place, one broadcast element at a time. Memory is only asked for where a large operand is
+// read once, and done without where there is none.
 #pragma once
 
 #include "kernels/families/dot_tile-inl.h"
@@ -10,11 +11,13 @@
 #include "kernels/families/shallow_columns-inl.h"
 #include "kernels/families/unpacked_tile-inl.h"
 #include "kernels/records.h"
+#include "tev/service.h"
 
 namespace tev::TEV_TIER {
 
 inline constexpr int kPanelBytes = 24 * 1024;            // half of a first-level cache: the rest is for B and C
 inline constexpr int64_t kHalfSecondCache = 512 * 1024;  // of the smallest
+inline constexpr int64_t kLargestSecondCache = 2 * 1024 * 1024;
 
 // Deepest stretch of k for which a strip of A is used before the next one is read. A single strip comes as fast from
 // the second cache, of which it gets a third; lines of B that hold several columns get half of it. Found on 48 KiB /
@@ -39,23 +42,23 @@ TEV_INLINE bool is_streamed(int64_t few, int64_t many, int64_t k) {
 // that it comes faster as strips of its own rows than a few columns at a time.
 template <class T>
 TEV_INLINE bool is_one_strip_of_far_rows(int64_t m, int64_t n, int64_t k) {
-  constexpr int64_t kSize = sizeof(T), kSecondCache = 2 * 1024 * 1024;
-  return m * kSize <= kTileVectors * kVectorBytes && m < n && k >= kDeepStreamed && n * k * kSize > kSecondCache;
+  constexpr int64_t kSize = sizeof(T);
+  return m * kSize <= kTileVectors * kVectorBytes && m < n && k >= kDeepStreamed && n * k * kSize > kLargestSecondCache;
 }
 
 // So few rows of one operand, and an op(B) whose columns lie along k and come from beyond the second cache, that B is
 // read once, as it lies. One multiply-add for each number of B keeps up with memory where that delivers doubles; a sum
 // along k has to save most of them for the last cache, and for floats, unless the rows fill registers. Found on
 // 48 KiB / 1 MiB.
-inline constexpr bool kStreamsColumns = kHasFma;
 inline constexpr int kStreamedVectors = kVectorRegisters == 32 ? 3 : 2;
 
 template <class T>
 TEV_INLINE bool streams_columns(int64_t few, int64_t many, int64_t k) {
-  constexpr int64_t kSize = sizeof(T), kSecondCache = 2 * 1024 * 1024, kVector = kVectorBytes / kSize;
-  if (!kStreamsColumns || few > kStreamedVectors * kVector || many < 8 * few || k < kDeepStreamed) return false;
+  constexpr int64_t kSize = sizeof(T), kVector = kVectorBytes / kSize;
+  if (few > kStreamedVectors * kVector || many < 8 * few || k < kDeepStreamed) return false;
   const int64_t bytes = many * k * kSize;
-  return bytes > kSecondCache && (2 * few >= 3 * kVector || (kSize == 8 && (few >= 8 || bytes > kStreamedBytes)));
+  return bytes > kLargestSecondCache &&
+         (2 * few >= 3 * kVector || (kSize == 8 && (few >= 8 || bytes > kStreamedBytes)));
 }
 
 // A strip is read ahead while the one before it is used; where there is only one, so many steps of k or so many bytes,
@@ -195,15 +198,17 @@ TEV_INLINE void by_panels(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
 }
 
 // A single strip of rows, and columns of B where streams_columns(). Rows of A that lie along k go through a panel,
-// which may outgrow the first cache: the longer the stretches of B's columns, the better.
+// which may outgrow the first cache: the longer the stretches of B's columns, the better. A stack may not have room for
+// it. False: no memory, nothing was computed.
 inline constexpr int64_t kLongPanelBytes = 64 * 1024;
 
 template <class T, bool kTransposed, class R>
-__attribute__((noinline)) void by_streamed_columns(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c,
+__attribute__((noinline)) bool by_streamed_columns(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c,
                                                    int64_t ldc, finish<R> f) {
   constexpr int64_t kSize = sizeof(R), kLine = kLineBytes / kSize, W = kLanesOf<R>;
-  alignas(64) R panel[kLongPanelBytes / kSize];
   const bool packs = a.row != kParts<T>;
+  R* const panel = packs ? static_cast<R*>(tev_serv_allocate(kLongPanelBytes, kLineBytes)) : nullptr;
+  if (packs && panel == nullptr) return false;
   const int64_t rows = m * kParts<T>, height = (rows + W - 1) / W * W;
   const int64_t most = (packs ? kLongPanelBytes : kOneStripBytes) / kSize / height / kLine * kLine;
   const int64_t deepest = (stretch(k, most) + kLine - 1) / kLine * kLine;
@@ -217,6 +222,8 @@ __attribute__((noinline)) void by_streamed_columns(int64_t m, int64_t n, int64_t
         f);
     add_to_c(f);
   }
+  if (packs) tev_serv_deallocate(panel);
+  return true;
 }
 
 // C(m x n) from rows of A and columns of B that are contiguous along k. One of them may have to be made so first: it
@@ -292,11 +299,12 @@ __attribute__((noinline)) void unpacked_matrix(char transa, char transb, int64_t
     return swapped ? finish_of<T>(alpha, beta, tb == 'C', ta == 'C') : finish_of<T>(alpha, beta, ta == 'C', tb == 'C');
   };
   const walk<R> a_swapped{aw.at, aw.column, aw.row}, b_swapped{bw.at, bw.column, bw.row};
-  if constexpr (kStreamsColumns && kParts<T> == 1) {
-    if (nb && streams_columns<T>(m, n, k))
-      return by_streamed_columns<T, false>(m, n, k, aw, bw, c_real, ldc_real, f(false));
-    if (!na && streams_columns<T>(n, m, k))  // C^T = op(B)^T op(A)^T
-      return by_streamed_columns<T, true>(n, m, k, b_swapped, a_swapped, c_real, ldc_real, f(true));
+  if constexpr (kHasFma && kParts<T> == 1) {
+    if (nb && streams_columns<T>(m, n, k) && by_streamed_columns<T, false>(m, n, k, aw, bw, c_real, ldc_real, f(false)))
+      return;
+    if (!na && streams_columns<T>(n, m, k) &&  // C^T = op(B)^T op(A)^T
+        by_streamed_columns<T, true>(n, m, k, b_swapped, a_swapped, c_real, ldc_real, f(true)))
+      return;
   }
   if (!na && nb && (m <= kFewDots || n <= kFewDots) && k >= kDeepDots)
     return by_dots_in_place<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));

@@ -400,9 +400,12 @@ inline constexpr int64_t kLeastOrderBeside = 256, kDeepestBeside = 32;
 template <class T>
 TEV_INLINE void copy_plain(const rank_call<T>& r, int64_t n, T scalar, const T* a, int64_t lda, T* to) {
   const bool conjugated = !r.plain && r.transposed == 'C';
+  const bool scales = !is_one(scalar);  // an infinite part times 1 + 0i would be NaN
   for (int64_t j = 0; j < (r.plain ? r.k : n); ++j)
-    for (int64_t i = 0; i < (r.plain ? n : r.k); ++i)
-      to[r.plain ? i + j * n : j + i * n] = TEV_TIER::multiply(scalar, conjugate_if(conjugated, a[i + j * lda]));
+    for (int64_t i = 0; i < (r.plain ? n : r.k); ++i) {
+      const T x = conjugate_if(conjugated, a[i + j * lda]);
+      to[r.plain ? i + j * n : j + i * n] = scales ? TEV_TIER::multiply(scalar, x) : x;
+    }
 }
 
 // False: no memory, nothing was computed.

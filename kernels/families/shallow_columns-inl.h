@@ -75,7 +75,7 @@ __attribute__((noinline)) void shallow_segment(const block<R>& segment, const fi
   const int64_t column = x.rows * int64_t{sizeof(R)};
   const bool singly = K == 2 && column >= kSinglyColumn && column * x.n > kSinglyC;
   const int64_t j = singly ? 0 : shallow_groups<K, kColumnsAtDepth<K>>(x, 0, f);
-  if constexpr (kColumnsAtDepth < K >> 1) shallow_groups<K, 1>(x, j, f);
+  if constexpr (1 < kColumnsAtDepth<K>) shallow_groups<K, 1>(x, j, f);
 }
 
 template <int K, class R>

@@ -116,7 +116,7 @@ TEV_INLINE void pack_lines(line_strides by, int64_t rows, int64_t depth, const T
 // Numbers become vectors of their copies, from the last on: they have the room behind them.
 template <class R>
 TEV_INLINE void spread_numbers(int64_t count, R* numbers) {
-  if constexpr (kCopies < R >> 1)
+  if constexpr (1 < kCopies<R>)
     for (int64_t i = count - 1; i >= 0; --i) store<kCopies<R>>(splat<kCopies<R>>(numbers[i]), numbers + i * kCopies<R>);
 }
 
@@ -148,6 +148,10 @@ TEV_INLINE void copy_triangle(bool forward, bool conjugated, line_strides by, in
 
 // ---- Diagonal ------------------------------------------------------------------------------------------------------
 
+// Between this and its inverse a divisor's reciprocal can stand in for the division.
+template <class R>
+inline constexpr R kLargestDivisor = sizeof(R) == 4 ? R(0x1p120) : R(0x1p1000);
+
 // Complex by Smith's method: the modulus of d is never squared, so that it can neither overflow nor vanish.
 template <class T>
 TEV_INLINE divisor<real_of<T>> divisor_of(T d) {
@@ -162,9 +166,9 @@ TEV_INLINE divisor<real_of<T>> divisor_of(T d) {
   } else {
     by.scale = d;
   }
-  constexpr R kLargest = sizeof(R) == 4 ? R(0x1p120) : R(0x1p1000);
   const R size = by.scale < 0 ? -by.scale : by.scale;
-  by.reciprocal = size > 1 / kLargest && size < kLargest ? 1 / by.scale : __builtin_nanf("");
+  const bool stands_in = size > 1 / kLargestDivisor<R> && size < kLargestDivisor<R>;
+  by.reciprocal = stands_in ? 1 / by.scale : __builtin_nanf("");
   return by;
 }
 

@@ -118,7 +118,6 @@ TEV_INLINE vec<R, L> shares_of(vec<R, L> t, R reciprocal) {
 // Of the group that begins with line `first`. Its corner is read as columns or rows, whatever lies side by side.
 template <class T, int G>
 TEV_INLINE void set_late(const triangle_in_place<T>& t, int64_t first, late_divisors<T, G>& late) {
-  constexpr T kLargest = sizeof(T) == 4 ? T(0x1p120) : T(0x1p1000);
   const bool down = t.by.to == 1 || t.by.to == -1;
   const T* from = t.at + first * (t.by.to + t.by.from);
   vec<T, G> taken[G], scales = {};
@@ -131,7 +130,8 @@ TEV_INLINE void set_late(const triangle_in_place<T>& t, int64_t first, late_divi
   if (!down) transpose<G, 1>(taken);
   const auto size = scales < 0 ? -scales : scales;
   store<G>(scales, late.scales);
-  store<G>(nan_where<G, T>((size <= 1 / kLargest) | (size >= kLargest), 1 / scales), late.reciprocals);
+  const auto stands_not_in = (size <= 1 / kLargestDivisor<T>) | (size >= kLargestDivisor<T>);
+  store<G>(nan_where<G, T>(stands_not_in, 1 / scales), late.reciprocals);
   TEV_UNROLL
   for (int k = 0; k < G; ++k) store<G>(shares_of<G, T>(taken[k], late.reciprocals[k]), late.shares[k]);
 }
@@ -146,8 +146,7 @@ TEV_INLINE bool divide_lines(const late_divisors<R, G>& late, line_values<S>& x)
     const auto scale = splat<L>(late.scales[i]), reciprocal = splat<L>(late.reciprocals[i]);
     TEV_UNROLL
     for (int v = 0; v < V; ++v) {
-      const auto first = x.of[i][v] * reciprocal;
-      x.of[i][v] = fma(fma(-first, scale, x.of[i][v]), reciprocal, first);
+      x.of[i][v] = quotient_by<L, R>(x.of[i][v], scale, reciprocal);
       check[v] += x.of[i][v];
     }
   }

@@ -101,7 +101,7 @@ struct packed_factors {
 
   TEV_INLINE R number(int i) const { return at[i * kCopies<R>]; }
   TEV_INLINE vec<R, S::L> spread(int i) const {
-    if constexpr (kCopies < R >> 1)
+    if constexpr (1 < kCopies<R>)
       return load<S::L>(at + i * kCopies<R>);
     else
       return splat<S::L>(at[i]);
@@ -162,8 +162,15 @@ TEV_INLINE auto sum_of(const line_sums<S>& s, bool conjugated, int i, int v) {
     return s.of[i][v];
 }
 
-// x := x / d. The quotient by the reciprocal and one correction is the rounded one (P. Markstein, IBM J. Res. Dev. 34,
-// 1990) where nothing leaves the range of numbers; where something did, it is a NaN, and the division proper follows.
+// x / scale by the reciprocal and one correction: the rounded quotient (P. Markstein, IBM J. Res. Dev. 34, 1990) where
+// nothing leaves the range of numbers, a NaN where something did.
+template <int L, class R>
+TEV_INLINE vec<R, L> quotient_by(vec<R, L> x, vec<R, L> scale, vec<R, L> reciprocal) {
+  const auto first = x * reciprocal;
+  return fma(fma(-first, scale, x), reciprocal, first);
+}
+
+// x := x / d: quotient_by(), the division proper where that is a NaN.
 template <class S, class R = typename S::R>
 TEV_INLINE void divide(const divisor<R>& d, vec<R, S::L> (&x)[S::V]) {
   constexpr int L = S::L, V = S::V;
@@ -178,8 +185,7 @@ TEV_INLINE void divide(const divisor<R>& d, vec<R, S::L> (&x)[S::V]) {
     vec<R, L> quotient[V], check = {};
     TEV_UNROLL
     for (int v = 0; v < V; ++v) {
-      const auto first = x[v] * reciprocal;
-      quotient[v] = fma(fma(-first, scale, x[v]), reciprocal, first);
+      quotient[v] = quotient_by<L, R>(x[v], scale, reciprocal);
       check = v == 0 ? quotient[v] : check + quotient[v];
     }
     if (__builtin_expect(!any_nan<L, R>(check), 1)) {
@@ -192,8 +198,8 @@ TEV_INLINE void divide(const divisor<R>& d, vec<R, S::L> (&x)[S::V]) {
   for (int v = 0; v < V; ++v) x[v] = x[v] / scale;
 }
 
-// Divides the line x, and adds t x to the next one. All lines wait for that one after another; it takes t times the
-// quotient and t times the correction apart, so that it does not wait for their sum.
+// Divides the line x as quotient_by() does, and adds t x to the next one. All lines wait for that one after another; it
+// takes t times the quotient and t times the correction apart, so that it does not wait for their sum.
 template <class S, class R>
 TEV_INLINE void divide_and_share(const divisor<R>& d, R t, vec<R, S::L> (&x)[S::V], vec<R, S::L> (&next)[S::V]) {
   constexpr int L = S::L, V = S::V;

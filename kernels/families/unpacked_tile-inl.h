@@ -275,7 +275,7 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
     vec<R, W> av[MV];
     TEV_UNROLL
     for (int v = 0; v < MV; ++v) av[v] = load_rows<W, MV>(a, v, x.rows);
-    if constexpr (NC * kParts < T >> 1 && W == kLanesOf<R>) {
+    if constexpr (1 < NC * kParts<T> && W == kLanesOf<R>) {
       if (MV >= kTileVectors || (!kStreamed && x.a_ahead != 0)) {
         TEV_UNROLL
         for (int v = 0; v < MV * kVectorBytes; v += kLineBytes) __builtin_prefetch(a + x.a_ahead + v / sizeof(R), 0, 2);

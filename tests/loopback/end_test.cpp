@@ -9,8 +9,6 @@ namespace {
 
 using namespace loopback_test;
 
-constexpr double kSoon = 5;  // seconds, on a machine with other work: an end is told, not waited for until it is missed
-
 class End : public Loopback {
  protected:
   // Runs a call that ends the sink, with others behind it: all fail at once, alike, and so do later ones.
@@ -21,7 +19,7 @@ class End : public Loopback {
     vro_completion* second = start(process, "test_empty");
     const auto begin = steady::now();
     const outcome o = finish(first, 0, 0);
-    EXPECT_LT(seconds_since(begin), kSoon);
+    EXPECT_LT(seconds_since(begin), 1);
     EXPECT_EQ(VRO_ENDED, o.code);
     EXPECT_EQ("the sink (process " + std::to_string(sink_pid()) + ") " + text + " while it ran '" + name + "'",
               o.error);
@@ -73,7 +71,7 @@ TEST_F(End, KilledWhileThreadsWait) {
   kill(sink_pid(), SIGKILL);
   for (std::thread& t : waiters) t.join();
   EXPECT_EQ(VRO_ENDED, finish(c, 0, 0).code);
-  EXPECT_LT(seconds_since(begin), kSoon);
+  EXPECT_LT(seconds_since(begin), 1);
   shut_down_ended();
 }
 
@@ -110,7 +108,7 @@ TEST_F(End, ShutdownKillsASinkThatHangs) {
     EXPECT_EQ(VRO_ENDED, vro_process_shutdown(p, 300));
     EXPECT_NE(nullptr, std::strstr(vro_last_error(), text)) << vro_last_error();
     EXPECT_GE(seconds_since(begin), 0.3);
-    EXPECT_LT(seconds_since(begin), kSoon);
+    EXPECT_LT(seconds_since(begin), 2);
   }
 }
 

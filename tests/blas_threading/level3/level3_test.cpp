@@ -217,34 +217,35 @@ struct call_on_thread {
   }
 };
 
-// Threads with little stack are common in programs with many of them. 20: a team whose shared words are not on it. Two
-// sizes: for the packed drivers, and for those that pack nothing.
+// Threads with little stack are common in programs with many of them. 20: a team whose shared words are not on it.
+// Sizes for the packed drivers, for those that pack nothing, and for few rows that meet a large matrix.
 TEST(Level3, A64KStackIsEnough) {
   on_each_tier({}, [](const tier_in_force&) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     EXPECT_EQ(pthread_attr_setstacksize(&attributes, 64 << 10), 0);
+    const auto try_case = [&]<class T>(T zero, operation op, const std::string& options, const shape& s, int threads) {
+      engine random(kSeed);
+      const T beta = in_place(op) ? zero : T(3);
+      const blas_case<T> x(problem_of<T>(op, options, s.m, s.n, s.k, T(2), beta), random, values::fractions);
+      call_on_thread<T> own = {x, x.start()};
+      tev_serv_set_num_threads(threads);
+      pthread_t thread;
+      EXPECT_EQ(pthread_create(&thread, &attributes, call_on_thread<T>::run, &own), 0);
+      pthread_join(thread, nullptr);
+      EXPECT_TRUE(is_right(x, own.result));
+    };
     const auto each_call = [&](auto zero) {
-      using T = decltype(zero);
       for (const operation op : kOperations)
         for (const shape s : {shape{200, 210, 130}, {90, 95, 60}})
-          for (const int threads : {2, 20}) {
-            if (options_of<T>(op).empty()) continue;
-            engine random(kSeed);
-            const blas_case<T> x(
-                problem_of<T>(op, options_of<T>(op).front(), s.m, s.n, s.k, T(2), T(in_place(op) ? 0 : 3)), random,
-                values::fractions);
-            call_on_thread<T> own = {x, x.start()};
-            tev_serv_set_num_threads(threads);
-            pthread_t thread;
-            EXPECT_EQ(pthread_create(&thread, &attributes, call_on_thread<T>::run, &own), 0);
-            pthread_join(thread, nullptr);
-            EXPECT_TRUE(is_right(x, own.result));
-          }
+          for (const int threads : {2, 20})
+            if (const auto options = options_of<decltype(zero)>(op); !options.empty())
+              try_case(zero, op, options.front(), s, threads);
     };
     each_call(double{});
     each_call(std::complex<float>{});
     each_call(std::complex<double>{});
+    for (const char* letters : {"NN", "TN"}) try_case(double{}, operation::gemm, letters, {8, 600, 512}, 1);
     pthread_attr_destroy(&attributes);
     return 0;
   });
@@ -303,6 +304,21 @@ TYPED_TEST(Level3Values, InfinitiesSpreadAsSumsSay) {
     x.a(lower ? 66 : 10, lower ? 10 : 66) = infinity;
     EXPECT_TRUE(is_right(x, x.run()));
   });
+}
+
+// A shallow update of both kinds is one product of copies: no factor of one meets them.
+TEST(Level3, ShallowRank2kUpdateKeepsInfinities) {
+  using T = std::complex<double>;
+  engine random(kSeed);
+  for (const char* options : {"LN", "UT"}) {
+    blas_case<T> x(problem_of<T>(operation::syr2k, options, 0, 300, 2, T(1), T(0)), random, values::fractions);
+    x.b(0, 0) = {std::numeric_limits<double>::infinity(), 3};
+    const matrix<T> c = x.run();
+    for (int64_t j = 2; j < 300; ++j) {
+      const T sum = options[0] == 'L' ? c(j, 0) : c(0, j);
+      EXPECT_TRUE(std::isinf(sum.real()) && std::isinf(sum.imag())) << options << ' ' << j << ' ' << sum;
+    }
+  }
 }
 
 // The moduli of a complex divisor are not squared.
