@@ -310,6 +310,7 @@ TYPED_TEST(Level3Values, InfinitiesSpreadAsSumsSay) {
 TEST(Level3, ShallowRank2kUpdateKeepsInfinities) {
   using T = std::complex<double>;
   engine random(kSeed);
+  const own_threads alone(1);
   for (const char* options : {"LN", "UT"}) {
     blas_case<T> x(problem_of<T>(operation::syr2k, options, 0, 300, 2, T(1), T(0)), random, values::fractions);
     x.b(0, 0) = {std::numeric_limits<double>::infinity(), 3};
