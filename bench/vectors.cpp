@@ -236,7 +236,9 @@ std::vector<double> best_times(const std::vector<library>& libraries, const call
   std::vector<double> best;
   for (const library& l : libraries) best.push_back(seconds_per_call(l, c, repetitions, threaded));
   for (int round = 0; round < rounds; ++round)
-    for (size_t i = 0; i < libraries.size(); ++i) {
+    for (size_t turn = 0; turn < libraries.size(); ++turn) {
+      // Backwards in every other round: what the caches hold is what the one before left there.
+      const size_t i = round % 2 == 0 ? turn : libraries.size() - 1 - turn;
       if (threaded) {
         usleep(1000 * kPauseMilliseconds);
         for (double spent = 0; spent < kWaking;)

@@ -86,18 +86,20 @@ auto result_of(auto* function, Arguments... arguments) {
   ++position;                       \
   if (is_wrong<kind::kind_>(name __VA_OPT__(, ) __VA_ARGS__)) return position;
 #define TEV_NOTE(kind_, name, ...) line.note(#name, name)
-#define TEV_CALL_MEMBERS(name_, work_, ...)                                    \
-  using element = TEV_ELEMENT;                                                 \
-  using part = TEV_PART;                                                       \
-  static constexpr reported_name kName = reported(#name_);                     \
-  static constexpr const char* kRoutine = #name_;                              \
-  TEV_EACH(TEV_FIELD, __VA_ARGS__)                                             \
-  int32_t wrong() const { /* position of the first wrong argument, or 0 */     \
-    [[maybe_unused]] int32_t position = 0;                                     \
-    TEV_EACH(TEV_CHECK, __VA_ARGS__)                                           \
-    return 0;                                                                  \
-  }                                                                            \
-  void describe(trace_line& line) const { (TEV_LIST(TEV_NOTE, __VA_ARGS__)); } \
+#define TEV_NAME_ALONE(kind_, name, ...) name
+#define TEV_CALL_MEMBERS(name_, work_, ...)                                                    \
+  using element = TEV_ELEMENT;                                                                 \
+  using part = TEV_PART;                                                                       \
+  static constexpr reported_name kName = reported(#name_);                                     \
+  static constexpr const char* kRoutine = #name_;                                              \
+  TEV_EACH(TEV_FIELD, __VA_ARGS__)                                                             \
+  int32_t wrong() const { /* position of the first wrong argument, or 0 */                     \
+    [[maybe_unused]] int32_t position = 0;                                                     \
+    TEV_EACH(TEV_CHECK, __VA_ARGS__)                                                           \
+    return 0;                                                                                  \
+  }                                                                                            \
+  void describe(trace_line& line) const { (TEV_LIST(TEV_NOTE, __VA_ARGS__)); }                 \
+  auto give_fields(const auto& to) const { return to(TEV_LIST(TEV_NAME_ALONE, __VA_ARGS__)); } \
   amount work() const { return work_; }
 
 #define TEV_FIELD(kind_, name, ...) field<kind::kind_, element, part> name;
@@ -169,8 +171,10 @@ template <class Call>
   return compute();
 }
 
-template <class Call>
-[[gnu::noinline]] auto run_apart(const Call& call) {
+// Takes the call's fields, so that whoever jumps here for a short call's sake needs no stack for it.
+template <class Call, class... Fields>
+[[gnu::noinline]] auto run_apart(Fields... fields) {
+  const Call call = {fields...};
   if (tracing.load(std::memory_order_relaxed)) return run_traced(call);
   return call.work().work < kAlone ? call.compute() : run_limited(call);
 }
@@ -188,8 +192,7 @@ template <class Call>
   } else if (!tracing.load(std::memory_order_relaxed) && work.work < kAlone) {
     return call.compute();
   }
-  const Call copy = call;
-  return run_apart(copy);
+  return call.give_fields([](auto... fields) __attribute__((always_inline)) { return run_apart<Call>(fields...); });
 }
 
 }  // namespace tev::shim

@@ -30,10 +30,15 @@ triangle<T> packed_triangle(char uplo, int64_t n, T* ap) {
 // How often an element is used: multiplied with one vector; multiplied with two, or read and written.
 enum class used { once, twice };
 
+template <class T>
+int64_t elements_of(const triangle<T>& a) {
+  return a.kind == storage::band ? a.n * (a.k + 1) : a.n * (a.n + 1) / 2;
+}
+
 // Threads for work that uses all elements of the triangle. Used twice, half as many are worth a team.
 template <class T>
 int64_t triangle_threads(const triangle<T>& a, used times) {
-  const int64_t elements = a.kind == storage::band ? a.n * (a.k + 1) : a.n * (a.n + 1) / 2;
+  const int64_t elements = elements_of(a);
   const int64_t chunk = kMatrixChunk<T> / (times == used::once ? 1 : 2);
   if (elements < 2 * chunk) return 1;
   return std::min({available_threads(kElementWork * static_cast<double>(elements)), a.n, elements / chunk});

@@ -50,20 +50,31 @@ __attribute__((noinline)) inline double norm_by_range(int64_t n, int64_t parts, 
   return of.norm();
 }
 
+// Of the sum of its squares as they are.
 template <class T>
-TEV_INLINE real_of<T> norm(int64_t n, const T* x, int64_t incx) {
+TEV_INLINE real_of<T> norm_of(double sum, int64_t n, const T* x, int64_t incx) {
   using R = real_of<T>;
   constexpr int64_t kPart = kParts<T>;
-  if (n < 1) return 0;
-  double sum;
-  if (kPart == 1 || incx == 1)
-    sum = squares(n * kPart, reals(x), incx);
-  else
-    sum = squares(n, reals(x), kPart * incx) + squares(n, reals(x) + 1, kPart * incx);
   if constexpr (sizeof(R) == sizeof(double))  // no square of a float is lost
     if (!(sum >= kLeastSum && sum <= kLargestSum))
       return norm_by_range(n, kPart, reals(x), kPart * (incx < 0 ? -incx : incx));
   return static_cast<R>(__builtin_sqrt(sum));
+}
+
+// Apart, so that a short vector without gaps pays for none of its registers.
+template <class T>
+__attribute__((noinline)) real_of<T> norm_with_gaps(int64_t n, const T* x, int64_t incx) {
+  constexpr int64_t kPart = kParts<T>;
+  double sum = squares(n, reals(x), kPart * incx);
+  if constexpr (kPart == 2) sum += squares(n, reals(x) + 1, kPart * incx);
+  return norm_of(sum, n, x, incx);
+}
+
+template <class T>
+TEV_INLINE real_of<T> norm(int64_t n, const T* x, int64_t incx) {
+  if (n < 1) return 0;
+  if (incx != 1) return norm_with_gaps(n, x, incx);
+  return norm_of(squares(n * kParts<T>, reals(x), 1), n, x, 1);
 }
 
 }  // namespace tev::TEV_TIER

@@ -16,6 +16,8 @@
 #define TEV_INLINE inline __attribute__((always_inline))
 #define TEV_LAMBDA __attribute__((always_inline))
 #define TEV_UNROLL _Pragma("clang loop unroll(full)")
+// Hides from the compiler where a number or a pointer comes from.
+#define TEV_OPAQUE(value) __asm__("" : "+r"(value))
 
 #pragma clang diagnostic ignored "-Wpsabi"  // vectors of several registers are passed to inlined functions only
 

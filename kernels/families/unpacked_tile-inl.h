@@ -229,10 +229,6 @@ TEV_INLINE void put_transposed(vec<R, W> (&out)[NC][MV], const finish<R>& f, R* 
   }
 }
 
-// Hides where a pointer comes from: left to itself the compiler steps through the columns of B by one addition after
-// the other, a chain that takes longer than the arithmetic of a small tile.
-#define TEV_OPAQUE(pointer) __asm__("" : "+r"(pointer))
-
 // The operands of a block of C: rows (reals) x n columns, k deep. Steps and strides count reals.
 template <class R>
 struct block {
@@ -265,7 +261,9 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
   constexpr int kSteps = NR * MV > 4 ? 1 : NR * MV > 2 ? 2 : 4;
   vec<R, W> acc[kSteps][NR][MV] = {};
   const R* a = x.a;
-  const R* group[(NC + 2) / 3];  // every third column; the two after it are one and two strides away
+  // Every third column; the two after it are one and two strides away. Left to itself the compiler steps through the
+  // columns by one addition after the other, a chain that takes longer than the arithmetic of a small tile.
+  const R* group[(NC + 2) / 3];
   TEV_UNROLL
   for (int g = 0; g * 3 < NC; ++g) {
     group[g] = b + g * 3 * x.b_column;

@@ -73,12 +73,19 @@ TEV_INLINE void rotate_contiguous(int64_t n, R* x, R* y, const R* h) {
       });
 }
 
+// Calls step(x, y) for pairs of elements, each `incx` or `incy` behind the last one. Apart, so that short vectors
+// without gaps pay for none of its registers.
+template <class X, class Y, class Step>
+__attribute__((noinline)) void for_pairs_with_gaps(int64_t n, X* x, int64_t incx, Y* y, int64_t incy, Step step) {
+  x = first_of(n, x, incx), y = first_of(n, y, incy);
+  for (; n > 0; --n, x += incx, y += incy) step(*x, *y);
+}
+
 template <class T>
 TEV_INLINE void axpy(int64_t n, T alpha, const T* x, int64_t incx, T* y, int64_t incy) {
   if (n < 1 || is_zero(alpha)) return;
   if (incx == 1 && incy == 1) return axpy_contiguous(n, alpha, x, y);
-  x = first_of(n, x, incx), y = first_of(n, y, incy);
-  for (; n > 0; --n, x += incx, y += incy) *y = add(*y, multiply(alpha, *x));
+  for_pairs_with_gaps(n, x, incx, y, incy, [=](T from, T& to) TEV_LAMBDA { to = add(to, multiply(alpha, from)); });
 }
 
 // A short vector costs less than the call of a function.
@@ -89,16 +96,17 @@ TEV_INLINE void copy_contiguous(int64_t n, const T* x, T* y) {
     __builtin_memcpy(y, x, static_cast<size_t>(n) * sizeof(T));
     return;
   }
-  for_parts<T, 1>(numbers, [xr = reals(x), yr = reals(y)](auto part, int64_t i)
-                               TEV_LAMBDA { part.store(part.load(xr + i), yr + i); });
+  const auto step = [xr = reals(x), yr = reals(y)](auto part, int64_t i)
+                        TEV_LAMBDA { part.store(part.load(xr + i), yr + i); };
+  if (numbers < kLanes<real_of<T>>) return for_rest<T>(0, numbers, step);
+  for_parts<T, 1>(numbers, step);
 }
 
 template <class T>
 TEV_INLINE void copy_vector(int64_t n, const T* x, int64_t incx, T* y, int64_t incy) {
   if (n < 1) return;
   if (incx == 1 && incy == 1) return copy_contiguous(n, x, y);
-  x = first_of(n, x, incx), y = first_of(n, y, incy);
-  for (; n > 0; --n, x += incx, y += incy) *y = *x;
+  for_pairs_with_gaps(n, x, incx, y, incy, [](T from, T& to) TEV_LAMBDA { to = from; });
 }
 
 // A negative increment names the same elements as its positive twin.
@@ -113,24 +121,23 @@ template <class T>
 TEV_INLINE void swap(int64_t n, T* x, int64_t incx, T* y, int64_t incy) {
   if (n < 1) return;
   if (incx == 1 && incy == 1) return swap_contiguous(n, x, y);
-  x = first_of(n, x, incx), y = first_of(n, y, incy);
-  for (; n > 0; --n, x += incx, y += incy) {
-    const T old_x = *x;
-    *x = *y;
-    *y = old_x;
-  }
+  for_pairs_with_gaps(n, x, incx, y, incy, [](T& one, T& other) TEV_LAMBDA {
+    const T old = one;
+    one = other;
+    other = old;
+  });
 }
 
 template <class R>
 TEV_INLINE void rotate(int64_t n, R* x, int64_t incx, R* y, int64_t incy, const R* h) {
   if (n < 1) return;
   if (incx == 1 && incy == 1) return rotate_contiguous(n, x, y, h);
-  x = first_of(n, x, incx), y = first_of(n, y, incy);
-  for (; n > 0; --n, x += incx, y += incy) {
-    const R old_x = *x, old_y = *y;
-    *x = fma(old_y, h[2], old_x * h[0]);
-    *y = fma(old_y, h[3], old_x * h[1]);
-  }
+  const R h11 = h[0], h21 = h[1], h12 = h[2], h22 = h[3];  // what is stored in x and y might be h
+  for_pairs_with_gaps(n, x, incx, y, incy, [=](R& one, R& other) TEV_LAMBDA {
+    const R old_x = one, old_y = other;
+    one = fma(old_y, h12, old_x * h11);
+    other = fma(old_y, h22, old_x * h21);
+  });
 }
 
 // y := beta y as a product means it: zero forgets y, one leaves it alone.
