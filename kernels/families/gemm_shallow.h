@@ -14,7 +14,9 @@ namespace tev::TEV_TIER {
 template <class T>
 inline constexpr bool kShallowComplex = kHasFma&& kParts<T> == 2;
 template <class T>
-inline constexpr int64_t kShallowDepth = (kVectorBytes == 64 ? 16 : 8) / (kShallowComplex<T> ? 2 : 1);
+inline constexpr int64_t kShallowDepth = !kHasFma         ? 8
+                                         : kParts<T> == 1 ? 16
+                                                          : kVectorBytes / 8;
 
 // Bytes of a long column, and of a C that is not expected to be found in the last cache again (48 KiB / 2 MiB: past the
 // caches gains 1.2 to 2.3 times from 16 MiB on, and loses up to half below 12).

@@ -8,7 +8,7 @@
 namespace tev::TEV_TIER {
 
 inline constexpr bool kHasTiny = kVectorBytes == 64;  // where short columns can be masked
-inline constexpr int kTinyColumns = 16, kTinyDepth = 12;
+inline constexpr int kTinyColumns = 16, kTinyDepth = 16;
 
 template <class T>
 TEV_INLINE bool is_tiny(char transa, int64_t m, int64_t n, int64_t k, T alpha) {

@@ -61,6 +61,9 @@ TEV_INLINE bool streams_columns(int64_t few, int64_t many, int64_t k) {
          (2 * few >= 3 * kVector || (kSize == 8 && (few >= 8 || bytes > kStreamedBytes)));
 }
 
+// A panel for which a stack may not have room.
+inline constexpr int64_t kLongPanelBytes = 64 * 1024;
+
 // A strip is read ahead while the one before it is used; where there is only one, so many steps of k or so many bytes,
 // whichever is more.
 inline constexpr int64_t kStepsAhead = 16, kLeastAhead = 2048;
@@ -89,39 +92,102 @@ TEV_INLINE int64_t depth_of_one_strip(int64_t n, walk<R> b) {
 
 // C(m x n) += A B from strips of A's rows. kTransposed: m counts columns of C. What is deeper than kUnpackedDepth goes
 // in stretches of k; while a stretch is used, the next strip of A and, once, the next stretch of B are fetched.
-template <class T, bool kTransposed, int V = kTileVectors, class R>
+template <class T, bool kTransposed, class R>
 TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc, finish<R> f) {
   const int64_t c_row = kTransposed ? ldc : kParts<T>;
   const int64_t rows_in_all = m * kParts<T>;
   if (k <= kUnpackedDepth) {
     for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
-      rows = next_strip<R, V>(rows_in_all - i);
-      strip_of_any_height<T, kTransposed, kLanesOf<R>, V>(
+      rows = next_strip<R>(rows_in_all - i);
+      strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
           block<R>{rows, n, k, a.at + i, a.column, b.at, b.row, b.column, c + i / kParts<T> * c_row, ldc,
                    i + rows < rows_in_all ? rows : 0, 0},
           f);
     }
     return;
   }
-  constexpr int64_t kLeast = kLeastAhead / static_cast<int64_t>(sizeof(R));
-  const int64_t deepest = stretch(k, rows_in_all <= V * kLanesOf<R> ? depth_of_one_strip<T>(n, b) : kUnpackedDepth);
+  constexpr int64_t kLeast = kLeastAhead / static_cast<int64_t>(sizeof(R)),
+                    kLast = kLineBytes / static_cast<int64_t>(sizeof(R)) - 1;
+  const int64_t deepest =
+      stretch(k, rows_in_all <= kTileVectors * kLanesOf<R> ? depth_of_one_strip<T>(n, b) : kUnpackedDepth);
   const int64_t steps_ahead = kStepsAhead * a.column > kLeast ? kStepsAhead * a.column : kLeast;
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
-      rows = next_strip<R, V>(rows_in_all - i);
+      rows = next_strip<R>(rows_in_all - i);
       const bool last = i + rows == rows_in_all;
-      strip_of_any_height<T, kTransposed, kLanesOf<R>, V>(
+      strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
           block<R>{rows, n, depth, a.at + i + p0 * a.column, a.column, b.at + p0 * b.row, b.row, b.column,
                    c + i / kParts<T> * c_row, ldc,
                    i == 0 && last ? steps_ahead
                    : last         ? deepest * a.column - i
-                                  : rows,
+                                  : rows + kLast,
                    i == 0 && !last && p0 + deepest < k ? deepest * b.row : 0},
           f);
     }
     add_to_c(f);
   }
+}
+
+// So few columns, beside an A from beyond half of a second cache: what counts is how fast A comes. Lines of so many of
+// its columns that they take a quarter of a first cache, then the lines below them, which are asked for meanwhile: from
+// the last cache and from memory that is 1.1 to 1.9 times as fast as whole tiles are. Where columns do not begin with
+// a line, the last line of the next strip is the one that is still missing. Found on 48 KiB / 1 MiB.
+inline constexpr int64_t kFewFar = 5, kFarBytes = 16 * 1024;
+
+template <class T>
+TEV_INLINE bool is_far_and_narrow(int64_t m, int64_t n, int64_t k) {
+  constexpr int64_t kSize = sizeof(T), kLeastRows = 16 * kLineBytes / kSize;
+  return kHasFma && kParts<T> == 1 && n <= kFewFar && m >= kLeastRows && m * k * kSize > kHalfSecondCache;
+}
+
+template <class T, int V, class R>
+TEV_INLINE void by_far_strips_of(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
+                                 finish<R> f) {
+  constexpr int64_t kHeight = V * kLanesOf<R>, kLast = kLineBytes / static_cast<int64_t>(sizeof(R)) - 1;
+  const int64_t deepest = stretch(k, kFarBytes / (V * kVectorBytes));
+  for (int64_t p = 0; p < k; p += deepest) {
+    for (int64_t i = 0, rows = 0; i < m; i += rows) {
+      rows = next_strip<R, V>(m - i);
+      strip_of_any_height<T, false, kLanesOf<R>, V>(
+          block<R>{rows, n, k - p < deepest ? k - p : deepest, a.at + i + p * a.column, a.column, b.at + p * b.row,
+                   b.row, b.column, c + i, ldc, kHeight + kLast, 0},
+          f);
+    }
+    add_to_c(f);
+  }
+}
+
+template <class T, class R>
+__attribute__((noinline)) void by_far_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
+                                             const finish<R>& f) {
+  if constexpr (kFewFar > kFarColumns)
+    if (n > kFarColumns) return by_far_strips_of<T, kFarVectors / 2>(m, n, k, a, b, c, ldc, f);
+  by_far_strips_of<T, kFarVectors>(m, n, k, a, b, c, ldc, f);
+}
+
+// The same for the transpose of C, which is put together in a panel; false when there is no memory for it.
+template <class T, class R>
+__attribute__((noinline)) bool by_far_strips_transposed(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c,
+                                                        int64_t ldc, const finish<R>& f) {
+  R* const panel = static_cast<R*>(tev_serv_allocate(kLongPanelBytes, kLineBytes));
+  if (panel == nullptr) return false;
+  constexpr int64_t kSize = sizeof(R), kLine = kLineBytes / kSize;
+  const int64_t most = kLongPanelBytes / kSize / n / kLine * kLine;
+  finish<R> sums = f;
+  sums.reads_c = false;
+  for (int64_t i = 0; i < m; i += most) {
+    const int64_t rows = m - i < most ? m - i : most;
+    by_far_strips<T>(rows, n, k, walk<R>{a.at + i, a.row, a.column}, b, panel, most, sums);
+    for (int64_t r = 0; r < rows; ++r)
+      for (int64_t j = 0; j < n; ++j) {
+        R* const to = c + (i + r) * ldc + j;
+        const R sum = panel[j * most + r];
+        *to = f.reads_c ? sum + f.beta_re[0] * *to : sum;
+      }
+  }
+  tev_serv_deallocate(panel);
+  return true;
 }
 
 // Down one group of columns after the other: all rows of as many columns as a tile has, then the rest of the columns.
@@ -198,10 +264,8 @@ TEV_INLINE void by_panels(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
 }
 
 // A single strip of rows, and columns of B where streams_columns(). Rows of A that lie along k go through a panel,
-// which may outgrow the first cache: the longer the stretches of B's columns, the better. A stack may not have room for
-// it. False: no memory, nothing was computed.
-inline constexpr int64_t kLongPanelBytes = 64 * 1024;
-
+// which may outgrow the first cache: the longer the stretches of B's columns, the better. False: no memory, nothing was
+// computed.
 template <class T, bool kTransposed, class R>
 __attribute__((noinline)) bool by_streamed_columns(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c,
                                                    int64_t ldc, finish<R> f) {
@@ -237,7 +301,7 @@ inline constexpr int64_t kDotBytes = 1024, kFewDotBytes = 4096, kLongDotBytes = 
 template <class T, class R>
 TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
                                  finish<R> f) {
-  const int64_t held = kDotCacheBytes / (m + n);
+  const int64_t held = kDotCacheBytes / (m < n ? m + kDotColumns<T> : n + kDotRows<T>);
   const bool one_tile = m <= kDotRows<T> && n <= kDotColumns<T>;
   const int64_t operand_bytes = (m + n) * k * int64_t{sizeof(T)};
   const bool few = kVectorBytes == 64 && !one_tile && m <= kFewDots && n <= kFewDots &&
@@ -308,6 +372,12 @@ __attribute__((noinline)) void unpacked_matrix(char transa, char transb, int64_t
   }
   if (!na && nb && (m <= kFewDots || n <= kFewDots) && k >= kDeepDots)
     return by_dots_in_place<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
+  if constexpr (kHasFma && kParts<T> == 1) {
+    if (na && is_far_and_narrow<T>(m, n, k)) return by_far_strips<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
+    if (!nb && is_far_and_narrow<T>(n, m, k) &&  // C^T = op(B)^T op(A)^T
+        by_far_strips_transposed<T>(n, m, k, b_swapped, a_swapped, c_real, ldc_real, f(true)))
+      return;
+  }
   const auto packs_few = [&](int64_t few, int64_t many) TEV_LAMBDA {
     return (few <= kFewPackedDots && many >= kManyPackedDots && k >= kDeepDots) || is_streamed(few, many, k);
   };
@@ -324,9 +394,6 @@ __attribute__((noinline)) void unpacked_matrix(char transa, char transb, int64_t
     if (down.past_caches) __builtin_ia32_sfence();  // others see what was written before what comes now
     return;
   }
-  if constexpr (kHasFma && kParts<T> == 1)
-    if (na && n <= kTallColumns && m > kTallVectors * kLanesOf<T> && m * k * int64_t{sizeof(T)} > kHalfSecondCache)
-      return by_strips<T, false, kTallVectors>(m, n, k, aw, bw, c_real, ldc_real, f(false));
   if (na) return by_strips<T, false>(m, n, k, aw, bw, c_real, ldc_real, f(false));
   by_panels<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
 }

@@ -66,8 +66,13 @@ inline constexpr bool kMaskedEdges = kVectorBytes == 64;
 inline constexpr int kTileVectors = kHasFma ? 3 : 2;
 inline constexpr int kTileColumns = kVectorRegisters == 32 ? 8 : 4;
 
-// A tile of few columns has room for more vectors: of columns of A that come from far away, more comes at once.
-inline constexpr int kTallVectors = kVectorRegisters == 32 ? 5 : 6, kTallColumns = kVectorRegisters == 32 ? 5 : 2;
+// Two lines of rows, of columns of A that come from far away, and so many columns of sums as there is room for then.
+inline constexpr int kFarVectors = 2 * kLineBytes / kVectorBytes, kFarColumns = kVectorRegisters == 32 ? 8 : 2;
+
+// What is asked for ahead comes into the second cache where the strip itself fills a large part of the first, else into
+// the first.
+template <int MV>
+inline constexpr int kAheadInto = kVectorBytes == 64 && MV == kTileVectors ? 2 : 3;
 
 // What becomes of the sums of a tile. c_out = P u0 + swap(Q) u1 [+ swap(P) u2 + Q u3] [+ c beta_re + swap(c) beta_im],
 // where each u is a pair (for re, for im). Real elements use u0[0] and beta_re[0] alone.
@@ -276,7 +281,8 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
     if constexpr (1 < NC * kParts<T> && W == kLanesOf<R>) {
       if (MV >= kTileVectors || (!kStreamed && x.a_ahead != 0)) {
         TEV_UNROLL
-        for (int v = 0; v < MV * kVectorBytes; v += kLineBytes) __builtin_prefetch(a + x.a_ahead + v / sizeof(R), 0, 2);
+        for (int v = 0; v < MV * kVectorBytes; v += kLineBytes)
+          __builtin_prefetch(a + x.a_ahead + v / sizeof(R), 0, kAheadInto<MV>);
       }
     }
     TEV_UNROLL
@@ -350,7 +356,7 @@ template <class T, bool kTransposed, int W, int MV, bool kStreamed = false, clas
 __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
   // Two vectors of rows need more columns than three to keep both multipliers busy; 16 registers have room for 6.
   constexpr bool kSixColumns = kHasFma && kVectorRegisters == 16 && MV == 2;
-  constexpr int NC = MV > kTileVectors ? kTallColumns : (kSixColumns ? 6 : kTileColumns) / kParts<T>;
+  constexpr int NC = MV > kTileVectors ? kFarColumns : (kSixColumns ? 6 : kTileColumns) / kParts<T>;
   const R* b = x.b;
   R* c = x.c;
   const int64_t c_column = kTransposed ? kParts<T> : x.ldc;
@@ -392,7 +398,7 @@ template <class R, int V = kTileVectors>
 TEV_INLINE int64_t next_strip(int64_t rows_left) {
   constexpr int W = kLanesOf<R>, kFull = V * W;
   if (rows_left <= kFull) return rows_left;
-  return rows_left <= kFull + W ? kFull - W : kFull;
+  return V > 1 && rows_left <= kFull + W ? kFull - W : kFull;
 }
 
 }  // namespace tev::TEV_TIER
