@@ -29,12 +29,15 @@ struct on_the_way {
   }
 };
 
-template <class T, int R, class Map>
+// N strips side by side.
+template <class T, int R, int N = 1, class Map>
 TEV_INLINE void copy_down_strip(int64_t depth, const T* source, int64_t ld, T* to, Map map) {
   constexpr int kReals = R * kParts<T>, W = lanes_dividing<real_of<T>>(kReals);
   for (int64_t p = 0; p < depth; ++p, source += ld, to += R) {
     TEV_UNROLL
-    for (int i = 0; i < kReals; i += W) store<W>(map.template operator()<W>(load<W>(reals(source) + i)), reals(to) + i);
+    for (int n = 0; n < N; ++n) TEV_UNROLL
+    for (int i = 0; i < kReals; i += W)
+      store<W>(map.template operator()<W>(load<W>(reals(source + n * R) + i)), reals(to + n * R * depth) + i);
   }
 }
 
@@ -72,8 +75,15 @@ TEV_INLINE void copy_right_strip(int64_t depth, const T* source, int64_t ld, T* 
 
 enum class direction { down, right };
 
+// Strips that share a cache line are packed together: columns far apart may drive it out before the next one comes.
+template <class T, int R>
+inline constexpr int kTogether = R * sizeof(T) < kLineBytes ? kLineBytes / (R * static_cast<int>(sizeof(T))) : 1;
+
 template <class T, int R, direction D, class Map>
 void copy_strips(int64_t walked, int64_t across, const T* source, int64_t ld, T* to, Map map) {
+  if constexpr (constexpr int N = kTogether<T, R>; D == direction::down && N > 1)
+    for (; across >= N * R; across -= N * R, source += N * R, to += N * R * walked)
+      copy_down_strip<T, R, N>(walked, source, ld, to, map);
   for_strips<R>(
       across, [=](auto strip, int64_t s) __attribute__((always_inline)) {
         if constexpr (D == direction::down)

@@ -25,17 +25,25 @@ inline constexpr int64_t kLargestSecondCache = 2 * 1024 * 1024;
 inline constexpr int64_t kUnpackedDepth = 128, kOneStripBytes = 384 * 1024, kSharedLinesBytes = kHalfSecondCache;
 
 // Where sums along k pay: so many rows or columns at most, so deep at least; and many on the other side when the few
-// must be transposed first. Products A B^T with fewer rows than kFewSwapped are computed as B A^T.
+// must be transposed first. Products A B^T with fewer rows than kFewSwapped are computed as B A^T, and so
+// are those that is_streamed() at a lesser depth, unless the few fill vectors and B comes from near. Found on 48 KiB /
+// 1 MiB.
 inline constexpr int64_t kFewDots = 16, kDeepDots = 32;
 inline constexpr int64_t kFewPackedDots = 8, kManyPackedDots = 32;
-inline constexpr int64_t kFewSwapped = 8;
+inline constexpr int64_t kFewSwapped = 8, kDeepSwapped = 64;
 
 // Few rows (columns) of one operand, and another so large that it comes from memory: what counts is that it is read
 // once, along its columns. Then more rows count as few.
 inline constexpr int64_t kFewStreamed = 16, kManyStreamed = 512, kDeepStreamed = 256,
                          kStreamedBytes = 8 * 1024 * 1024;  // what is larger comes from memory
-TEV_INLINE bool is_streamed(int64_t few, int64_t many, int64_t k) {
-  return few <= kFewStreamed && many >= kManyStreamed && k >= kDeepStreamed;
+TEV_INLINE bool is_streamed(int64_t few, int64_t many, int64_t k, int64_t deep = kDeepStreamed) {
+  return few <= kFewStreamed && many >= kManyStreamed && k >= deep;
+}
+template <class T>
+TEV_INLINE bool is_swapped(int64_t m, int64_t n, int64_t k) {
+  constexpr int64_t kSize = sizeof(T);
+  const bool pays = kVectorBytes == 64 || m * kSize < 2 * kVectorBytes || n * k * kSize > kHalfSecondCache;
+  return (m < kFewSwapped && n > m) || is_streamed(m, n, k, kHasFma && pays ? kDeepSwapped : kDeepStreamed);
 }
 
 // All rows of A are one strip, and B, transposed, is larger than a second cache: lines of it hold several columns, so
@@ -383,8 +391,7 @@ __attribute__((noinline)) void unpacked_matrix(char transa, char transb, int64_t
   };
   if (na && nb && packs_few(m, n)) return by_packed_dots<T>(true, m, n, k, aw, bw, c_real, ldc_real, f(false));
   if (!na && !nb && packs_few(n, m)) return by_packed_dots<T>(false, m, n, k, aw, bw, c_real, ldc_real, f(false));
-  if (!nb && (!na || (m < kFewSwapped && n > m) || is_streamed(m, n, k) ||
-              is_one_strip_of_far_rows<T>(m, n, k)))  // C^T = op(B)^T op(A)^T
+  if (!nb && (!na || is_swapped<T>(m, n, k) || is_one_strip_of_far_rows<T>(m, n, k)))  // C^T = op(B)^T op(A)^T
     return by_strips<T, true>(n, m, k, b_swapped, a_swapped, c_real, ldc_real, f(true));
   const bool shallow = is_shallow(ta, m, n, k, beta);
   if (na && (shallow || pays_down_columns<T>(m, n, k))) {

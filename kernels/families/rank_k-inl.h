@@ -162,15 +162,21 @@ TEV_INLINE bool only_scales_triangle(const operation<T>* op, const operand* a, c
 
 // From this order and depth on panels are packed, if halves do not better: below kUnpackedBoth on 512-bit vectors, on
 // others by the bytes of the longest row. Those of syr2k do for longer, those without fused multiply-add for shorter
-// rows. Found on 48 KiB / 1 MiB. Of a transposed A only syr2k is halved: how its sums along k are made depends on the
-// sizes, and a block of a factorization is to have the same bits by itself and as a part of a larger one.
-inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16;
+// rows; sums of a transposed A along k are slower than two tall tiles. Found on 48 KiB / 1 MiB. Of a transposed A only
+// syr2k is halved: how its sums along k are made depends on the sizes, and a block of a factorization is to have the
+// same bits by itself and as a part of a larger one.
+inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16, kLeastTransposedPacked = 20;
+template <class T>
+TEV_INLINE int64_t least_order_packed(bool halved) {
+  if (halved || !kHasFma || kGemm<T>.mr <= kGemm<T>.nr) return kLeastOrderPacked;
+  return min_of(max_of(2 * kGemm<T>.mr, kLeastTransposedPacked), kLeastOrderPacked);
+}
 template <class T>
 TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k, bool plain, bool twice = false) {
   const int64_t larger = max_of(n, k), halved_bytes = (kHasFma ? 1024 : 0) + (twice ? 1024 : 0);
   const bool small = kUnpackedBoth > 0 ? larger < kUnpackedBoth : larger * int64_t{sizeof(T)} < halved_bytes;
-  const bool halved = small && (plain || twice);
-  return n >= kLeastOrderPacked && k >= kLeastDepthPacked && !halved;
+  const bool halved = plain || twice;
+  return n >= least_order_packed<T>(halved) && k >= kLeastDepthPacked && !(small && halved);
 }
 
 // As fullacopybcopy, over the blocks that meet the triangle. 2: no memory, nothing was computed.
@@ -380,9 +386,12 @@ __attribute__((noinline)) void rank_k_by_records(const rank_call<T>& r, int64_t 
   if (info.driver(&op, &op.a, &op.b, &op.c, &buf, &info) == 2) info.fallback(&op, &op.a, &op.b, &op.c, &buf, &info);
 }
 
+// Halves of a syr2k whose products would be packed one by one are packed once instead.
 template <class T>
 TEV_INLINE bool packs_rank_k(const rank_call<T>& r, int64_t n, bool twice) {
-  return is_packed_triangle<T>(n, r.k, r.plain, twice) && !is_zero(r.alpha);
+  const int64_t columns = min_of(n, r.k);
+  const bool clash = kVectorBytes < 64 && (columns_clash<T>(columns, r.lda) || columns_clash<T>(columns, r.ldb));
+  return is_packed_triangle<T>(n, r.k, r.plain, twice && !clash) && !is_zero(r.alpha);
 }
 
 // C := alpha op(A) op(B)^T + beta C, A and B two matrices or one.

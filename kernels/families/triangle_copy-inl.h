@@ -120,21 +120,44 @@ TEV_INLINE void spread_numbers(int64_t count, R* numbers) {
     for (int64_t i = count - 1; i >= 0; --i) store<kCopies<R>>(splat<kCopies<R>>(numbers[i]), numbers + i * kCopies<R>);
 }
 
+// Whole groups side by side over `depth` lines that all of them take from.
+template <class T, int G, bool kConjugated, int N>
+TEV_INLINE void pack_groups(int64_t ld, int64_t depth, const T* a, T* const (&groups)[N]) {
+  for (int64_t k = 0; k < depth; ++k) TEV_UNROLL
+  for (int q = 0; q < N; ++q)
+    copy_down_strip<T, G>(1, a + k * ld + q * G, ld, groups[q] + k * G, on_the_way<T, false, kConjugated>{});
+}
+
 // What lies on the other side of the diagonal is copied with a corner, and used by nobody.
 template <bool kForward, bool kConjugated, int G, class T>
 __attribute__((noinline)) void pack_triangle(line_strides by, int64_t n, const T* a, void* packed) {
+  constexpr int N = kTogether<T, G>;
   const int64_t lines = whole_groups(n, G);
   const triangle_block<T> block = triangle_at<T, G>(packed, lines);
   *block.head = {lines, 0, {}};
-  real_of<T>* group = block.groups;
-  for (int64_t i = 0; i < lines; i += G) {
-    const int64_t rows = min_of(n - i, G), first = kForward ? 0 : i, end = kForward ? i + rows : n;
-    const int64_t depth = end - first, whole_depth = (kForward ? i + G : lines) - first;
-    T* const to = reinterpret_cast<T*>(group);
-    pack_lines<T, G, kConjugated>(by, rows, depth, a + i * by.to + first * by.from, to);
-    for (int64_t k = depth * G; k < whole_depth * G; ++k) to[k] = T{};
-    spread_numbers(whole_depth * G * kParts<T>, group);
-    group += packed_numbers<T>(whole_depth * G);
+  const auto group_of = [=](int64_t i) TEV_LAMBDA {
+    return reinterpret_cast<T*>(block.groups + packed_numbers<T>(group_start<kForward, G>(i / G, lines)));
+  };
+  for (int64_t next = 0, i = 0; i < lines;) {
+    // Groups that share cache lines are packed together, as strips are; then of each of them what is left.
+    int64_t begin = 0, end = n;
+    if (N > 1 && by.to == 1 && i + N * G <= n) {
+      next = i + N * G;
+      T* groups[N];
+      for (int q = 0; q < N; ++q) groups[q] = group_of(i + q * G) + (kForward ? 0 : (N - q) * G * G);
+      pack_groups<T, G, kConjugated>(by.from, kForward ? i : n - next, a + i + (kForward ? 0 : next * by.from), groups);
+      (kForward ? begin : end) = kForward ? i : next;
+    } else {
+      next = i + G;
+    }
+    for (; i < next; i += G) {
+      const int64_t rows = min_of(n - i, G), first = kForward ? 0 : i, whole_depth = (kForward ? i + G : lines) - first;
+      const int64_t from = max_of(first, begin), until = min_of(kForward ? i + rows : n, end);
+      T* const to = group_of(i);
+      pack_lines<T, G, kConjugated>(by, rows, until - from, a + i * by.to + from * by.from, to + (from - first) * G);
+      for (int64_t k = ((kForward ? i + rows : n) - first) * G; k < whole_depth * G; ++k) to[k] = T{};
+      spread_numbers(whole_depth * G * kParts<T>, reals(to));
+    }
   }
 }
 
