@@ -365,12 +365,16 @@ __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
     constexpr int NS = kStreamedColumns<MV> / kParts<T>;
     for (; left >= NS; left -= NS, b += NS * x.b_column, c += NS * c_column)
       compute_tile<T, kTransposed, W, MV, NS, true>(x, b, c, f);
-  }
-  while (left > 0) {
-    const int64_t count = left >= 2 * NC || left == NC ? NC : left > NC ? (left + 1) / 2 : left;
-    if (x.b_ahead != 0) fetch_b<T>(x, count, b);
-    columns<T, kTransposed, W, MV, NC>(x, count, b, c, f);
-    left -= count, b += count * x.b_column, c += count * c_column;
+    block<R> rest = x;
+    rest.n = left, rest.b = b, rest.c = c;
+    if (left > 0) strip<T, kTransposed, W, MV>(rest, f);
+  } else {
+    while (left > 0) {
+      const int64_t count = left >= 2 * NC || left == NC ? NC : left > NC ? (left + 1) / 2 : left;
+      if (x.b_ahead != 0) fetch_b<T>(x, count, b);
+      columns<T, kTransposed, W, MV, NC>(x, count, b, c, f);
+      left -= count, b += count * x.b_column, c += count * c_column;
+    }
   }
 }
 
