@@ -171,12 +171,18 @@ template <class Call>
   return compute();
 }
 
-// Takes the call's fields, so that whoever jumps here for a short call's sake needs no stack for it.
-template <class Call, class... Fields>
-[[gnu::noinline]] auto run_apart(Fields... fields) {
-  const Call call = {fields...};
+template <class Call>
+[[gnu::noinline]] auto run_apart(const Call& call) {
   if (tracing.load(std::memory_order_relaxed)) return run_traced(call);
   return call.work().work < kAlone ? call.compute() : run_limited(call);
+}
+
+// The same call from its fields: where registers hold them all, whoever jumps here needs no stack for them.
+inline constexpr size_t kRegisters = 6;
+template <class Call, class... Fields>
+[[gnu::noinline]] auto run_apart_from(Fields... fields) {
+  const Call call = {fields...};
+  return run_apart(call);
 }
 
 // Nothing here takes the address of the call or of a part of it, so that it lives in registers and on the caller's
@@ -192,7 +198,11 @@ template <class Call>
   } else if (!tracing.load(std::memory_order_relaxed) && work.work < kAlone) {
     return call.compute();
   }
-  return call.give_fields([](auto... fields) __attribute__((always_inline)) { return run_apart<Call>(fields...); });
+  return call.give_fields([](auto... fields) __attribute__((always_inline)) {
+    if constexpr (sizeof...(fields) <= kRegisters) return run_apart_from<Call>(fields...);
+    const Call copy = {fields...};
+    return run_apart(copy);
+  });
 }
 
 }  // namespace tev::shim

@@ -25,9 +25,8 @@ inline constexpr int64_t kLargestSecondCache = 2 * 1024 * 1024;
 inline constexpr int64_t kUnpackedDepth = 128, kOneStripBytes = 384 * 1024, kSharedLinesBytes = kHalfSecondCache;
 
 // Where sums along k pay: so many rows or columns at most, so deep at least; and many on the other side when the few
-// must be transposed first. Products A B^T with fewer rows than kFewSwapped are computed as B A^T, and so
-// are those that is_streamed() at a lesser depth, unless the few fill vectors and B comes from near. Found on 48 KiB /
-// 1 MiB.
+// must be transposed first. Products A B^T with fewer rows than kFewSwapped are computed as B A^T, and so are those
+// that is_streamed() at a lesser depth, unless the few fill vectors and B comes from near. Found on 48 KiB / 1 MiB.
 inline constexpr int64_t kFewDots = 16, kDeepDots = 32;
 inline constexpr int64_t kFewPackedDots = 8, kManyPackedDots = 32;
 inline constexpr int64_t kFewSwapped = 8, kDeepSwapped = 64;
@@ -141,7 +140,7 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
 // its columns that they take a quarter of a first cache, then the lines below them, which are asked for meanwhile: from
 // the last cache and from memory that is 1.1 to 1.9 times as fast as whole tiles are. Where columns do not begin with
 // a line, the last line of the next strip is the one that is still missing. Found on 48 KiB / 1 MiB.
-inline constexpr int64_t kFewFar = 5, kFarBytes = 16 * 1024;
+inline constexpr int64_t kFewFar = 5, kFarBlockBytes = 16 * 1024;
 
 template <class T>
 TEV_INLINE bool is_far_and_narrow(int64_t m, int64_t n, int64_t k) {
@@ -153,7 +152,7 @@ template <class T, int V, class R>
 TEV_INLINE void by_far_strips_of(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc,
                                  finish<R> f) {
   constexpr int64_t kHeight = V * kLanesOf<R>, kLast = kLineBytes / static_cast<int64_t>(sizeof(R)) - 1;
-  const int64_t deepest = stretch(k, kFarBytes / (V * kVectorBytes));
+  const int64_t deepest = stretch(k, kFarBlockBytes / (V * kVectorBytes));
   for (int64_t p = 0; p < k; p += deepest) {
     for (int64_t i = 0, rows = 0; i < m; i += rows) {
       rows = next_strip<R, V>(m - i);

@@ -129,15 +129,21 @@ TEV_INLINE void swap(int64_t n, T* x, int64_t incx, T* y, int64_t incy) {
 }
 
 template <class R>
+__attribute__((noinline)) void rotate_with_gaps(int64_t n, R* x, int64_t incx, R* y, int64_t incy, R h11, R h21, R h12,
+                                                R h22) {
+  x = first_of(n, x, incx), y = first_of(n, y, incy);
+  for (; n > 0; --n, x += incx, y += incy) {
+    const R old_x = *x, old_y = *y;
+    *x = fma(old_y, h12, old_x * h11);
+    *y = fma(old_y, h22, old_x * h21);
+  }
+}
+
+template <class R>
 TEV_INLINE void rotate(int64_t n, R* x, int64_t incx, R* y, int64_t incy, const R* h) {
   if (n < 1) return;
   if (incx == 1 && incy == 1) return rotate_contiguous(n, x, y, h);
-  const R h11 = h[0], h21 = h[1], h12 = h[2], h22 = h[3];  // what is stored in x and y might be h
-  for_pairs_with_gaps(n, x, incx, y, incy, [=](R& one, R& other) TEV_LAMBDA {
-    const R old_x = one, old_y = other;
-    one = fma(old_y, h12, old_x * h11);
-    other = fma(old_y, h22, old_x * h21);
-  });
+  rotate_with_gaps(n, x, incx, y, incy, h[0], h[1], h[2], h[3]);
 }
 
 // y := beta y as a product means it: zero forgets y, one leaves it alone.
