@@ -16,6 +16,12 @@ if(TEV_SANITIZE)
   target_link_options(tev_flags INTERFACE -fsanitize=${TEV_SANITIZE})
 endif()
 
+# What calls more than it computes links this: the optimizer takes long over a sanitizer's checks, and would win nothing.
+add_library(tev_calls INTERFACE)
+if(TEV_SANITIZE)
+  target_compile_options(tev_calls INTERFACE -O0)
+endif()
+
 # tev_layer(<target> <sources>...): an object library of one layer.
 function(tev_layer target)
   add_library(${target} OBJECT ${ARGN})
@@ -23,19 +29,21 @@ function(tev_layer target)
 endfunction()
 
 # tev_test(<name> SOURCES <file>... [LIBS <target>...] [NEEDS <target>...] [DEFINES <definition>...] [TIMEOUT <seconds>]
-#   [EXPORTS] [SINK] [WHOLE_SECONDS]): a GoogleTest program, one ctest entry per test case. Its label is the folder it
+#   [EXPORTS] [SINK] [WHOLE_SECONDS] [CALLS]): a GoogleTest program, one ctest entry per test case. Its label is the folder it
 # stands in, so `ctest -L sink` runs what covers sink/. EXPORTS: what it has is found by name. SINK: it starts the real
-# one, TEV_SINK_PATH. WHOLE_SECONDS: not with the short ones of tests/support/short_seconds.cpp.
+# one, TEV_SINK_PATH. WHOLE_SECONDS: not with the short ones of tests/support/short_seconds.cpp. CALLS: it calls more than
+# it computes, so that the optimizer would take many times as long over it as it runs.
 function(tev_test name)
-  cmake_parse_arguments(ARG "EXPORTS;SINK;WHOLE_SECONDS" "TIMEOUT" "SOURCES;LIBS;NEEDS;DEFINES" ${ARGN})
+  cmake_parse_arguments(ARG "EXPORTS;SINK;WHOLE_SECONDS;CALLS" "TIMEOUT" "SOURCES;LIBS;NEEDS;DEFINES" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
   find_package(GTest REQUIRED)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE tev_flags ${ARG_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
-  target_compile_options(${name} PRIVATE ${OpenMP_CXX_FLAGS} $<$<CONFIG:RelWithDebInfo>:-O1>)  # quickly compiled
-  if(TARGET prelude)
+  target_compile_options(${name} PRIVATE ${OpenMP_CXX_FLAGS}
+    $<$<CONFIG:RelWithDebInfo>:$<IF:$<BOOL:${ARG_CALLS}>,-O0,-O1>>)  # quickly compiled
+  if(TARGET prelude AND NOT ARG_CALLS)
     target_precompile_headers(${name} REUSE_FROM prelude)
   endif()
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests ENABLE_EXPORTS ${ARG_EXPORTS})

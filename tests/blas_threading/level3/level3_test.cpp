@@ -220,6 +220,7 @@ struct call_on_thread {
 // Threads with little stack are common in programs with many of them. 20: a team whose shared words are not on it.
 // Sizes for the packed drivers, for those that pack nothing, and for few rows that meet a large matrix.
 TEST(Level3, A64KStackIsEnough) {
+  if (kSanitized) GTEST_SKIP() << "frames of a sanitizer are larger";
   on_each_tier({}, [](const tier_in_force&) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
