@@ -6,9 +6,9 @@
 //
 // Ours are the functions of libtev, or those of a library with the standard names, which programs call.
 // Vectors of 1 to 10^7 elements, square matrices of order 2 to 8192. Every library works on the same operands in
-// turn, some tens of microseconds at a time; a figure is the best of all turns, in processor time of the thread, given
-// as GB/s of the operands that must move (axpy 3 vectors; copy, scal 2; gemv the matrix; ger the matrix twice ...). The
-// ratio is ours over the faster peer, at the end its geometric mean per routine.
+// turn, some tens of microseconds at a time, backwards in every other round; a figure is the best of all turns, in
+// processor time of the thread, given as GB/s of the operands that must move (axpy 3 vectors; copy, scal 2; gemv the
+// matrix; ger the matrix twice ...). The ratio is ours over the faster peer, at the end its geometric mean per routine.
 //
 // With more threads those meet the peers' threaded builds, and time is the clock's. Between turns is a pause, in which
 // the threads of the last one fall asleep; some milliseconds of calls that do not count wake those of the next one.

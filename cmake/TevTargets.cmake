@@ -29,10 +29,10 @@ function(tev_layer target)
 endfunction()
 
 # tev_test(<name> SOURCES <file>... [LIBS <target>...] [NEEDS <target>...] [DEFINES <definition>...] [TIMEOUT <seconds>]
-#   [EXPORTS] [SINK] [WHOLE_SECONDS] [CALLS]): a GoogleTest program, one ctest entry per test case. Its label is the folder it
-# stands in, so `ctest -L sink` runs what covers sink/. EXPORTS: what it has is found by name. SINK: it starts the real
-# one, TEV_SINK_PATH. WHOLE_SECONDS: not with the short ones of tests/support/short_seconds.cpp. CALLS: it calls more than
-# it computes, so that the optimizer would take many times as long over it as it runs.
+#   [EXPORTS] [SINK] [WHOLE_SECONDS] [CALLS]): a GoogleTest program, one ctest entry per test case. Its label is the
+# folder it stands in, so `ctest -L sink` runs what covers sink/. EXPORTS: what it has is found by name. SINK: it starts
+# the real one, TEV_SINK_PATH. WHOLE_SECONDS: not with the short ones of tests/support/short_seconds.cpp. CALLS: it calls
+# more than it computes, so that the optimizer would take many times as long over it as it runs.
 function(tev_test name)
   cmake_parse_arguments(ARG "EXPORTS;SINK;WHOLE_SECONDS;CALLS" "TIMEOUT" "SOURCES;LIBS;NEEDS;DEFINES" ${ARGN})
   if(NOT ARG_TIMEOUT)
