@@ -133,20 +133,28 @@ TEV_INLINE triangle<T> packed_triangle(char uplo, int64_t n, T* ap) {
   return {ap, n, n, 0, storage::packed, uplo == 'U'};
 }
 
-// A band that ends nowhere is full, by columns that are one element shorter.
-#define TEV_DIRECT_TRIANGULAR(op, solves)                                                              \
-  template <class T>                                                                                   \
-  void tr##op(char uplo, char trans, char diag, int64_t n, const T* a, int64_t lda, T* x) {            \
-    triangular_block(full_triangle(uplo, n, a, lda), {trans, diag == 'U', solves}, 0, n, x, 1);        \
-  }                                                                                                    \
-  template <class T>                                                                                   \
-  void tb##op(char uplo, char trans, char diag, int64_t n, int64_t k, const T* a, int64_t lda, T* x) { \
-    if (k + 1 >= n) return tr##op(uplo, trans, diag, n, uplo == 'U' ? a + k : a, lda - 1, x);          \
-    triangular_block(band_triangle(uplo, n, k, a, lda), {trans, diag == 'U', solves}, 0, n, x, 1);     \
-  }                                                                                                    \
-  template <class T>                                                                                   \
-  void tp##op(char uplo, char trans, char diag, int64_t n, const T* ap, T* x) {                        \
-    triangular_block(packed_triangle(uplo, n, ap), {trans, diag == 'U', solves}, 0, n, x, 1);          \
+// A band that ends nowhere is full, by columns that are one element shorter. Corners are apart, and pay for none of the
+// registers of larger triangles.
+#define TEV_DIRECT_TRIANGULAR(op, solves)                                                                       \
+  template <class T>                                                                                            \
+  __attribute__((noinline)) void op##_corner(char uplo, char trans, char diag, int64_t n, const T* a, T* x,     \
+                                             storage kind, int64_t ld) {                                        \
+    triangular_corner<T>({a, n, n, ld, kind, uplo == 'U'}, {trans, diag == 'U', solves}, x);                    \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  void tr##op(char uplo, char trans, char diag, int64_t n, const T* a, int64_t lda, T* x) {                     \
+    if (n < kTriangularColumns) return op##_corner(uplo, trans, diag, n, a, x, storage::full, lda);             \
+    triangular_block(full_triangle(uplo, n, a, lda), {trans, diag == 'U', solves}, 0, n, x, 1);                 \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  void tb##op(char uplo, char trans, char diag, int64_t n, int64_t k, const T* a, int64_t lda, T* x) {          \
+    if (k + 1 >= n) return tr##op(uplo, trans, diag, n, uplo == 'U' ? a + k : a, lda - 1, x);                   \
+    triangular_block(band_triangle(uplo, n, k, a, lda), {trans, diag == 'U', solves}, 0, n, x, 1);              \
+  }                                                                                                             \
+  template <class T>                                                                                            \
+  void tp##op(char uplo, char trans, char diag, int64_t n, const T* ap, T* x) {                                 \
+    if (n < kTriangularColumns) return op##_corner(uplo, trans, diag, n, ap, x, storage::packed, 0);            \
+    triangular_block(packed_triangle(uplo, n, ap), {trans, diag == 'U', solves}, 0, n, x, 1);                   \
   }
 TEV_DIRECT_TRIANGULAR(mv, false)
 TEV_DIRECT_TRIANGULAR(sv, true)

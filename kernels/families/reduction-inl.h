@@ -147,6 +147,10 @@ TEV_INLINE double dot_in_double_contiguous(int64_t n, const float* x, const floa
   const auto add_register = [&](auto part, int64_t i, V& sum) TEV_LAMBDA {
     sum = fma(__builtin_convertvector(part.load(x + i), V), __builtin_convertvector(part.load(y + i), V), sum);
   };
+  if (kFew < L && n <= L) {
+    add_register(first_part<L>{n}, 0, sums[0]);
+    return sum<L, double>(sums[0]);
+  }
   for_sums<U, L>(
       n,
       [&](int64_t i) TEV_LAMBDA {

@@ -231,6 +231,15 @@ TEV_INLINE void multiply_band_transposed(const triangle<const T>& a, const trian
   }
 }
 
+// All of a triangle that is one corner.
+template <class T>
+TEV_INLINE void triangular_corner(const triangle<const T>& a, const triangular_form& form, T* x) {
+  static_assert(kTriangularColumns == 4);
+  if (a.n == 3) return apply_corner<3>(a, form, 0, x);
+  if (a.n == 2) return apply_corner<2>(a, form, 0, x);
+  if (a.n == 1) apply_corner<1>(a, form, 0, x);
+}
+
 template <class T>
 TEV_INLINE void triangular_block(const triangle<const T>& a, const triangular_form& form, int64_t begin, int64_t end,
                                  T* x, int64_t incx) {
