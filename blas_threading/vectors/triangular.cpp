@@ -70,16 +70,6 @@ int64_t product_threads(const triangle<const T>& a) {
   return elements_of(a) < 3 * kMatrixChunk<T> ? 1 : triangle_threads(a, used::once);
 }
 
-// own x := D own x.
-template <class T>
-void multiply_own(const triangle<const T>& a, const triangular_form& form, const span& own, const strided<T>& x) {
-  if (a.kind == storage::packed) return apply_block(a, form, own, x);
-  triangle<const T> block = a;
-  block.data += own.begin * (a.ld + (a.kind == storage::full ? 1 : 0));
-  block.n = own.size();
-  apply_block(block, form, {0, block.n}, {&x[own.begin], x.inc});
-}
-
 // own x += R times the old x.
 template <class T>
 void add_others(const triangle<const T>& a, const triangular_form& form, const span& own, const T* old_x,
@@ -118,7 +108,7 @@ void multiply_parts(const triangle<const T>& a, const triangular_form& form, int
     kernel_calls<T>::xcopy(&count, x.address(own), &x.inc, old_x + own.begin, &kOne);
     tev_barrier_wait(&all_copied, thread, team);
     if (count < 1) return;
-    multiply_own(a, form, own, x);
+    apply_block(a, form, own, x);
     add_others(a, form, own, old_x, x);
   });
 }

@@ -134,7 +134,7 @@ TEV_INLINE triangle<T> packed_triangle(char uplo, int64_t n, T* ap) {
 }
 
 // A band that ends nowhere is full, by columns that are one element shorter. Corners are apart, and pay for none of the
-// registers of larger triangles.
+// registers of larger triangles. Of packed columns a block is not a triangle of the same kind.
 #define TEV_DIRECT_TRIANGULAR(op, solves)                                                                       \
   template <class T>                                                                                            \
   __attribute__((noinline)) void op##_corner(char uplo, char trans, char diag, int64_t n, const T* a, T* x,     \
@@ -143,7 +143,7 @@ TEV_INLINE triangle<T> packed_triangle(char uplo, int64_t n, T* ap) {
   }                                                                                                             \
   template <class T>                                                                                            \
   void tr##op(char uplo, char trans, char diag, int64_t n, const T* a, int64_t lda, T* x) {                     \
-    if (n < kTriangularColumns) return op##_corner(uplo, trans, diag, n, a, x, storage::full, lda);             \
+    if (n < kTriangularColumns) return op##_corner(uplo, trans, diag, n, a, x, storage::full, lda);                   \
     triangular_block(full_triangle(uplo, n, a, lda), {trans, diag == 'U', solves}, 0, n, x, 1);                 \
   }                                                                                                             \
   template <class T>                                                                                            \
@@ -152,13 +152,32 @@ TEV_INLINE triangle<T> packed_triangle(char uplo, int64_t n, T* ap) {
     triangular_block(band_triangle(uplo, n, k, a, lda), {trans, diag == 'U', solves}, 0, n, x, 1);              \
   }                                                                                                             \
   template <class T>                                                                                            \
+  __attribute__((noinline)) void tp##op##_block(char uplo, char trans, char diag, int64_t n, const T* ap, T* x, \
+                                                int64_t begin, int64_t end) {                                   \
+    triangular_block(packed_triangle(uplo, n, ap), {trans, diag == 'U', solves}, begin, end, x, 1);             \
+  }                                                                                                             \
+  template <class T>                                                                                            \
   void tp##op(char uplo, char trans, char diag, int64_t n, const T* ap, T* x) {                                 \
-    if (n < kTriangularColumns) return op##_corner(uplo, trans, diag, n, ap, x, storage::packed, 0);            \
-    triangular_block(packed_triangle(uplo, n, ap), {trans, diag == 'U', solves}, 0, n, x, 1);                   \
+    if (n < kTriangularColumns) return op##_corner(uplo, trans, diag, n, ap, x, storage::packed, 0);                  \
+    tp##op##_block(uplo, trans, diag, n, ap, x, 0, n);                                                          \
   }
 TEV_DIRECT_TRIANGULAR(mv, false)
 TEV_DIRECT_TRIANGULAR(sv, true)
 #undef TEV_DIRECT_TRIANGULAR
+
+// Rows and columns [begin, end) of a triangle, which are one themselves.
+template <class T>
+TEV_INLINE void apply_block(const triangle<const T>& a, const triangular_form& form, int64_t begin, int64_t end, T* x,
+                            int64_t incx) {
+  if (incx != 1) return triangular_by_columns(a, form, begin, end, x, incx);
+  const char uplo = a.upper ? 'U' : 'L', diag = form.unit ? 'U' : 'N';
+  if (a.kind == storage::packed)
+    return (form.solves ? tpsv_block<T> : tpmv_block<T>)(uplo, form.trans, diag, a.n, a.data, x, begin, end);
+  const int64_t n = end - begin;
+  if (a.kind == storage::band)
+    return (form.solves ? tbsv<T> : tbmv<T>)(uplo, form.trans, diag, n, a.k, a.data + begin * a.ld, a.ld, x + begin);
+  (form.solves ? trsv<T> : trmv<T>)(uplo, form.trans, diag, n, a.at(begin, begin), a.ld, x + begin);
+}
 
 template <class T>
 void symv(char uplo, int64_t n, const T* alpha, const T* a, int64_t lda, const T* x, const T* beta, T* y) {
