@@ -143,7 +143,7 @@ TEV_INLINE triangle<T> packed_triangle(char uplo, int64_t n, T* ap) {
   }                                                                                                             \
   template <class T>                                                                                            \
   void tr##op(char uplo, char trans, char diag, int64_t n, const T* a, int64_t lda, T* x) {                     \
-    if (n < kTriangularColumns) return op##_corner(uplo, trans, diag, n, a, x, storage::full, lda);                   \
+    if (n < kTriangularColumns) return op##_corner(uplo, trans, diag, n, a, x, storage::full, lda);             \
     triangular_block(full_triangle(uplo, n, a, lda), {trans, diag == 'U', solves}, 0, n, x, 1);                 \
   }                                                                                                             \
   template <class T>                                                                                            \
@@ -158,7 +158,7 @@ TEV_INLINE triangle<T> packed_triangle(char uplo, int64_t n, T* ap) {
   }                                                                                                             \
   template <class T>                                                                                            \
   void tp##op(char uplo, char trans, char diag, int64_t n, const T* ap, T* x) {                                 \
-    if (n < kTriangularColumns) return op##_corner(uplo, trans, diag, n, ap, x, storage::packed, 0);                  \
+    if (n < kTriangularColumns) return op##_corner(uplo, trans, diag, n, ap, x, storage::packed, 0);            \
     tp##op##_block(uplo, trans, diag, n, ap, x, 0, n);                                                          \
   }
 TEV_DIRECT_TRIANGULAR(mv, false)

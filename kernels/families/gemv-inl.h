@@ -27,32 +27,37 @@ inline constexpr int64_t kAhead = 2048 / static_cast<int64_t>(sizeof(R));
 
 // For what lies that far behind the Numbers numbers from i on.
 template <int Numbers, class R>
-TEV_INLINE void ask_ahead(const R* x, int64_t i) {
+TEV_INLINE void ask_ahead(const R* x, int64_t i, int64_t distance = kAhead<R>) {
   constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
   if (Numbers < kLine && i % kLine >= Numbers) return;  // once a line, wherever a walk begins
   TEV_UNROLL
-  for (int n = 0; n < Numbers; n += kLine) __builtin_prefetch(x + i + kAhead<R> + n);
+  for (int n = 0; n < Numbers; n += kLine) __builtin_prefetch(x + i + distance + n);
 }
 
-// For J columns of `count` numbers, from `least` on: shorter ones are not asked for.
+// For J columns of `count` numbers, from `least` on: shorter ones are not asked for. At their end the next J are, which
+// lie `behind` them, if that is not 0.
 template <class R>
 struct asked_ahead {
-  int64_t until;  // what lies ahead of it is of the next columns
+  int64_t until, at_end;
 
-  TEV_INLINE asked_ahead(int64_t count, int64_t least) : until(count >= least ? count - kAhead<R> : 0) {}
+  TEV_INLINE asked_ahead(int64_t count, int64_t least, int64_t behind)
+      : until(count >= least || (behind != 0 && count >= kAhead<R>) ? count - kAhead<R> : 0),
+        at_end(behind != 0 && count >= kAhead<R> ? behind - until : 0) {}
 
   template <int Numbers, int J>
   TEV_INLINE void ask(const R* const (&column)[J], int64_t i) const {
-    if (i >= until) return;
+    if (i >= until && at_end == 0) return;
+    const int64_t distance = i < until ? kAhead<R> : at_end;
     TEV_UNROLL
-    for (int j = 0; j < J; ++j) ask_ahead<Numbers>(column[j], i);
+    for (int j = 0; j < J; ++j) ask_ahead<Numbers>(column[j], i, distance);
   }
 };
 
-// Where J columns begin.
+// Where J columns begin, and how far behind them the next J do; 0 where there are none, or where they come from near.
 template <int J, class T>
 struct column_starts {
   const T* at[J];
+  int64_t behind = 0;
 };
 template <int J, class T>
 TEV_INLINE column_starts<J, T> columns_of(const T* a, int64_t lda) {
@@ -72,7 +77,7 @@ TEV_INLINE void add_columns(int64_t m, T alpha, const column_starts<J, T>& a, co
   TEV_UNROLL
   for (int j = 0; j < J; ++j) column[j] = reals(a.at[j]), t[j] = multiply(alpha, x[j * incx]);
   R* yr = reals(y);
-  const asked_ahead<R> ahead(m * kParts<T>, 3 * kAhead<R>);
+  const asked_ahead<R> ahead(m * kParts<T>, 3 * kAhead<R>, a.behind * kParts<T>);
   const auto step = [&](auto part, int64_t i) __attribute__((always_inline)) {
     constexpr int W = part.W;
     ahead.template ask<W>(column, i);
@@ -172,7 +177,7 @@ TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const column_start
   dot_sums<J, U, T> sums = {};
   const int64_t count = m * kParts<T>;
   int64_t i = 0;
-  const asked_ahead<R> ahead(count, 2 * kAhead<R>);
+  const asked_ahead<R> ahead(count, 2 * kAhead<R>, a.behind * kParts<T>);
   for (const int64_t end = count / (U * L) * (U * L); i < end; i += U * L) {
     ahead.template ask<U * L>(column, i);
     add_products<U>(whole_part<L>{}, i, column, xr, sums);

@@ -159,13 +159,17 @@ TEV_INLINE void meet_few(const triangular_form& form, const T* column, int64_t c
 // Rows [first, last) of J columns from j on: a rectangle.
 template <int J, class T>
 TEV_INLINE void apply_rectangle(const triangle<const T>& a, const triangular_form& form, int64_t j, int64_t first,
-                                int64_t last, T* x) {
+                                int64_t last, int64_t begin, int64_t end, T* x) {
   const T sign = scaled_by_sign(form.solves, real_element<T>(1));
-  const auto columns = columns_of<J>(a, first, j);
+  auto columns = columns_of<J>(a, first, j);
   if (last - first <= kFew) {
     TEV_UNROLL
     for (int c = 0; c < J; ++c) meet_few(form, columns.at[c], last - first, x[j + c], x + first);
     return;
+  }
+  if (J > 1 && is_asked_ahead(a, last - first, kFarBytes)) {
+    const int64_t step = form.upwards(a.upper) ? J : -J, next = j + step;
+    if (next >= begin && next + J <= end) columns.behind = a.at(a.upper ? first : first + step, next) - columns.at[0];
   }
   if (form.plain())
     add_columns<J, T>(last - first, sign, columns, x + j, 1, x + first);
@@ -198,7 +202,7 @@ TEV_INLINE void apply_columns(const triangle<const T>& a, const triangular_form&
       last = min_of(last, a.end_beside(j));
   }
   if (form.plain() == form.solves) apply_corner<J>(a, form, j, x);
-  apply_rectangle<J>(a, form, j, first, last, x);
+  apply_rectangle<J>(a, form, j, first, last, begin, end, x);
   if (J > 1 && a.kind == storage::band) apply_edge<J>(a, form, j, begin, end, x);
   if (form.plain() != form.solves) apply_corner<J>(a, form, j, x);
 }
