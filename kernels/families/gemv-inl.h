@@ -19,6 +19,9 @@ namespace tev::TEV_TIER {
 // when several columns stream by.
 inline constexpr int kColumnsTogether = kVectorRegisters == 32 ? 8 : 4;
 
+// What no second cache holds.
+inline constexpr int64_t kFarBytes = 2 << 20;
+
 // Columns that are read at once are asked for 2 KiB ahead where they are long: each page of each of them begins a
 // stream, which the processor would first have to notice. That is 1.1 to 1.3 times as fast where a matrix comes from
 // the third cache or from memory. Where columns end before long, it costs a tenth.
@@ -53,6 +56,12 @@ struct asked_ahead {
   }
 };
 
+// Are the next columns of an m x n matrix asked for at the end of the last ones? Not where they end before long.
+template <class T>
+TEV_INLINE bool are_asked_behind(int64_t m, int64_t n) {
+  return m * kParts<T> >= 3 * kAhead<real_of<T>> && m * n * static_cast<int64_t>(sizeof(T)) >= kFarBytes;
+}
+
 // Where J columns begin, and how far behind them the next J do; 0 where there are none, or where they come from near.
 template <int J, class T>
 struct column_starts {
@@ -60,10 +69,11 @@ struct column_starts {
   int64_t behind = 0;
 };
 template <int J, class T>
-TEV_INLINE column_starts<J, T> columns_of(const T* a, int64_t lda) {
+TEV_INLINE column_starts<J, T> columns_of(const T* a, int64_t lda, bool asks_behind) {
   column_starts<J, T> columns;
   TEV_UNROLL
   for (int j = 0; j < J; ++j) columns.at[j] = a + j * lda;
+  if (asks_behind) columns.behind = J * lda;
   return columns;
 }
 
@@ -105,7 +115,9 @@ TEV_INLINE void add_columns(int64_t m, T alpha, const column_starts<J, T>& a, co
 
 template <int J, class T>
 TEV_INLINE void gemv_n_segment(int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x, int64_t incx, T* y) {
-  for (; n >= J; n -= J, a += J * lda, x += J * incx) add_columns<J, T>(m, alpha, columns_of<J>(a, lda), x, incx, y);
+  const bool behind = are_asked_behind<T>(m, n);
+  for (; n >= J; n -= J, a += J * lda, x += J * incx)
+    add_columns<J, T>(m, alpha, columns_of<J>(a, lda, behind && n >= 2 * J), x, incx, y);
   if constexpr (J > 1) gemv_n_segment<J / 2>(m, n, alpha, a, lda, x, incx, y);
 }
 
@@ -199,8 +211,9 @@ TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const column_start
 template <int J, class T>
 TEV_INLINE void gemv_t_segment(bool conjugated, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x,
                                T* y, int64_t incy) {
+  const bool behind = are_asked_behind<T>(m, n);
   for (; n >= J; n -= J, a += J * lda, y += J * incy)
-    add_dots<J, T>(conjugated, m, alpha, columns_of<J>(a, lda), x, y, incy);
+    add_dots<J, T>(conjugated, m, alpha, columns_of<J>(a, lda, behind && n >= 2 * J), x, y, incy);
   if constexpr (J > 1) gemv_t_segment<J / 2>(conjugated, m, n, alpha, a, lda, x, y, incy);
 }
 

@@ -72,9 +72,9 @@ TEV_INLINE void axpy_few(int64_t n, T alpha, const T* x, T* y) {
   for (int64_t i = 0; i < n; ++i) y[i] = add(y[i], multiply(alpha, x[i]));
 }
 
-// Two vectors that no second cache holds are asked for ahead; still longer ones come faster by themselves, and there a
-// load that meets two lines costs most. Found on 48 KiB / 1 MiB, 32 MiB.
-inline constexpr int64_t kFarBytes = 2 << 20, kFartherBytes = 8 << 20;
+// Far vectors are asked for ahead; still longer ones come faster by themselves, and there a load that meets two lines
+// costs most. Found on 48 KiB / 1 MiB, 32 MiB.
+inline constexpr int64_t kFartherBytes = 8 << 20;
 
 // A register of a cache line's length in two halves, of which one lies within a line wherever it begins.
 template <int Lanes>
