@@ -156,7 +156,7 @@ TEV_INLINE void meet_few(const triangular_form& form, const T* column, int64_t c
     own = add(own, scaled_by_sign(form.solves, dot_few(form.trans == 'C', count, column, others)));
 }
 
-// Rows [first, last) of J columns from j on: a rectangle.
+// Rows [first, last) of J columns from j on, in a block [begin, end): a rectangle.
 template <int J, class T>
 TEV_INLINE void apply_rectangle(const triangle<const T>& a, const triangular_form& form, int64_t j, int64_t first,
                                 int64_t last, int64_t begin, int64_t end, T* x) {
