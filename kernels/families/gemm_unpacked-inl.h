@@ -20,10 +20,10 @@ inline constexpr int kPanelBytes = 24 * 1024;            // half of a first-leve
 inline constexpr int64_t kHalfSecondCache = 512 * 1024;  // of the smallest
 inline constexpr int64_t kLargestSecondCache = 2 * 1024 * 1024;
 
-// Deepest stretch of k for which a strip of A is used before the next one is read, and the least to which it shrinks
-// where columns of A evict each other. A single strip comes as fast from the second cache, of which it gets a third;
-// lines of B that hold several columns get half of it. Found on 48 KiB / 1 MiB.
-inline constexpr int64_t kUnpackedDepth = 128, kLeastUnpackedDepth = 32, kOneStripBytes = 384 * 1024,
+// Deepest stretch of k for which a strip of A is used before the next one is read, and half of that where then its
+// columns do not evict each other. A single strip comes as fast from the second cache, of which it gets a third; lines
+// of B that hold several columns get half of it. Found on 48 KiB / 1 MiB.
+inline constexpr int64_t kUnpackedDepth = 128, kHalfDepth = kUnpackedDepth / 2, kOneStripBytes = 384 * 1024,
                          kSharedLinesBytes = kHalfSecondCache;
 
 // Where sums along k pay: so many rows or columns at most, so deep at least; and many on the other side when the few
@@ -101,24 +101,21 @@ TEV_INLINE int64_t depth_of_one_strip(int64_t n, walk<R> b) {
   return shared > kLongest ? kLongest : shared < kUnpackedDepth ? kUnpackedDepth : shared;
 }
 
-// Of several strips. Columns that no stretch is short enough for come as fast one way as another. Found on 48 KiB /
-// 1 MiB: 1.05 to 1.3 times as fast on 512 bytes and 1 KiB.
-template <class R>
+// Of several strips. 512-bit registers write a transposed tile for as much as the evicted columns cost.
+template <bool kTransposed, class R>
 TEV_INLINE int64_t depth_of_strips(walk<R> a) {
-  for (int64_t depth = kUnpackedDepth; depth >= kLeastUnpackedDepth; depth /= 2)
-    if (!columns_clash<R>(depth, a.column)) return depth;
-  return kUnpackedDepth;
+  if (kTransposed && kVectorBytes == 64) return kUnpackedDepth;
+  return columns_clash<R>(kUnpackedDepth, a.column) && !columns_clash<R>(kHalfDepth, a.column) ? kHalfDepth
+                                                                                               : kUnpackedDepth;
 }
 
-// C(m x n) += A B from strips of A's rows. kTransposed: m counts columns of C. What is deeper goes in stretches of k;
-// while a stretch is used, the next strip of A and, once, the next stretch of B are fetched.
+// C(m x n) += A B from strips of A's rows. kTransposed: m counts columns of C. What is deeper than kUnpackedDepth goes
+// in stretches of k; while a stretch is used, the next strip of A and, once, the next stretch of B are fetched.
 template <class T, bool kTransposed, class R>
 TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc, finish<R> f) {
   const int64_t c_row = kTransposed ? ldc : kParts<T>;
   const int64_t rows_in_all = m * kParts<T>;
-  const bool one_strip = rows_in_all <= kTileVectors * kLanesOf<R>;
-  const int64_t most = one_strip ? depth_of_one_strip<T>(n, b) : depth_of_strips(a);
-  if (k <= min_of(most, kUnpackedDepth)) {
+  if (k <= kUnpackedDepth) {
     for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
       rows = next_strip<R>(rows_in_all - i);
       strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
@@ -130,7 +127,8 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
   }
   constexpr int64_t kLeast = kLeastAhead / static_cast<int64_t>(sizeof(R)),
                     kLast = kLineBytes / static_cast<int64_t>(sizeof(R)) - 1;
-  const int64_t deepest = stretch(k, most);
+  const bool one_strip = rows_in_all <= kTileVectors * kLanesOf<R>;
+  const int64_t deepest = stretch(k, one_strip ? depth_of_one_strip<T>(n, b) : depth_of_strips<kTransposed>(a));
   const int64_t steps_ahead = kStepsAhead * a.column > kLeast ? kStepsAhead * a.column : kLeast;
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
@@ -329,8 +327,8 @@ __attribute__((noinline)) bool by_streamed_columns(int64_t m, int64_t n, int64_t
 //
 // Longest stretch of k, in bytes of a row: with many rows on both sides what is read again has to stay in the first
 // cache, as long as a stretch repays the sums at its end. A few tiles, of operands that come from the last cache, repay
-// longer ones; what is fetched is then ahead along k. Two tiles by two, of operands that stay in a second cache, take
-// rows as they are: up to 1.25 times as fast. Found on 48 KiB / 1 MiB.
+// longer ones; what is fetched is then ahead along k. Two tiles by two, of operands that fill a quarter of a second
+// cache or more and stay there, take rows as they are: up to 1.25 times as fast. Found on 48 KiB / 1 MiB.
 inline constexpr int64_t kDotBytes = 1024, kFewDotBytes = 4096, kLongDotBytes = 64 * 1024, kDotCacheBytes = 32 * 1024;
 
 template <class T, class R>
@@ -339,7 +337,8 @@ TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, wal
   const int64_t held = kDotCacheBytes / (m < n ? m + kDotColumns<T> : n + kDotRows<T>);
   const bool one_tile = m <= kDotRows<T> && n <= kDotColumns<T>;
   const int64_t operand_bytes = (m + n) * k * int64_t{sizeof(T)};
-  const bool near_squares = max_of(m, n) <= 2 * kDotColumns<T> && operand_bytes <= 2 * kHalfSecondCache;
+  const bool near_squares = max_of(m, n) <= 2 * kDotColumns<T> && operand_bytes > kHalfSecondCache / 2 &&
+                            operand_bytes <= 2 * kHalfSecondCache;
   const bool few = kVectorBytes == 64 && !one_tile && !near_squares && m <= kFewDots && n <= kFewDots &&
                    operand_bytes > kHalfSecondCache && operand_bytes <= kStreamedBytes;
   const bool whole = near_squares || m <= kDotRows<T> || n <= kDotColumns<T>;
