@@ -10,6 +10,7 @@
 //   badld    leading dimensions that are powers of two
 //   rhs      none              16 ... 1024 x 1 ... 64, triangular only            none
 //   odd      1 to 24 wide, 1 to 8 deep   none                                     none
+//   orders   2, 3 ... 128, all letters   none                                     none
 #include "bench/level3/size_sets.h"
 
 #include <algorithm>
@@ -54,6 +55,9 @@ std::vector<level3_case> product_cases(const std::string& set) {
       add(1000, 1000, 1, t), add(1000, 1000, 2, t), add(200, 200, 8, t), add(5, 5, 5, t), add(14, 14, 14, t);
     }
     add(320, 320, 320, "TT"), add(768, 768, 768);
+  } else if (set == "orders") {
+    for (const char* t : {"NN", "TN", "NT", "TT"})
+      for (int64_t n = 2; n <= 128; ++n) add(n, n, n, t);
   }
   return cases;
 }
@@ -143,7 +147,7 @@ std::vector<level3_case> cases_of(const operation& op, char precision, const std
 
 std::vector<std::string> sets_of(const operation& op) {
   std::vector<std::string> sets;
-  for (const char* set : {"small", "mid", "skinny", "deepk", "lu", "badld", "rhs", "odd", "large"})
+  for (const char* set : {"small", "mid", "skinny", "deepk", "lu", "badld", "rhs", "odd", "orders", "large"})
     if (!cases_of(op, 's', set).empty()) sets.push_back(set);
   return sets;
 }

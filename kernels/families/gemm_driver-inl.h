@@ -7,6 +7,7 @@
 //         ker0                        all strips of A against all strips of B
 #pragma once
 
+#include "kernels/families/first_cache.h"
 #include "kernels/families/gemm_arguments.h"
 #include "kernels/families/gemm_framework-inl.h"
 #include "kernels/families/gemm_shallow.h"
@@ -121,15 +122,6 @@ TEV_INLINE void call_on_operands(gemm_fn<T>* gemm, const operation<T>* op, const
 
 // Which way a sequential product goes.
 enum class route { meq6, small_n, fixed_depth, unpacked, pst, packed };
-
-// So many columns with this leading dimension evict each other from the first cache. 48 KiB in 12 ways: bytes 4096
-// apart compete for the same 12 lines.
-template <class T>
-TEV_INLINE bool columns_clash(int64_t count, int64_t ld) {
-  constexpr int64_t kWayBytes = 4096, kWays = 12;
-  const int64_t bytes = ld * static_cast<int64_t>(sizeof(T));
-  return count * min_of(bytes & -bytes, kWayBytes) > kWays * kWayBytes;
-}
 
 // Rows and columns up to which a product with A as it is packs nothing: 512-bit vectors go down its columns (found on
 // 48 KiB / 1 MiB: 8 % ahead at 256, 3 % behind at 400).

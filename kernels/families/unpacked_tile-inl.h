@@ -66,8 +66,11 @@ inline constexpr bool kMaskedEdges = kVectorBytes == 64;
 inline constexpr int kTileVectors = kHasFma ? 3 : 2;
 inline constexpr int kTileColumns = kVectorRegisters == 32 ? 8 : 4;
 
-// Two lines of rows, of columns of A that come from far away, and so many columns of sums as there is room for then.
-inline constexpr int kFarVectors = 2 * kLineBytes / kVectorBytes, kFarColumns = kVectorRegisters == 32 ? 8 : 2;
+// Rows of columns of A that come from far away: two lines; and the tallest tile, with so many columns of sums as there
+// is room for then.
+inline constexpr int kFarVectors = 2 * kLineBytes / kVectorBytes;
+inline constexpr int kTallVectors = kVectorRegisters == 32 ? 6 : kFarVectors,
+                     kTallColumns = kVectorRegisters == 32 ? 4 : 2;
 
 // What is asked for ahead comes into the second cache where the strip itself fills a large part of the first, else into
 // the first.
@@ -352,30 +355,29 @@ TEV_INLINE void fetch_b(const block<R>& x, int64_t count, const R* b) {
 
 // One strip of at most MV vectors of rows, all columns. What is left after full tiles is split evenly: narrow tiles
 // have too few sums to hide the latency of an addition.
-template <class T, bool kTransposed, int W, int MV, bool kStreamed = false, class R>
+template <class T, bool kTransposed, int W, int MV, class R>
 __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
   // Two vectors of rows need more columns than three to keep both multipliers busy; 16 registers have room for 6.
   constexpr bool kSixColumns = kHasFma && kVectorRegisters == 16 && MV == 2;
-  constexpr int NC = MV > kTileVectors ? kFarColumns : (kSixColumns ? 6 : kTileColumns) / kParts<T>;
+  constexpr int NC = MV > kTileVectors ? kTallColumns : (kSixColumns ? 6 : kTileColumns) / kParts<T>;
   const R* b = x.b;
   R* c = x.c;
   const int64_t c_column = kTransposed ? kParts<T> : x.ldc;
-  int64_t left = x.n;
-  if constexpr (kStreamed) {
-    constexpr int NS = kStreamedColumns<MV> / kParts<T>;
-    for (; left >= NS; left -= NS, b += NS * x.b_column, c += NS * c_column)
-      compute_tile<T, kTransposed, W, MV, NS, true>(x, b, c, f);
-    block<R> rest = x;
-    rest.n = left, rest.b = b, rest.c = c;
-    if (left > 0) strip<T, kTransposed, W, MV>(rest, f);
-  } else {
-    while (left > 0) {
-      const int64_t count = left >= 2 * NC || left == NC ? NC : left > NC ? (left + 1) / 2 : left;
-      if (x.b_ahead != 0) fetch_b<T>(x, count, b);
-      columns<T, kTransposed, W, MV, NC>(x, count, b, c, f);
-      left -= count, b += count * x.b_column, c += count * c_column;
-    }
+  for (int64_t left = x.n, count = 0; left > 0; left -= count, b += count * x.b_column, c += count * c_column) {
+    count = left >= 2 * NC || left == NC ? NC : left > NC ? (left + 1) / 2 : left;
+    if (x.b_ahead != 0) fetch_b<T>(x, count, b);
+    columns<T, kTransposed, W, MV, NC>(x, count, b, c, f);
   }
+}
+
+// The same with columns of B that are contiguous, and far away; those that are left over come like any others.
+template <class T, bool kTransposed, int W, int MV, class R>
+__attribute__((noinline)) void streamed_strip(const block<R>& x, const finish<R>& f) {
+  constexpr int NC = kStreamedColumns<MV> / kParts<T>;
+  block<R> rest = x;
+  for (; rest.n >= NC; rest.n -= NC, rest.b += NC * x.b_column, rest.c += NC * (kTransposed ? kParts<T> : x.ldc))
+    compute_tile<T, kTransposed, W, MV, NC, true>(x, rest.b, rest.c, f);
+  if (rest.n > 0) strip<T, kTransposed, W, MV>(rest, f);
 }
 
 // Loads under a mask cross lines as whole registers do: from this depth on a half or quarter register costs less.
@@ -393,7 +395,10 @@ TEV_INLINE void strip_of_any_height(const block<R>& x, const finish<R>& f) {
   if constexpr (MV > 1) {
     if (x.rows <= (MV - 1) * W) return strip_of_any_height<T, kTransposed, W, MV - 1, kStreamed>(x, f);
   }
-  strip<T, kTransposed, W, MV, kStreamed>(x, f);
+  if constexpr (kStreamed)
+    streamed_strip<T, kTransposed, W, MV>(x, f);
+  else
+    strip<T, kTransposed, W, MV>(x, f);
 }
 
 // Rows of the next strip. A strip after another one is never shorter than a vector, so that its last vector can
