@@ -165,11 +165,13 @@ TEV_INLINE bool only_scales_triangle(const operation<T>* op, const operand* a, c
 // rows; sums of a transposed A along k are slower than two tall tiles. Found on 48 KiB / 1 MiB. Of a transposed A only
 // syr2k is halved: how its sums along k are made depends on the sizes, and a block of a factorization is to have the
 // same bits by itself and as a part of a larger one.
-inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16, kLeastTransposedPacked = 20;
+inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16;
+template <class T>
+inline constexpr int64_t kLeastTransposedPacked = kComplex<T> ? 20 : 32;
 template <class T>
 TEV_INLINE int64_t least_order_packed(bool halved) {
   if (halved || !kHasFma || kGemm<T>.mr <= kGemm<T>.nr) return kLeastOrderPacked;
-  return min_of(max_of(2 * kGemm<T>.mr, kLeastTransposedPacked), kLeastOrderPacked);
+  return max_of(kGemm<T>.mr, kLeastTransposedPacked<T>);
 }
 template <class T>
 TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k, bool plain, bool twice = false) {
