@@ -55,4 +55,10 @@ TEV_INLINE bool goes_past_caches(int64_t m, int64_t n, T beta, const T* c, int64
          ldc * kSize % kLineBytes == 0;
 }
 
+// C := alpha A op(B), past the caches whatever its size: a part of a C that goes_past_caches(), beginning with a line.
+// Compiled with the unpacked product (exports/gemm_unpacked.inc).
+template <class T>
+void write_past_caches(char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a, int64_t lda, const T* b,
+                       int64_t ldb, T* c, int64_t ldc);
+
 }  // namespace tev::TEV_TIER

@@ -275,6 +275,16 @@ TEV_INLINE void by_column_groups(int64_t m, int64_t n, int64_t k, walk<R> a, wal
                      f);
 }
 
+template <class T>
+void write_past_caches(char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a, int64_t lda, const T* b,
+                       int64_t ldb, T* c, int64_t ldc) {
+  const char tb = static_cast<char>(transb & ~0x20);
+  auto down = finish_of<T>(alpha, T{}, false, tb == 'C');
+  down.past_caches = true;
+  by_column_groups<T>(m, n, k, walk_of(a, false, lda), walk_of(b, tb != 'N', ldb), reals(c), ldc * kParts<T>, down);
+  __builtin_ia32_sfence();  // others see what was written before what comes now
+}
+
 // The same from strips that are transposed into a panel first.
 template <class T, class R>
 TEV_INLINE void by_panels(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b, R* c, int64_t ldc, finish<R> f) {

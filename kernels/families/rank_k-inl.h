@@ -165,11 +165,13 @@ TEV_INLINE bool only_scales_triangle(const operation<T>* op, const operand* a, c
 // rows; sums of a transposed A along k are slower than two tall tiles. Found on 48 KiB / 1 MiB. Of a transposed A only
 // syr2k is halved: how its sums along k are made depends on the sizes, and a block of a factorization is to have the
 // same bits by itself and as a part of a larger one.
-inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16, kLeastTransposedPacked = 20;
+inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16;
+template <class T>
+inline constexpr int64_t kLeastTransposedPacked = kComplex<T> ? 20 : 32;
 template <class T>
 TEV_INLINE int64_t least_order_packed(bool halved) {
   if (halved || !kHasFma || kGemm<T>.mr <= kGemm<T>.nr) return kLeastOrderPacked;
-  return min_of(max_of(2 * kGemm<T>.mr, kLeastTransposedPacked), kLeastOrderPacked);
+  return max_of(kGemm<T>.mr, kLeastTransposedPacked<T>);
 }
 template <class T>
 TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k, bool plain, bool twice = false) {
@@ -341,6 +343,58 @@ int32_t triangle_driver(const operation<T>* op, const operand* a, const operand*
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
 inline constexpr driver_fn<T>* triangle_nobufs = triangle_driver<kHermitian, T, rank_k_nobufs<kHermitian, T, Gemm>>;
 
+// ---- Past the caches -----------------------------------------------------------------------------------------------
+
+// scalar op(A), n x k, whatever op is.
+template <class T>
+TEV_INLINE void copy_plain(const rank_call<T>& r, int64_t n, T scalar, const T* a, int64_t lda, T* to) {
+  const bool conjugated = !r.plain && r.transposed == 'C';
+  const bool scales = !is_one(scalar);  // an infinite part times 1 + 0i would be NaN
+  for (int64_t j = 0; j < (r.plain ? r.k : n); ++j)
+    for (int64_t i = 0; i < (r.plain ? n : r.k); ++i) {
+      const T x = conjugate_if(conjugated, a[i + j * lda]);
+      to[r.plain ? i + j * n : j + i * n] = scales ? TEV_TIER::multiply(scalar, x) : x;
+    }
+}
+
+// A shallow update that does not read C is a matter of writing it: where the triangle is too large to be found in a
+// cache later, all but the blocks on its diagonal goes straight to memory, as in a shallow product. Such a block is a
+// whole number of lines high. Found on 48 KiB / 1 MiB.
+template <class T>
+inline constexpr int64_t kDeepestPastCaches = kHasFma && !kComplex<T> ? 16 : 8;
+inline constexpr int64_t kBlockPastCaches = 16;
+
+template <class T>
+TEV_INLINE bool is_written_past_caches(const rank_call<T>& r, int64_t n, T beta, const T* c) {
+  return r.k > 0 && r.k <= kDeepestPastCaches<T> && !is_zero(r.alpha) && goes_past_caches(n, n / 2, beta, c, r.ldc);
+}
+
+// A and B are not transposed.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+TEV_INLINE void triangle_past_caches(const rank_call<T>& r, int64_t n, const T* a, const T* b, T* c) {
+  for (int64_t j = 0; j < n; j += kBlockPastCaches) {
+    const int64_t columns = min_of(kBlockPastCaches, n - j), first = r.upper ? 0 : j + columns;
+    diagonal_block<kHermitian, T, Gemm>(r, columns, a + j, b + j, T{}, c + j * (r.ldc + 1));
+    write_past_caches(r.transposed, r.upper ? j : n - first, columns, r.k, r.alpha, a + first, r.lda, b + j, r.ldb,
+                      c + first + j * r.ldc, r.ldc);
+  }
+}
+
+// A and B two matrices, or one that may be transposed. False: no memory for its copy, nothing was computed.
+template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
+__attribute__((noinline)) bool rank_k_past_caches(const rank_call<T>& r, int64_t n, const T* a, const T* b, T* c) {
+  if (r.plain) return triangle_past_caches<kHermitian, T, Gemm>(r, n, a, b, c), true;
+  T* const copy = static_cast<T*>(tev_serv_allocate(n * r.k * static_cast<int64_t>(sizeof(T)), 128));
+  if (copy == nullptr) return false;
+  copy_plain(r, n, one_of<T>(), a, r.lda, copy);
+  rank_call<T> of_copy = r;
+  of_copy.plain = true;
+  of_copy.lda = of_copy.ldb = n;
+  triangle_past_caches<kHermitian, T, Gemm>(of_copy, n, copy, copy, c);
+  tev_serv_deallocate(copy);
+  return true;
+}
+
 // ---- The routines --------------------------------------------------------------------------------------------------
 
 // Any letter but N means the transposed product.
@@ -397,6 +451,7 @@ TEV_INLINE bool packs_rank_k(const rank_call<T>& r, int64_t n, bool twice) {
 // C := alpha op(A) op(B)^T + beta C, A and B two matrices or one.
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>
 TEV_INLINE void rank_k(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
+  if (is_written_past_caches(r, n, beta, c) && rank_k_past_caches<kHermitian, T, Gemm>(r, n, a, b, c)) return;
   (packs_rank_k(r, n, false) ? rank_k_by_records<kHermitian, T, Gemm, Info>
                              : rank_k_nobufs<kHermitian, T, Gemm>)(r, n, a, b, beta, c);
 }
@@ -404,18 +459,6 @@ TEV_INLINE void rank_k(const rank_call<T>& r, int64_t n, const T* a, const T* b,
 // A shallow rank-2k update is a matter of C's way from memory and back: both halves are one product of twice the depth,
 // [alpha A, alpha B] [B, A]^T, of copies. Found on 48 KiB / 1 MiB.
 inline constexpr int64_t kLeastOrderBeside = 256, kDeepestBeside = 32;
-
-// scalar op(A), n x k, whatever op is.
-template <class T>
-TEV_INLINE void copy_plain(const rank_call<T>& r, int64_t n, T scalar, const T* a, int64_t lda, T* to) {
-  const bool conjugated = !r.plain && r.transposed == 'C';
-  const bool scales = !is_one(scalar);  // an infinite part times 1 + 0i would be NaN
-  for (int64_t j = 0; j < (r.plain ? r.k : n); ++j)
-    for (int64_t i = 0; i < (r.plain ? n : r.k); ++i) {
-      const T x = conjugate_if(conjugated, a[i + j * lda]);
-      to[r.plain ? i + j * n : j + i * n] = scales ? TEV_TIER::multiply(scalar, x) : x;
-    }
-}
 
 // False: no memory, nothing was computed.
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm, initialize_kernel_info_fn<T>* Info>

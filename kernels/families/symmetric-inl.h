@@ -7,6 +7,7 @@
 //   | X   A2  |   transposed. A small diagonal block is mirrored into a full one on the stack.
 #pragma once
 
+#include "kernels/families/few_rows-inl.h"
 #include "kernels/families/in_place-inl.h"
 #include "kernels/families/packed_product-inl.h"
 #include "kernels/families/symm_copy-inl.h"
@@ -57,6 +58,8 @@ template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
 __attribute__((noinline)) void multiply_mirrored(const symm_call<T>& s, int64_t order, const T* a, const T* b, T* c) {
   T full[kMirrored<T> * kMirrored<T>];
   mirror<kHermitian>(s.upper, order, a, s.lda, full);
+  if constexpr (!kComplex<T>)
+    if (s.left && multiply_few_rows(order, s.across, s.alpha, full, b, s.ldb, s.beta, c, s.ldc)) return;
   multiply_block<T, Gemm>(s, 'N', order, order, full, order, b, s.beta, c);
 }
 

@@ -58,6 +58,43 @@ TYPED_TEST(TierLevel3, Routines) {
     }
 }
 
+// Columns of so few rows that several share a register, with gaps between them and without: as many as fit, then half
+// as many, down to one.
+TYPED_TEST(TierLevel3, ColumnsThatShareRegisters) {
+  using T = TypeParam;
+  for (const std::string& tier : tiers_with<T>("x?symm")) {
+    const kernel_calls<T> kernel = {find_kernel(tier, "x?symm", kLetter<T>)};
+    engine random(20261123);
+    for (const int64_t m : {2, 4, 8, 16})
+      for (const int64_t padding : {int64_t{0}, matrix<T>::kPadding})
+        for (const T beta : {T(0), T(-2)}) {
+          const blas_case<T> x(problem_of(operation::symm, m % 3 == 1 ? "LU" : "LL", m, 23, 0, T(3), beta), random,
+                               values::whole, padding);
+          const matrix<T> result = x.start();
+          call(x.p, result.data(), kernel);
+          ASSERT_TRUE(is_right(x, result, true)) << tier;
+        }
+  }
+}
+
+// A shallow triangle of more bytes than the caches hold, in whole lines, is written past them.
+TYPED_TEST(TierLevel3, RankKPastCaches) {
+  using T = TypeParam;
+  const auto n = static_cast<int64_t>(std::sqrt((25 << 20) / sizeof(T))) | 1;
+  constexpr bool kSingle = sizeof(real_part_t<T>) == 4, kComplex = kIsComplex<T>;
+  const operation op =
+      kComplex ? (kSingle ? operation::herk : operation::her2k) : (kSingle ? operation::syrk : operation::syr2k);
+  const std::string name = kComplex ? (kSingle ? "x?herk" : "x?her2k") : (kSingle ? "x?syrk" : "x?syr2k");
+  const std::string options = kComplex ? (kSingle ? "LC" : "UN") : (kSingle ? "UT" : "LN");
+  engine random(20261124);
+  const blas_case<T> x(problem_of(op, options, n, n, 3, T(2), T(0)), random, values::whole, 16 - n % 16);
+  for (const std::string& tier : tiers_with<T>(name)) {
+    const matrix<T> result = x.start();
+    call(x.p, result.data(), kernel_calls<T>{find_kernel(tier, name, kLetter<T>)});
+    ASSERT_TRUE(is_right(x, result, true)) << tier;
+  }
+}
+
 // Whole numbers times powers of two, one for each line of the equations and some far apart: quotients are exact, but
 // reciprocals, and what a line takes of a correction, leave the range.
 TYPED_TEST(TierLevel3, SolutionsAtTheEndsOfTheRange) {
