@@ -150,7 +150,7 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
 
 // Large operands that are read once have ways of their own, streams_columns() and is_far_and_narrow(), where T is real.
 template <class T>
-inline constexpr bool kReadsFar = kHasFma&& kParts<T> == 1;
+inline constexpr bool kReadsFar = kParts<T> == 1 && kHasFma;
 
 // So few columns, beside an A from beyond half of a second cache: what counts is how fast A comes. Lines of so many of
 // its columns that they take a quarter of a first cache, then the lines below them, which are asked for meanwhile: from

@@ -162,7 +162,7 @@ TEV_INLINE bool only_scales_triangle(const operation<T>* op, const operand* a, c
 
 // From this order and depth on panels are packed, if halves do not better: below kUnpackedBoth on 512-bit vectors, on
 // others by the bytes of the longest row. Those of syr2k do for longer, those without fused multiply-add for shorter
-// rows; sums of a transposed A along k are slower than two tall tiles. Found on 48 KiB / 1 MiB. Of a transposed A only
+// rows; sums of a transposed A along k are slower than one tall strip. Found on 48 KiB / 1 MiB. Of a transposed A only
 // syr2k is halved: how its sums along k are made depends on the sizes, and a block of a factorization is to have the
 // same bits by itself and as a part of a larger one.
 inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16;
