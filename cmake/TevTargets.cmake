@@ -16,10 +16,9 @@ if(TEV_SANITIZE)
   target_link_options(tev_flags INTERFACE -fsanitize=${TEV_SANITIZE})
 endif()
 
-# What calls more than it computes links this: the optimizer takes long over a sanitizer's checks, and would win nothing.
-add_library(tev_calls INTERFACE)
+# What computes more than it calls: elsewhere the optimizer takes long over a sanitizer's checks, and would win nothing.
 if(TEV_SANITIZE)
-  target_compile_options(tev_calls INTERFACE -O0)
+  set(TEV_COMPUTES -O1)
 endif()
 
 # tev_layer(<target> <sources>...): an object library of one layer.
@@ -29,21 +28,24 @@ function(tev_layer target)
 endfunction()
 
 # tev_test(<name> SOURCES <file>... [LIBS <target>...] [NEEDS <target>...] [DEFINES <definition>...] [TIMEOUT <seconds>]
-#   [EXPORTS] [SINK] [WHOLE_SECONDS] [CALLS]): a GoogleTest program, one ctest entry per test case. Its label is the
+#   [EXPORTS] [SINK] [WHOLE_SECONDS] [ALONE]): a GoogleTest program, one ctest entry per test case. Its label is the
 # folder it stands in, so `ctest -L sink` runs what covers sink/. EXPORTS: what it has is found by name. SINK: it starts
-# the real one, TEV_SINK_PATH. WHOLE_SECONDS: not with the short ones of tests/support/short_seconds.cpp. CALLS: it calls
-# more than it computes, so that the optimizer would take many times as long over it as it runs.
+# the real one, TEV_SINK_PATH. WHOLE_SECONDS: not with the short ones of tests/support/short_seconds.cpp. ALONE: one thread
+# does all, the thread sanitizer has nothing to see. Tests call more than they compute: the optimizer would take longer
+# over them than they run. What they do compute is in tests/support/compiled.cpp and host/check.cpp.
 function(tev_test name)
-  cmake_parse_arguments(ARG "EXPORTS;SINK;WHOLE_SECONDS;CALLS" "TIMEOUT" "SOURCES;LIBS;NEEDS;DEFINES" ${ARGN})
+  cmake_parse_arguments(ARG "EXPORTS;SINK;WHOLE_SECONDS;ALONE" "TIMEOUT" "SOURCES;LIBS;NEEDS;DEFINES" ${ARGN})
+  if(ARG_ALONE AND TEV_SANITIZE MATCHES "thread")
+    return()
+  endif()
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
   find_package(GTest REQUIRED)
   add_executable(${name} ${ARG_SOURCES})
-  target_link_libraries(${name} PRIVATE tev_flags ${ARG_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
-  target_compile_options(${name} PRIVATE ${OpenMP_CXX_FLAGS}
-    $<$<CONFIG:RelWithDebInfo>:$<IF:$<BOOL:${ARG_CALLS}>,-O0,-O1>>)  # quickly compiled
-  if(TARGET prelude AND NOT ARG_CALLS)
+  target_link_libraries(${name} PRIVATE tev_flags ${ARG_LIBS} test_support GTest::gtest GTest::gtest_main Threads::Threads)
+  target_compile_options(${name} PRIVATE ${OpenMP_CXX_FLAGS} -O0)
+  if(TARGET prelude)
     target_precompile_headers(${name} REUSE_FROM prelude)
   endif()
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests ENABLE_EXPORTS ${ARG_EXPORTS})

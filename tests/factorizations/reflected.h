@@ -61,16 +61,10 @@ struct factored_qr {
 
   // Q X or Q^H X.
   wide_matrix<W> reflected(wide_matrix<W> x, bool transposed) const {
+    const wide_matrix<W> v = widened(a);
     for (int64_t i = 0; i < order(); ++i) {
       const int64_t k = transposed ? i : order() - 1 - i;
-      const W factor = transposed ? conjugate(W(tau(k, 0))) : W(tau(k, 0));
-      for (int64_t j = 0; j < x.columns; ++j) {
-        W sum = x(k, j);
-        for (int64_t l = k + 1; l < x.rows; ++l) sum += conjugate(W(a(l, k))) * x(l, j);
-        sum *= factor;
-        x(k, j) -= sum;
-        for (int64_t l = k + 1; l < x.rows; ++l) x(l, j) -= W(a(l, k)) * sum;
-      }
+      x.reflect(v, k, transposed ? conjugate(W(tau(k, 0))) : W(tau(k, 0)));
     }
     return x;
   }

@@ -38,6 +38,11 @@ class strided {
   guarded_array<T> storage_;
 };
 
+extern template class strided<float>;
+extern template class strided<double>;
+extern template class strided<std::complex<float>>;
+extern template class strided<std::complex<double>>;
+
 // As a matrix of one column or one row without gaps; rows so that a letter conjugates without any other effect.
 template <class T>
 matrix<T> column_of(const strided<T>& x) {

@@ -23,32 +23,51 @@ struct wide_matrix {
   W& operator()(int64_t i, int64_t j) { return data[static_cast<size_t>(i + j * rows)]; }
   const W& operator()(int64_t i, int64_t j) const { return data[static_cast<size_t>(i + j * rows)]; }
 
+  wide_matrix operator*(const wide_matrix& b) const {
+    wide_matrix c(rows, b.columns);
+    for (int64_t j = 0; j < b.columns; ++j)
+      for (int64_t p = 0; p < columns; ++p)
+        for (int64_t i = 0; i < rows; ++i) c(i, j) += (*this)(i, p) * b(p, j);
+    return c;
+  }
+  wide_matrix adjoint() const {
+    wide_matrix result(columns, rows);
+    for (int64_t j = 0; j < columns; ++j)
+      for (int64_t i = 0; i < rows; ++i) result(j, i) = conjugate((*this)(i, j));
+    return result;
+  }
+  // Without factor v (v^H this), v being column k of V from row k on, where it is 1.
+  void reflect(const wide_matrix& v, int64_t k, W factor) {
+    for (int64_t j = 0; j < columns; ++j) {
+      W sum = (*this)(k, j);
+      for (int64_t i = k + 1; i < rows; ++i) sum += conjugate(v(i, k)) * (*this)(i, j);
+      sum *= factor;
+      (*this)(k, j) -= sum;
+      for (int64_t i = k + 1; i < rows; ++i) (*this)(i, j) -= v(i, k) * sum;
+    }
+  }
+  wide_matrix<real_part_t<W>> moduli() const {
+    wide_matrix<real_part_t<W>> result(rows, columns);
+    for (size_t i = 0; i < data.size(); ++i) result.data[i] = std::abs(data[i]);
+    return result;
+  }
+
   int64_t rows, columns;
   std::vector<W> data;
 };
 
-template <class W>
-wide_matrix<W> operator*(const wide_matrix<W>& a, const wide_matrix<W>& b) {
-  wide_matrix<W> c(a.rows, b.columns);
-  for (int64_t j = 0; j < b.columns; ++j)
-    for (int64_t p = 0; p < a.columns; ++p)
-      for (int64_t i = 0; i < a.rows; ++i) c(i, j) += a(i, p) * b(p, j);
-  return c;
-}
+extern template struct wide_matrix<double>;
+extern template struct wide_matrix<long double>;
+extern template struct wide_matrix<std::complex<double>>;
+extern template struct wide_matrix<std::complex<long double>>;
 
 template <class W>
 wide_matrix<W> adjoint(const wide_matrix<W>& a) {
-  wide_matrix<W> result(a.columns, a.rows);
-  for (int64_t j = 0; j < a.columns; ++j)
-    for (int64_t i = 0; i < a.rows; ++i) result(j, i) = conjugate(a(i, j));
-  return result;
+  return a.adjoint();
 }
-
 template <class W>
 wide_matrix<real_part_t<W>> moduli(const wide_matrix<W>& a) {
-  wide_matrix<real_part_t<W>> result(a.rows, a.columns);
-  for (size_t i = 0; i < a.data.size(); ++i) result.data[i] = std::abs(a.data[i]);
-  return result;
+  return a.moduli();
 }
 
 template <class T>

@@ -23,6 +23,8 @@ constexpr int32_t kAvx2 = TEV_CPU_AVX2, kZel = TEV_CPU_AVX512_ZEL, kAvx512 = TEV
 
 using engine = std::mt19937_64;
 
+constexpr int kShapes = test::kSanitized ? 20000 : 200000;  // a sanitizer sees in few what it would in many
+
 // Spread evenly over the orders of magnitude: the small sizes have the edge cases.
 int64_t random_size(engine& random, double largest) {
   return static_cast<int64_t>(std::exp(std::uniform_real_distribution<double>(0, std::log(largest))(random)));
@@ -38,7 +40,7 @@ int64_t threads(int32_t tier, int64_t m, int64_t n, int64_t k, int64_t available
 
 TEST(ThreadCount, LiesBetweenOneAndTheTeamAndGrowsWithTheElements) {
   engine random(1);
-  for (int i = 0; i < 300000; ++i) {
+  for (int i = 0; i < kShapes; ++i) {
     const int32_t tier = std::array{kAvx2, kZel, kAvx512}[random() % 3];
     const int64_t m = random_size(random, 1e6), n = random_size(random, 1e6), k = random_size(random, 1e6);
     const int64_t available = random_size(random, 300), t = threads(tier, m, n, k, available);
@@ -131,7 +133,7 @@ class Grid : public testing::TestWithParam<int32_t> {};
 TEST_P(Grid, StaysWithinTheTeam) {
   engine random(2);
   std::array<int, 7> mode_seen = {};
-  for (int i = 0; i < 200000; ++i) {
+  for (int i = 0; i < kShapes; ++i) {
     const product_shape s = random_shape(random);
     const thread_options before = random_options(random, GetParam());
     thread_options o = before;
@@ -188,7 +190,7 @@ TEST(GridOf, WideShortAndTallNarrowProductsUseTheWholeTeam) {
 TEST_P(Grid, WithoutPanelsItsChunksCoverTheProductOnce) {
   engine random(3);
   int k_splits = 0;
-  for (int i = 0; i < 200000; ++i) {
+  for (int i = 0; i < kShapes; ++i) {
     const product_shape s = random_shape(random);
     thread_options o = random_options(random, GetParam());
     const int64_t team = o.threads;
@@ -264,7 +266,7 @@ TEST(Partition1D, OtherModesLeaveTheOperand) {
 
 TEST(Partition2D, BlocksCoverCOnceAndTheRestOfTheTeamGetsNothing) {
   engine random(5);
-  for (int i = 0; i < 50000; ++i) {
+  for (int i = 0; i < kShapes / 4; ++i) {
     const int64_t m = random_size(random, 5000), n = random_size(random, 5000);
     kernels::strategy plan = {};
     plan.mr = random_size(random, 48), plan.nr = random_size(random, 28);
@@ -312,7 +314,7 @@ TEST(Partition2D, BlocksCoverCOnceAndTheRestOfTheTeamGetsNothing) {
 
 TEST(Stripes, BlocksCoverCOnce) {
   engine random(6);
-  for (int i = 0; i < 100000; ++i) {
+  for (int i = 0; i < kShapes / 2; ++i) {
     const int64_t m = random_size(random, 1000), n = random_size(random, 1000);
     const int64_t team = random_size(random, 40), stripes = random_size(random, 60);
     int64_t area = 0;
