@@ -243,6 +243,16 @@ TEST_IN_CHILD(SharedMemory, OperandsInItAreNotCopied) {
   EXPECT_EQ(shared_mappings(), 3) << "now there are copies of all";
 }
 
+// All its threads? One that waits for a processor when the signal is sent may answer a request first.
+bool has_stopped(pid_t process) {
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+    std::ifstream file(thread.path() / "stat");
+    std::string number, name, state;
+    if (!(file >> number >> name >> state) || state != "T") return false;
+  }
+  return true;
+}
+
 std::string after_signal(int signal, bool factors) {
   const auto is_right = [](bool factorization, bool in_sink) {
     return factorization ? factors_are_right<double>(in_sink) : product_is_right<double>(in_sink);
@@ -250,7 +260,9 @@ std::string after_signal(int signal, bool factors) {
   send_all(1, 3);
   std::string seen = is_right(factors, true) ? "sent " : "";
   void* const memory = tev_routed_allocate(1000);
-  kill(sink_process(), signal);
+  const pid_t sink = sink_process();
+  kill(sink, signal);
+  while (signal == SIGSTOP && !has_stopped(sink)) usleep(1000);
   for (int i = 0; i < 3; ++i) seen += is_right(factors == (i % 2 == 0), false) ? "here " : "";
   std::memset(memory, 1, 1000);
   tev_routed_release(memory);
