@@ -261,6 +261,7 @@ std::string after_signal(int signal, bool factors) {
   std::string seen = is_right(factors, true) ? "sent " : "";
   void* const memory = tev_routed_allocate(1000);
   const pid_t sink = sink_process();
+  if (sink == 0) return seen + "no sink";
   kill(sink, signal);
   while (signal == SIGSTOP && !has_stopped(sink)) usleep(1000);
   for (int i = 0; i < 3; ++i) seen += is_right(factors == (i % 2 == 0), false) ? "here " : "";
