@@ -3,7 +3,6 @@
 
 #include <fmt/format.h>
 #include <omp.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +17,7 @@
 #include "host/replacement_file.h"
 #include "host/system_operands.h"
 #include "host/system_residuals.h"
+#include "tev/front_end.h"
 
 namespace tev::host {
 namespace {
@@ -31,10 +31,10 @@ struct handle_deleter {
   void operator()(tev_offload* handle) const { tev_offload_close(handle); }
 };
 
-// The OpenMP runtime registers its process by a name in shared memory, which an interrupted program would leave there.
-void remove_runtime_name() {
-  omp_get_max_threads();  // starts it
-  shm_unlink(fmt::format("/__KMP_REGISTERED_LIB_{}_{}", getpid(), getuid()).c_str());
+// An interrupted program would leave it behind.
+void remove_openmp_name() {
+  omp_get_max_threads();  // starts the runtime
+  tev_serv_remove_openmp_name(getpid());
 }
 
 template <class T>
@@ -106,7 +106,7 @@ class system_runner {
     tev_offload* handle = nullptr;
     if (tev_offload_open(&options, &handle) != TEV_OFFLOAD_OK) throw failed(tev_offload_last_error(nullptr));
     handle_.reset(handle);
-    remove_runtime_name();
+    remove_openmp_name();
     const auto told = [](void* runner, int64_t done, int64_t panels) {
       static_cast<const system_runner*>(runner)->show_share(done, panels);
     };

@@ -16,6 +16,7 @@
 #include "service/environment.h"
 #include "service/layer_locks.h"
 #include "service/lock.h"
+#include "service/openmp_name.h"
 #include "service/settings.h"
 #include "service/thread_key.h"
 #include "service/topology.h"
@@ -82,6 +83,7 @@ void read_settings() {
   if (get(__threads_env_NOT_readed) == 0) return;
   tev_read_threads_env();
   const tev::service::topology machine = tev::service::probe_topology();
+  tev::service::keep_children_nameless();
   store_topology(machine);
   set(tev::service::usable_core_count, tev::service::usable_cores(machine));
   std::atomic_ref<int32_t>(__threads_env_NOT_readed).store(0, std::memory_order_release);

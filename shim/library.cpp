@@ -5,7 +5,6 @@
 #include <limits.h>
 #include <pthread.h>
 #include <sched.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -175,7 +174,7 @@ const functions& open_library() {
   if (!tracing.load(std::memory_order_relaxed)) direct_kernels.store(&kernels, std::memory_order_release);
   if (first) {  // not under the lock: the library, too, waits for forks when its OpenMP runtime starts
     table.domain_get_max_threads(TEV_DOMAIN_BLAS);
-    remove_runtime_name();
+    table.remove_openmp_name(getpid());
     share_with_other_ranks();
     if (!std::atomic_ref(state->is_set_up).exchange(true)) {
       check_settings();
@@ -186,11 +185,5 @@ const functions& open_library() {
 }
 
 process_state& state_of_process() { return *state; }
-
-void remove_runtime_name() {
-  char name[64];
-  std::snprintf(name, sizeof name, "/__KMP_REGISTERED_LIB_%d_%u", getpid(), getuid());
-  shm_unlink(name);
-}
 
 }  // namespace tev::shim

@@ -69,10 +69,7 @@ int32_t startable(int32_t wanted) {
 // Of `most` threads that the library would use, those that this thread may have.
 int32_t permitted(int32_t most) {
   const uint32_t process = process_number.load(std::memory_order_relaxed);
-  if (own.process != process) {
-    remove_runtime_name();  // a child's runtime has started anew
-    own = {.process = process, .asked_for = 1, .threads = 1};
-  }
+  if (own.process != process) own = {.process = process, .asked_for = 1, .threads = 1};
   if (!chosen_by_program().load(std::memory_order_relaxed)) most = std::min(most, share_of_rank());
   if (most > 1 && in_region_of_another_runtime()) return 1;
   if (most > own.asked_for) {

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <omp.h>
 #include <poll.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +17,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tev/front_end.h"
+
 extern "C" {  // some versions of this header do not say so themselves
 #include <sys/pidfd.h>
 }
@@ -27,12 +28,6 @@ namespace {
 constexpr int kTrialMs = 2000;  // a start takes a hundredth; with OMP_NUM_THREADS=x it may make any number of threads
 constexpr std::string_view kPrefixes[] = {"OMP_", "KMP_", "GOMP_", "LIBOMP_"};
 constexpr std::string_view kBinding = "OMP_PROC_BIND=";
-
-void remove_name_of(pid_t process) {
-  char name[64];
-  std::snprintf(name, sizeof(name), "/__KMP_REGISTERED_LIB_%d_%u", process, getuid());
-  shm_unlink(name);
-}
 
 // A function of its own: the compiler calls the runtime at the beginning of any that has a parallel region.
 __attribute__((noinline)) void form_teams() {
@@ -44,7 +39,7 @@ __attribute__((noinline)) void form_teams() {
 
 // A trial whose sink is killed takes its name along.
 [[noreturn]] void end_trial(int) {
-  remove_name_of(getpid());
+  tev_serv_remove_openmp_name(getpid());
   _exit(1);
 }
 
@@ -57,7 +52,7 @@ __attribute__((noinline)) void form_teams() {
   dup2(nowhere, STDOUT_FILENO);
   dup2(nowhere, STDERR_FILENO);
   form_teams();
-  remove_name_of(getpid());
+  tev_serv_remove_openmp_name(getpid());
   _exit(0);
 }
 
@@ -72,7 +67,7 @@ bool runtime_starts() {
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
-  remove_name_of(child);
+  tev_serv_remove_openmp_name(child);
   return status == 0;
 }
 
@@ -114,4 +109,4 @@ void bind_from_the_start(const char* settings) {
   }
 }
 
-void remove_openmp_name() { remove_name_of(getpid()); }
+void remove_openmp_name() { tev_serv_remove_openmp_name(getpid()); }

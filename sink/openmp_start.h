@@ -10,6 +10,5 @@ void clean_openmp_environment();
 // Takes the settings' thread binding into the environment, for a runtime that has not started yet.
 void bind_from_the_start(const char* settings);
 
-// The runtime notes its presence under a shared-memory name, by which a second runtime in the process would notice the
-// first. A killed process would leave the name behind. Nothing happens where there is none.
+// The host may kill this process at any time.
 void remove_openmp_name();
