@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "offload/connection.h"
 
+#include <omp.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
+
+#include "service/affinity.h"
 
 namespace tev::offload {
 namespace {
@@ -26,6 +29,24 @@ std::vector<const char*> sink_environment() {
   variables.insert(variables.end(), {kFixedTeam, nullptr});
   return variables;
 }
+
+// While it lives this thread may run wherever its team may: a process has the affinity of the thread that starts it,
+// which OpenMP may have bound to one place.
+class unbound_thread {
+ public:
+  unbound_thread() : bytes_(omp_get_proc_bind() == omp_proc_bind_false ? 0 : service::get_affinity(&before_)) {
+    if (bytes_ > 0) service::set_affinity(service::team_processors(), bytes_);
+  }
+  ~unbound_thread() {
+    if (bytes_ > 0) service::set_affinity(before_, bytes_);
+  }
+  unbound_thread(const unbound_thread&) = delete;
+  unbound_thread& operator=(const unbound_thread&) = delete;
+
+ private:
+  service::processor_set before_;
+  size_t bytes_;  // of the kernel's masks; 0: nothing was changed
+};
 
 }  // namespace
 
@@ -50,6 +71,7 @@ bool connection::start(const connection_options& options) {
   const std::vector<const char*> environment = sink_environment();
   process_options.environment = environment.data();
   vro_process* process = nullptr;
+  const unbound_thread unbound;
   if (vro_process_create(&process_options, &process) != VRO_OK) fail(vro_last_error());
   process_.reset(process);
   return !has_ended();

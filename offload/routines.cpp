@@ -3,8 +3,6 @@
 // to be worth it; everything else is the library's own routine in this process, which also tells of wrong arguments.
 #include "tev/offload.h"
 
-#include <sched.h>
-
 #include <algorithm>
 #include <exception>
 #include <memory>
@@ -17,6 +15,7 @@
 #include "factorizations/least_squares.h"
 #include "offload/handle.h"
 #include "offload/through_sink.h"
+#include "tev/front_end.h"
 #include "tev/lapack.h"
 #include "tev/service.h"
 
@@ -29,15 +28,9 @@ constexpr int64_t kInverseWork = 64;  // elements for each column of an inverse
 
 thread_local std::string open_error;
 
-int64_t processors() {
-  cpu_set_t allowed;
-  CPU_ZERO(&allowed);
-  return sched_getaffinity(0, sizeof(allowed), &allowed) == 0 ? CPU_COUNT(&allowed) : 1;
-}
-
 core_division divide_cores(const tev_offload_options& options) {
-  const int64_t host = std::max<int64_t>(options.host_threads, 1);
-  return {host, options.sink_threads > 0 ? options.sink_threads : std::max<int64_t>(processors() - host, 1)};
+  const int64_t host = std::max<int64_t>(options.host_threads, 1), others = tev_serv_usable_processors() - host;
+  return {host, options.sink_threads > 0 ? options.sink_threads : std::max<int64_t>(others, 1)};
 }
 
 // A routine within a routine ends the outer one with its code.

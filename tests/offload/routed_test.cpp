@@ -16,6 +16,7 @@
 #include "tests/support/in_child.h"
 #include "tests/support/left_behind.h"
 #include "tests/support/precision.h"
+#include "tev/front_end.h"
 #include "tev/service.h"
 
 namespace tev::test {
@@ -341,6 +342,27 @@ TEST(Threads, OneHasTheSinkTheOthersComputeHere) {
   });
   EXPECT_EQ(child.status, 0) << child.err;
   EXPECT_LE(lines_of(child.err), 1) << child.err;
+}
+
+cpu_set_t affinity_of(pid_t process) {
+  cpu_set_t processors;
+  CPU_ZERO(&processors);
+  sched_getaffinity(process, sizeof processors, &processors);
+  return processors;
+}
+
+// OpenMP has bound the thread that starts it to one place.
+TEST(SinkOfABoundThread, RunsWhereItsTeamMay) {
+  const auto child = in_child({{"OMP_PROC_BIND", "true"}}, [] {
+    const cpu_set_t all = affinity_of(0);
+    send_all();
+    const int32_t usable = tev_serv_usable_processors();
+    const cpu_set_t own = affinity_of(0);
+    if (!product_is_right<double>(true) || usable != CPU_COUNT(&all)) return 1;
+    const cpu_set_t after = affinity_of(0), of_sink = affinity_of(sink_process());
+    return CPU_EQUAL(&own, &after) && CPU_EQUAL(&of_sink, &all) ? 0 : 2;
+  });
+  EXPECT_EQ(child.status, 0) << child.err;
 }
 
 // A child has a sink of its own, also while another thread of the parent has the parent's; neither disturbs the other.
