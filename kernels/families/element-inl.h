@@ -9,7 +9,7 @@
 
 namespace tev::TEV_TIER {
 
-TEV_INLINE int64_t min_of(int64_t a, int64_t b) { return a < b ? a : b; }
+TEV_INLINE constexpr int64_t min_of(int64_t a, int64_t b) { return a < b ? a : b; }
 TEV_INLINE int64_t max_of(int64_t a, int64_t b) { return a > b ? a : b; }
 
 template <class T>

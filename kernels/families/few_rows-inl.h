@@ -11,10 +11,6 @@
 
 namespace tev::TEV_TIER {
 
-template <class R, int W, int... I>
-TEV_INLINE vec<R, 2 * W> joined(vec<R, W> low, vec<R, W> high, lanes<I...>) {
-  return __builtin_shufflevector(low, high, I...);
-}
 template <int kFirst, class R, int W, int... I>
 TEV_INLINE vec<R, static_cast<int>(sizeof...(I))> lanes_from(vec<R, W> v, lanes<I...>) {
   return __builtin_shufflevector(v, v, (kFirst + I)...);
@@ -31,8 +27,8 @@ TEV_INLINE vec<R, M * N> load_columns(const R* x, int64_t ld) {
     return load<M>(x);
   } else {
     if (ld == M) return load<M * N>(x);
-    return joined<R, M * N / 2>(load_columns<M, N / 2>(x, ld), load_columns<M, N / 2>(x + N / 2 * ld, ld),
-                                all_lanes<M * N>{});
+    return side_by_side<R, M * N / 2>(load_columns<M, N / 2>(x, ld), load_columns<M, N / 2>(x + N / 2 * ld, ld),
+                                      all_lanes<M * N>{});
   }
 }
 template <int M, int N, class R>

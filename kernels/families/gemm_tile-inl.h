@@ -11,17 +11,9 @@
 // differs, where the columns for b.re and b.im are combined.
 #pragma once
 
-#include "kernels/families/strips-inl.h"
+#include "kernels/families/last_rows-inl.h"
 
 namespace tev::TEV_TIER {
-
-// What becomes of C.
-enum class beta_class { zero, one, general };
-
-template <class T>
-TEV_INLINE beta_class classify(T beta) {
-  return is_zero(beta) ? beta_class::zero : is_one(beta) ? beta_class::one : beta_class::general;
-}
 
 // Sizes in reals. kHeight rows of each of kStrips strips of A, which are kStripHeight tall, by NR columns: of one strip
 // of B, which is kPitch wide, or of several whole ones.
@@ -216,39 +208,6 @@ TEV_INLINE void multiply_row(int64_t n, int64_t k, const T* a, const T* b, const
           next += k / 4 * kLineBytes;
         }
       });
-}
-
-// The last rows, fewer than a vector has lanes: their strips, side by side and padded with zeros, make one strip of
-// full vectors. A piece of the depth at a time, so that it fits in the first cache.
-template <class T, int NR>
-void multiply_last_rows(int64_t rows, int64_t n, int64_t k, const T* a, const T* b, const T* beta, beta_class kind,
-                        T* c, int64_t ldc) {
-  constexpr int P = kParts<T>, W = kVectorBytes / static_cast<int>(sizeof(real_of<T>)), kRows = W / P, kPiece = 128;
-  real_of<T> strip[kPiece * W], product[kVectorRegisters * W];
-  for (int64_t p = 0; p < k; p += kPiece, kind = beta_class::one) {
-    const int64_t depth = k - p < kPiece ? k - p : kPiece;
-    for (int64_t q = 0; q < depth; ++q) store<W>(vec<real_of<T>, W>{}, strip + q * W);
-    for_remainder_strips<kRows / 2, 1>(
-        0, rows, [&](auto height, int64_t s) __attribute__((always_inline)) {
-          constexpr int kHeight = P * decltype(height)::value;
-          const auto* from = reals(a + s * k) + p * kHeight;
-          for (int64_t q = 0; q < depth; ++q) store<kHeight>(load<kHeight>(from + q * kHeight), strip + q * W + s * P);
-        });
-    for_columns<T, kRows, NR>(
-        n, [&](auto columns, auto pitch, int64_t j) __attribute__((always_inline)) {
-          constexpr int kColumns = decltype(columns)::value, kPitch = decltype(pitch)::value;
-          multiply_strips<T, 1, kRows, kColumns, kPitch>(depth, k, strip, reals(b + j * k + p * kPitch), beta,
-                                                         beta_class::zero, product, W,
-                                                         reinterpret_cast<const char*>(strip));
-          for (int i = 0; i < kColumns; ++i) {
-            auto x = load<W>(product + i * W);
-            real_of<T>* const to = reals(c + (j + i) * ldc);
-            if (kind == beta_class::one) x += load_first<W>(to, rows * P);
-            if (kind == beta_class::general) x += times<T, W>(*beta, load_first<W>(to, rows * P));
-            store_first<W>(x, to, rows * P);
-          }
-        });
-  }
 }
 
 // Several strips of A against one strip of B after the other, down the columns of C: row by row the tiles of a shallow
