@@ -19,47 +19,31 @@ namespace tev::TEV_TIER {
 // when several columns stream by.
 inline constexpr int kColumnsTogether = kVectorRegisters == 32 ? 8 : 4;
 
-// What no second cache holds.
-inline constexpr int64_t kFarBytes = 2 << 20;
+// Where a matrix comes from: from a second cache, from the third one, or from memory, for what is large for the third
+// cache of a few cores.
+enum class source { near, third_cache, memory };
+inline constexpr int64_t kFarBytes = 2 << 20, kMemoryBytes = 24 << 20;
+TEV_INLINE source source_of(int64_t bytes) {
+  return bytes < kFarBytes ? source::near : bytes < kMemoryBytes ? source::third_cache : source::memory;
+}
 
-// Columns that are read at once are asked for 2 KiB ahead where they are long: each page of each of them begins a
-// stream, which the processor would first have to notice. That is 1.1 to 1.3 times as fast where a matrix comes from
-// the third cache or from memory. Where columns end before long, it costs a tenth.
+// Columns that are read at once are asked for 1 KiB ahead where they are long: each page of each of them begins a
+// stream, which the processor would first have to notice. What comes from memory is asked into the second cache, since
+// more of it can be on its way there: eight columns 35 GB/s, 24 into the first, 30 unasked (32 KiB / 1 MiB / 32 MiB).
+// Where columns end before long, asking costs a tenth.
+inline constexpr int64_t kAheadBytes = 1024, kLongBytes = 6 * kAheadBytes;
 template <class R>
-inline constexpr int64_t kAhead = 2048 / static_cast<int64_t>(sizeof(R));
+inline constexpr int64_t kAhead = kAheadBytes / static_cast<int64_t>(sizeof(R));
+template <class R>
+inline constexpr int64_t kLong = kLongBytes / static_cast<int64_t>(sizeof(R));
 
 // For what lies that far behind the Numbers numbers from i on.
-template <int Numbers, class R>
-TEV_INLINE void ask_ahead(const R* x, int64_t i, int64_t distance = kAhead<R>) {
+template <int Numbers, int kInto, class R>
+TEV_INLINE void ask_ahead(const R* x, int64_t i, int64_t distance) {
   constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
   if (Numbers < kLine && i % kLine >= Numbers) return;  // once a line, wherever a walk begins
   TEV_UNROLL
-  for (int n = 0; n < Numbers; n += kLine) __builtin_prefetch(x + i + distance + n);
-}
-
-// For J columns of `count` numbers, from `least` on: shorter ones are not asked for. At their end the next J are, which
-// lie `behind` them, if that is not 0.
-template <class R>
-struct asked_ahead {
-  int64_t until, at_end;
-
-  TEV_INLINE asked_ahead(int64_t count, int64_t least, int64_t behind)
-      : until(count >= least || (behind != 0 && count >= kAhead<R>) ? count - kAhead<R> : 0),
-        at_end(behind != 0 && count >= kAhead<R> ? behind - until : 0) {}
-
-  template <int Numbers, int J>
-  TEV_INLINE void ask(const R* const (&column)[J], int64_t i) const {
-    if (i >= until && at_end == 0) return;
-    const int64_t distance = i < until ? kAhead<R> : at_end;
-    TEV_UNROLL
-    for (int j = 0; j < J; ++j) ask_ahead<Numbers>(column[j], i, distance);
-  }
-};
-
-// Are the next columns of an m x n matrix asked for at the end of the last ones? Not where they end before long.
-template <class T>
-TEV_INLINE bool are_asked_behind(int64_t m, int64_t n) {
-  return m * kParts<T> >= 3 * kAhead<real_of<T>> && m * n * static_cast<int64_t>(sizeof(T)) >= kFarBytes;
+  for (int n = 0; n < Numbers; n += kLine) __builtin_prefetch(x + i + distance + n, 0, kInto);
 }
 
 // Where J columns begin, and how far behind them the next J do; 0 where there are none, or where they come from near.
@@ -67,13 +51,40 @@ template <int J, class T>
 struct column_starts {
   const T* at[J];
   int64_t behind = 0;
+  source from = source::near;
 };
+
+// J columns of `count` numbers: shorter ones than `least` are not asked for. At their end the next J are, if they are
+// known.
+template <class R>
+struct asked_ahead {
+  int64_t until, at_end;
+  bool from_memory;
+
+  template <int J, class T>
+  TEV_INLINE asked_ahead(int64_t count, int64_t least, const column_starts<J, T>& a)
+      : until(count >= least || (a.behind != 0 && count >= kAhead<R>) ? count - kAhead<R> : 0),
+        at_end(a.behind != 0 && count >= kAhead<R> ? a.behind * kParts<T> - until : 0),
+        from_memory(a.from == source::memory) {}
+
+  template <int Numbers, int J>
+  TEV_INLINE void ask(const R* const (&column)[J], int64_t i) const {
+    if (i >= until && at_end == 0) return;
+    const int64_t distance = i < until ? kAhead<R> : at_end;
+    TEV_UNROLL
+    for (int j = 0; j < J; ++j)
+      from_memory ? ask_ahead<Numbers, 2>(column[j], i, distance) : ask_ahead<Numbers, 3>(column[j], i, distance);
+  }
+};
+
+// The first J of n columns of m rows; those behind them are asked for at the end, if they do not end before long.
 template <int J, class T>
-TEV_INLINE column_starts<J, T> columns_of(const T* a, int64_t lda, bool asks_behind) {
+TEV_INLINE column_starts<J, T> first_columns(int64_t m, int64_t n, const T* a, int64_t lda, source from) {
   column_starts<J, T> columns;
+  columns.from = from;
   TEV_UNROLL
   for (int j = 0; j < J; ++j) columns.at[j] = a + j * lda;
-  if (asks_behind) columns.behind = J * lda;
+  if (from != source::near && n >= 2 * J && m * kParts<T> >= kLong<real_of<T>>) columns.behind = J * lda;
   return columns;
 }
 
@@ -87,7 +98,7 @@ TEV_INLINE void add_columns(int64_t m, T alpha, const column_starts<J, T>& a, co
   TEV_UNROLL
   for (int j = 0; j < J; ++j) column[j] = reals(a.at[j]), t[j] = multiply(alpha, x[j * incx]);
   R* yr = reals(y);
-  const asked_ahead<R> ahead(m * kParts<T>, 3 * kAhead<R>, a.behind * kParts<T>);
+  const asked_ahead<R> ahead(m * kParts<T>, kLong<R>, a);
   const auto step = [&](auto part, int64_t i) __attribute__((always_inline)) {
     constexpr int W = part.W;
     ahead.template ask<W>(column, i);
@@ -114,27 +125,28 @@ TEV_INLINE void add_columns(int64_t m, T alpha, const column_starts<J, T>& a, co
 }
 
 template <int J, class T>
-TEV_INLINE void gemv_n_segment(int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x, int64_t incx, T* y) {
-  const bool behind = are_asked_behind<T>(m, n);
+TEV_INLINE void gemv_n_segment(int64_t m, int64_t n, T alpha, const T* a, int64_t lda, source from, const T* x,
+                               int64_t incx, T* y) {
   for (; n >= J; n -= J, a += J * lda, x += J * incx)
-    add_columns<J, T>(m, alpha, columns_of<J>(a, lda, behind && n >= 2 * J), x, incx, y);
-  if constexpr (J > 1) gemv_n_segment<J / 2>(m, n, alpha, a, lda, x, incx, y);
+    add_columns<J, T>(m, alpha, first_columns<J>(m, n, a, lda, from), x, incx, y);
+  if constexpr (J > 1) gemv_n_segment<J / 2>(m, n, alpha, a, lda, from, x, incx, y);
 }
 
 // y += alpha op(A) x with y scaled already.
 template <class T>
 TEV_INLINE void gemv_n(int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x, int64_t incx, T* y,
                        int64_t incy) {
+  const source from = source_of(m * n * static_cast<int64_t>(sizeof(T)));
   T block[kSegment<T>];
   for (int64_t i = 0; i < m; i += kSegment<T>) {
     const int64_t rows = m - i < kSegment<T> ? m - i : kSegment<T>;
     T* segment = y + i * incy;
     if (incy == 1) {
-      gemv_n_segment<kColumnsTogether>(rows, n, alpha, a + i, lda, x, incx, segment);
+      gemv_n_segment<kColumnsTogether>(rows, n, alpha, a + i, lda, from, x, incx, segment);
       continue;
     }
     gather(rows, segment, incy, false, block);
-    gemv_n_segment<kColumnsTogether>(rows, n, alpha, a + i, lda, x, incx, block);
+    gemv_n_segment<kColumnsTogether>(rows, n, alpha, a + i, lda, from, x, incx, block);
     for (int64_t r = 0; r < rows; ++r) segment[r * incy] = block[r];
   }
 }
@@ -189,7 +201,7 @@ TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const column_start
   dot_sums<J, U, T> sums = {};
   const int64_t count = m * kParts<T>;
   int64_t i = 0;
-  const asked_ahead<R> ahead(count, 2 * kAhead<R>, a.behind * kParts<T>);
+  const asked_ahead<R> ahead(count, kLong<R> * 2 / 3, a);
   for (const int64_t end = count / (U * L) * (U * L); i < end; i += U * L) {
     ahead.template ask<U * L>(column, i);
     add_products<U>(whole_part<L>{}, i, column, xr, sums);
@@ -209,23 +221,24 @@ TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const column_start
 }
 
 template <int J, class T>
-TEV_INLINE void gemv_t_segment(bool conjugated, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x,
-                               T* y, int64_t incy) {
-  const bool behind = are_asked_behind<T>(m, n);
+TEV_INLINE void gemv_t_segment(bool conjugated, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, source from,
+                               const T* x, T* y, int64_t incy) {
   for (; n >= J; n -= J, a += J * lda, y += J * incy)
-    add_dots<J, T>(conjugated, m, alpha, columns_of<J>(a, lda, behind && n >= 2 * J), x, y, incy);
-  if constexpr (J > 1) gemv_t_segment<J / 2>(conjugated, m, n, alpha, a, lda, x, y, incy);
+    add_dots<J, T>(conjugated, m, alpha, first_columns<J>(m, n, a, lda, from), x, y, incy);
+  if constexpr (J > 1) gemv_t_segment<J / 2>(conjugated, m, n, alpha, a, lda, from, x, y, incy);
 }
 
 template <class T>
 TEV_INLINE void gemv_t(bool conjugated, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x,
                        int64_t incx, T* y, int64_t incy) {
+  const source from = source_of(m * n * static_cast<int64_t>(sizeof(T)));
   T block[kSegment<T>];
   for (int64_t i = 0; i < m; i += kSegment<T>) {
     const int64_t rows = m - i < kSegment<T> ? m - i : kSegment<T>;
     const T* segment = x + i * incx;
     if (incx != 1) gather(rows, segment, incx, false, block);
-    gemv_t_segment<kColumnsTogether>(conjugated, rows, n, alpha, a + i, lda, incx == 1 ? segment : block, y, incy);
+    gemv_t_segment<kColumnsTogether>(conjugated, rows, n, alpha, a + i, lda, from, incx == 1 ? segment : block, y,
+                                     incy);
   }
 }
 

@@ -72,11 +72,9 @@ TEV_INLINE void axpy_few(int64_t n, T alpha, const T* x, T* y) {
   for (int64_t i = 0; i < n; ++i) y[i] = add(y[i], multiply(alpha, x[i]));
 }
 
-// Far vectors are asked for ahead; still longer ones come faster by themselves, and there a load that meets two lines
-// costs most. Found on 48 KiB / 1 MiB, 32 MiB.
-inline constexpr int64_t kFartherBytes = 8 << 20;
-
-// A register of a cache line's length in two halves, of which one lies within a line wherever it begins.
+// A register of a cache line's length in two halves, of which one lies within a line wherever it begins: a load that
+// meets two lines costs most where vectors come from beyond the second cache. Found on 48 KiB / 1 MiB from 8 MiB on, on
+// 32 KiB / 1 MiB from 2 MiB. Asking ahead costs a quarter on the latter: two streams come fastest by themselves.
 template <int Lanes>
 struct halved_part {
   static constexpr int W = Lanes;
@@ -99,16 +97,12 @@ TEV_INLINE T dot_contiguous(bool conjugated, int64_t n, const T* x, const T* y) 
   const R *const column[] = {reals(x)}, *const yr = reals(y);
   dot_sums<1, U, T> sums = {};
   const int64_t bytes = 2 * n * static_cast<int64_t>(sizeof(T));
-  const bool halved = kVectorBytes == kLineBytes && bytes >= kFartherBytes, far = bytes >= kFarBytes;
+  const bool halved = kVectorBytes == kLineBytes && bytes >= kFarBytes;
   const halved_part<L> halves;
   for_sums<U, L>(
       n * kParts<T>,
       [&](int64_t i) TEV_LAMBDA {
         if (halved) return add_products<U>(halves, i, column, yr, sums);
-        if (far) {
-          ask_ahead<U * L>(column[0], i);
-          ask_ahead<U * L>(yr, i);
-        }
         add_products<U>(whole_part<L>{}, i, column, yr, sums);
       },
       [&]() TEV_LAMBDA { fold_sums(sums.direct[0]), fold_sums(sums.crossed[0]); },

@@ -60,7 +60,7 @@ TEV_INLINE void symv_rectangle(int64_t m, T alpha, const column_starts<J, T>& a,
   TEV_UNROLL
   for (int j = 0; j < J; ++j) column[j] = reals(a.at[j]), t[j] = multiply(alpha, of_columns.x[j]);
   const int64_t count = m * kParts<T>, whole = count / L * L;
-  const asked_ahead<R> ahead(count, 3 * kAhead<R>, a.behind * kParts<T>);
+  const asked_ahead<R> ahead(count, kLong<R>, a);
   const auto step = [&](auto part, int64_t i) TEV_LAMBDA {
     ahead.template ask<L>(column, i);
     const auto v = part.load(x + i);
@@ -95,11 +95,13 @@ TEV_INLINE void symv_rectangle(int64_t m, T alpha, const column_starts<J, T>& a,
   }
 }
 
-// Are columns of so many rows asked for ahead, of a triangle that comes from beyond the second cache?
+// Where a triangle comes from whose columns have so many rows; those of a band, short ones and what is
+// not far are not asked for.
 template <class T>
-TEV_INLINE bool is_asked_ahead(const triangle<const T>& a, int64_t rows, int64_t far_bytes) {
-  return rows * kParts<T> >= kAhead<real_of<T>> && a.kind != storage::band &&
-         a.n * a.n / 2 * static_cast<int64_t>(sizeof(T)) >= far_bytes;
+TEV_INLINE source source_of(const triangle<const T>& a, int64_t rows, int64_t far_bytes) {
+  const int64_t bytes = a.n * a.n / 2 * static_cast<int64_t>(sizeof(T));
+  const bool is_asked = a.kind != storage::band && rows * kParts<T> >= 2 * kAhead<real_of<T>> && bytes >= far_bytes;
+  return is_asked ? source_of(bytes) : source::near;
 }
 
 // The triangle of J columns on the diagonal, of which imaginary parts are not read.
@@ -125,7 +127,8 @@ TEV_INLINE void symv_together(const triangle<const T>& a, int64_t j, T alpha, co
   symv_corner(a.upper, columns_of<J>(a, j, j), own);
   const int64_t first = a.upper ? 0 : j + J, last = a.upper ? j : a.n;
   auto columns = columns_of<J>(a, first, j);
-  if (is_asked_ahead(a, last - first, 3 * kFarBytes) && j + 2 * J <= a.n)
+  columns.from = source_of(a, last - first, 3 * kFarBytes);
+  if (columns.from != source::near && j + 2 * J <= a.n)
     columns.behind = a.at(a.upper ? 0 : first + J, j + J) - columns.at[0];
   symv_rectangle(last - first, alpha, columns, own, {x + first, y + first});
   TEV_UNROLL

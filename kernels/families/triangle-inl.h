@@ -167,7 +167,8 @@ TEV_INLINE void apply_rectangle(const triangle<const T>& a, const triangular_for
     for (int c = 0; c < J; ++c) meet_few(form, columns.at[c], last - first, x[j + c], x + first);
     return;
   }
-  if (J > 1 && is_asked_ahead(a, last - first, kFarBytes)) {
+  columns.from = source_of(a, last - first, kFarBytes);
+  if (J > 1 && columns.from != source::near) {
     const int64_t step = form.upwards(a.upper) ? J : -J, next = j + step;
     if (next >= begin && next + J <= end) columns.behind = a.at(a.upper ? first : first + step, next) - columns.at[0];
   }
