@@ -44,6 +44,7 @@ struct dot_block {
   R* c;
   int64_t ldc;
   int64_t a_ahead, b_ahead;  // from what is used to what is fetched
+  bool from_memory;
 };
 
 // Sums of units (one lane, or re and im) of `count` vectors: unit i of the result is the sum of the units of v[i].
@@ -126,6 +127,16 @@ TEV_INLINE vec<R, W> finished(vec<R, W> v) {
   return v;
 }
 
+// A line of each row and column, some time before it is used: from memory into the second cache, since more of it can
+// be on its way there (on 32 KiB / 1 MiB up to 1.7 times as fast), else into the first.
+template <int MR, int NR, int kInto, class R>
+TEV_INLINE void fetch_ahead(const dot_block<R>& x, const R* a, const R* b) {
+  TEV_UNROLL
+  for (int i = 0; i < MR; ++i) __builtin_prefetch(a + i * x.a_row + x.a_ahead, 0, kInto);
+  TEV_UNROLL
+  for (int j = 0; j < NR; ++j) __builtin_prefetch(b + j * x.b_column + x.b_ahead, 0, kInto);
+}
+
 template <class T, int MR, int NR, class R>
 __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const R* b, R* c, const finish<R>& f) {
   constexpr int W = kLanesOf<R>, U = kParts<T>, N = W / U;
@@ -154,10 +165,7 @@ __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const
   for (; p + kStretch <= x.depth; p += kStretch) {
     TEV_UNROLL
     for (int q = 0; q < kStretch; q += kLine) {
-      TEV_UNROLL
-      for (int i = 0; i < MR; ++i) __builtin_prefetch(a + i * x.a_row + p + q + x.a_ahead);
-      TEV_UNROLL
-      for (int j = 0; j < NR; ++j) __builtin_prefetch(b + j * x.b_column + p + q + x.b_ahead);
+      x.from_memory ? fetch_ahead<MR, NR, 2>(x, a + p + q, b + p + q) : fetch_ahead<MR, NR, 3>(x, a + p + q, b + p + q);
     }
     TEV_UNROLL
     for (int q = 0; q < kStretch; q += W) step(sum[q / W % kSums], p + q, whole);

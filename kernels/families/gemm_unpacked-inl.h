@@ -357,7 +357,8 @@ TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, wal
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     by_dots<T>(m, n,
-               dot_block<R>{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc, 0, 0},
+               dot_block<R>{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc, 0, 0,
+                            operand_bytes > kStreamedBytes},
                !few && depth * int64_t{sizeof(T)} <= kShortRow, f);
     add_to_c(f);
   }
@@ -374,7 +375,16 @@ TEV_INLINE void by_packed_dots(bool packs_a, int64_t m, int64_t n, int64_t k, wa
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     const int64_t row = deepest * kParts<T>;
-    dot_block<R> x{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc, 0, 0};
+    dot_block<R> x{depth * kParts<T>,
+                   a.at + p0 * a.column,
+                   a.row,
+                   b.at + p0 * b.row,
+                   b.column,
+                   c,
+                   ldc,
+                   0,
+                   0,
+                   (m + n) * k * int64_t{sizeof(T)} > kStreamedBytes};
     transpose_strip<T>(depth * kParts<T>, few, packs_a ? x.a : x.b, packs_a ? a.column : b.row, panel, row);
     (packs_a ? x.a : x.b) = panel;
     (packs_a ? x.a_row : x.b_column) = row;
