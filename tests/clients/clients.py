@@ -133,7 +133,12 @@ GRIDS = re.compile(r"^([\d \t]+)(values of P.*\n)([\d \t]+)(values of Q.*)$", re
 LARGE = re.compile(r"^500(?= +Matrix sizes)", re.M)
 
 
-def scalapack_inputs(ranks: int) -> Callable[[], None]:
+# The refinement of psporfs and what estimates a condition beside it: over any BLAS, the reference's too, one of two ranks
+# now and then goes on where the other stops, which MPI takes for an error or for ever.
+DIVERGES = re.compile(r"^T(?= .*Test Cond)", re.M)
+
+
+def scalapack_inputs(tester: str, ranks: int) -> Callable[[], None]:
     """The testers' own, less large, with grids of all ranks instead of those that do not fit: some testers end there."""
     def fit(grids: re.Match[str]) -> str:
         fitting = [(p, q) if int(p) * int(q) <= ranks else ("1", str(ranks))
@@ -144,6 +149,8 @@ def scalapack_inputs(ranks: int) -> Callable[[], None]:
     def write() -> None:
         for path in (*SCALAPACK.glob("*.dat"), *(SCALAPACK / "PBLAS").glob("*.dat")):
             text = LARGE.sub("100", path.read_text(errors="replace"))
+            if (tester, path.name) == ("xsllt", "LLT.dat"):
+                text = DIVERGES.sub("F", text)
             pathlib.Path(path.name).write_text(GRIDS.sub(fit, text))
 
     return write
@@ -155,7 +162,7 @@ RANKS_PART = ("xsllt", "xdllt", "xcllt", "xzllt")
 
 def scalapack_testers() -> list[Part]:
     programs = sorted(path for path in (*SCALAPACK.glob("x[sdcz]*"), *(SCALAPACK / "PBLAS").glob("?pb?tst")))
-    return [Part(f"{path.name}-{ranks}", mpi(ranks, path), prepare=scalapack_inputs(ranks))
+    return [Part(f"{path.name}-{ranks}", mpi(ranks, path), prepare=scalapack_inputs(path.name, ranks))
             for ranks in (4, 2, 1) for path in programs if ranks < 4 or path.name not in RANKS_PART]
 
 
