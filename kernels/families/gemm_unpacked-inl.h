@@ -400,6 +400,11 @@ template <class T>
 void matrix_times_vector(char trans, int64_t m, int64_t n, T alpha, const T* a, int64_t lda, const T* x, int64_t incx,
                          T beta, T* y, int64_t incy);
 
+template <class T>
+void multiply_strip(const block<real_of<T>>& x, const finish<real_of<T>>& f) {
+  strip_of_any_height<T, false, kLanesOf<real_of<T>>, kTileVectors>(x, f);
+}
+
 // What is neither a vector nor written by columns.
 template <class T>
 __attribute__((noinline)) void unpacked_matrix(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha,

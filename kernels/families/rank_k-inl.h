@@ -9,12 +9,11 @@
 //   of A  1  |full| x  |    |
 //         2  |full|full| x  |
 //
-// A small or shallow C is halved down to small diagonal blocks, of which one product gives syr2k both; what lies beside
-// them is a product of the tier's sequential entry, which needs no memory.
+// A small or shallow C is halved down to blocks on the diagonal (diagonal_block-inl.h); what lies beside them is a
+// product of the tier's sequential entry, which needs no memory.
 #pragma once
 
-#include "kernels/families/in_place-inl.h"
-#include "kernels/families/packed_product-inl.h"
+#include "kernels/families/diagonal_block-inl.h"
 #include "kernels/routine_types.h"
 #include "tev/service.h"
 
@@ -41,25 +40,6 @@ void scale_triangle(bool upper, int64_t n, T beta, T* c, int64_t ldc) {
 template <bool kHermitian, class T>
 TEV_INLINE void scale_triangle(const operand* c, const T* beta) {
   scale_triangle<kHermitian>(stored_triangle(c) == 'U', c->columns, *beta, static_cast<T*>(c->data), c->ld);
-}
-
-// C := beta C + full in the rows i of column j that lie in the triangle: i + below >= j, or <= j in the upper one.
-template <bool kHermitian, class T>
-void merge_triangle(bool upper, int64_t below, const T* full, int64_t ld, T beta, const operand* c) {
-  const bool forget = is_zero(beta), keep = is_one(beta);
-  for (int64_t j = 0; j < c->columns; ++j) {
-    const int64_t diagonal = j - below;
-    const int64_t begin = upper ? 0 : max_of(diagonal, 0), end = upper ? min_of(diagonal + 1, c->rows) : c->rows;
-    T* const to = static_cast<T*>(c->data) + j * c->ld;
-    const T* const from = full + j * ld;
-    if (forget)
-      for (int64_t i = begin; i < end; ++i) to[i] = from[i];
-    else
-      for (int64_t i = begin; i < end; ++i)
-        to[i] = TEV_TIER::add(keep ? to[i] : TEV_TIER::multiply(beta, to[i]), from[i]);
-    if constexpr (kHermitian)
-      if (diagonal >= begin && diagonal < end) to[diagonal].imag = 0;
-  }
 }
 
 // ---- Packed --------------------------------------------------------------------------------------------------------
@@ -162,23 +142,23 @@ TEV_INLINE bool only_scales_triangle(const operation<T>* op, const operand* a, c
 
 // From this order and depth on panels are packed, if halves do not better: below kUnpackedBoth on 512-bit vectors, on
 // others by the bytes of the longest row. Those of syr2k do for longer, those without fused multiply-add for shorter
-// rows; sums of a transposed A along k are slower than one tall strip. Found on 48 KiB / 1 MiB. Of a transposed A only
-// syr2k is halved: how its sums along k are made depends on the sizes, and a block of a factorization is to have the
-// same bits by itself and as a part of a larger one.
-inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16;
+// rows. Of a transposed A only syr2k is halved, so that sums along k are made in one order whatever the sizes: what
+// one copy on the stack holds is a block on the diagonal, and so are small ones of deep sums. Found on 48 KiB / 1 MiB.
+inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16, kLeastTransposedPacked = 32;
+
 template <class T>
-inline constexpr int64_t kLeastTransposedPacked = kComplex<T> ? 20 : 32;
-template <class T>
-TEV_INLINE int64_t least_order_packed(bool halved) {
-  if (halved || !kHasFma || kGemm<T>.mr <= kGemm<T>.nr) return kLeastOrderPacked;
-  return max_of(kGemm<T>.mr, kLeastTransposedPacked<T>);
+TEV_INLINE bool is_packed_transposed(int64_t n, int64_t k) {
+  if ((n <= kDiagonalBlock && k <= deepest_copy<T>(n)) || (n <= kLeastTransposedPacked && is_deep<T>(n, k)))
+    return false;
+  return n >= max_of(kGemm<T>.mr, kLeastTransposedPacked);
 }
 template <class T>
 TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k, bool plain, bool twice = false) {
+  if (k < kLeastDepthPacked) return false;
+  if (!plain && !twice) return is_packed_transposed<T>(n, k);
   const int64_t larger = max_of(n, k), halved_bytes = (kHasFma ? 1024 : 0) + (twice ? 1024 : 0);
   const bool small = kUnpackedBoth > 0 ? larger < kUnpackedBoth : larger * int64_t{sizeof(T)} < halved_bytes;
-  const bool halved = plain || twice;
-  return n >= least_order_packed<T>(halved) && k >= kLeastDepthPacked && !(small && halved);
+  return n >= kLeastOrderPacked && !small && !(plain && n <= kDeepBlock && is_deep<T>(n, k));
 }
 
 // As fullacopybcopy, over the blocks that meet the triangle. 2: no memory, nothing was computed.
@@ -220,17 +200,6 @@ int32_t triangle_acopiedbcopy(const operation<T>* op, const operand* a, const op
 
 // ---- Halved --------------------------------------------------------------------------------------------------------
 
-// op(A) is n x k: A as it lies ("N") or transposed; the same of B.
-template <class T>
-struct rank_call {
-  bool upper, plain;
-  char transposed;  // T, or C if C is Hermitian
-  bool twice;       // once more with A and B exchanged: that product is the first one's mirror image
-  int64_t k;
-  T alpha;
-  int64_t lda, ldb, ldc;
-};
-
 // The second half of syr2k and her2k: A and B change places, alpha is conjugated if C is Hermitian.
 template <bool kHermitian, class T>
 TEV_INLINE rank_call<T> exchanged(rank_call<T> r) {
@@ -240,48 +209,10 @@ TEV_INLINE rank_call<T> exchanged(rank_call<T> r) {
   return r;
 }
 
-// Largest order of a diagonal block, and which of them are cut into panels of columns, so that less is computed for
-// nobody: of a transposed A few columns would be summed up in another order. Found on 48 KiB / 1 MiB.
-inline constexpr int64_t kDiagonalBlock = 32, kPanelColumns = 8;
-template <class T>
-TEV_INLINE bool is_cut_into_panels(const rank_call<T>& r, int64_t n) {
-  return !r.twice && r.plain && n >= (kComplex<T> ? 16 : 24);
-}
-
-template <class T, kernels::gemm_fn<T>* Gemm>
-TEV_INLINE void multiply_rows(const rank_call<T>& r, int64_t rows, int64_t columns, const T* a, const T* b, T beta,
-                              T* c, int64_t ldc) {
-  const char left = r.plain ? 'N' : r.transposed, right = r.plain ? r.transposed : 'N';
-  Gemm(&left, &right, &rows, &columns, &r.k, &r.alpha, a, &r.lda, b, &r.ldb, &beta, c, &ldc);
-}
-
-// Adds the mirror image to one triangle of a block.
-template <bool kHermitian, class T>
-TEV_INLINE void add_mirrored(bool upper, int64_t n, T* full) {
-  for (int64_t j = 0; j < n; ++j)
-    for (int64_t i = upper ? 0 : j; i < (upper ? j + 1 : n); ++i)
-      full[i + j * n] = TEV_TIER::add(full[i + j * n], conjugate_if(kHermitian, full[j + i * n]));
-}
-
-// A function of its own, so that the frames of the recursion hold no block.
-template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
-__attribute__((noinline)) void diagonal_block(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
-  T full[kDiagonalBlock * kDiagonalBlock];
-  const int64_t step = is_cut_into_panels(r, n) ? kPanelColumns : n;
-  for (int64_t j = 0; j < n; j += step) {
-    const int64_t columns = min_of(step, n - j), first = r.upper ? 0 : j, rows = r.upper ? j + columns : n - j;
-    multiply_rows<T, Gemm>(r, rows, columns, a + first * (r.plain ? 1 : r.lda), b + j * (r.plain ? 1 : r.ldb), T{},
-                           full + first + j * n, n);
-  }
-  if (r.twice) add_mirrored<kHermitian>(r.upper, n, full);
-  const operand block = {.data = c, .rows = n, .columns = n, .ld = r.ldc};
-  merge_triangle<kHermitian>(r.upper, 0, full, n, beta, &block);
-}
-
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
 void halved_triangle(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
-  if (n <= kDiagonalBlock) return diagonal_block<kHermitian, T, Gemm>(r, n, a, b, beta, c);
-  const int64_t n1 = first_half(n, kDiagonalBlock), n2 = n - n1;
+  if (is_one_block(r, n)) return diagonal_block<kHermitian, T, Gemm>(r, n, a, b, beta, c);
+  const int64_t n1 = first_half(n, kSquareOrder), n2 = n - n1;
   const T *const a2 = a + n1 * (r.plain ? 1 : r.lda), *const b2 = b + n1 * (r.plain ? 1 : r.ldb);
   halved_triangle<kHermitian, T, Gemm>(r, n1, a, b, beta, c);
   halved_triangle<kHermitian, T, Gemm>(r, n2, a2, b2, beta, c + n1 * (r.ldc + 1));

@@ -247,6 +247,7 @@ struct block {
   R* c;
   int64_t ldc;
   int64_t a_ahead, b_ahead;  // from a(i, p), b(p, j) to what is read some time later; 0: that is near already
+  bool in_order = false;     // every sum is added up step by step, whatever the size of its tile
 };
 
 // Columns of B that are read for the first and only time are asked for so far ahead: each page of each of them begins a
@@ -300,7 +301,7 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
   };
   int64_t p = 0;
   if constexpr (kSteps > 1) {
-    for (; p + kSteps <= x.k; p += kSteps) {
+    for (const int64_t last = x.in_order ? -1 : x.k - kSteps; p <= last; p += kSteps) {
       TEV_UNROLL
       for (int s = 0; s < kSteps; ++s) step(acc[s]);
     }

@@ -77,6 +77,29 @@ TYPED_TEST(TierLevel3, ColumnsThatShareRegisters) {
   }
 }
 
+// Sums over more of A than a second cache holds, of one strip of rows to more rows than any block has.
+TYPED_TEST(TierLevel3, DeepRankK) {
+  using T = TypeParam;
+  engine random(20261125);
+  for (const auto& r : kRoutines) {
+    const std::vector<std::string> tiers = tiers_with<T>(r.name);
+    if (!is_rank_k(r.op) || tiers.empty()) continue;
+    for (const int64_t n : {5, 22, 47, 103}) {
+      const std::vector<std::string> all = options_of<T>(r.op);
+      const std::string& options = all[random() % all.size()];
+      const int64_t k = (600 << 10) / static_cast<int64_t>(sizeof(T)) / n;
+      const T beta = random() % 2 == 0 ? T(0) : random_scalar<T>(random, values::fractions);
+      const blas_case<T> x(problem_of(r.op, options, n, n, k, random_scalar<T>(random, values::fractions), beta),
+                           random, values::fractions);
+      for (const std::string& tier : tiers) {
+        const matrix<T> result = x.start();
+        call(x.p, result.data(), kernel_calls<T>{find_kernel(tier, r.name, kLetter<T>)});
+        ASSERT_TRUE(is_right(x, result, false)) << tier << ' ' << r.name << ' ' << options << n;
+      }
+    }
+  }
+}
+
 // A shallow triangle of more bytes than the caches hold, in whole lines, is written past them.
 TYPED_TEST(TierLevel3, RankKPastCaches) {
   using T = TypeParam;
