@@ -27,7 +27,7 @@ TEV_INLINE vec<R, M * N> load_columns(const R* x, int64_t ld) {
     return load<M>(x);
   } else {
     if (ld == M) return load<M * N>(x);
-    return side_by_side<R, M * N / 2>(load_columns<M, N / 2>(x, ld), load_columns<M, N / 2>(x + N / 2 * ld, ld),
+    return concatenated<R, M * N / 2>(load_columns<M, N / 2>(x, ld), load_columns<M, N / 2>(x + N / 2 * ld, ld),
                                       all_lanes<M * N>{});
   }
 }

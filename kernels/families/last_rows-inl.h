@@ -41,7 +41,7 @@ TEV_INLINE vec<R, W> load_across(const R* b, int64_t apart) {
   if constexpr (W <= kPitch)
     return load<W>(b);
   else
-    return side_by_side<R, W / 2>(load_across<W / 2, kPitch>(b, apart),
+    return concatenated<R, W / 2>(load_across<W / 2, kPitch>(b, apart),
                                   load_across<W / 2, kPitch>(b + W / 2 / kPitch * apart, apart), all_lanes<W>{});
 }
 

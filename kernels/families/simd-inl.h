@@ -68,7 +68,7 @@ template <int W>
 using all_lanes = typename __make_integer_seq<lane_sequence, int, W>::type;
 
 template <class R, int W, int... I>
-TEV_INLINE vec<R, 2 * W> side_by_side(vec<R, W> low, vec<R, W> high, lanes<I...>) {
+TEV_INLINE vec<R, 2 * W> concatenated(vec<R, W> low, vec<R, W> high, lanes<I...>) {
   return __builtin_shufflevector(low, high, I...);
 }
 
