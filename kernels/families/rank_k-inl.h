@@ -148,9 +148,9 @@ inline constexpr int64_t kLeastOrderPacked = 64, kLeastDepthPacked = 16, kLeastT
 
 template <class T>
 TEV_INLINE bool is_packed_transposed(int64_t n, int64_t k) {
-  if ((n <= kDiagonalBlock && k <= deepest_copy<T>(n)) || (n <= kLeastTransposedPacked && is_deep<T>(n, k)))
-    return false;
-  return n >= max_of(kGemm<T>.mr, kLeastTransposedPacked);
+  if (n < max_of(kGemm<T>.mr, kLeastTransposedPacked)) return false;
+  const bool is_copied = n <= kDiagonalBlock && k <= deepest_copy<T>(n);
+  return !is_copied && (n > kLeastTransposedPacked || !is_deep<T>(n, k));
 }
 template <class T>
 TEV_INLINE bool is_packed_triangle(int64_t n, int64_t k, bool plain, bool twice = false) {

@@ -23,10 +23,10 @@ constexpr struct {
 
 // Around the groups of lines, the strips, the diagonal blocks and the orders at which routes change; empty. The second
 // number is the depth of a rank-k update.
-constexpr std::array<std::array<int64_t, 2>, 28> kShapes = {
-    {{0, 3},   {3, 0},   {1, 1},   {2, 3},   {8, 4},   {4, 49},    {5, 17},   {17, 5},   {32, 24}, {31, 33},
-     {33, 9},  {63, 2},  {3, 64},  {65, 31}, {7, 97},  {130, 19},  {19, 161}, {129, 66}, {1, 200}, {11, 40},
-     {12, 41}, {88, 30}, {89, 37}, {92, 21}, {66, 70}, {132, 400}, {371, 18}, {530, 60}}};
+constexpr std::array<std::array<int64_t, 2>, 29> kShapes = {
+    {{0, 3},   {0, 24},  {3, 0},   {1, 1},   {2, 3},   {8, 4},   {4, 49},    {5, 17},   {17, 5},   {32, 24},
+     {31, 33}, {33, 9},  {63, 2},  {3, 64},  {65, 31}, {7, 97},  {130, 19},  {19, 161}, {129, 66}, {1, 200},
+     {11, 40}, {12, 41}, {88, 30}, {89, 37}, {92, 21}, {66, 70}, {132, 400}, {371, 18}, {530, 60}}};
 
 // A sweep draws one in so many of its cases, the same for every tier and not for every option.
 constexpr uint64_t kOneOf = 9;
