@@ -74,7 +74,9 @@ inline constexpr int kTallVectors = kVectorRegisters == 32 ? 6 : kFarVectors,
 
 // What is asked for ahead comes into the second cache: more of it can be on its way there. Found on 32 KiB / 1 MiB,
 // where columns from memory and from the last cache came with up to 2.4 times the rate that asking into the first gave.
-inline constexpr int kAheadInto = 2;
+// One or two 512-bit vectors of rows are all of a narrow A, which lies in one piece: the first cache takes that better.
+template <int MV>
+inline constexpr int kAheadInto = kVectorBytes == 64 && MV < kTileVectors ? 3 : 2;
 
 // What becomes of the sums of a tile. c_out = P u0 + swap(Q) u1 [+ swap(P) u2 + Q u3] [+ c beta_re + swap(c) beta_im],
 // where each u is a pair (for re, for im). Real elements use u0[0] and beta_re[0] alone.
@@ -285,7 +287,7 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
       if (MV >= kTileVectors || (!kStreamed && x.a_ahead != 0)) {
         TEV_UNROLL
         for (int v = 0; v < MV * kVectorBytes; v += kLineBytes)
-          __builtin_prefetch(a + x.a_ahead + v / sizeof(R), 0, kAheadInto);
+          __builtin_prefetch(a + x.a_ahead + v / sizeof(R), 0, kAheadInto<MV>);
       }
     }
     TEV_UNROLL
@@ -311,8 +313,7 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
     while (p + kLine <= x.k) {
       TEV_UNROLL
       for (int j = 0; j < NC; ++j)
-        __builtin_prefetch(group[j / 3] + j % 3 * x.b_column + kColumnAhead / static_cast<int>(sizeof(R)), 0,
-                           kAheadInto);
+        __builtin_prefetch(group[j / 3] + j % 3 * x.b_column + kColumnAhead / static_cast<int>(sizeof(R)), 0, 2);
       for (const int64_t end = p + kLine; p < end; ++p) step(acc[0]);
     }
   }
@@ -347,12 +348,11 @@ template <class T, class R>
 TEV_INLINE void fetch_b(const block<R>& x, int64_t count, const R* b) {
   constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
   if (x.b_step != kParts<T>) {
-    for (int64_t p = 0; p < x.k; ++p) __builtin_prefetch(b + x.b_ahead + p * x.b_step, 0, kAheadInto);
+    for (int64_t p = 0; p < x.k; ++p) __builtin_prefetch(b + x.b_ahead + p * x.b_step, 0, 2);
     return;
   }
   for (int64_t j = 0; j < count; ++j)
-    for (int64_t p = 0; p < x.k * kParts<T>; p += kLine)
-      __builtin_prefetch(b + x.b_ahead + j * x.b_column + p, 0, kAheadInto);
+    for (int64_t p = 0; p < x.k * kParts<T>; p += kLine) __builtin_prefetch(b + x.b_ahead + j * x.b_column + p, 0, 2);
 }
 
 // One strip of at most MV vectors of rows, all columns. What is left after full tiles is split evenly: narrow tiles
