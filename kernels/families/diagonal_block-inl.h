@@ -162,12 +162,10 @@ TEV_INLINE int64_t deepest_piece(const rank_call<T>& r, int64_t n) {
 template <bool kHermitian, class T>
 __attribute__((noinline)) void block_in_place(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
   using R = real_of<T>;
-  constexpr int64_t U = kParts<T>, kStepsBefore = 16, kLeastBefore = 2048 / static_cast<int64_t>(sizeof(R));
+  constexpr int64_t U = kParts<T>;
   for_pieces(r.k, deepest_piece(r, n), beta, [&](int64_t p, int64_t depth, T factor) TEV_LAMBDA {
     const auto from = [=](const T* x, int64_t ld) TEV_LAMBDA {
-      const int64_t ahead = n <= kStripRows<T> ? max_of(kStepsBefore * ld * U, kLeastBefore)
-                            : p + depth < r.k  ? depth * ld * U
-                                               : 0;
+      const int64_t ahead = n <= kStripRows<T> ? ahead_of_one_strip<R>(ld * U) : p + depth < r.k ? depth * ld * U : 0;
       return side_by_side<R>{reals(x + p * ld), ld * U, ahead, false};
     };
     add_by_strips<kHermitian>(r, n, depth, from(a, r.lda), from(b, r.ldb), factor, c);
@@ -176,22 +174,20 @@ __attribute__((noinline)) void block_in_place(const rank_call<T>& r, int64_t n, 
 
 // A factor whose columns lie along k, by way of copies on the stack. Sums are made in the order in which packed ones
 // are: a block of a factorization is to have the same bits by itself and as a part of a larger one.
-inline constexpr int64_t kCopyBytes = 24 * 1024;
-
 template <class T>
 TEV_INLINE int64_t height_of_copy(int64_t n) {
   return round_up(n * kParts<T>, kLanesOf<real_of<T>>);
 }
 template <class T>
 TEV_INLINE int64_t deepest_copy(int64_t n) {
-  return kCopyBytes / (height_of_copy<T>(n) * int64_t{sizeof(real_of<T>)});
+  return kPanelBytes / (height_of_copy<T>(n) * int64_t{sizeof(real_of<T>)});
 }
 
 template <bool kHermitian, class T>
 __attribute__((noinline)) void block_of_copies(const rank_call<T>& r, int64_t n, const T* a, T beta, T* c) {
   using R = real_of<T>;
   constexpr int64_t U = kParts<T>;
-  alignas(64) R copy[kCopyBytes / sizeof(R)];
+  alignas(64) R copy[kPanelBytes / sizeof(R)];
   const int64_t height = height_of_copy<T>(n);
   const side_by_side<R> from = {copy, height, 0, true};
   for_pieces(r.k, deepest_copy<T>(n), beta, [&](int64_t p, int64_t depth, T factor) TEV_LAMBDA {

@@ -10,7 +10,7 @@
 namespace tev::TEV_TIER {
 
 TEV_INLINE constexpr int64_t min_of(int64_t a, int64_t b) { return a < b ? a : b; }
-TEV_INLINE int64_t max_of(int64_t a, int64_t b) { return a > b ? a : b; }
+TEV_INLINE constexpr int64_t max_of(int64_t a, int64_t b) { return a > b ? a : b; }
 
 template <class T>
 struct parts_of {
@@ -55,6 +55,14 @@ TEV_INLINE bool is_one(T x) {
     return x.real == 1 && x.imag == 0;
   else
     return x == 1;
+}
+
+// What becomes of C.
+enum class beta_class { zero, one, general };
+
+template <class T>
+TEV_INLINE beta_class classify(T beta) {
+  return is_zero(beta) ? beta_class::zero : is_one(beta) ? beta_class::one : beta_class::general;
 }
 
 // The widest vector, in lanes, that divides n reals.

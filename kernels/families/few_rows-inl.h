@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // C := alpha A B + beta C with a small square A of real numbers and any number of columns. Where a column does not
-// fill a register several of them do, and alpha A stays there, repeated for each of them. M = 4 rows in a register of
-// 8:
+// fill a register several of them do, and alpha A stays there, repeated for each of them. M = 4, registers of 8:
 //
 //   a(0..3, k)  a(0..3, k)      for each k = 0 .. 3
 //   b(k, j) ..  b(k, j+1) ..    one shuffle of two columns of B

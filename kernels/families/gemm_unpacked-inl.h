@@ -16,7 +16,6 @@
 
 namespace tev::TEV_TIER {
 
-inline constexpr int kPanelBytes = 24 * 1024;            // half of a first-level cache: the rest is for B and C
 inline constexpr int64_t kHalfSecondCache = 512 * 1024;  // of the smallest
 inline constexpr int64_t kLargestSecondCache = 2 * 1024 * 1024;
 
@@ -75,10 +74,6 @@ TEV_INLINE bool streams_columns(int64_t few, int64_t many, int64_t k) {
 // A panel for which a stack may not have room.
 inline constexpr int64_t kLongPanelBytes = 64 * 1024;
 
-// A strip is read ahead while the one before it is used; where there is only one, so many steps of k or so many bytes,
-// whichever is more.
-inline constexpr int64_t kStepsAhead = 16, kLeastAhead = 2048;
-
 // One operand of a product in reals: where it starts and its strides, to the next row and to the next column of op(X).
 template <class R>
 struct walk {
@@ -125,11 +120,9 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
     }
     return;
   }
-  constexpr int64_t kLeast = kLeastAhead / static_cast<int64_t>(sizeof(R)),
-                    kLast = kLineBytes / static_cast<int64_t>(sizeof(R)) - 1;
+  constexpr int64_t kLast = kLineBytes / static_cast<int64_t>(sizeof(R)) - 1;
   const bool one_strip = rows_in_all <= kTileVectors * kLanesOf<R>;
   const int64_t deepest = stretch(k, one_strip ? depth_of_one_strip<T>(n, b) : depth_of_strips<kTransposed>(a));
-  const int64_t steps_ahead = kStepsAhead * a.column > kLeast ? kStepsAhead * a.column : kLeast;
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
@@ -138,7 +131,7 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
       strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
           block<R>{rows, n, depth, a.at + i + p0 * a.column, a.column, b.at + p0 * b.row, b.row, b.column,
                    c + i / kParts<T> * c_row, ldc,
-                   i == 0 && last ? steps_ahead
+                   i == 0 && last ? ahead_of_one_strip<R>(a.column)
                    : last         ? deepest * a.column - i
                                   : rows + kLast,
                    i == 0 && !last && p0 + deepest < k ? deepest * b.row : 0},

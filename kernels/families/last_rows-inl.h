@@ -14,14 +14,6 @@
 
 namespace tev::TEV_TIER {
 
-// What becomes of C.
-enum class beta_class { zero, one, general };
-
-template <class T>
-TEV_INLINE beta_class classify(T beta) {
-  return is_zero(beta) ? beta_class::zero : is_one(beta) ? beta_class::one : beta_class::general;
-}
-
 // The strip that each of a few rows is in: its first row and its height.
 template <int kRows>
 struct strips_of_rows {
@@ -47,8 +39,8 @@ TEV_INLINE vec<R, W> load_across(const R* b, int64_t apart) {
 
 // kRows rows by `columns`, which kVectors vectors hold. load_row(p, v): vector v of row p of B.
 template <class T, int kRows, int kVectors, class Load>
-TEV_INLINE void multiply_few_rows(int64_t columns, int64_t k, const real_of<T>* a, const Load& load_row, const T* beta,
-                                  beta_class kind, real_of<T>* c, int64_t ldc) {
+TEV_INLINE void multiply_rows(int64_t columns, int64_t k, const real_of<T>* a, const Load& load_row, const T* beta,
+                              beta_class kind, real_of<T>* c, int64_t ldc) {
   using R = real_of<T>;
   constexpr int P = kParts<T>, W = kVectorBytes / static_cast<int>(sizeof(R)), kColumns = W / P;
   constexpr strips_of_rows<kRows> strips;
@@ -109,7 +101,7 @@ __attribute__((noinline)) void multiply_rows_of_strips(int64_t n, int64_t k, con
       const auto row = [strip = reals(b + j * k), apart = NR * P * k](int64_t p, int v) TEV_LAMBDA {
         return load_across<W, NR * P>(strip + p * (NR * P) + v * W / (NR * P) * apart + v * W % (NR * P), apart);
       };
-      multiply_few_rows<T, kRows, V>(V * kColumns, k, reals(a), row, beta, kind, reals(c + j * ldc), ldc * P);
+      multiply_rows<T, kRows, V>(V * kColumns, k, reals(a), row, beta, kind, reals(c + j * ldc), ldc * P);
     }
   for (int64_t pitch; j < n; j += pitch) {
     const int64_t left = n - j;
@@ -118,7 +110,7 @@ __attribute__((noinline)) void multiply_rows_of_strips(int64_t n, int64_t k, con
       const int64_t columns = min_of(pitch - first, kColumns);
       const auto row = [strip = reals(b + j * k + first), pitch, columns](int64_t p, int)
                            TEV_LAMBDA { return load_first<W>(strip + p * pitch * P, columns * P); };
-      multiply_few_rows<T, kRows, 1>(columns, k, reals(a), row, beta, kind, reals(c + (j + first) * ldc), ldc * P);
+      multiply_rows<T, kRows, 1>(columns, k, reals(a), row, beta, kind, reals(c + (j + first) * ldc), ldc * P);
     }
   }
 }

@@ -95,8 +95,8 @@ TEV_INLINE void symv_rectangle(int64_t m, T alpha, const column_starts<J, T>& a,
   }
 }
 
-// Where a triangle comes from whose columns have so many rows; those of a band, short ones and what is
-// not far are not asked for.
+// Where a triangle comes from. Behind columns of so many rows the next ones are asked for unless that is near, as what
+// is a band, short or not far is taken to be.
 template <class T>
 TEV_INLINE source source_of(const triangle<const T>& a, int64_t rows, int64_t far_bytes) {
   const int64_t bytes = a.n * a.n / 2 * static_cast<int64_t>(sizeof(T));

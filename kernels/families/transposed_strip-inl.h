@@ -10,6 +10,9 @@
 
 namespace tev::TEV_TIER {
 
+// Of a panel on the stack: half of a first cache, the rest is for what meets it.
+inline constexpr int64_t kPanelBytes = 24 * 1024;
+
 // A length in even stretches of at most `most`.
 TEV_INLINE int64_t stretch(int64_t length, int64_t most) {
   if (length <= most) return length;

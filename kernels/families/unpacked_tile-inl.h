@@ -72,12 +72,6 @@ inline constexpr int kFarVectors = 2 * kLineBytes / kVectorBytes;
 inline constexpr int kTallVectors = kVectorRegisters == 32 ? 6 : kFarVectors,
                      kTallColumns = kVectorRegisters == 32 ? 4 : 2;
 
-// What is asked for ahead comes into the second cache: more of it can be on its way there. Found on 32 KiB / 1 MiB,
-// where columns from memory and from the last cache came with up to 2.4 times the rate that asking into the first gave.
-// One or two 512-bit vectors of rows are all of a narrow A, which lies in one piece: the first cache takes that better.
-template <int MV>
-inline constexpr int kAheadInto = kVectorBytes == 64 && MV < kTileVectors ? 3 : 2;
-
 // What becomes of the sums of a tile. c_out = P u0 + swap(Q) u1 [+ swap(P) u2 + Q u3] [+ c beta_re + swap(c) beta_im],
 // where each u is a pair (for re, for im). Real elements use u0[0] and beta_re[0] alone.
 template <class R>
@@ -252,6 +246,14 @@ struct block {
   bool in_order = false;     // every sum is added up step by step, whatever the size of its tile
 };
 
+// A strip is read ahead while the one before it is used; where there is only one, so many steps of k, which are `step`
+// apart, or so many bytes, whichever is more.
+inline constexpr int64_t kStepsAhead = 16, kLeastAhead = 2048;
+template <class R>
+TEV_INLINE int64_t ahead_of_one_strip(int64_t step) {
+  return max_of(kStepsAhead * step, kLeastAhead / static_cast<int64_t>(sizeof(R)));
+}
+
 // Columns of B that are read for the first and only time are asked for so far ahead: each page of each of them begins a
 // stream, which the processor would first have to notice. Found on 48 KiB / 1 MiB: half as much does as well, twice as
 // much and none lose a fifth.
@@ -262,6 +264,15 @@ template <int MV>
 inline constexpr int kStreamedColumns = kVectorRegisters == 32 || MV == 1 ? 8
                                         : MV == 2                         ? 6
                                                                           : 4;
+
+// MV vectors of rows are asked for. Columns that lie apart into the second cache, where more can be on its way: from
+// memory and the last cache up to 2.4 times as fast as into the first. An A that lies in one piece comes by itself, and
+// the first cache is better for it by a fifth. Found on 32 KiB / 1 MiB.
+template <int MV, int kInto, class R>
+TEV_INLINE void ask_for(const R* a) {
+  TEV_UNROLL
+  for (int v = 0; v < MV * kVectorBytes; v += kLineBytes) __builtin_prefetch(a + v / sizeof(R), 0, kInto);
+}
 
 // kStreamed: columns of B are contiguous, and far away.
 template <class T, bool kTransposed, int W, int MV, int NC, bool kStreamed = false, class R>
@@ -279,15 +290,14 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
     group[g] = b + g * 3 * x.b_column;
     TEV_OPAQUE(group[g]);
   }
+  const bool lie_apart = MV >= kTileVectors || x.a_step > MV * W;
   const auto step = [&](vec<R, W>(&sums)[NR][MV]) TEV_LAMBDA {
     vec<R, W> av[MV];
     TEV_UNROLL
     for (int v = 0; v < MV; ++v) av[v] = load_rows<W, MV>(a, v, x.rows);
     if constexpr (1 < NC * kParts<T> && W == kLanesOf<R>) {
       if (MV >= kTileVectors || (!kStreamed && x.a_ahead != 0)) {
-        TEV_UNROLL
-        for (int v = 0; v < MV * kVectorBytes; v += kLineBytes)
-          __builtin_prefetch(a + x.a_ahead + v / sizeof(R), 0, kAheadInto<MV>);
+        lie_apart ? ask_for<MV, 2>(a + x.a_ahead) : ask_for<MV, 3>(a + x.a_ahead);
       }
     }
     TEV_UNROLL
