@@ -172,7 +172,7 @@ __attribute__((noinline)) void block_in_place(const rank_call<T>& r, int64_t n, 
   });
 }
 
-// A factor whose columns lie along k, by way of copies on the stack. Sums are made in the order in which packed ones
+// Factors whose columns lie along k, by way of copies on the stack. Sums are made in the order in which packed ones
 // are: a block of a factorization is to have the same bits by itself and as a part of a larger one.
 template <class T>
 TEV_INLINE int64_t height_of_copy(int64_t n) {
@@ -184,15 +184,18 @@ TEV_INLINE int64_t deepest_copy(int64_t n) {
 }
 
 template <bool kHermitian, class T>
-__attribute__((noinline)) void block_of_copies(const rank_call<T>& r, int64_t n, const T* a, T beta, T* c) {
+__attribute__((noinline)) void block_of_copies(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
   using R = real_of<T>;
   constexpr int64_t U = kParts<T>;
-  alignas(64) R copy[kPanelBytes / sizeof(R)];
-  const int64_t height = height_of_copy<T>(n);
-  const side_by_side<R> from = {copy, height, 0, true};
-  for_pieces(r.k, deepest_copy<T>(n), beta, [&](int64_t p, int64_t depth, T factor) TEV_LAMBDA {
-    transpose_strip<T>(n * U, depth, reals(a + p), r.lda * U, copy, height);
-    add_by_strips<kHermitian>(r, n, depth, from, from, factor, c);
+  alignas(64) R copies[kPanelBytes / sizeof(R)];
+  const bool two = a != b || r.lda != r.ldb;
+  const int64_t height = height_of_copy<T>(n), deepest = deepest_copy<T>(n) / (two ? 2 : 1);
+  R* const of_b = two ? copies + deepest * height : copies;
+  for_pieces(r.k, deepest, beta, [&](int64_t p, int64_t depth, T factor) TEV_LAMBDA {
+    transpose_strip<T>(n * U, depth, reals(a + p), r.lda * U, copies, height);
+    if (two) transpose_strip<T>(n * U, depth, reals(b + p), r.ldb * U, of_b, height);
+    const auto from = [=](const R* copy) TEV_LAMBDA { return side_by_side<R>{copy, height, 0, true}; };
+    add_by_strips<kHermitian>(r, n, depth, from(copies), from(of_b), factor, c);
   });
 }
 
@@ -241,12 +244,11 @@ TEV_INLINE bool is_one_block(const rank_call<T>& r, int64_t n) {
   return n <= kDiagonalBlock || (n <= kDeepBlock && is_deep<T>(n, r.k));
 }
 
-// Where A is transposed, B is A unless the product is_one_product().
 template <bool kHermitian, class T, kernels::gemm_fn<T>* Gemm>
 TEV_INLINE void diagonal_block(const rank_call<T>& r, int64_t n, const T* a, const T* b, T beta, T* c) {
   if (is_one_product(r, n)) return block_as_product<kHermitian, T, Gemm>(r, n, a, b, beta, c);
   if (r.plain) return block_in_place<kHermitian>(r, n, a, b, beta, c);
-  block_of_copies<kHermitian>(r, n, a, beta, c);
+  block_of_copies<kHermitian>(r, n, a, b, beta, c);
 }
 
 }  // namespace tev::TEV_TIER

@@ -100,6 +100,23 @@ TYPED_TEST(TierLevel3, DeepRankK) {
   }
 }
 
+// Panels of a rank-2k update whose products are not packed: the last ones, which are shallow, and those of rows that
+// clash.
+TYPED_TEST(TierLevel3, PanelsOfRank2K) {
+  using T = TypeParam;
+  engine random(20261126);
+  for (const auto& r : kRoutines)
+    for (const std::string& options : is_rank_2k(r.op) ? options_of<T>(r.op) : std::vector<std::string>{})
+      for (const auto [n, k] : {std::array<int64_t, 2>{48, 515}, {104, 256}, {150, 259}}) {
+        const blas_case<T> x(problem_of(r.op, options, n, n, k, T(-1), T(2)), random, values::whole, k % 2);
+        for (const std::string& tier : tiers_with<T>(r.name)) {
+          const matrix<T> result = x.start();
+          call(x.p, result.data(), kernel_calls<T>{find_kernel(tier, r.name, kLetter<T>)});
+          ASSERT_TRUE(is_right(x, result, true)) << tier << ' ' << r.name << ' ' << options << n;
+        }
+      }
+}
+
 // A shallow triangle of more bytes than the caches hold, in whole lines, is written past them.
 TYPED_TEST(TierLevel3, RankKPastCaches) {
   using T = TypeParam;
