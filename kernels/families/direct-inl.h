@@ -70,10 +70,7 @@ real_of<T> nrm2(int64_t n, const T* x, int64_t incx) {
 template <class T>
 void rot(int64_t n, T* x, int64_t incx, T* y, int64_t incy, const real_of<T>* c, const real_of<T>* s) {
   const real_of<T> h[] = {*c, -*s, *s, *c};
-  real_of<T>*const xr = reals(x), *const yr = reals(y);
-  if (!kComplex<T> || (incx == 1 && incy == 1)) return rotate(kParts<T> * n, xr, incx, yr, incy, h);
-  rotate(n, xr, 2 * incx, yr, 2 * incy, h);
-  rotate(n, xr + 1, 2 * incx, yr + 1, 2 * incy, h);
+  rotate(n, x, incx, y, incy, h);
 }
 
 template <class T>

@@ -19,23 +19,14 @@ namespace tev::TEV_TIER {
 // when several columns stream by.
 inline constexpr int kColumnsTogether = kVectorRegisters == 32 ? 8 : 4;
 
-// Where a matrix comes from: from a second cache, from the third one, or from memory, for what is large for the third
-// cache of a few cores.
-enum class source { near, third_cache, memory };
-inline constexpr int64_t kFarBytes = 2 << 20, kMemoryBytes = 24 << 20;
-TEV_INLINE source source_of(int64_t bytes) {
-  return bytes < kFarBytes ? source::near : bytes < kMemoryBytes ? source::third_cache : source::memory;
-}
-
 // Columns that are read at once are asked for 1 KiB ahead where they are long: each page of each of them begins a
 // stream, which the processor would first have to notice. What comes from memory is asked into the second cache, since
 // more of it can be on its way there: eight columns 35 GB/s, 24 into the first, 30 unasked (32 KiB / 1 MiB / 32 MiB).
 // Where columns end before long, asking costs a tenth.
-inline constexpr int64_t kAheadBytes = 1024, kLongBytes = 6 * kAheadBytes;
 template <class R>
-inline constexpr int64_t kAhead = kAheadBytes / static_cast<int64_t>(sizeof(R));
+inline constexpr int64_t kAhead = 1024 / static_cast<int64_t>(sizeof(R));
 template <class R>
-inline constexpr int64_t kLong = kLongBytes / static_cast<int64_t>(sizeof(R));
+inline constexpr int64_t kLong = 6 * kAhead<R>;
 
 // For what lies that far behind the Numbers numbers from i on.
 template <int Numbers, int kInto, class R>
@@ -201,7 +192,7 @@ TEV_INLINE void add_dots(bool conjugated, int64_t m, T alpha, const column_start
   dot_sums<J, U, T> sums = {};
   const int64_t count = m * kParts<T>;
   int64_t i = 0;
-  const asked_ahead<R> ahead(count, kLong<R> * 2 / 3, a);
+  const asked_ahead<R> ahead(count, 4 * kAhead<R>, a);
   for (const int64_t end = count / (U * L) * (U * L); i < end; i += U * L) {
     ahead.template ask<U * L>(column, i);
     add_products<U>(whole_part<L>{}, i, column, xr, sums);

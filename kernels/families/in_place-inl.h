@@ -18,6 +18,14 @@ inline constexpr int kLanes = kVectorBytes / static_cast<int>(sizeof(R));
 template <class T>
 inline constexpr bool kCopiesCost = kComplex<T>&& kVectorBytes == 16;
 
+// Where operands come from: from a second cache, from the third one, or from memory, for what is large for the third
+// cache of a few cores.
+enum class source { near, third_cache, memory };
+inline constexpr int64_t kFarBytes = 2 << 20, kMemoryBytes = 24 << 20;
+TEV_INLINE source source_of(int64_t bytes) {
+  return bytes < kFarBytes ? source::near : bytes < kMemoryBytes ? source::third_cache : source::memory;
+}
+
 template <class T>
 TEV_INLINE T real_element(real_of<T> value) {
   if constexpr (kComplex<T>)

@@ -273,9 +273,9 @@ TEV_INLINE void update_part(const Part& part, int64_t i, T s, const T* x, T t, c
 
 template <class T>
 TEV_INLINE void update_column(int64_t n, T s, const T* x, T t, const T* y, T* column) {
-  if (y == nullptr) return axpy_contiguous(n, s, x, column);
-  for_lines<T, 4>(n * kParts<T>, reals(column),
-                  [=](auto part, int64_t i) TEV_LAMBDA { update_part(part, i, s, x, t, y, column); });
+  if (y == nullptr) return axpy_contiguous<kAlignsColumnFrom>(n, s, x, column);
+  for_aligned_parts<T, 4, kAlignsColumnFrom>(
+      n * kParts<T>, reals(column), [=](auto part, int64_t i) TEV_LAMBDA { update_part(part, i, s, x, t, y, column); });
 }
 
 template <class T>

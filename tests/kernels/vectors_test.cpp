@@ -71,6 +71,24 @@ TYPED_TEST(Vectors, Level1IsTheLoop) {
   });
 }
 
+// Also those that are stored past the caches; from any place, to lower ones of the same array.
+TYPED_TEST(Vectors, LongCopiesMoveDown) {
+  using T = TypeParam;
+  this->each_tier([](const auto& r) {
+    const int64_t one = 1, most = (13 << 20) / int64_t{sizeof(T)};
+    guarded_array<T> array(static_cast<size_t>(most + 70));
+    for (const int64_t n : {int64_t{1001}, most})
+      for (const int64_t distance : {1, 3, 70}) {
+        T* const to = array.data() + (most + 70 - n - distance);
+        for (int64_t i = 0; i < n + distance; ++i) to[i] = T(static_cast<float>(i % 1013));
+        r.copy(&n, in(to + distance), &one, out(to), &one);
+        for (int64_t i = 0; i < n + distance; ++i)
+          ASSERT_EQ(to[i], T(static_cast<float>((i < n ? i + distance : i) % 1013)))
+              << n << ' ' << distance << ' ' << i;
+      }
+  });
+}
+
 // Around the vectors and groups of columns; across segments, which are 16 KiB of a column.
 const std::array<std::array<int64_t, 2>, 22> kShapes = {
     {{0, 3},  {3, 0},   {-1, 2},  {1, 1},   {1, 9},   {2, 5},   {3, 8},   {4, 17},  {7, 3},    {8, 8},     {9, 4},
