@@ -34,7 +34,7 @@ struct functions {
 #define TEV_SERVICE(row)                                                                                \
   row(trust_features) row(cpu_detect) row(allocate) row(deallocate) row(domain_get_max_threads)         \
       row(domain_set_num_threads) row(set_num_threads_local) row(front_end_data) row(usable_processors) \
-          row(mpi_get_ppn) row(mpi_safe) row(remove_openmp_name) row(xerbla)
+          row(get_cache_size) row(mpi_get_ppn) row(mpi_safe) row(remove_openmp_name) row(xerbla)
 #define TEV_MEMBER(name) decltype(&tev_serv_##name) name;
   TEV_SERVICE(TEV_MEMBER)
 #undef TEV_MEMBER

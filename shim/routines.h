@@ -23,18 +23,28 @@ constexpr reported_name reported(const char* name) {
   return result;
 }
 
+// Bytes up to which elements that are used once come from a cache, with a small first cache and with a large one.
+struct cached_bytes {
+  double small_first_cache = 0, large_first_cache = 0;
+};
+inline constexpr int64_t kLargeFirstCache = 48 * 1024;
+
 // How much a call has to do.
 struct amount {
   double work;           // what decides about teams: multiply-adds of a product, eight for an element that is used once
   double multiply_adds;  // as they are usually counted
-  double cached = 0;     // bytes up to which elements that are used once come from a cache
-  double direct = 0;     // work below which a kernel may have all of the call
+  cached_bytes cached = {};
+  double direct = 0;  // work below which a kernel may have all of the call
 };
 
-// What comes from a cache and is used once is ready on one thread before a team has begun. With two threads, 48 KiB L1
-// and 1 MiB L2 a team takes 1.0 to 2.5 times as long for vectors of 240 KB, 0.6 to 1.3 times for 800 KB, and twice as
-// long for the product of a vector and a matrix of 128 KiB.
-constexpr double cached_bytes(size_t sizes) { return (sizes == 1 ? 384 : 256) * 1024; }
+// What comes from a cache and is used once is ready on one thread before a team has begun. Two threads with 48 KiB L1
+// and 1 MiB L2 take 1.0 to 2.5 times as long for vectors of 240 KB as one, 0.6 to 1.3 times for 800 KB, and twice as
+// long for the product of a vector and a matrix of 128 KiB. With 32 KiB L1 they take 0.5 to 0.65 of the time for 240
+// KB.
+constexpr cached_bytes cached_bytes_of(size_t sizes) {
+  if (sizes == 1) return {192 * 1024, 384 * 1024};
+  return {256 * 1024, 256 * 1024};
+}
 
 // Vectors of any length; matrices beside which the way through the library is not yet nothing.
 constexpr double direct_work(size_t sizes) { return sizes == 1 ? 1e300 : 8 * 128 * 128; }
@@ -46,7 +56,7 @@ constexpr amount some_products(double share, auto... sizes) {
 }
 constexpr amount half_products(auto... sizes) { return some_products(0.5, sizes...); }
 constexpr amount some_elements(double share, auto... sizes) {
-  return {8 * product_of(sizes...), share * product_of(sizes...), cached_bytes(sizeof...(sizes)),
+  return {8 * product_of(sizes...), share * product_of(sizes...), cached_bytes_of(sizeof...(sizes)),
           direct_work(sizeof...(sizes))};
 }
 constexpr amount elements(auto... sizes) { return some_elements(1, sizes...); }
@@ -56,7 +66,7 @@ constexpr amount moved(auto... sizes) { return some_elements(0, sizes...); }
 // Two vectors that are only read: a team is ready with more of them.
 constexpr amount pairs_read(auto n) {
   amount result = elements(n);
-  result.cached /= 2;
+  result.cached = {144 * 1024, 192 * 1024};
   return result;
 }
 
@@ -156,7 +166,9 @@ template <class Call>
 template <class Call>
 [[gnu::noinline]] auto run_limited(const Call& call) {
   const amount work = call.work();
-  const thread_limit limit(work.work / 8 * sizeof(typename Call::element) >= work.cached);
+  const double cached =
+      library().get_cache_size(1) < kLargeFirstCache ? work.cached.small_first_cache : work.cached.large_first_cache;
+  const thread_limit limit(work.work / 8 * sizeof(typename Call::element) >= cached);
   return call.compute();
 }
 
@@ -193,7 +205,7 @@ template <class Call>
   const amount work = call.work();
   if constexpr (Call::template kHasKernel<tev_direct_kernels>) {
     const tev_direct_kernels* const kernels = direct_kernels.load(std::memory_order_acquire);
-    const double most = std::min(work.direct, 8 * work.cached / sizeof(typename Call::element));
+    const double most = std::min(work.direct, 8 * work.cached.small_first_cache / sizeof(typename Call::element));
     if (kernels && work.work < most && call.gapless()) return call.compute_by(*kernels);
   } else if (!tracing.load(std::memory_order_relaxed) && work.work < kAlone) {
     return call.compute();

@@ -12,8 +12,8 @@ namespace tev::blas {
 namespace {
 
 // Bytes of the vectors for each thread; a team forms from twice as many on. Nothing is written, and the result is
-// waited for, so pieces are larger than those of axpy.
-constexpr int64_t kReadChunkBytes = 131072;
+// waited for, so pieces are larger than those of axpy, with 48 KiB L1 than with 32.
+int64_t read_chunk_bytes() { return tev_serv_get_cache_size(1) >= 48 * 1024 ? 131072 : 98304; }
 
 // Results that are put together after the team has gone: those of the largest team that is asked for.
 constexpr int64_t kMostPieces = 64;
@@ -21,7 +21,7 @@ constexpr int64_t kMostPieces = 64;
 // Puts together what of_piece(piece) gives for the pieces of n elements, of `bytes` each.
 template <class Result, class OfPiece, class Combine>
 Result reduce(int64_t n, int64_t bytes, const OfPiece& of_piece, const Combine& combine) {
-  const int64_t threads = std::min<int64_t>(level1_threads(n, kReadChunkBytes / bytes, true), kMostPieces);
+  const int64_t threads = std::min<int64_t>(level1_threads(n, read_chunk_bytes() / bytes, true), kMostPieces);
   if (threads < 2) return of_piece(piece{0, n});
   Result results[kMostPieces];
   int64_t pieces = 1;

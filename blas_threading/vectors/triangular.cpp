@@ -67,7 +67,7 @@ bool deserves_meetings(const triangle<const T>& a) {
 // A product's threads meet once more than others, when the old x is copied.
 template <class T>
 int64_t product_threads(const triangle<const T>& a) {
-  return elements_of(a) < 3 * kMatrixChunk<T> ? 1 : triangle_threads(a, used::once);
+  return elements_of(a) < 2 * kMatrixChunk<T> ? 1 : triangle_threads(a, used::once);
 }
 
 // own x += R times the old x.
