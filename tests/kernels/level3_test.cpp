@@ -107,7 +107,7 @@ TYPED_TEST(TierLevel3, PanelsOfRank2K) {
   engine random(20261126);
   for (const auto& r : kRoutines)
     for (const std::string& options : is_rank_2k(r.op) ? options_of<T>(r.op) : std::vector<std::string>{})
-      for (const auto [n, k] : {std::array<int64_t, 2>{48, 515}, {104, 256}, {150, 259}}) {
+      for (const auto [n, k] : {std::array<int64_t, 2>{48, 515}, {104, 256}, {150, 259}, {100, 390}}) {
         const blas_case<T> x(problem_of(r.op, options, n, n, k, T(-1), T(2)), random, values::whole, k % 2);
         for (const std::string& tier : tiers_with<T>(r.name)) {
           const matrix<T> result = x.start();
