@@ -64,12 +64,6 @@ bool deserves_meetings(const triangle<const T>& a) {
   return a.kind == storage::full && a.n * (a.n + 1) / 2 >= 4 * kMatrixChunk<T> && triangle_threads(a, used::once) > 1;
 }
 
-// A product's threads meet once more than others, when the old x is copied.
-template <class T>
-int64_t product_threads(const triangle<const T>& a) {
-  return elements_of(a) < 2 * kMatrixChunk<T> ? 1 : triangle_threads(a, used::once);
-}
-
 // own x += R times the old x.
 template <class T>
 void add_others(const triangle<const T>& a, const triangular_form& form, const span& own, const T* old_x,
@@ -158,7 +152,7 @@ void triangular(bool solves, const triangle<const T>& a, char trans, char diag, 
   const triangular_form form = {kernels::upper_case(trans), kernels::diag_code(diag) == 0, solves};
   const gapless<T> all_x(a.n, x, incx);
   if (solves && deserves_meetings(a)) return solve_by_blocks(a, form, all_x.elements());
-  const int64_t threads = solves ? 1 : product_threads(a);
+  const int64_t threads = solves ? 1 : triangle_threads(a, used::once);
   if (threads > 1 && multiply_over_team(a, form, threads, all_x.elements())) return;
   apply_block(a, form, {0, a.n}, all_x.elements());
 }

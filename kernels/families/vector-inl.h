@@ -76,13 +76,13 @@ TEV_INLINE void swap_contiguous(int64_t n, T* x, T* y) {
 template <class R>
 TEV_INLINE void rotate_contiguous(int64_t n, R* x, R* y, const R* h) {
   const R h11 = h[0], h21 = h[1], h12 = h[2], h22 = h[3];  // what is stored in x and y might be h
-  const auto step = [=](auto part, int64_t i) TEV_LAMBDA {
-    constexpr int W = part.W;
-    const auto old_x = part.load(x + i), old_y = part.load(y + i);
-    part.store(fma(old_y, splat<W>(h12), old_x * splat<W>(h11)), x + i);
-    part.store(fma(old_y, splat<W>(h22), old_x * splat<W>(h21)), y + i);
-  };
-  for_aligned_parts<R, 4>(n, x, step);
+  for_aligned_parts<R, 4>(
+      n, x, [=](auto part, int64_t i) __attribute__((always_inline)) {
+        constexpr int W = part.W;
+        const auto old_x = part.load(x + i), old_y = part.load(y + i);
+        part.store(fma(old_y, splat<W>(h12), old_x * splat<W>(h11)), x + i);
+        part.store(fma(old_y, splat<W>(h22), old_x * splat<W>(h21)), y + i);
+      });
 }
 
 // Calls step(x, y) for pairs of elements, each `incx` or `incy` behind the last one. Apart, so that short vectors
