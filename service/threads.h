@@ -3,6 +3,8 @@
 // environment fills what is still unset, once, with thread_settings_lock held.
 #pragma once
 
+#include <atomic>
+
 #include "tev/service.h"
 
 extern "C" {
@@ -32,5 +34,11 @@ extern int32_t __HT;
 namespace tev::service {
 
 extern int32_t usable_core_count;  // of the physical cores (service/topology.h), valid like the machine's counts
+
+// Nobody asked for stripes. Also false until the settings were read.
+inline bool knows_of_no_stripes() {
+  return std::atomic_ref<int32_t>(__threads_env_NOT_readed).load(std::memory_order_acquire) == 0 &&
+         std::atomic_ref<int32_t>(__tev_num_stripes).load(std::memory_order_relaxed) < 1;
+}
 
 }  // namespace tev::service
