@@ -165,7 +165,8 @@ __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const
   for (; p + kStretch <= x.depth; p += kStretch) {
     TEV_UNROLL
     for (int q = 0; q < kStretch; q += kLine) {
-      x.from_memory ? fetch_ahead<MR, NR, 2>(x, a + p + q, b + p + q) : fetch_ahead<MR, NR, 3>(x, a + p + q, b + p + q);
+      x.from_memory ? fetch_ahead<MR, NR, kIntoSecondCache>(x, a + p + q, b + p + q)
+                    : fetch_ahead<MR, NR, kIntoFirstCache>(x, a + p + q, b + p + q);
     }
     TEV_UNROLL
     for (int q = 0; q < kStretch; q += W) step(sum[q / W % kSums], p + q, whole);

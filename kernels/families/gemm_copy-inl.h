@@ -54,7 +54,7 @@ TEV_INLINE void copy_right_strip(int64_t depth, const T* source, int64_t ld, T* 
       if (p > last) p = last;
       if (R <= kNarrow && p * sizeof(T) % kLineBytes == 0) {
         TEV_UNROLL
-        for (int c = 0; c < R; ++c) __builtin_prefetch(source + p + (c + R) * ld, 0, 2);
+        for (int c = 0; c < R; ++c) __builtin_prefetch(source + p + (c + R) * ld, 0, kIntoSecondCache);
       }
       TEV_UNROLL
       for (int c = 0; c < R; c += kRows) {

@@ -118,7 +118,7 @@ TEV_INLINE void accumulate(int64_t k, int64_t depth, const R* a, const R* b, con
       step(depth, a, b, t);
     }
   for (; p + 4 <= k; p += 4) {
-    __builtin_prefetch(next, 0, 2);
+    __builtin_prefetch(next, 0, kIntoSecondCache);
     next += kLineBytes;
     TEV_UNROLL
     for (int u = 0; u < 4; ++u, a += S::kStripHeight, b += S::kPitch) {

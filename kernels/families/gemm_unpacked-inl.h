@@ -89,7 +89,7 @@ TEV_INLINE walk<R> walk_of(const T* x, bool transposed, int64_t ld) {
 
 template <class T, class R>
 TEV_INLINE int64_t depth_of_one_strip(int64_t n, walk<R> b) {
-  constexpr int64_t kSize = sizeof(R), kHeight = kTileVectors * kLanesOf<R>,
+  constexpr int64_t kSize = sizeof(R), kHeight = kMostStripVectors * kLanesOf<R>,
                     kLongest = kOneStripBytes / (kHeight * kSize);
   if constexpr (!kHasFma) return kUnpackedDepth;
   const int64_t shared = b.row == kParts<T> ? kLongest : kSharedLinesBytes / kSize / (n * kParts<T>);
@@ -112,8 +112,8 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
   const int64_t rows_in_all = m * kParts<T>;
   if (k <= kUnpackedDepth) {
     for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
-      rows = next_strip<R>(rows_in_all - i);
-      strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
+      rows = next_strip<R, kMostStripVectors>(rows_in_all - i);
+      strip_of_any_height<T, kTransposed, kLanesOf<R>, kMostStripVectors>(
           block<R>{rows, n, k, a.at + i, a.column, b.at, b.row, b.column, c + i / kParts<T> * c_row, ldc,
                    i + rows < rows_in_all ? rows : 0, 0},
           f);
@@ -121,14 +121,14 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
     return;
   }
   constexpr int64_t kLast = kLineBytes / static_cast<int64_t>(sizeof(R)) - 1;
-  const bool one_strip = rows_in_all <= kTileVectors * kLanesOf<R>;
+  const bool one_strip = rows_in_all <= kMostStripVectors * kLanesOf<R>;
   const int64_t deepest = stretch(k, one_strip ? depth_of_one_strip<T>(n, b) : depth_of_strips<kTransposed>(a));
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
-      rows = next_strip<R>(rows_in_all - i);
+      rows = next_strip<R, kMostStripVectors>(rows_in_all - i);
       const bool last = i + rows == rows_in_all;
-      strip_of_any_height<T, kTransposed, kLanesOf<R>, kTileVectors>(
+      strip_of_any_height<T, kTransposed, kLanesOf<R>, kMostStripVectors>(
           block<R>{rows, n, depth, a.at + i + p0 * a.column, a.column, b.at + p0 * b.row, b.row, b.column,
                    c + i / kParts<T> * c_row, ldc,
                    i == 0 && last ? ahead_of_one_strip<R>(a.column)

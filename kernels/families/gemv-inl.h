@@ -64,7 +64,8 @@ struct asked_ahead {
     const int64_t distance = i < until ? kAhead<R> : at_end;
     TEV_UNROLL
     for (int j = 0; j < J; ++j)
-      from_memory ? ask_ahead<Numbers, 2>(column[j], i, distance) : ask_ahead<Numbers, 3>(column[j], i, distance);
+      from_memory ? ask_ahead<Numbers, kIntoSecondCache>(column[j], i, distance)
+                  : ask_ahead<Numbers, kIntoFirstCache>(column[j], i, distance);
   }
 };
 

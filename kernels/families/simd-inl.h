@@ -25,6 +25,9 @@ namespace tev::TEV_TIER {
 
 inline constexpr int kLineBytes = 64;  // of a cache
 
+// What a line is asked for into: the last argument of __builtin_prefetch.
+inline constexpr int kIntoFirstCache = 3, kIntoSecondCache = 2;
+
 // W lanes of R (float or double). W may be anything from 1 lane up; wider than a register is several registers.
 template <class R, int W>
 struct vec_of {

@@ -316,10 +316,10 @@ TEV_INLINE void prefetch_next(const lines_of_b<T>& b, int64_t first) {
   constexpr int64_t kLine = kLineBytes / sizeof(T);
   const T* const next = b.at + S::P * b.lie.place() + first * b.lie.line();
   if (b.lie.left)
-    for (int p = 0; p < S::P; ++p) __builtin_prefetch(next + p * b.lie.ldb, 0, 2);
+    for (int p = 0; p < S::P; ++p) __builtin_prefetch(next + p * b.lie.ldb, 0, kIntoSecondCache);
   else
     for (int i = 0; i < S::G; ++i) TEV_UNROLL
-  for (int p = 0; p < S::P; p += kLine) __builtin_prefetch(next + i * b.lie.ldb + p, 0, 2);
+  for (int p = 0; p < S::P; p += kLine) __builtin_prefetch(next + i * b.lie.ldb + p, 0, kIntoSecondCache);
 }
 
 // All lines of a strip of P places. The strip is used up by a product that goes to B.

@@ -66,11 +66,22 @@ inline constexpr bool kMaskedEdges = kVectorBytes == 64;
 inline constexpr int kTileVectors = kHasFma ? 3 : 2;
 inline constexpr int kTileColumns = kVectorRegisters == 32 ? 8 : 4;
 
-// Rows of columns of A that come from far away: two lines; and the tallest tile, with so many columns of sums as there
-// is room for then.
+// The tallest strip: where 32 registers have room for four vectors by six columns, rows that would be left over as a
+// short strip cost no pass over B of their own.
+inline constexpr int kMostStripVectors = kVectorRegisters == 32 ? 4 : kTileVectors;
+
+// Rows of columns of A that come from far away: two lines; and the tallest tile.
 inline constexpr int kFarVectors = 2 * kLineBytes / kVectorBytes;
 inline constexpr int kTallVectors = kVectorRegisters == 32 ? 6 : kFarVectors,
                      kTallColumns = kVectorRegisters == 32 ? 4 : 2;
+
+// Real columns of a tile of MV vectors of rows: as many sums as there is room for beside the vectors. Two vectors need
+// more columns than three to keep both multipliers busy; 16 registers have room for 6.
+template <int MV>
+inline constexpr int kColumnsBeside = MV > kMostStripVectors                        ? kTallColumns
+                                      : MV > kTileVectors                           ? 6
+                                      : MV == 2 && kHasFma&& kVectorRegisters == 16 ? 6
+                                                                                    : kTileColumns;
 
 // What becomes of the sums of a tile. c_out = P u0 + swap(Q) u1 [+ swap(P) u2 + Q u3] [+ c beta_re + swap(c) beta_im],
 // where each u is a pair (for re, for im). Real elements use u0[0] and beta_re[0] alone.
@@ -297,7 +308,7 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
     for (int v = 0; v < MV; ++v) av[v] = load_rows<W, MV>(a, v, x.rows);
     if constexpr (1 < NC * kParts<T> && W == kLanesOf<R>) {
       if (MV >= kTileVectors || (!kStreamed && x.a_ahead != 0)) {
-        lie_apart ? ask_for<MV, 2>(a + x.a_ahead) : ask_for<MV, 3>(a + x.a_ahead);
+        lie_apart ? ask_for<MV, kIntoSecondCache>(a + x.a_ahead) : ask_for<MV, kIntoFirstCache>(a + x.a_ahead);
       }
     }
     TEV_UNROLL
@@ -323,7 +334,8 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
     while (p + kLine <= x.k) {
       TEV_UNROLL
       for (int j = 0; j < NC; ++j)
-        __builtin_prefetch(group[j / 3] + j % 3 * x.b_column + kColumnAhead / static_cast<int>(sizeof(R)), 0, 2);
+        __builtin_prefetch(group[j / 3] + j % 3 * x.b_column + kColumnAhead / static_cast<int>(sizeof(R)), 0,
+                           kIntoSecondCache);
       for (const int64_t end = p + kLine; p < end; ++p) step(acc[0]);
     }
   }
@@ -358,20 +370,19 @@ template <class T, class R>
 TEV_INLINE void fetch_b(const block<R>& x, int64_t count, const R* b) {
   constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
   if (x.b_step != kParts<T>) {
-    for (int64_t p = 0; p < x.k; ++p) __builtin_prefetch(b + x.b_ahead + p * x.b_step, 0, 2);
+    for (int64_t p = 0; p < x.k; ++p) __builtin_prefetch(b + x.b_ahead + p * x.b_step, 0, kIntoSecondCache);
     return;
   }
   for (int64_t j = 0; j < count; ++j)
-    for (int64_t p = 0; p < x.k * kParts<T>; p += kLine) __builtin_prefetch(b + x.b_ahead + j * x.b_column + p, 0, 2);
+    for (int64_t p = 0; p < x.k * kParts<T>; p += kLine)
+      __builtin_prefetch(b + x.b_ahead + j * x.b_column + p, 0, kIntoSecondCache);
 }
 
 // One strip of at most MV vectors of rows, all columns. What is left after full tiles is split evenly: narrow tiles
 // have too few sums to hide the latency of an addition.
 template <class T, bool kTransposed, int W, int MV, class R>
 __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
-  // Two vectors of rows need more columns than three to keep both multipliers busy; 16 registers have room for 6.
-  constexpr bool kSixColumns = kHasFma && kVectorRegisters == 16 && MV == 2;
-  constexpr int NC = MV > kTileVectors ? kTallColumns : (kSixColumns ? 6 : kTileColumns) / kParts<T>;
+  constexpr int NC = kColumnsBeside<MV> / kParts<T>;
   const R* b = x.b;
   R* c = x.c;
   const int64_t c_column = kTransposed ? kParts<T> : x.ldc;
@@ -413,12 +424,17 @@ TEV_INLINE void strip_of_any_height(const block<R>& x, const finish<R>& f) {
     strip<T, kTransposed, W, MV>(x, f);
 }
 
-// Rows of the next strip. A strip after another one is never shorter than a vector, so that its last vector can
-// overlap within the strip.
+// Rows of the next strip, of at most V vectors. A strip after another one is never shorter than a vector, so that its
+// last vector can overlap within the strip. Of strips of four vectors there are as many as leave none of one or two,
+// but for five vectors.
 template <class R, int V = kTileVectors>
 TEV_INLINE int64_t next_strip(int64_t rows_left) {
   constexpr int W = kLanesOf<R>, kFull = V * W;
   if (rows_left <= kFull) return rows_left;
+  if constexpr (V == kMostStripVectors && V > kTileVectors) {
+    const int64_t vectors = (rows_left + W - 1) / W;
+    return vectors % 3 == 0 || vectors == 5 ? 3 * W : kFull;
+  }
   return V > 1 && rows_left <= kFull + W ? kFull - W : kFull;
 }
 
