@@ -467,6 +467,25 @@ __attribute__((noinline)) void far_vector(char transa, char transb, int64_t m, i
                            beta, c, ldc);
 }
 
+// Rows of C (columns, where both operands are transposed) beyond whole registers, if they fill a quarter of one at
+// most. They would cost as much as a whole one, so they are a product of their own: by sums along k, or, where columns
+// of op(B) lie along them, with those in registers. B is read twice then: from near. What is smaller takes no longer
+// than the call.
+inline constexpr int64_t kLeastBesideRows = 16;
+
+template <class T>
+TEV_INLINE int64_t left_over(bool na, bool nb, int64_t m, int64_t n, int64_t k) {
+  constexpr int kLanes = kLanesOf<real_of<T>>;
+  constexpr int64_t kVector = kLanes / kParts<T>;
+  if (!kHasFma || kLanes < 8) return 0;
+  const bool by_columns = !na && !nb, by_dots = !na || nb;
+  const int64_t rows = by_columns ? n : m, columns = by_columns ? m : n, left = rows % kVector;
+  const bool pays = by_dots ? columns >= kManyPackedDots && k >= kDeepDots && (na == nb || m > kFewDots)
+                            : columns >= kLeastBesideRows && k >= kLeastBesideRows && !is_swapped<T>(m, n, k);
+  const bool is_near = columns * k * int64_t{sizeof(T)} <= kHalfSecondCache;
+  return rows > kVector && 4 * left <= kVector && pays && is_near ? left : 0;
+}
+
 // All is decided before a panel is put on the stack: what is called may have one of its own.
 template <class T>
 TEV_INLINE void gemm_unpacked(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a,
@@ -478,7 +497,13 @@ TEV_INLINE void gemm_unpacked(char transa, char transb, int64_t m, int64_t n, in
   if constexpr (kParts<T> == 1)
     if (is_written_by_columns<T>(transa, m, n, k))
       return by_shallow_columns<T>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
-  unpacked_matrix<T>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+  const bool na = (transa & ~0x20) == 'N', nb = (transb & ~0x20) == 'N';
+  const int64_t left = left_over<T>(na, nb, m, n, k);
+  if (left == 0) return unpacked_matrix<T>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+  const int64_t i = na || nb ? m - left : 0, j = na || nb ? 0 : n - left;  // where that begins
+  unpacked_matrix<T>(transa, transb, i > 0 ? i : m, j > 0 ? j : n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+  unpacked_matrix<T>(transa, transb, m - i, n - j, k, alpha, a + (na ? i : i * lda), lda, b + (nb ? j * ldb : j), ldb,
+                     beta, c + i + j * ldc, ldc);
 }
 
 // The product with a transposed A and few columns, by sums along k whatever its depth.

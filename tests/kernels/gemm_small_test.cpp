@@ -123,7 +123,7 @@ TYPED_TEST(GemmSmall, Rounding) {
     // Deep; deep in several strips; few rows against an operand that is read once; one strip in several stretches; few
     // rows and columns; down the columns, deep and shallow; a matrix from far against vectors and against one strip, as
     // columns that stream by (from B, from A; rows in place, packed), a few lines high and tall; a far C column by
-    // column; columns that evict each other.
+    // column; one row or column more than whole registers; columns that evict each other.
     constexpr int64_t kClashing = 512 / sizeof(T) - matrix<T>::kPadding;
     const std::vector<std::tuple<const char*, int64_t, int64_t, int64_t>> shapes = {
         {"CN", 3, 5, 2100},       {"CN", 26, 9, 700},   {"NN", 26, 9, 700},  {"NN", 12, 520, 260},
@@ -132,6 +132,7 @@ TYPED_TEST(GemmSmall, Rounding) {
         {"NT", 270, 1, 500},      {"CN", 270, 1, 500},  {"CC", 270, 1, 500}, {"NT", 9, 300, 1800},
         {"NN", 20, 1060, 500},    {"CN", 9, 380, 700},  {"TT", 530, 8, 500}, {"NN", 270, 4, 500},
         {"NN", 800, 1000, 2},     {"NN", 700, 2, 200},  {"NC", 3, 270, 500}, {"NT", 9, 520, 70},
+        {"NN", 49, 33, 34},       {"NC", 49, 17, 16},   {"CN", 49, 33, 34},  {"CC", 33, 49, 34},
         {"NN", kClashing, 9, 150}};
     for (const auto& [letters, m, n, k] : shapes) {
       if (m * n * k > 200000 && r.name != "?gemm_unpacked") continue;
