@@ -15,11 +15,35 @@ namespace tev::TEV_TIER {
 
 inline constexpr int kDeepestFixed = 12;
 
-template <class T, int K, int W, class R>
+// The strip, op(A) = A. Transposed: rows lie along k, x.a_step apart, and squares of vectors are transposed; what
+// stands for rows beyond the last one is never stored.
+template <class T, bool kTransposed, int K, int W, class R>
+TEV_INLINE void load_strip(const block<R>& x, vec<R, W> (&a)[K]) {
+  if constexpr (!kTransposed) {
+    TEV_UNROLL
+    for (int p = 0; p < K; ++p) a[p] = load_rows<W, 1>(x.a + p * x.a_step, 0, x.rows);
+  } else {
+    constexpr int U = kParts<T>, N = W / U;
+    const R* const last = x.a + (x.rows / U - 1) * x.a_step;
+    TEV_UNROLL
+    for (int p = 0; p < K; p += N) {
+      vec<R, W> square[N];
+      TEV_UNROLL
+      for (int i = 0; i < N; ++i) {
+        const R* const row = i < x.rows / U ? x.a + i * x.a_step : last;
+        square[i] = load_first<W>(row + p * U, (K - p < N ? K - p : N) * U);
+      }
+      transpose<W, U>(square);
+      TEV_UNROLL
+      for (int q = 0; q < N && p + q < K; ++q) a[p + q] = square[q];
+    }
+  }
+}
+
+template <class T, bool kTransposed, int K, int W, class R>
 TEV_INLINE void fixed_strip(const block<R>& x, const finish<R>& f) {
   vec<R, W> a[K];
-  TEV_UNROLL
-  for (int p = 0; p < K; ++p) a[p] = load_rows<W, 1>(x.a + p * x.a_step, 0, x.rows);
+  load_strip<T, kTransposed, K, W>(x, a);
   const R* b = x.b;
   R* c = x.c;
   for (int64_t j = 0; j < x.n; ++j, b += x.b_column, c += x.ldc) {
@@ -46,7 +70,7 @@ TEV_INLINE void fixed_strips(int64_t rows, bool transposed, walk<R> a, block<R> 
       transpose_strip<T>(x.rows, K, a.at, a.row, panel, kLanesOf<R>);
       x.a = panel;
     }
-    fixed_strip<T, K, W>(x, f);
+    fixed_strip<T, false, K, W>(x, f);
     a.at += x.rows / kParts<T> * a.row;
     x.c += x.rows;
   }
@@ -71,24 +95,32 @@ void gemm_fixed(char transa, char transb, int64_t m, int64_t n, T alpha, const T
 }
 
 // The strip whose depth is x.k, 1 to K.
-template <class T, int K, class R>
+template <class T, bool kTransposed, int K, class R>
 TEV_INLINE void strip_of_any_depth(const block<R>& x, const finish<R>& f) {
   if constexpr (K > 0) {
-    if (x.k == K) return fixed_strip<T, K, kLanesOf<R>>(x, f);
-    strip_of_any_depth<T, K - 1>(x, f);
+    if (x.k == K) return fixed_strip<T, kTransposed, K, kLanesOf<R>>(x, f);
+    strip_of_any_depth<T, kTransposed, K - 1>(x, f);
   }
 }
 
 // A product that is_tiny(). All is inlined and stays in registers: the calls and records of the general way would take
 // longer than the sums.
-template <class T>
-TEV_INLINE void gemm_tiny(char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a, int64_t lda, const T* b,
-                          int64_t ldb, T beta, T* c, int64_t ldc) {
+template <class T, bool kTransposed>
+TEV_INLINE void gemm_tiny_of(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a,
+                             int64_t lda, const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
   using R = real_of<T>;
-  const char tb = static_cast<char>(transb & ~0x20);
+  const char ta = static_cast<char>(transa & ~0x20), tb = static_cast<char>(transb & ~0x20);
   const walk<R> aw = walk_of(a, false, lda), bw = walk_of(b, tb != 'N', ldb);
   const block<R> x{m * kParts<T>, n, k, aw.at, aw.column, bw.at, bw.row, bw.column, reals(c), ldc * kParts<T>, 0, 0};
-  strip_of_any_depth<T, kTinyDepth>(x, finish_of<T>(alpha, beta, false, tb == 'C'));
+  strip_of_any_depth<T, kTransposed, kTinyDepth>(x, finish_of<T>(alpha, beta, kTransposed && ta == 'C', tb == 'C'));
+}
+
+template <class T>
+TEV_INLINE void gemm_tiny(char transa, char transb, int64_t m, int64_t n, int64_t k, T alpha, const T* a, int64_t lda,
+                          const T* b, int64_t ldb, T beta, T* c, int64_t ldc) {
+  if ((transa & ~0x20) == 'N')
+    return gemm_tiny_of<T, false>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
+  gemm_tiny_of<T, true>(transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
 
 }  // namespace tev::TEV_TIER
