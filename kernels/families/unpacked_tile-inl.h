@@ -12,9 +12,10 @@
 //
 //   a b = (P.re - Q.im, P.im + Q.re),  and conjugates only change signs, so they cost nothing before the end.
 //
-// The last vector of a column is masked where the tier has masks (512-bit vectors). Elsewhere it overlaps the vector
-// before it, so that it ends at the last row: both compute the same values for the rows that they share. Tiles with
-// fewer rows than a vector has lanes use narrower vectors.
+// The last vector of a column is masked where the tier has masks (512-bit vectors), and computed in its lower half
+// alone where that is enough and saves time. Elsewhere it overlaps the vector before it, so that it ends at the last
+// row: both compute the same values for the rows that they share. Tiles with fewer rows than a vector has lanes use
+// narrower vectors.
 #pragma once
 
 #ifndef TEV_TIER
@@ -22,6 +23,8 @@
 #endif
 
 #include "kernels/families/element-inl.h"
+
+extern "C" int32_t tev_serv_cpuhalves512(void);  // 1 where a 512-bit register takes twice the time of a 256-bit one
 
 namespace tev::TEV_TIER {
 
@@ -63,6 +66,11 @@ TEV_INLINE void store_known(vec<R, W> v, R* to) {
 template <class R>
 inline constexpr int kLanesOf = kVectorBytes / static_cast<int>(sizeof(R));
 inline constexpr bool kMaskedEdges = kVectorBytes == 64;
+#ifdef __AVX512VL__
+inline constexpr bool kHalvesEdges = true;  // where the processor computes halves of registers one after the other
+#else
+inline constexpr bool kHalvesEdges = false;
+#endif
 inline constexpr int kTileVectors = kHasFma ? 3 : 2;
 inline constexpr int kTileColumns = kVectorRegisters == 32 ? 8 : 4;
 
@@ -276,6 +284,18 @@ inline constexpr int kStreamedColumns = kVectorRegisters == 32 || MV == 1 ? 8
                                         : MV == 2                         ? 6
                                                                           : 4;
 
+// a b + c; in the lower half of the registers alone, where that is all that counts. The compiler would make it whole.
+template <bool kLower, class V>
+TEV_INLINE V fma_of(V a, V b, V c) {
+  if constexpr (!kLower)
+    return fma(a, b, c);
+  else if constexpr (sizeof(c[0]) == 8)
+    __asm__("vfmadd231pd %t2, %t1, %t0" : "+v"(c) : "v"(a), "v"(b));
+  else
+    __asm__("vfmadd231ps %t2, %t1, %t0" : "+v"(c) : "v"(a), "v"(b));
+  return c;
+}
+
 // MV vectors of rows are asked for. Columns that lie apart into the second cache, where more can be on its way: from
 // memory and the last cache up to 2.4 times as fast as into the first. An A that lies in one piece comes by itself, and
 // the first cache is better for it by a fifth. Found on 32 KiB / 1 MiB.
@@ -285,8 +305,8 @@ TEV_INLINE void ask_for(const R* a) {
   for (int v = 0; v < MV * kVectorBytes; v += kLineBytes) __builtin_prefetch(a + v / sizeof(R), 0, kInto);
 }
 
-// kStreamed: columns of B are contiguous, and far away.
-template <class T, bool kTransposed, int W, int MV, int NC, bool kStreamed = false, class R>
+// kStreamed: columns of B are contiguous, and far away. kHalf: the last vector has rows in its lower half only.
+template <class T, bool kTransposed, int W, int MV, int NC, bool kStreamed = false, bool kHalf = false, class R>
 TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R>& f) {
   constexpr int NR = NC * kParts<T>;
   // A tile of few sums takes several steps of k side by side: a sum alone would wait for its last addition.
@@ -316,7 +336,8 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
       const int column = j / kParts<T>;
       const auto bv = splat<W>(group[column / 3][column % 3 * x.b_column + j % kParts<T>]);
       TEV_UNROLL
-      for (int v = 0; v < MV; ++v) sums[j][v] = fma(av[v], bv, sums[j][v]);
+      for (int v = 0; v < MV; ++v)
+        sums[j][v] = v + 1 == MV ? fma_of<kHalf>(av[v], bv, sums[j][v]) : fma(av[v], bv, sums[j][v]);
     }
     a += x.a_step;
     TEV_UNROLL
@@ -357,11 +378,11 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
 }
 
 // NC columns of the strip, NC up to kMost.
-template <class T, bool kTransposed, int W, int MV, int kMost, class R>
+template <class T, bool kTransposed, int W, int MV, int kMost, bool kHalf, class R>
 TEV_INLINE void columns(const block<R>& x, int64_t count, const R* b, R* c, const finish<R>& f) {
   if constexpr (kMost > 0) {
-    if (count == kMost) return compute_tile<T, kTransposed, W, MV, kMost>(x, b, c, f);
-    columns<T, kTransposed, W, MV, kMost - 1>(x, count, b, c, f);
+    if (count == kMost) return compute_tile<T, kTransposed, W, MV, kMost, false, kHalf>(x, b, c, f);
+    columns<T, kTransposed, W, MV, kMost - 1, kHalf>(x, count, b, c, f);
   }
 }
 
@@ -380,7 +401,7 @@ TEV_INLINE void fetch_b(const block<R>& x, int64_t count, const R* b) {
 
 // One strip of at most MV vectors of rows, all columns. What is left after full tiles is split evenly: narrow tiles
 // have too few sums to hide the latency of an addition.
-template <class T, bool kTransposed, int W, int MV, class R>
+template <class T, bool kTransposed, int W, int MV, bool kHalf = false, class R>
 __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
   constexpr int NC = kColumnsBeside<MV> / kParts<T>;
   const R* b = x.b;
@@ -389,7 +410,7 @@ __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
   for (int64_t left = x.n, count = 0; left > 0; left -= count, b += count * x.b_column, c += count * c_column) {
     count = left >= 2 * NC || left == NC ? NC : left > NC ? (left + 1) / 2 : left;
     if (x.b_ahead != 0) fetch_b<T>(x, count, b);
-    columns<T, kTransposed, W, MV, NC>(x, count, b, c, f);
+    columns<T, kTransposed, W, MV, NC, kHalf>(x, count, b, c, f);
   }
 }
 
@@ -417,6 +438,9 @@ TEV_INLINE void strip_of_any_height(const block<R>& x, const finish<R>& f) {
   }
   if constexpr (MV > 1) {
     if (x.rows <= (MV - 1) * W) return strip_of_any_height<T, kTransposed, W, MV - 1, kStreamed>(x, f);
+  }
+  if constexpr (kHalvesEdges && W == kLanesOf<R> && 1 < MV && MV <= kMostStripVectors && !kStreamed) {
+    if (x.rows <= MV * W - W / 2 && tev_serv_cpuhalves512()) return strip<T, kTransposed, W, MV, true>(x, f);
   }
   if constexpr (kStreamed)
     streamed_strip<T, kTransposed, W, MV>(x, f);

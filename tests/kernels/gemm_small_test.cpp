@@ -2,10 +2,12 @@
 // Products without packed panels, each routine by its own name, on each tier that the processor can run.
 //   Exact     whole numbers, every transposition and conjugation: bit for bit; operands end at unmapped pages, C starts
 //             as NaN where beta is 0, the rows below C keep their bits
+//   RegistersInOnePieceOrTwo  the same on processors that compute 512-bit registers so
 //   Rounding  fractions, deep sums: |C - Cref| <= gamma(k + 4) (|alpha| |A| |B| + |beta| |C0|)
 //   PastCaches  a C that the caches cannot hold
 //   Special   NaN beta reaches C; alpha 0 and k below 1 never read A and B; the ends of the selector
 
+#include "tests/support/fake_processor.h"
 #include "tests/support/judge.h"
 #include "tests/support/tier_kernels.h"
 
@@ -114,6 +116,24 @@ TYPED_TEST(GemmSmall, Exact) {
       ASSERT_TRUE(is_right(x, run(x), true));
     }
   });
+}
+
+// Processors of both kinds, whichever this one is.
+TYPED_TEST(GemmSmall, RegistersInOnePieceOrTwo) {
+  using T = TypeParam;
+  for (const uint32_t widths : {0x6, 0xE})
+    EXPECT_EQ(printed_on(changed(avx512_processor(), [=](auto& p) { p.widths = widths; }), {},
+                         [&] {
+                           this->for_each_routine([&](const routine& r, const auto& run) {
+                             if (r.name != "?gemm_unpacked") return;
+                             for (int round = 0; round < 400; ++round) {
+                               const blas_case<T> x(draw<T>(this->random_, r), this->random_, values::whole);
+                               ASSERT_TRUE(is_right(x, run(x), true));
+                             }
+                           });
+                         }),
+              "")
+        << widths;
 }
 
 TYPED_TEST(GemmSmall, Rounding) {

@@ -182,6 +182,17 @@ TEST(TooOldProcessor, EndsTheProcess) {
 }
 
 // A vouched processor is what its features make it; what only its real maker's processors have stays.
+TEST(Detection, KnowsRegistersThatAreComputedInHalves) {
+  const auto with_widths = [](fake_processor p, uint32_t widths) { return p.widths = widths, p; };
+  const environment reproducible = {{"TEV_CBWR", "AVX2"}};
+  expect_printed({{with_widths(avx512_processor(), 0x6), {}, "1"},
+                  {with_widths(avx512_processor(), 0x6), reproducible, "1"},
+                  {with_widths(avx512_processor(), 0xE), {}, "0"},
+                  {avx512_processor(), {}, "0"},
+                  {with_widths(avx2_processor(), 0x6), {}, "0"}},
+                 [] { printf("%d", tev_serv_cpuhalves512()); });
+}
+
 TEST(Vouching, MakesTheFeaturesDecide) {
   const auto foreign = [](fake_processor p) {
     p.ext_ecx |= 1u << 16;  // FMA4

@@ -21,6 +21,7 @@ struct fake_processor {
   uint32_t leaf1_ecx = 0, leaf1_edx = 0;
   uint32_t leaf7_ebx = 0, leaf7_ecx = 0, leaf7_edx = 0;
   uint32_t ext_ecx = 0;            // leaf 0x80000001
+  uint32_t widths = 0;             // leaf 0x8000001A EAX
   uint32_t cores_per_package = 1;  // leaf 4 EAX bits 31..26, plus 1
   uint64_t xcr0 = 0;
   std::vector<cache_level> caches = {{1, 8, 1, 64, 64}, {2, 8, 1, 64, 64}, {3, 8, 1, 64, 512}, {3, 16, 1, 64, 8192}};
@@ -49,9 +50,11 @@ inline void answer_cpuid(uint32_t leaf, uint32_t subleaf, uint32_t r[4]) {
   } else if (leaf == 7 && leaf <= p.max_leaf && subleaf == 0) {
     r[1] = p.leaf7_ebx, r[2] = p.leaf7_ecx, r[3] = p.leaf7_edx;
   } else if (leaf == 0x80000000) {
-    r[0] = 0x80000001;
+    r[0] = p.widths != 0 ? 0x8000001A : 0x80000001;
   } else if (leaf == 0x80000001) {
     r[2] = p.ext_ecx;
+  } else if (leaf == 0x8000001A) {
+    r[0] = p.widths;
   }
 }
 
