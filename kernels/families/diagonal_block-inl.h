@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A block on the diagonal of a rank-k update, from strips of rows that pass by in registers (unpacked_tile-inl.h):
+// A block on the diagonal of a rank-k update, from strips of rows that pass by in registers (unpacked_strip-inl.h):
 //
 //   lower    strips of B
 //   strip 0  | x  |    |    |    x: a strip and its own columns, panel by panel, each no higher than the triangle;

@@ -10,7 +10,7 @@
 #include "kernels/families/gemm_arguments.h"
 #include "kernels/families/gemm_shallow.h"
 #include "kernels/families/shallow_columns-inl.h"
-#include "kernels/families/unpacked_tile-inl.h"
+#include "kernels/families/unpacked_strip-inl.h"
 #include "kernels/records.h"
 #include "tev/service.h"
 
