@@ -238,12 +238,62 @@ TEV_INLINE void for_few_places(int64_t places, const Body& body) {
   body(width<P>{});
 }
 
+// Lines of B that meet a small triangle, and where there is room for a strip of them.
+template <class T>
+struct lines_in_place {
+  const triangular_call<T>& call;
+  const triangle_in_place<T>& triangle;
+  int64_t last;  // the first line to be worked out
+  T alpha;
+  T* b;
+  T* strip;
+};
+
+// `count` of P places, from place `first` on.
+template <triangular Kind, class T, int P>
+TEV_INLINE void work_out_places(const lines_in_place<T>& x, int64_t first, int64_t count) {
+  const line_layout b_lies = x.call.b_lies;
+  const int64_t n = x.triangle.order;
+  const auto work_out = [&](T* lines, int64_t line) TEV_LAMBDA {
+    work_out_lines<Kind, T, P>(x.triangle, reals(lines + x.last * line), (x.call.forward ? line : -line) * kParts<T>);
+  };
+  T* const at = x.b + first * b_lies.place();
+  if (!b_lies.left && is_one(x.alpha) && count == P) return work_out(at, b_lies.line());  // lines stay where they are
+  load_lines<P>(b_lies, n, count, x.alpha, at, x.strip);
+  work_out(x.strip, P);
+  store_lines<P>(b_lies, n, count, x.strip, at);
+}
+
+// Processors that compute halves of registers one after the other, and a last register that is half full at most: what
+// full strips leave over goes by half registers, three of them and one. Another strip costs a complex solution more
+// than an empty half does.
+template <triangular Kind, class T>
+TEV_INLINE bool goes_by_halves(int64_t places) {
+  constexpr int64_t kRegister = kPlaces<T, 1>, kHalf = kRegister / 2;
+  if ((places - 1) % kRegister >= kHalf) return false;
+  const bool in_one_strip = (places - 1) % kPlaces<T> < 3 * kHalf;
+  const bool pays = in_one_strip || Kind == triangular::multiply || !kComplex<T>;
+  return pays && tev_serv_cpuhalves512() != 0;
+}
+template <triangular Kind, class T>
+__attribute__((noinline)) void work_out_by_halves(const lines_in_place<T>& x) {
+  constexpr int kHalf = kPlaces<T, 1> / 2;
+  const int64_t places = x.call.places;
+  int64_t first = 0;
+  for (; first + kPlaces<T> <= places; first += kPlaces<T>) work_out_places<Kind, T, kPlaces<T>>(x, first, kPlaces<T>);
+  const int64_t left = places - first;
+  if (left <= kHalf)
+    return for_few_places<T, kHalf>(
+        left, [&](auto few) TEV_LAMBDA { work_out_places<Kind, T, decltype(few)::value>(x, first, left); });
+  work_out_places<Kind, T, 3 * kHalf>(x, first, min_of(left, 3 * kHalf));
+  if (left > 3 * kHalf) work_out_places<Kind, T, 2 * kHalf>(x, first + 3 * kHalf, left - 3 * kHalf);
+}
+
 // n lines of B, kSmallBlock at most, which meet the triangle that begins at a.
 template <triangular Kind, class T>
 __attribute__((noinline)) void work_out_in_place(const triangular_call<T>& c, int64_t n, T alpha, const T* a, T* b) {
   alignas(64) T strip[kSmallBlock * kPlaces<T>];
-  const bool forward = c.forward, conjugated = c.conjugated();
-  const line_layout b_lies = c.b_lies;
+  const bool forward = c.forward;
   const int64_t last = forward ? 0 : n - 1;
   triangle_in_place<T> t;
   t.at = a + last * (c.lda + 1);
@@ -252,26 +302,19 @@ __attribute__((noinline)) void work_out_in_place(const triangular_call<T>& c, in
   t.by = {to, forward ? c.by.from : -c.by.from};
   t.order = n;
   t.unit = c.unit;
-  t.conjugated = conjugated;
+  t.conjugated = c.conjugated();
   if (Kind == triangular::solve && !t.unit) set_divisors(t);
-  const bool lines_stay = !b_lies.left && is_one(alpha);
-  const auto strip_of = [&](auto places, int64_t first, int64_t count) TEV_LAMBDA {
-    constexpr int P = decltype(places)::value;
-    const auto work_out = [&](T* lines, int64_t line) TEV_LAMBDA {
-      work_out_lines<Kind, T, P>(t, reals(lines + last * line), (forward ? line : -line) * kParts<T>);
-    };
-    T* const at = b + first * b_lies.place();
-    if (lines_stay && count == P) return work_out(at, b_lies.line());
-    load_lines<P>(b_lies, n, count, alpha, at, strip);
-    work_out(strip, P);
-    store_lines<P>(b_lies, n, count, strip, at);
-  };
+  const lines_in_place<T> x{c, t, last, alpha, b, strip};
   constexpr int kHalf = kPlaces<T, 1> / 2;  // squares of half registers take a third of the shuffles
   if constexpr (kVectorBytes == 32 || kMasks<real_of<T>, kLanes<real_of<T>> / 2>)
     if (c.places <= kHalf)
-      return for_few_places<T, kHalf>(c.places, [&](auto places) TEV_LAMBDA { strip_of(places, 0, c.places); });
-  for_places<T>(c.places, [&](auto v, int64_t first, int64_t count)
-                              TEV_LAMBDA { strip_of(width<kPlaces<T, decltype(v)::value>>{}, first, count); });
+      return for_few_places<T, kHalf>(
+          c.places, [&](auto places) TEV_LAMBDA { work_out_places<Kind, T, decltype(places)::value>(x, 0, c.places); });
+  if constexpr (kHalvesEdges)
+    if (goes_by_halves<Kind, T>(c.places)) return work_out_by_halves<Kind>(lines_in_place<T>(x));
+  for_places<T>(c.places, [&](auto v, int64_t first, int64_t count) TEV_LAMBDA {
+    work_out_places<Kind, T, kPlaces<T, decltype(v)::value>>(x, first, count);
+  });
 }
 
 }  // namespace tev::TEV_TIER

@@ -145,17 +145,18 @@ TYPED_TEST(GemmSmall, Rounding) {
     // columns that stream by (from B, from A; rows in place, packed), a few lines high and tall; a far C column by
     // column; one row or column more than whole registers; columns that evict each other; columns of A side by side in
     // a register, with gaps and without.
-    constexpr int64_t kClashing = 512 / sizeof(T) - matrix<T>::kPadding, kQuarter = 16 / sizeof(T), kHalf = 2 * kQuarter;
+    constexpr int64_t kClashing = 512 / sizeof(T) - matrix<T>::kPadding, kQuarter = 16 / sizeof(T),
+                      kHalf = 2 * kQuarter;
     const std::vector<std::tuple<const char*, int64_t, int64_t, int64_t>> shapes = {
-        {"CN", 3, 5, 2100},       {"CN", 26, 9, 700},   {"NN", 26, 9, 700},  {"NN", 12, 520, 260},
-        {"NC", 12, 520, 260},     {"NN", 22, 11, 2100}, {"NT", 9, 40, 900},  {"CN", 12, 11, 6000},
-        {"NN", 130, 33, 260},     {"NC", 600, 111, 3},  {"NT", 1, 270, 500}, {"TN", 1, 270, 500},
-        {"NT", 270, 1, 500},      {"CN", 270, 1, 500},  {"CC", 270, 1, 500}, {"NT", 9, 300, 1800},
-        {"NN", 20, 1060, 500},    {"CN", 9, 380, 700},  {"TT", 530, 8, 500}, {"NN", 270, 4, 500},
-        {"NN", 800, 1000, 2},     {"NN", 700, 2, 200},  {"NC", 3, 270, 500}, {"NT", 9, 520, 70},
-        {"NN", 49, 33, 34},       {"NC", 49, 17, 16},   {"CN", 49, 33, 34},  {"CC", 33, 49, 34},
-        {"NN", kClashing, 9, 150},
-        {"NN", kQuarter, 11, 131}, {"NN", kHalf, 3, 131}, {"TT", 9, kQuarter, 132}, {"TT", 2, kHalf, 133}};
+        {"CN", 3, 5, 2100},        {"CN", 26, 9, 700},        {"NN", 26, 9, 700},    {"NN", 12, 520, 260},
+        {"NC", 12, 520, 260},      {"NN", 22, 11, 2100},      {"NT", 9, 40, 900},    {"CN", 12, 11, 6000},
+        {"NN", 130, 33, 260},      {"NC", 600, 111, 3},       {"NT", 1, 270, 500},   {"TN", 1, 270, 500},
+        {"NT", 270, 1, 500},       {"CN", 270, 1, 500},       {"CC", 270, 1, 500},   {"NT", 9, 300, 1800},
+        {"NN", 20, 1060, 500},     {"CN", 9, 380, 700},       {"TT", 530, 8, 500},   {"NN", 270, 4, 500},
+        {"NN", 800, 1000, 2},      {"NN", 700, 2, 200},       {"NC", 3, 270, 500},   {"NT", 9, 520, 70},
+        {"NN", 49, 33, 34},        {"NC", 49, 17, 16},        {"CN", 49, 33, 34},    {"CC", 33, 49, 34},
+        {"NN", kClashing, 9, 150}, {"NN", kQuarter, 11, 131}, {"NN", kHalf, 3, 131}, {"TT", 9, kQuarter, 132},
+        {"TT", 2, kHalf, 133}};
     for (const auto& [letters, m, n, k] : shapes) {
       if (m * n * k > 200000 && r.name != "?gemm_unpacked") continue;
       const std::string pair = *r.pair != 0 ? r.pair : letters;

@@ -6,6 +6,7 @@
 //   Memory    unread triangles, unit diagonals and the rows below a matrix are NaN; operands end at an unmapped page.
 
 #include "host/wide.h"
+#include "tests/support/fake_processor.h"
 #include "tests/support/judge.h"
 #include "tests/support/tier_kernels.h"
 
@@ -56,6 +57,36 @@ TYPED_TEST(TierLevel3, Routines) {
           ASSERT_TRUE(is_right(x, result, kind == values::whole)) << tier << ' ' << r.name;
         }
     }
+}
+
+// Triangles that stay where they lie meet registers of places, full and not, on processors that compute 512-bit ones in
+// one piece or in two.
+TYPED_TEST(TierLevel3, RegistersInOnePieceOrTwo) {
+  using T = TypeParam;
+  const auto try_all = [] {
+    for (const operation op : {operation::trmm, operation::trsm}) {
+      const std::string name = op == operation::trmm ? "x?trmm" : "x?trsm";
+      const std::vector<std::string> options = options_of<T>(op);
+      engine random(20261124);
+      for (const std::string& tier : tiers_with<T>(name)) {
+        if (tier != "avx512") continue;
+        const kernel_calls<T> kernel = {find_kernel(tier, name, kLetter<T>)};
+        for (const int64_t lines : {1, 6, 23})
+          for (int64_t places = 1; places <= 52; ++places) {
+            const std::string& letters = options[random() % options.size()];
+            const bool left = letters[0] == 'L';
+            const T alpha = random() % 2 == 0 ? T(1) : T(-2);
+            const blas_case<T> x(problem_of(op, letters, left ? lines : places, left ? places : lines, 0, alpha, T(0)),
+                                 random, values::fractions);
+            const matrix<T> result = x.start();
+            call(x.p, result.data(), kernel);
+            ASSERT_TRUE(is_right(x, result)) << letters << ' ' << lines << ' ' << places;
+          }
+      }
+    }
+  };
+  for (const uint32_t widths : {0x6, 0xE})
+    EXPECT_EQ(printed_on(changed(avx512_processor(), [=](auto& p) { p.widths = widths; }), {}, try_all), "") << widths;
 }
 
 // Columns of so few rows that several share a register, with gaps between them and without: as many as fit, then half
