@@ -37,7 +37,6 @@ int32_t tev_serv_cpuhasnova(void);
 int32_t tev_serv_cpuisvesta(void);
 
 // 1 where 512-bit registers are computed in two halves, one after the other, so that a 256-bit one takes half the time.
-// Results do not depend on it, and it does not on the reproducibility mode.
 int32_t tev_serv_cpuhalves512(void);
 
 }  // extern "C"

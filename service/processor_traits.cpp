@@ -138,9 +138,9 @@ int32_t tev_serv_cpuisvesta(void) {
 int32_t tev_serv_cpuhalves512(void) {
   constexpr uint32_t kWhole256 = 1u << 2, kWhole512 = 1u << 3;  // widths that are computed in one piece
   static constinit int32_t answer = -1;
-  return decide_once(answer, [] {
-    return has_features(kAvx512F) && (read_leaf(0x8000001A, 0).eax & (kWhole256 | kWhole512)) == kWhole256;
-  });
+  return free_to_tune() && decide_once(answer, [] {
+           return has_features(kAvx512F) && (read_leaf(0x8000001A, 0).eax & (kWhole256 | kWhole512)) == kWhole256;
+         });
 }
 
 }  // extern "C"
