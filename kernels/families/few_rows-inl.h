@@ -22,16 +22,6 @@ TEV_INLINE vec<R, static_cast<int>(sizeof...(I))> spread_row(vec<R, sizeof...(I)
 
 // N columns of M rows.
 template <int M, int N, class R>
-TEV_INLINE vec<R, M * N> load_columns(const R* x, int64_t ld) {
-  if constexpr (N == 1) {
-    return load<M>(x);
-  } else {
-    if (ld == M) return load<M * N>(x);
-    return concatenated<R, M * N / 2>(load_columns<M, N / 2>(x, ld), load_columns<M, N / 2>(x + N / 2 * ld, ld),
-                                      all_lanes<M * N>{});
-  }
-}
-template <int M, int N, class R>
 TEV_INLINE void store_columns(vec<R, M * N> v, R* x, int64_t ld) {
   if constexpr (N == 1) {
     store<M>(v, x);

@@ -15,10 +15,10 @@ namespace tev::TEV_TIER {
 
 inline constexpr int kDeepestFixed = 12;
 
-// The strip, op(A) = A. Transposed: rows lie along k, x.a_step apart, and squares of vectors are transposed; what
+// The strip of op(A). Transposed: rows lie along k, x.a_step apart, and squares of vectors are transposed; what
 // stands for rows beyond the last one is never stored.
 template <class T, bool kTransposed, int K, int W, class R>
-TEV_INLINE void load_strip(const block<R>& x, vec<R, W> (&a)[K]) {
+TEV_INLINE void load_op_a(const block<R>& x, vec<R, W> (&a)[K]) {
   if constexpr (!kTransposed) {
     TEV_UNROLL
     for (int p = 0; p < K; ++p) a[p] = load_rows<W, 1>(x.a + p * x.a_step, 0, x.rows);
@@ -43,7 +43,7 @@ TEV_INLINE void load_strip(const block<R>& x, vec<R, W> (&a)[K]) {
 template <class T, bool kTransposed, int K, int W, class R>
 TEV_INLINE void fixed_strip(const block<R>& x, const finish<R>& f) {
   vec<R, W> a[K];
-  load_strip<T, kTransposed, K, W>(x, a);
+  load_op_a<T, kTransposed, K, W>(x, a);
   const R* b = x.b;
   R* c = x.c;
   for (int64_t j = 0; j < x.n; ++j, b += x.b_column, c += x.ldc) {

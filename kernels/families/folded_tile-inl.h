@@ -17,15 +17,6 @@ TEV_INLINE vec<R, W> repeated(vec<R, F> v, lanes<I...>) {
 }
 
 template <int W, int F, class R>
-TEV_INLINE vec<R, W> load_columns(const R* a, int64_t step) {
-  if constexpr (F == 1)
-    return load<W>(a);
-  else
-    return concatenated<R, W / 2>(load_columns<W / 2, F / 2>(a, step),
-                                  load_columns<W / 2, F / 2>(a + F / 2 * step, step), all_lanes<W>{});
-}
-
-template <int W, int F, class R>
 TEV_INLINE vec<R, W / F> sum_of_columns(vec<R, W> v) {
   R all[W];
   store<W>(v, all);
@@ -44,7 +35,7 @@ TEV_INLINE void folded_tile(const block<R>& x, const R* b, R* c, const finish<R>
   for (; b + kSets * F <= end; b += kSets * F) {
     TEV_UNROLL
     for (int s = 0; s < kSets; ++s, a += F * x.a_step) {
-      const auto av = x.a_step == H ? load<W>(a) : load_columns<W, F>(a, x.a_step);
+      const auto av = load_columns<H, F>(a, x.a_step);
       TEV_UNROLL
       for (int j = 0; j < NC; ++j)
         acc[s][j] = fma(av, repeated<W, F, R>(load<F>(b + s * F + j * x.b_column), all_lanes<W>{}), acc[s][j]);

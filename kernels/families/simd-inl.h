@@ -75,6 +75,18 @@ TEV_INLINE vec<R, 2 * W> concatenated(vec<R, W> low, vec<R, W> high, lanes<I...>
   return __builtin_shufflevector(low, high, I...);
 }
 
+// N columns of M rows, side by side.
+template <int M, int N, class R>
+TEV_INLINE vec<R, M * N> load_columns(const R* x, int64_t ld) {
+  if constexpr (N == 1) {
+    return load<M>(x);
+  } else {
+    if (ld == M) return load<M * N>(x);
+    return concatenated<R, M * N / 2>(load_columns<M, N / 2>(x, ld), load_columns<M, N / 2>(x + N / 2 * ld, ld),
+                                      all_lanes<M * N>{});
+  }
+}
+
 template <class V, int... I>
 TEV_INLINE V swap_pairs_by(V v, lanes<I...>) {
   return __builtin_shufflevector(v, v, (I ^ 1)...);

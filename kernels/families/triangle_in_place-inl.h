@@ -311,7 +311,8 @@ __attribute__((noinline)) void work_out_in_place(const triangular_call<T>& c, in
       return for_few_places<T, kHalf>(
           c.places, [&](auto places) TEV_LAMBDA { work_out_places<Kind, T, decltype(places)::value>(x, 0, c.places); });
   if constexpr (kHalvesEdges)
-    if (goes_by_halves<Kind, T>(c.places)) return work_out_by_halves<Kind>(lines_in_place<T>(x));
+    if (goes_by_halves<Kind, T>(c.places))
+      return work_out_by_halves<Kind>(lines_in_place<T>(x));  // a copy, so that x stays in registers
   for_places<T>(c.places, [&](auto v, int64_t first, int64_t count) TEV_LAMBDA {
     work_out_places<Kind, T, kPlaces<T, decltype(v)::value>>(x, first, count);
   });

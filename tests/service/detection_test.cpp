@@ -181,7 +181,6 @@ TEST(TooOldProcessor, EndsTheProcess) {
                  "-1");
 }
 
-// A vouched processor is what its features make it; what only its real maker's processors have stays.
 TEST(Detection, KnowsRegistersThatAreComputedInHalves) {
   const auto with_widths = [](fake_processor p, uint32_t widths) { return p.widths = widths, p; };
   const environment reproducible = {{"TEV_CBWR", "AVX2"}};
@@ -193,6 +192,7 @@ TEST(Detection, KnowsRegistersThatAreComputedInHalves) {
                  [] { printf("%d", tev_serv_cpuhalves512()); });
 }
 
+// A vouched processor is what its features make it; what only its real maker's processors have stays.
 TEST(Vouching, MakesTheFeaturesDecide) {
   const auto foreign = [](fake_processor p) {
     p.ext_ecx |= 1u << 16;  // FMA4

@@ -128,6 +128,14 @@ inline fake_processor avx512_processor() {  // F, DQ, CD, BW, VL
   return with_avx512(1u << 16 | 1u << 17 | 1u << 28 | 1u << 30 | 1u << 31);
 }
 
+// `body`, which prints nothing but failures, on processors that compute 512-bit registers in two halves and in one
+// piece.
+template <class Body>
+void expect_silent_by_halves(const Body& body) {
+  for (const uint32_t widths : {0x6, 0xE})
+    EXPECT_EQ(printed_on(changed(avx512_processor(), [=](auto& p) { p.widths = widths; }), {}, body), "") << widths;
+}
+
 inline fake_processor amd(fake_processor p) { return p.vendor = "AuthenticAMD", p; }
 
 }  // namespace tev::test
