@@ -11,7 +11,7 @@
 // gives faster than strips do is one product of the tier's sequential entry.
 #pragma once
 
-#include "kernels/families/first_cache.h"
+#include "kernels/families/clashes.h"
 #include "kernels/families/in_place-inl.h"
 #include "kernels/families/packed_product-inl.h"
 #include "kernels/families/transposed_strip-inl.h"

@@ -45,6 +45,7 @@ struct dot_block {
   int64_t ldc;
   int64_t a_ahead, b_ahead;  // from what is used to what is fetched
   bool from_memory;
+  upcoming* next = nullptr;  // what to fetch by reading::stretches, or null
 };
 
 // Sums of units (one lane, or re and im) of `count` vectors: unit i of the result is the sum of the units of v[i].
@@ -137,7 +138,7 @@ TEV_INLINE void fetch_ahead(const dot_block<R>& x, const R* a, const R* b) {
   for (int j = 0; j < NR; ++j) __builtin_prefetch(b + j * x.b_column + x.b_ahead, 0, kInto);
 }
 
-template <class T, int MR, int NR, class R>
+template <class T, int MR, int NR, reading Reading, class R>
 __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const R* b, R* c, const finish<R>& f) {
   constexpr int W = kLanesOf<R>, U = kParts<T>, N = W / U;
   constexpr int kSums = kChains <= NR * U * MR ? 1 : kChains / (NR * U * MR);  // of each element
@@ -163,8 +164,10 @@ __attribute__((noinline)) void dot_tile(const dot_block<R>& x, const R* a, const
   constexpr int kStretch = kLine > kSums * W ? kLine : kSums * W;
   int64_t p = 0;
   for (; p + kStretch <= x.depth; p += kStretch) {
+    if constexpr (Reading == reading::stretches)
+      if (p % (kStepsPerFetch * kLine) == 0) fetch(*x.next);
     TEV_UNROLL
-    for (int q = 0; q < kStretch; q += kLine) {
+    for (int q = 0; q < kStretch && Reading == reading::ahead; q += kLine) {
       x.from_memory ? fetch_ahead<MR, NR, kIntoSecondCache>(x, a + p + q, b + p + q)
                     : fetch_ahead<MR, NR, kIntoFirstCache>(x, a + p + q, b + p + q);
     }
@@ -209,7 +212,9 @@ TEV_INLINE void dot_tile_of(int64_t rows, int64_t columns_, const dot_block<R>& 
   if constexpr (NR > 1) {
     if (columns_ < NR) return dot_tile_of<T, MR, NR - 1>(rows, columns_, x, a, b, c, f);
   }
-  dot_tile<T, MR, NR>(x, a, b, c, f);
+  if constexpr (2 * MR > kDotRows<T> && 2 * NR > kDotColumns<T> && kHasFma)
+    if (x.next != nullptr) return dot_tile<T, MR, NR, reading::stretches>(x, a, b, c, f);
+  dot_tile<T, MR, NR, reading::ahead>(x, a, b, c, f);
 }
 
 // The next `most` of what is left, the last two shares alike.

@@ -6,10 +6,12 @@
 //   strip: R rows                strip: R columns            walked: the other dimension, one position after another
 //   walked: columns              walked: rows
 //
-//   |r0|..|..|   each column     |c0 c1 .. cR-1|  each row   A plain vector copy; here W rows of W columns at a time
-//   are |r1|..|..|   gives R         |-- -- .. ----|  gives R    loaded as columns, transposed in registers and stored
-//   as
-//   |..|..|..|   elements        |-- -- .. ----|  elements   rows of the strip.
+//   |r0|..|..|   each column     |c0 c1 .. cR-1|  each row
+//   |r1|..|..|   gives R         |-- -- .. ----|  gives R
+//   |..|..|..|   elements        |-- -- .. ----|  elements
+//
+//   a plain vector copy          W rows of W columns at a time: loaded as columns, transposed in registers, stored as
+//                                rows of the strip
 #pragma once
 
 #include "kernels/families/strips-inl.h"

@@ -7,7 +7,7 @@
 //         ker0                        all strips of A against all strips of B
 #pragma once
 
-#include "kernels/families/first_cache.h"
+#include "kernels/families/clashes.h"
 #include "kernels/families/gemm_arguments.h"
 #include "kernels/families/gemm_framework-inl.h"
 #include "kernels/families/gemm_shallow.h"

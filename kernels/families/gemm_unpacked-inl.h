@@ -6,17 +6,16 @@
 #pragma once
 
 #include "kernels/families/dot_tile-inl.h"
-#include "kernels/families/first_cache.h"
 #include "kernels/families/gemm_arguments.h"
 #include "kernels/families/gemm_shallow.h"
 #include "kernels/families/shallow_columns-inl.h"
+#include "kernels/families/stretches-inl.h"
 #include "kernels/families/unpacked_strip-inl.h"
 #include "kernels/records.h"
 #include "tev/service.h"
 
 namespace tev::TEV_TIER {
 
-inline constexpr int64_t kHalfSecondCache = 512 * 1024;  // of the smallest
 inline constexpr int64_t kLargestSecondCache = 2 * 1024 * 1024;
 
 // Deepest stretch of k for which a strip of A is used before the next one is read, and half of that where then its
@@ -24,11 +23,24 @@ inline constexpr int64_t kLargestSecondCache = 2 * 1024 * 1024;
 // of B that hold several columns get half of it. Found on 48 KiB / 1 MiB.
 inline constexpr int64_t kUnpackedDepth = 128, kHalfDepth = kUnpackedDepth / 2, kOneStripBytes = 384 * 1024,
                          kSharedLinesBytes = kHalfSecondCache;
+// Of a single strip where the next stretch is fetched meanwhile.
+inline constexpr int64_t kFetchedDepth = 256;
 
 // Where sums along k pay: so many rows or columns at most, so deep at least; and many on the other side when the few
 // must be transposed first.
 inline constexpr int64_t kFewDots = 16, kDeepDots = 32;
 inline constexpr int64_t kFewPackedDots = 8, kManyPackedDots = 32;
+
+// Sums along k end with additions across registers. Where they are short, rows of a transposed A that fill a register
+// are faster through a panel; and so are rows that fill two beside many columns, from near. Found on 32 KiB / 1 MiB.
+inline constexpr int64_t kShortDots = 64, kLeastBesidePanel = 8, kManyBesidePanel = 32;
+template <class T>
+TEV_INLINE bool pays_by_dots(int64_t m, int64_t n, int64_t k) {
+  if ((m > kFewDots && n > kFewDots) || k < kDeepDots) return false;
+  const int64_t size = sizeof(T), registers = kHasFma ? m * size / kVectorBytes : 0;
+  if (registers >= 1 && n >= kLeastBesidePanel && k < kShortDots) return false;
+  return registers < 2 || n < kManyBesidePanel || (m + n) * k * size > kHalfSecondCache;
+}
 
 // Few rows (columns) of one operand, and another so large that it comes from memory: what counts is that it is read
 // once, along its columns. Then more rows count as few.
@@ -74,19 +86,6 @@ TEV_INLINE bool streams_columns(int64_t few, int64_t many, int64_t k) {
 // A panel for which a stack may not have room.
 inline constexpr int64_t kLongPanelBytes = 64 * 1024;
 
-// One operand of a product in reals: where it starts and its strides, to the next row and to the next column of op(X).
-template <class R>
-struct walk {
-  const R* at;
-  int64_t row, column;
-};
-template <class T, class R = real_of<T>>
-TEV_INLINE walk<R> walk_of(const T* x, bool transposed, int64_t ld) {
-  const int64_t one = kParts<T>, across = ld * kParts<T>;
-  const R* at = reinterpret_cast<const R*>(x);
-  return transposed ? walk<R>{at, across, one} : walk<R>{at, one, across};
-}
-
 template <class T, class R>
 TEV_INLINE int64_t depth_of_one_strip(int64_t n, walk<R> b) {
   constexpr int64_t kSize = sizeof(R), kHeight = kMostStripVectors * kLanesOf<R>,
@@ -102,6 +101,15 @@ TEV_INLINE int64_t depth_of_strips(walk<R> a) {
   if (kTransposed && kVectorBytes == 64) return kUnpackedDepth;
   return columns_clash<R>(kUnpackedDepth, a.column) && !columns_clash<R>(kHalfDepth, a.column) ? kHalfDepth
                                                                                                : kUnpackedDepth;
+}
+
+// A strip of such a stretch.
+template <class T, bool kTransposed, int MV, class R>
+TEV_INLINE void strip_of_stretch(const block<R>& x, const finish<R>& f) {
+  if (kHasFma && x.next != nullptr)
+    strip_of_any_height<T, kTransposed, kLanesOf<R>, MV, reading::stretches>(x, f);
+  else
+    strip_of_any_height<T, kTransposed, kLanesOf<R>, MV>(x, f);
 }
 
 // C(m x n) += A B from strips of A's rows. kTransposed: m counts columns of C. What is deeper than kUnpackedDepth goes
@@ -121,20 +129,29 @@ TEV_INLINE void by_strips(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
     return;
   }
   constexpr int64_t kLast = kLineBytes / static_cast<int64_t>(sizeof(R)) - 1;
-  const bool one_strip = rows_in_all <= kMostStripVectors * kLanesOf<R>;
-  const int64_t deepest = stretch(k, one_strip ? depth_of_one_strip<T>(n, b) : depth_of_strips<kTransposed>(a));
+  constexpr int64_t kTallest = kMostStripVectors * kLanesOf<R>, kWidest = kVectorRegisters == 32 ? 8 : 6;
+  const int64_t strips = (rows_in_all + kTallest - 1) / kTallest, tiles = strips * (n * kParts<T> / kWidest);
+  const bool one_strip = strips == 1, shares_lines = b.row != kParts<T>;
+  const int64_t fetched = stretch(k, one_strip ? kFetchedDepth : depth_of_strips<kTransposed>(a));
+  fetched_stretches<T> following(m, n, k, a, b, fetched, tiles,
+                                 !one_strip || kVectorRegisters < 32 ? kTilesToFetch
+                                 : shares_lines                      ? kTilesOfSharedLines
+                                                                     : kNeverFetched);
+  const int64_t deepest = following.pays() || !one_strip ? fetched : stretch(k, depth_of_one_strip<T>(n, b));
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
+    upcoming* const next = following.beside(p0);
     for (int64_t i = 0, rows = 0; i < rows_in_all; i += rows) {
       rows = next_strip<R, kMostStripVectors>(rows_in_all - i);
       const bool last = i + rows == rows_in_all;
-      strip_of_any_height<T, kTransposed, kLanesOf<R>, kMostStripVectors>(
+      const int64_t ahead = next != nullptr  ? 0
+                            : i == 0 && last ? ahead_of_one_strip<R>(a.column)
+                            : last           ? deepest * a.column - i
+                                             : rows + kLast;
+      strip_of_stretch<T, kTransposed, kMostStripVectors>(
           block<R>{rows, n, depth, a.at + i + p0 * a.column, a.column, b.at + p0 * b.row, b.row, b.column,
-                   c + i / kParts<T> * c_row, ldc,
-                   i == 0 && last ? ahead_of_one_strip<R>(a.column)
-                   : last         ? deepest * a.column - i
-                                  : rows + kLast,
-                   i == 0 && !last && p0 + deepest < k ? deepest * b.row : 0},
+                   c + i / kParts<T> * c_row, ldc, ahead,
+                   i == 0 && !last && next == nullptr && p0 + deepest < k ? deepest * b.row : 0, false, next},
           f);
     }
     add_to_c(f);
@@ -285,13 +302,17 @@ TEV_INLINE void by_panels(int64_t m, int64_t n, int64_t k, walk<R> a, walk<R> b,
   constexpr int64_t kDeepest = kPanelBytes / (kHeight * static_cast<int>(sizeof(R)));
   alignas(64) R panel[kDeepest * kHeight];
   const int64_t rows_in_all = m * kParts<T>, deepest = stretch(k, kDeepest);
+  const int64_t tiles = (rows_in_all + kHeight - 1) / kHeight * (n * kParts<T> / kTileColumns);
+  fetched_stretches<T> following(m, n, k, a, b, deepest, tiles);
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
+    upcoming* const next = following.beside(p0);
     for (int64_t i = 0; i < rows_in_all;) {
       const int64_t rows = next_strip<R>(rows_in_all - i);
       transpose_strip<T>(rows, depth, a.at + i / kParts<T> * a.row + p0 * a.column, a.row, panel, kHeight);
-      strip_of_any_height<T, false, kLanesOf<R>, kTileVectors>(
-          block<R>{rows, n, depth, panel, kHeight, b.at + p0 * b.row, b.row, b.column, c + i, ldc, 0, 0}, f);
+      strip_of_stretch<T, false, kTileVectors>(
+          block<R>{rows, n, depth, panel, kHeight, b.at + p0 * b.row, b.row, b.column, c + i, ldc, 0, 0, false, next},
+          f);
       i += rows;
     }
     add_to_c(f);
@@ -315,7 +336,7 @@ __attribute__((noinline)) bool by_streamed_columns(int64_t m, int64_t n, int64_t
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     if (packs) transpose_strip<T>(rows, depth, a.at + p0 * a.column, a.row, panel, height);
-    strip_of_any_height<T, kTransposed, kLanesOf<R>, kStreamedVectors, true>(
+    strip_of_any_height<T, kTransposed, kLanesOf<R>, kStreamedVectors, reading::streamed>(
         block<R>{rows, n, depth, packs ? panel : a.at + p0 * a.column, step, b.at + p0 * b.row, b.row, b.column, c, ldc,
                  kStepsAhead * step, 0},
         f);
@@ -347,11 +368,15 @@ TEV_INLINE void by_dots_in_place(int64_t m, int64_t n, int64_t k, walk<R> a, wal
   const bool whole = near_squares || m <= kDotRows<T> || n <= kDotColumns<T>;
   const int64_t bytes = few ? kFewDotBytes : whole ? kLongDotBytes : max_of(held, kDotBytes);
   const int64_t deepest = stretch(k, bytes / static_cast<int64_t>(sizeof(T)));
+  const bool from_memory = operand_bytes > kStreamedBytes;
+  const int64_t tiles = (m + kDotRows<T> - 1) / kDotRows<T> * ((n + kDotColumns<T> - 1) / kDotColumns<T>);
+  fetched_stretches<T> following(m, n, k, a, b, deepest, tiles, from_memory ? kTilesToFetch : kNeverFetched,
+                                 kLineBytes / static_cast<int64_t>(sizeof(T)));
   for (int64_t p0 = 0; p0 < k; p0 += deepest) {
     const int64_t depth = k - p0 < deepest ? k - p0 : deepest;
     by_dots<T>(m, n,
                dot_block<R>{depth * kParts<T>, a.at + p0 * a.column, a.row, b.at + p0 * b.row, b.column, c, ldc, 0, 0,
-                            operand_bytes > kStreamedBytes},
+                            from_memory, following.beside(p0)},
                !few && depth * int64_t{sizeof(T)} <= kShortRow, f);
     add_to_c(f);
   }
@@ -421,8 +446,7 @@ __attribute__((noinline)) void unpacked_matrix(char transa, char transb, int64_t
         by_streamed_columns<T, true>(n, m, k, b_swapped, a_swapped, c_real, ldc_real, f(true)))
       return;
   }
-  if (!na && nb && (m <= kFewDots || n <= kFewDots) && k >= kDeepDots)
-    return by_dots_in_place<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
+  if (!na && nb && pays_by_dots<T>(m, n, k)) return by_dots_in_place<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
   if constexpr (kReadsFar<T>) {
     if (na && is_far_and_narrow<T>(m, n, k)) return by_far_strips<T>(m, n, k, aw, bw, c_real, ldc_real, f(false));
     if (!nb && is_far_and_narrow<T>(n, m, k) &&  // C^T = op(B)^T op(A)^T

@@ -20,7 +20,7 @@ TEV_INLINE void columns(const block<R>& x, int64_t count, const R* b, R* c, cons
   if constexpr (kMost > 0) {
     if (count != kMost) return columns<T, kTransposed, W, MV, kMost - 1, Fill>(x, count, b, c, f);
     if constexpr (Fill == fill::rows || Fill == fill::half_rows)
-      compute_tile<T, kTransposed, W, MV, kMost, false, Fill == fill::half_rows>(x, b, c, f);
+      compute_tile<T, kTransposed, W, MV, kMost, reading::ahead, Fill == fill::half_rows>(x, b, c, f);
     else
       folded_tile<T, kTransposed, W, Fill == fill::two_columns ? 2 : 4, kMost>(x, b, c, f);
   }
@@ -54,13 +54,13 @@ __attribute__((noinline)) void strip(const block<R>& x, const finish<R>& f) {
   }
 }
 
-// The same with columns of B that are contiguous, and far away; those that are left over come like any others.
-template <class T, bool kTransposed, int W, int MV, class R>
-__attribute__((noinline)) void streamed_strip(const block<R>& x, const finish<R>& f) {
-  constexpr int NC = kStreamedColumns<MV> / kParts<T>;
+// The same beside more memory; columns that are left over come like any others.
+template <class T, bool kTransposed, int W, int MV, reading Reading, class R>
+__attribute__((noinline)) void strip_beside(const block<R>& x, const finish<R>& f) {
+  constexpr int NC = (Reading == reading::streamed ? kStreamedColumns<MV> : kColumnsBeside<MV>) / kParts<T>;
   block<R> rest = x;
   for (; rest.n >= NC; rest.n -= NC, rest.b += NC * x.b_column, rest.c += NC * (kTransposed ? kParts<T> : x.ldc))
-    compute_tile<T, kTransposed, W, MV, NC, true>(x, rest.b, rest.c, f);
+    compute_tile<T, kTransposed, W, MV, NC, Reading>(x, rest.b, rest.c, f);
   if (rest.n > 0) strip<T, kTransposed, W, MV>(rest, f);
 }
 
@@ -69,9 +69,9 @@ __attribute__((noinline)) void streamed_strip(const block<R>& x, const finish<R>
 inline constexpr int64_t kDeepForHalves = 64;
 
 // A strip of 1 to MV W rows.
-template <class T, bool kTransposed, int W, int MV, bool kStreamed = false, class R>
+template <class T, bool kTransposed, int W, int MV, reading Reading = reading::ahead, class R>
 TEV_INLINE void strip_of_any_height(const block<R>& x, const finish<R>& f) {
-  if constexpr (kMaskedEdges && W == kLanesOf<R> && kParts<T> == 1 && !kStreamed) {
+  if constexpr (kMaskedEdges && W == kLanesOf<R> && kParts<T> == 1 && Reading == reading::ahead) {
     if (x.b_step == 1 && x.k >= kDeepForHalves && !x.in_order) {
       if (x.rows == W / 4) return strip<T, kTransposed, W, 1, fill::four_columns>(x, f);
       if (x.rows == W / 2 && x.n <= kFewFolded) return strip<T, kTransposed, W, 1, fill::two_columns>(x, f);
@@ -79,20 +79,20 @@ TEV_INLINE void strip_of_any_height(const block<R>& x, const finish<R>& f) {
   }
   if constexpr (kMaskedEdges && W == kLanesOf<R>) {
     if ((x.rows == W / 2 || x.rows == W / 4) && x.k >= kDeepForHalves)
-      return strip_of_any_height<T, kTransposed, W / 2, 1, kStreamed>(x, f);
+      return strip_of_any_height<T, kTransposed, W / 2, 1, Reading>(x, f);
   } else if constexpr (W > kParts<T>) {
-    if (x.rows < W) return strip_of_any_height<T, kTransposed, W / 2, 2, kStreamed>(x, f);
+    if (x.rows < W) return strip_of_any_height<T, kTransposed, W / 2, 2, Reading>(x, f);
   }
   if constexpr (MV > 1) {
-    if (x.rows <= (MV - 1) * W) return strip_of_any_height<T, kTransposed, W, MV - 1, kStreamed>(x, f);
+    if (x.rows <= (MV - 1) * W) return strip_of_any_height<T, kTransposed, W, MV - 1, Reading>(x, f);
   }
-  if constexpr (kHalvesEdges && W == kLanesOf<R> && 1 < MV && MV <= kMostStripVectors && !kStreamed) {
+  if constexpr (kHalvesEdges && W == kLanesOf<R> && 1 < MV && MV <= kMostStripVectors && Reading != reading::streamed) {
     if (x.rows <= MV * W - W / 2 && tev_serv_cpuhalves512()) return strip<T, kTransposed, W, MV, fill::half_rows>(x, f);
   }
-  if constexpr (kStreamed)
-    streamed_strip<T, kTransposed, W, MV>(x, f);
-  else
+  if constexpr (Reading == reading::ahead)
     strip<T, kTransposed, W, MV>(x, f);
+  else
+    strip_beside<T, kTransposed, W, MV, Reading>(x, f);
 }
 
 // Rows of the next strip, of at most V vectors. A strip after another one is never shorter than a vector, so that its

@@ -23,6 +23,7 @@
 #endif
 
 #include "kernels/families/element-inl.h"
+#include "kernels/families/upcoming-inl.h"
 
 extern "C" int32_t tev_serv_cpuhalves512(void);  // 1 where a 512-bit register takes twice the time of a 256-bit one
 
@@ -263,6 +264,7 @@ struct block {
   int64_t ldc;
   int64_t a_ahead, b_ahead;  // from a(i, p), b(p, j) to what is read some time later; 0: that is near already
   bool in_order = false;     // every sum is added up step by step, whatever the size of its tile
+  upcoming* next = nullptr;  // what to fetch by reading::stretches
 };
 
 // A strip is read ahead while the one before it is used; where there is only one, so many steps of k, which are `step`
@@ -305,8 +307,13 @@ TEV_INLINE void ask_for(const R* a) {
   for (int v = 0; v < MV * kVectorBytes; v += kLineBytes) __builtin_prefetch(a + v / sizeof(R), 0, kInto);
 }
 
-// kStreamed: columns of B are contiguous, and far away. kHalf: the last vector has rows in its lower half only.
-template <class T, bool kTransposed, int W, int MV, int NC, bool kStreamed = false, bool kHalf = false, class R>
+// What a tile does about memory: asks for what is ahead; or its columns of B are contiguous, and far away; or the next
+// stretch of k is fetched meanwhile.
+enum class reading { ahead, streamed, stretches };
+
+// kHalf: the last vector has rows in its lower half only.
+template <class T, bool kTransposed, int W, int MV, int NC, reading Reading = reading::ahead, bool kHalf = false,
+          class R>
 TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R>& f) {
   constexpr int NR = NC * kParts<T>;
   // A tile of few sums takes several steps of k side by side: a sum alone would wait for its last addition.
@@ -327,7 +334,7 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
     TEV_UNROLL
     for (int v = 0; v < MV; ++v) av[v] = load_rows<W, MV>(a, v, x.rows);
     if constexpr (1 < NC * kParts<T> && W == kLanesOf<R>) {
-      if (MV >= kTileVectors || (!kStreamed && x.a_ahead != 0)) {
+      if (MV >= kTileVectors || (Reading != reading::streamed && x.a_ahead != 0)) {
         lie_apart ? ask_for<MV, kIntoSecondCache>(a + x.a_ahead) : ask_for<MV, kIntoFirstCache>(a + x.a_ahead);
       }
     }
@@ -350,7 +357,7 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
       for (int s = 0; s < kSteps; ++s) step(acc[s]);
     }
   }
-  if constexpr (kStreamed) {
+  if constexpr (Reading == reading::streamed) {
     constexpr int kLine = kLineBytes / static_cast<int>(sizeof(R));
     while (p + kLine <= x.k) {
       TEV_UNROLL
@@ -358,6 +365,12 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
         __builtin_prefetch(group[j / 3] + j % 3 * x.b_column + kColumnAhead / static_cast<int>(sizeof(R)), 0,
                            kIntoSecondCache);
       for (const int64_t end = p + kLine; p < end; ++p) step(acc[0]);
+    }
+  }
+  if constexpr (Reading == reading::stretches) {
+    while (p + kStepsPerFetch <= x.k) {
+      fetch(*x.next);
+      for (const int64_t end = p + kStepsPerFetch; p < end; ++p) step(acc[0]);
     }
   }
   for (; p < x.k; ++p) step(acc[0]);

@@ -70,6 +70,9 @@ problem<T> draw(engine& random, const routine& r) {
     case 2:
       m = 1 + below(20), n = 1 + below(20), k = 100 + below(300);
       break;
+    case 4:  // several stretches of k, the next one fetched beside many tiles
+      if (r.name == "?gemm_unpacked") m = 24 + below(50), n = 24 + below(60), k = 257 + below(200);
+      break;
     case 3:  // columns of C in one or several segments
       m = 32 + below(700), k = 1 + below(9);
       break;

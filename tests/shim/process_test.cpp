@@ -187,19 +187,22 @@ TEST(Process, ClosedAndOpenedAgain) {
 TEST(Process, ForksWhileOthersCompute) {
   const auto child = in_child(kTwoThreads, [] {
     dgemm* const function = open_library();
-    std::atomic<bool> stop = false, right = true;
+    std::atomic<bool> stop = false, right = true, is_open = false;
     std::vector<std::thread> others;
     for (int i = 0; i < 2; ++i)
       others.emplace_back([&] {
-        while (!stop) right = computes(function, 150) && right;
+        while (!stop) right = computes(function, 150) && right, is_open = true;
       });
     int failed = 0;
-    for (int i = 0; i < 8; ++i) {  // the first ones meet the opening of the library
+    for (int i = 0; i < 8; ++i) {
+      // The first ones meet the opening of the library. Where the OpenMP runtime has its handlers of forks already and
+      // the library does not, the child keeps its name.
+      const bool may_be_named = !is_open;
       const pid_t forked = fork();
       if (forked == 0) _exit(i % 2 == 0 ? first_false({computes(function, 3), computes(function, 200)}) : 0);
       int status = 0;
       waitpid(forked, &status, 0);
-      failed += status != 0 || has_runtime_name(forked);
+      failed += status != 0 || (!may_be_named && has_runtime_name(forked));
     }
     stop = true;
     for (std::thread& other : others) other.join();
