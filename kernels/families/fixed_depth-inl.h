@@ -46,13 +46,30 @@ TEV_INLINE void fixed_strip(const block<R>& x, const finish<R>& f) {
   load_op_a<T, kTransposed, K, W>(x, a);
   const R* b = x.b;
   R* c = x.c;
-  for (int64_t j = 0; j < x.n; ++j, b += x.b_column, c += x.ldc) {
-    vec<R, W> sums[kParts<T>][1] = {}, out[1];
+  const auto column = [&](vec<R, W>(&out)[1]) TEV_LAMBDA {
+    vec<R, W> sums[kParts<T>][1] = {};
     const R* from = b;
     TEV_UNROLL
     for (int p = 0; p < K; ++p, from += x.b_step) TEV_UNROLL
     for (int part = 0; part < kParts<T>; ++part) sums[part][0] = fma(a[p], splat<W>(from[part]), sums[part][0]);
     scale_sums<T, W, 1, R>(sums, f, out);
+  };
+  vec<R, W> out[1];
+  if (kMaskedEdges && W == kLanesOf<R> && f.reads_c && x.rows < W) {  // many are read first, as in update_masked
+    constexpr int64_t kTogether = 16;
+    alignas(64) R old[kTogether * W];
+    for (int64_t left = x.n; left > 0; left -= kTogether) {
+      const int64_t count = min_of(left, kTogether);
+      for (int64_t j = 0; j < count; ++j) store<W>(load_rows<W, 1>(c + j * x.ldc, 0, x.rows), old + j * W);
+      for (int64_t j = 0; j < count; ++j, b += x.b_column, c += x.ldc) {
+        column(out);
+        store_rows<W, 1, R>(plus_beta<T, W>(out[0], load<W>(old + j * W), f), c, 0, x.rows);
+      }
+    }
+    return;
+  }
+  for (int64_t j = 0; j < x.n; ++j, b += x.b_column, c += x.ldc) {
+    column(out);
     put_column<T, W, 1, R>(out, f, c, x.rows);
   }
 }

@@ -216,6 +216,18 @@ TEV_INLINE void put_column(vec<R, W> (&out)[MV], const finish<R>& f, R* c, int64
   for (int v = 0; v < MV; ++v) store_rows<W, MV, R>(out[v], c, v, rows);
 }
 
+// The same for all columns, C before any is written: to read a column behind a mask takes until the one before it has
+// left for the cache, if that was written behind a mask, too, and lies right before it.
+template <class T, int W, int MV, int NC, class R>
+TEV_INLINE void update_masked(vec<R, W> (&out)[NC][MV], const finish<R>& f, R* c, int64_t ldc, int64_t rows) {
+  TEV_UNROLL
+  for (int j = 0; j < NC; ++j) TEV_UNROLL
+  for (int v = 0; v < MV; ++v) out[j][v] = plus_beta<T, W>(out[j][v], load_rows<W, MV>(c + j * ldc, v, rows), f);
+  TEV_UNROLL
+  for (int j = 0; j < NC; ++j) TEV_UNROLL
+  for (int v = 0; v < MV; ++v) store_rows<W, MV, R>(out[j][v], c + j * ldc, v, rows);
+}
+
 template <class T, int N, int W, class R>
 TEV_INLINE void put_row(vec<R, W> value, const finish<R>& f, R* c) {
   if (f.reads_c) value = plus_beta<T, W>(value, load_known<N, W>(c), f);
@@ -385,6 +397,8 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
   if constexpr (kTransposed) {
     put_transposed<T, W, MV, NC, R>(out, f, c, x.ldc, x.rows);
   } else {
+    if constexpr (kMaskedEdges && W == kLanesOf<R>)
+      if (f.reads_c && x.rows < MV * W) return update_masked<T, W, MV, NC, R>(out, f, c, x.ldc, x.rows);
     TEV_UNROLL
     for (int j = 0; j < NC; ++j) put_column<T, W, MV, R>(out[j], f, c + j * x.ldc, x.rows);
   }

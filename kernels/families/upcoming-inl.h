@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // What comes next. A product that goes along k in stretches, of operands from beyond the second cache, fetches the next
-// stretch of both into it while it multiplies, some lines in every step. Left to itself it would wait for the lines of
-// a stretch in the first tiles that meet them, while memory would wait for the other tiles, which find them near.
+// stretch of both into it while it multiplies, some lines every few steps. Left to itself it would wait for the lines
+// of a stretch in the first tiles that meet them, while memory would wait for the other tiles, which find them near.
 #pragma once
 
 #ifndef TEV_TIER
