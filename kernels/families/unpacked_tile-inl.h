@@ -392,13 +392,21 @@ TEV_INLINE void compute_tile(const block<R>& x, const R* b, R* c, const finish<R
     for (int j = 0; j < NR * MV; ++j) acc[0][j / MV][j % MV] += acc[s][j / MV][j % MV];
   }
   vec<R, W> out[NC][MV];
-  TEV_UNROLL
-  for (int j = 0; j < NC; ++j) scale_sums<T, W, MV, R>(acc[0] + j * kParts<T>, f, out[j]);
+  const auto scale = [&]() TEV_LAMBDA {
+    TEV_UNROLL
+    for (int j = 0; j < NC; ++j) scale_sums<T, W, MV, R>(acc[0] + j * kParts<T>, f, out[j]);
+  };
+  if constexpr (!kTransposed && kMaskedEdges && W == kLanesOf<R>) {
+    if (f.reads_c && x.rows < MV * W) {
+      TEV_OPAQUE(c);  // or the compiler would scale once, ahead of both ways, where that waits for all sums
+      scale();
+      return update_masked<T, W, MV, NC, R>(out, f, c, x.ldc, x.rows);
+    }
+  }
+  scale();
   if constexpr (kTransposed) {
     put_transposed<T, W, MV, NC, R>(out, f, c, x.ldc, x.rows);
   } else {
-    if constexpr (kMaskedEdges && W == kLanesOf<R>)
-      if (f.reads_c && x.rows < MV * W) return update_masked<T, W, MV, NC, R>(out, f, c, x.ldc, x.rows);
     TEV_UNROLL
     for (int j = 0; j < NC; ++j) put_column<T, W, MV, R>(out[j], f, c + j * x.ldc, x.rows);
   }
